@@ -1,0 +1,82 @@
+# Entry points for people and CI. Each target installs what it needs from
+# Debian's archive when it is missing, configures with CMake and runs.
+#
+#   make demo    build everything and run the demo program
+#   make check   build native and i386 and run the whole test suite in both
+#   make bench   release build, every benchmark with repetitions, a table
+#   make fuzz    the libFuzzer targets, for longer than CI runs them
+#   make sanitize  the test suite under ASan+UBSan, then the threaded tests under TSan
+
+JOBS ?= $(shell nproc)
+CMAKE ?= cmake
+GEN := -G Ninja
+APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev python3
+BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev
+FUZZ_PACKAGES := clang libclang-rt-dev
+
+.PHONY: deps bench-deps fuzz-deps demo check check-native check-i386 sanitize asan tsan bench fuzz clean
+
+# Installs only what dpkg does not already report as installed.
+define apt_install
+	@missing=""; for p in $(1); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:$$missing"; \
+	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	fi
+endef
+
+deps:
+	$(call apt_install,$(APT_PACKAGES))
+
+bench-deps: deps
+	$(call apt_install,$(BENCH_PACKAGES))
+
+fuzz-deps: deps
+	$(call apt_install,$(FUZZ_PACKAGES))
+
+build/native/build.ninja: | deps
+	$(CMAKE) -S . -B build/native $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+build/i386/build.ninja: | deps
+	$(CMAKE) -S . -B build/i386 $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEEL_M32=ON
+
+demo: build/native/build.ninja
+	$(CMAKE) --build build/native -j $(JOBS)
+	./build/native/keel_demo
+
+check-native: build/native/build.ninja
+	$(CMAKE) --build build/native -j $(JOBS)
+	cd build/native && ctest --output-on-failure -j $(JOBS)
+
+check-i386: build/i386/build.ninja
+	$(CMAKE) --build build/i386 -j $(JOBS)
+	cd build/i386 && ctest --output-on-failure -j $(JOBS)
+
+check: check-native check-i386
+
+asan: deps
+	$(CMAKE) -S . -B build/asan $(GEN) -DCMAKE_BUILD_TYPE=Debug -DKEEL_SANITIZE=address -DKEEL_DEMO=OFF
+	$(CMAKE) --build build/asan -j $(JOBS)
+	cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+
+# Only the tests that exercise threads: their names carry "Thread".
+tsan: deps
+	$(CMAKE) -S . -B build/tsan $(GEN) -DCMAKE_BUILD_TYPE=Debug -DKEEL_SANITIZE=thread -DKEEL_DEMO=OFF
+	$(CMAKE) --build build/tsan -j $(JOBS)
+	cd build/tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j $(JOBS) -R Thread
+
+sanitize: asan tsan
+
+bench: bench-deps
+	$(CMAKE) -S . -B build/bench $(GEN) -DCMAKE_BUILD_TYPE=Release -DKEEL_BENCH=ON -DKEEL_TESTS=OFF
+	$(CMAKE) --build build/bench -j $(JOBS)
+	python3 tools/bench_table.py build/bench docs/bench-latest.md
+
+FUZZ_SECONDS ?= 600
+fuzz: fuzz-deps
+	CC=clang CXX=clang++ $(CMAKE) -S . -B build/fuzz $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEEL_FUZZ=ON -DKEEL_TESTS=OFF -DKEEL_DEMO=OFF
+	$(CMAKE) --build build/fuzz -j $(JOBS)
+	./fuzz/run_all.sh build/fuzz $(FUZZ_SECONDS)
+
+clean:
+	rm -rf build

@@ -1,0 +1,13 @@
+// The whole public interface of keel in one include.
+//
+// A program links libkeel.so and reaches everything through the exported
+// entry points declared in these headers; every other class a program sees
+// is an abstract interface or a handle whose code is inline here.
+#ifndef KEEL_KEEL_H
+#define KEEL_KEEL_H
+
+#include <keel/atomic.h>
+#include <keel/refcount.h>
+#include <keel/string.h>
+
+#endif

@@ -1,0 +1,41 @@
+// RefCountI / RefCountC: the reference count under strings and argument lists.
+//
+// A new object starts at count 0, not 1: the first handle that takes it calls
+// addRef. release() deletes the object when the count it leaves is 0. The
+// bodies are inline so that a program can build reference-counted values that
+// the library later releases, and the other way round.
+#ifndef KEEL_REFCOUNT_H
+#define KEEL_REFCOUNT_H
+
+#include <stdint.h>
+
+namespace keel {
+
+class RefCountI {
+public:
+    virtual int32_t addRef() = 0;   // answers the new count
+    virtual int32_t release() = 0;  // answers the new count; deletes at 0
+    virtual ~RefCountI() {}
+};
+
+class RefCountC : public RefCountI {
+public:
+    RefCountC() : count_(0) {}
+    int32_t addRef() override { return __atomic_add_fetch(&count_, 1, __ATOMIC_ACQ_REL); }
+    int32_t release() override {
+        int32_t left = __atomic_sub_fetch(&count_, 1, __ATOMIC_ACQ_REL);
+        if (left == 0) delete this;
+        return left;
+    }
+    ~RefCountC() override {}
+
+    // The current count, for isShared-style questions.
+    int32_t refCount() const { return __atomic_load_n(&count_, __ATOMIC_RELAXED); }
+
+private:
+    int32_t count_;
+};
+
+}  // namespace keel
+
+#endif
