@@ -9,5 +9,6 @@
 #include <keel/atomic.h>
 #include <keel/refcount.h>
 #include <keel/string.h>
+#include <keel/arglist.h>
 
 #endif
