@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""Runs every benchmark program of a build and prints keel beside its anchors.
+
+    tools/bench_table.py BUILD_DIR OUTPUT.md [--repetitions N] [--filter REGEX]
+
+Benchmark names follow "<work>/<implementation>/<size>": rows of the same work
+and size are paired, and every implementation other than "keel" is an anchor.
+The ratio is keel's time over the anchor's: below 1 keel is faster. The table
+is printed and written to OUTPUT.md so that runs can be compared.
+"""
+import argparse
+import datetime
+import glob
+import json
+import os
+import platform
+import subprocess
+import sys
+
+UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def run(binary, repetitions, filter_regex):
+    args = [binary, "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
+            "--benchmark_report_aggregates_only=true"]
+    if filter_regex:
+        args.append(f"--benchmark_filter={filter_regex}")
+    out = subprocess.run(args, check=True, capture_output=True, text=True).stdout
+    return json.loads(out)
+
+
+def split_name(name):
+    parts = name.split("/")
+    work = parts[0]
+    impl = parts[1] if len(parts) > 1 else "keel"
+    size = "/".join(parts[2:])
+    return work, impl, size
+
+
+def fmt_time(ns):
+    if ns >= 1e6:
+        return f"{ns / 1e6:.2f} ms"
+    if ns >= 1e3:
+        return f"{ns / 1e3:.2f} us"
+    return f"{ns:.1f} ns"
+
+
+def machine_line(context, repetitions):
+    when = datetime.datetime.now().strftime("%Y-%m-%d %H:%M")
+    cpu = context.get("num_cpus", "?")
+    mhz = context.get("mhz_per_cpu", "?")
+    model = ""
+    try:
+        with open("/proc/cpuinfo") as f:
+            for line in f:
+                if line.startswith("model name"):
+                    model = line.split(":", 1)[1].strip()
+                    break
+    except OSError:
+        pass
+    return (f"Run of {when} on {platform.machine()} ({model}), {cpu} CPUs at {mhz} MHz; "
+            f"median of {repetitions} repetitions, time per iteration.")
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("build")
+    ap.add_argument("output")
+    ap.add_argument("--repetitions", type=int, default=5)
+    ap.add_argument("--filter", default="")
+    a = ap.parse_args()
+
+    rows = {}
+    context = {}
+    for binary in sorted(glob.glob(os.path.join(a.build, "bench", "*_bench"))):
+        data = run(binary, a.repetitions, a.filter)
+        context = context or data.get("context", {})
+        for b in data["benchmarks"]:
+            if b.get("aggregate_name") != "median":
+                continue
+            ns = b["real_time"] * UNITS[b["time_unit"]]
+            work, impl, size = split_name(b["run_name"])
+            rows.setdefault((work, size), {})[impl] = ns
+
+    lines = [machine_line(context, a.repetitions), "",
+             "| work | size | keel | anchor | anchor time | keel / anchor |",
+             "|---|---|---|---|---|---|"]
+    for (work, size), impls in sorted(rows.items()):
+        keel = impls.get("keel")
+        if keel is None:
+            continue
+        anchors = [(k, v) for k, v in sorted(impls.items()) if k != "keel"]
+        if not anchors:
+            lines.append(f"| {work} | {size} | {fmt_time(keel)} | | | |")
+        for impl, ns in anchors:
+            lines.append(f"| {work} | {size} | {fmt_time(keel)} | {impl} | {fmt_time(ns)} "
+                         f"| {keel / ns:.2f} |")
+    text = "\n".join(lines) + "\n"
+    sys.stdout.write(text)
+    with open(a.output, "w") as f:
+        f.write(text)
+
+
+if __name__ == "__main__":
+    main()
