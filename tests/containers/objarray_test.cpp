@@ -1,0 +1,100 @@
+#include "containers/objarray.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "containers/stringar.h"
+
+namespace keel {
+namespace {
+
+struct ThingT {
+    int key;
+};
+
+// An object array that records what destroyElement receives.
+class RecordingArrayC : public ObjArrayC {
+public:
+    void destroyElement(void* object) override { received.push_back(object); }
+    std::vector<void*> received;
+};
+
+TEST(ObjArray, HoldsPointersAndLeavesObjectsAlone) {
+    ThingT things[3] = {{1}, {2}, {3}};
+    ObjArrayC array;
+    EXPECT_EQ(sizeof(void*), array.elementSize());
+    array.append(&things[0]);
+    array.append(&things[2]);
+    array.insertAt(1, &things[1]);
+    array.insertAt(99, nullptr);  // past the end appends
+    EXPECT_EQ(4u, array.size());
+    EXPECT_EQ(&things[0], array.objectAt(0));
+    EXPECT_EQ(&things[1], array.objectAt(1));
+    EXPECT_EQ(&things[2], array.objectAt(2));
+    EXPECT_EQ(nullptr, array.objectAt(3));
+    EXPECT_EQ(nullptr, array.objectAt(4));
+    array.removeAt(1);
+    EXPECT_EQ(&things[2], array.objectAt(1));
+    EXPECT_EQ(2, things[1].key);
+}
+
+TEST(ObjArray, DestroyElementGetsTheObjectPointer) {
+    ThingT things[2] = {{1}, {2}};
+    RecordingArrayC array;
+    array.append(&things[0]);
+    array.append(&things[1]);
+    array.removeAt(2);
+    EXPECT_TRUE(array.received.empty());
+    array.removeAt(0);
+    ASSERT_EQ(1u, array.received.size());
+    EXPECT_EQ(&things[0], array.received[0]);
+    EXPECT_EQ(32u, array.capacity());
+    array.removeAt(0);
+    EXPECT_EQ(&things[1], array.received[1]);
+    // The last removal frees the storage.
+    EXPECT_EQ(0u, array.size());
+    EXPECT_EQ(0u, array.capacity());
+    EXPECT_EQ(nullptr, array.data());
+}
+
+TEST(ObjArray, ClearLeavesObjectsUndestroyed) {
+    ThingT thing = {1};
+    RecordingArrayC array;
+    for (int i = 0; i < 5; ++i) array.append(&thing);
+    array.clear();
+    EXPECT_TRUE(array.received.empty());
+    EXPECT_EQ(0u, array.capacity());
+}
+
+int compareThings(void* context, void* first, void* second) {
+    ++*static_cast<int*>(context);
+    return static_cast<ThingT*>(first)->key - static_cast<ThingT*>(second)->key;
+}
+
+TEST(ObjArray, SortObjectsComparesTheObjects) {
+    std::vector<ThingT> things;
+    for (int i = 0; i < 60; ++i) things.push_back(ThingT{(i * 13) % 60});
+    ObjArrayC array;
+    for (ThingT& thing : things) array.append(&thing);
+    int calls = 0;
+    array.sortObjects(compareThings, &calls);
+    EXPECT_GT(calls, 0);
+    for (uint32_t i = 0; i < 60; ++i) ASSERT_EQ(static_cast<int>(i), static_cast<ThingT*>(array.objectAt(i))->key);
+}
+
+TEST(StringArrayArray, RemovalDeletesTheInnerArrays) {
+    StringArrayArrayC arrays;
+    arrays.append(new StringArrayC());
+    arrays.append(nullptr);
+    arrays.append(new StringArrayC());
+    EXPECT_NE(nullptr, arrays.arrayAt(0));
+    EXPECT_EQ(nullptr, arrays.arrayAt(1));
+    arrays.removeAt(1);  // a null element is skipped
+    arrays.removeAt(0);
+    EXPECT_EQ(1u, arrays.size());
+    // The destructor deletes the rest (the leak checker sees the outcome).
+}
+
+}  // namespace
+}  // namespace keel
