@@ -1,0 +1,964 @@
+// The eight encodings, their decoders and encoders, and the walk that carries
+// a cut sequence over from one call to the next.
+//
+// Every loop here runs over input that has no terminator, so each one asks how
+// long a sequence is before it reads it and stops in front of one that the
+// input does not hold whole; the caller keeps that tail for the next call.
+// Runs of ASCII take a path of their own, eight bytes at a time, which gives
+// exactly what the character-by-character loop would give.
+#include "text/textencoding.h"
+
+#include <string.h>
+
+#include "text/ucs4.h"
+#include "text/utf16.h"
+#include "text/utf8.h"
+
+namespace keel {
+
+namespace {
+
+// Kept at load; the UTF-16 classes compare their encoding with these to know
+// the byte order. Until load has set them (code run by other units' load steps
+// before this one) the objects are asked for directly; they are the same
+// objects either way.
+TextEncodingI* utf16BeWord = nullptr;
+TextEncodingI* utf16LeWord = nullptr;
+
+inline TextEncodingI* utf16BeObject() {
+    TextEncodingI* e = utf16BeWord;
+    return e ? e : utf16beEncoding();
+}
+
+inline TextEncodingI* utf16LeObject() {
+    TextEncodingI* e = utf16LeWord;
+    return e ? e : utf16leEncoding();
+}
+
+const uint64_t kHighBits = 0x8080808080808080ull;
+
+inline uint64_t load64(const uint8_t* p) {
+    uint64_t x;
+    memcpy(&x, p, 8);
+    return x;
+}
+
+inline uint32_t load32(const uint8_t* p) {
+    uint32_t x;
+    memcpy(&x, p, 4);
+    return x;
+}
+
+// Bytes of 0x80 and above among the eight.
+inline uint32_t highBytes(uint64_t x) {
+    return static_cast<uint32_t>(__builtin_popcountll(x & kHighBits));
+}
+
+// Swaps the bytes of each of the four 16-bit units.
+inline uint64_t swapUnits(uint64_t x) {
+    return ((x >> 8) & 0x00FF00FF00FF00FFull) | ((x & 0x00FF00FF00FF00FFull) << 8);
+}
+
+// Eight ASCII bytes widened to eight 16-bit units in the given order.
+inline void widen8To16(uint8_t* o, uint64_t x, bool swapped) {
+    uint64_t lo = x & 0xFFFFFFFFu;
+    uint64_t hi = x >> 32;
+    uint64_t a = (lo & 0xFF) | ((lo & 0xFF00) << 8) | ((lo & 0xFF0000) << 16) |
+                 ((lo & 0xFF000000) << 24);
+    uint64_t b = (hi & 0xFF) | ((hi & 0xFF00) << 8) | ((hi & 0xFF0000) << 16) |
+                 ((hi & 0xFF000000) << 24);
+    if (swapped) {
+        a <<= 8;
+        b <<= 8;
+    }
+    memcpy(o, &a, 8);
+    memcpy(o + 8, &b, 8);
+}
+
+// Eight ASCII bytes widened to eight 32-bit words.
+inline void widen8To32(uint8_t* o, const uint8_t* p) {
+    uint32_t w[8];
+    for (int i = 0; i < 8; ++i) w[i] = p[i];
+    memcpy(o, w, 32);
+}
+
+inline uint32_t left(const uint8_t* p, const uint8_t* end) {
+    return static_cast<uint32_t>(end - p);
+}
+
+inline bool isContinuation(uint8_t b) { return (b & 0xC0) == 0x80; }
+
+// A two-byte sequence in its shortest form: C2 to DF and a continuation byte.
+inline bool wholeShortest2(const uint8_t* p) { return p[0] >= 0xC2 && isContinuation(p[1]); }
+
+// A three-byte sequence in its shortest form; surrogate values are allowed,
+// as everywhere in the internal form.
+inline bool wholeShortest3(const uint8_t* p) {
+    return isContinuation(p[1]) && isContinuation(p[2]) && (p[0] != 0xE0 || p[1] >= 0xA0);
+}
+
+const uint8_t kUtf8Mark[3] = {0xEF, 0xBB, 0xBF};
+const uint8_t kLittleEndianMark[2] = {0xFF, 0xFE};
+const uint8_t kBigEndianMark[2] = {0xFE, 0xFF};
+
+using AsciiEncodingC = TextEncodingM<ASCIITextDecoderC, ASCIITextEncoderC, 1, 0>;
+using System8EncodingC = TextEncodingM<UTF8TextDecoderC, UTF8TextEncoderC, 1, 0>;
+using Latin1EncodingC = TextEncodingM<Latin1TextDecoderC, Latin1TextEncoderC, 1, 0>;
+using Utf8EncodingC = TextEncodingM<UTF8TextDecoderC, UTF8TextEncoderC, 1, 3>;
+using Utf16EncodingC = TextEncodingM<UTF16TextDecoderC, UTF16TextEncoderC, 2, 2>;
+using WCharEncodingC = TextEncodingM<WCharTextDecoderC, WCharTextEncoderC, 4, 0>;
+
+}  // namespace
+
+// The objects are made under the compiler's one-time guard and never
+// destroyed: a caller may still convert text while the process exits.
+TextEncodingI* asciiEncoding() {
+    static TextEncodingI* const object = new AsciiEncodingC();
+    return object;
+}
+
+TextEncodingI* system8Encoding() {
+    static TextEncodingI* const object = new System8EncodingC();
+    return object;
+}
+
+TextEncodingI* latin1Encoding() {
+    static TextEncodingI* const object = new Latin1EncodingC();
+    return object;
+}
+
+TextEncodingI* utf8Encoding() {
+    static TextEncodingI* const object = new Utf8EncodingC(kUtf8Mark);
+    return object;
+}
+
+TextEncodingI* utf16Encoding() {
+    static TextEncodingI* const object = new Utf16EncodingC(kLittleEndianMark);
+    return object;
+}
+
+TextEncodingI* utf16beEncoding() {
+    static TextEncodingI* const object = new Utf16EncodingC(kBigEndianMark);
+    return object;
+}
+
+TextEncodingI* utf16leEncoding() {
+    static TextEncodingI* const object = new Utf16EncodingC(kLittleEndianMark);
+    return object;
+}
+
+TextEncodingI* wcharEncoding() {
+    static TextEncodingI* const object = new WCharEncodingC();
+    return object;
+}
+
+void loadStepTextencoding() {
+    utf16BeWord = utf16beEncoding();
+    utf16LeWord = utf16leEncoding();
+}
+
+bool encodingNamesEqual(const char* a, const char* b) {
+    if (a == b) return true;
+    // A missing name matches nothing rather than being read.
+    if (a == nullptr || b == nullptr) return false;
+    for (;; ++a, ++b) {
+        uint8_t x = static_cast<uint8_t>(*a);
+        uint8_t y = static_cast<uint8_t>(*b);
+        if (x == 0 || y == 0) return x == y;
+        if ((x ^ y) & 0xDF) return false;
+    }
+}
+
+TextEncodingI* findEncoding(const char* name) {
+    static const struct {
+        const char* name;
+        TextEncodingI* (*object)();
+    } encodings[] = {
+        {"ascii", asciiEncoding},     {"system-8", system8Encoding}, {"iso-8859-1", latin1Encoding},
+        {"utf8", utf8Encoding},       {"utf16", utf16Encoding},      {"utf16be", utf16beEncoding},
+        {"utf16le", utf16leEncoding}, {"wchar_t", wcharEncoding},
+    };
+    for (const auto& e : encodings) {
+        if (encodingNamesEqual(name, e.name)) return e.object();
+    }
+    return nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// Held bytes
+
+UnusedByteBufferC::UnusedByteBufferC(uint32_t size)
+    : held(new uint8_t[size]), heldUsed(0), heldSize(size), savedHeld(nullptr), savedUsed(0) {}
+
+UnusedByteBufferC::~UnusedByteBufferC() {
+    delete[] held;
+    delete[] savedHeld;
+}
+
+const uint8_t* UnusedByteBufferC::completeHeld(const uint8_t* input, uint32_t inputLength,
+                                               uint32_t* taken, uint32_t* total) {
+    if (heldUsed == 0) {
+        *taken = 0;
+        *total = 0;
+        return nullptr;
+    }
+    // The input copied here is not counted as held: the caller appends what
+    // it does not use up.
+    uint32_t copied = heldSize - heldUsed;
+    if (copied > inputLength) copied = inputLength;
+    if (copied != 0) memcpy(held + heldUsed, input, copied);
+    uint32_t need = sequenceBytes(held, heldUsed + copied);
+    // No sequence is longer than the buffer.
+    if (need > heldSize) need = heldSize;
+    // More bytes than one sequence are held only after a call whose output
+    // room ran out. Taking them all as the sequence keeps `taken` from
+    // wrapping below zero (which would send the caller far past its input);
+    // the held bytes are then walked on their own.
+    if (need < heldUsed) need = heldUsed;
+    if (need - heldUsed > inputLength) {
+        *taken = inputLength;
+        *total = heldUsed + inputLength;
+    } else {
+        *total = need;
+        *taken = need - heldUsed;
+    }
+    return held;
+}
+
+void UnusedByteBufferC::appendHeld(const uint8_t* bytes, uint32_t count) {
+    if (count == 0 || count > heldSize - heldUsed) return;
+    memmove(held + heldUsed, bytes, count);
+    heldUsed += count;
+}
+
+void UnusedByteBufferC::dropHeld(uint32_t count) {
+    if (count >= heldUsed) {
+        heldUsed = 0;
+        return;
+    }
+    memmove(held, held + count, heldUsed - count);
+    heldUsed -= count;
+}
+
+void UnusedByteBufferC::snapshot() {
+    if (savedHeld != nullptr) return;
+    savedHeld = new uint8_t[heldSize];
+    memcpy(savedHeld, held, heldSize);
+    savedUsed = heldUsed;
+}
+
+void UnusedByteBufferC::restore() {
+    if (savedHeld == nullptr) return;
+    memcpy(held, savedHeld, heldSize);
+    heldUsed = savedUsed;
+    delete[] savedHeld;
+    savedHeld = nullptr;
+}
+
+template <class Raw>
+uint32_t UnusedByteBufferC::heldWalk(const uint8_t* input, uint32_t length, uint8_t* output,
+                                     uint32_t room, bool sizing, Raw& raw) {
+    uint32_t written = 0;
+    uint32_t taken = 0;
+    uint32_t total = 0;
+    uint32_t consumed = 0;
+    bool saved = false;
+    while (heldUsed != 0) {
+        const uint8_t* p = completeHeld(input, length, &taken, &total);
+        consumed = 0;
+        if (total != 0) {
+            written += raw(p, total, &consumed, output ? output + written : nullptr, room - written);
+        }
+        if (consumed >= total) {
+            // The held sequence and the input taken into it are done.
+            if (!sizing) heldUsed = 0;
+            break;
+        }
+        if (consumed >= total - taken) {
+            // The held bytes are used up, part of the input taken is not.
+            if (!sizing) heldUsed = 0;
+            taken = consumed + taken - total;
+            break;
+        }
+        // The held bytes were not all used: what was taken joins them and the
+        // used ones go. A size question works on a copy that is put back.
+        if (sizing && !saved) {
+            snapshot();
+            saved = true;
+        }
+        appendHeld(input, taken);
+        input += taken;
+        length -= taken;
+        bool moved = taken != 0 || consumed != 0;
+        taken = 0;
+        dropHeld(consumed);
+        // Without any progress (no output room left) another round would see
+        // the same bytes again: go on with the rest instead of looping.
+        if (!moved || length == 0) break;
+    }
+    input += taken;
+    length -= taken;
+    consumed = 0;
+    written += raw(input, length, &consumed, output ? output + written : nullptr, room - written);
+    if (!sizing) appendHeld(input + consumed, length - consumed);
+    if (saved) restore();
+    return written;
+}
+
+uint32_t TextDecoderWithUnusedBytesC::decodedSize(const void* bytes, uint32_t length) {
+    auto raw = [this](const uint8_t* p, uint32_t n, uint32_t* consumed, uint8_t*, uint32_t) {
+        return rawDecodedSize(p, n, consumed);
+    };
+    return heldWalk(static_cast<const uint8_t*>(bytes), length, nullptr, 0xFFFFFFFFu, true, raw);
+}
+
+uint32_t TextDecoderWithUnusedBytesC::decode(const void* bytes, uint32_t length, void* output,
+                                             uint32_t room, uint32_t* characters) {
+    uint32_t count = 0;
+    auto raw = [this, &count](const uint8_t* p, uint32_t n, uint32_t* consumed, uint8_t* out,
+                              uint32_t r) {
+        uint32_t c = 0;
+        uint32_t w = rawDecode(p, n, consumed, out, r, &c);
+        count += c;
+        return w;
+    };
+    if (output == nullptr) room = 0;
+    uint32_t written =
+        heldWalk(static_cast<const uint8_t*>(bytes), length, static_cast<uint8_t*>(output), room,
+                 false, raw);
+    if (characters) *characters = count;
+    return written;
+}
+
+uint32_t FromUTF8TextEncoderC::sequenceBytes(const uint8_t* bytes, uint32_t) {
+    return utf8SequenceLength(bytes);
+}
+
+uint32_t FromUTF8TextEncoderC::encodedSize(const void* internal, uint32_t length) {
+    auto raw = [this](const uint8_t* p, uint32_t n, uint32_t* consumed, uint8_t*, uint32_t) {
+        return rawEncodedSize(p, n, consumed);
+    };
+    return heldWalk(static_cast<const uint8_t*>(internal), length, nullptr, 0xFFFFFFFFu, true, raw);
+}
+
+uint32_t FromUTF8TextEncoderC::encode(const void* internal, uint32_t length, void* output,
+                                      uint32_t room, bool* lost) {
+    bool anyLost = false;
+    auto raw = [this, &anyLost](const uint8_t* p, uint32_t n, uint32_t* consumed, uint8_t* out,
+                                uint32_t r) {
+        bool l = false;
+        uint32_t w = rawEncode(p, n, out, r, &l, consumed);
+        anyLost = anyLost || l;
+        return w;
+    };
+    if (output == nullptr) room = 0;
+    uint32_t written = heldWalk(static_cast<const uint8_t*>(internal), length,
+                                static_cast<uint8_t*>(output), room, false, raw);
+    if (lost) *lost = anyLost;
+    return written;
+}
+
+// ---------------------------------------------------------------------------
+// "ascii" and "iso-8859-1" in: no held bytes, every byte is a character.
+
+uint32_t ASCIITextDecoderC::decodedSize(const void* bytes, uint32_t length) {
+    const uint8_t* p = static_cast<const uint8_t*>(bytes);
+    const uint8_t* end = p + length;
+    uint32_t high = 0;
+    for (; left(p, end) >= 8; p += 8) high += highBytes(load64(p));
+    for (; p < end; ++p) high += *p >> 7;
+    return length + 2 * high;
+}
+
+uint32_t ASCIITextDecoderC::decode(const void* bytes, uint32_t length, void* output,
+                                   uint32_t room, uint32_t* characters) {
+    const uint8_t* p = static_cast<const uint8_t*>(bytes);
+    const uint8_t* end = p + length;
+    uint8_t* o = static_cast<uint8_t*>(output);
+    uint8_t* oend = o ? o + room : o;
+    while (p < end) {
+        if (left(p, end) >= 8 && left(o, oend) >= 8) {
+            uint64_t x = load64(p);
+            if ((x & kHighBits) == 0) {
+                memcpy(o, &x, 8);
+                p += 8;
+                o += 8;
+                continue;
+            }
+        }
+        uint8_t b = *p;
+        if (b < 0x80) {
+            if (o == oend) break;
+            *o++ = b;
+        } else {
+            // The replacement takes three bytes; one that would run past the
+            // room ends the loop instead of being written outside it.
+            if (left(o, oend) < 3) break;
+            o[0] = 0xEF;
+            o[1] = 0xBF;
+            o[2] = 0xBD;
+            o += 3;
+        }
+        ++p;
+    }
+    // All input counts as used, whether or not the room took it.
+    if (characters) *characters = length;
+    return static_cast<uint32_t>(o - static_cast<uint8_t*>(output));
+}
+
+uint32_t Latin1TextDecoderC::decodedSize(const void* bytes, uint32_t length) {
+    const uint8_t* p = static_cast<const uint8_t*>(bytes);
+    const uint8_t* end = p + length;
+    uint32_t high = 0;
+    for (; left(p, end) >= 8; p += 8) high += highBytes(load64(p));
+    for (; p < end; ++p) high += *p >> 7;
+    return length + high;
+}
+
+uint32_t Latin1TextDecoderC::decode(const void* bytes, uint32_t length, void* output,
+                                    uint32_t room, uint32_t* characters) {
+    const uint8_t* p = static_cast<const uint8_t*>(bytes);
+    const uint8_t* end = p + length;
+    uint8_t* o = static_cast<uint8_t*>(output);
+    uint8_t* oend = o ? o + room : o;
+    while (p < end) {
+        if (left(p, end) >= 8 && left(o, oend) >= 8) {
+            uint64_t x = load64(p);
+            if ((x & kHighBits) == 0) {
+                memcpy(o, &x, 8);
+                p += 8;
+                o += 8;
+                continue;
+            }
+        }
+        uint8_t b = *p;
+        if (b < 0x80) {
+            if (o == oend) break;
+            *o++ = b;
+        } else {
+            if (left(o, oend) < 2) break;
+            o[0] = static_cast<uint8_t>(0xC0 | (b >> 6));
+            o[1] = static_cast<uint8_t>(0x80 | (b & 0x3F));
+            o += 2;
+        }
+        ++p;
+    }
+    if (characters) *characters = length;
+    return static_cast<uint32_t>(o - static_cast<uint8_t*>(output));
+}
+
+// ---------------------------------------------------------------------------
+// "utf8" and "system-8" in
+
+TextEncodingI* UTF8TextDecoderC::getEncoding() { return utf8Encoding(); }
+
+uint32_t UTF8TextDecoderC::sequenceBytes(const uint8_t* bytes, uint32_t count) {
+    return count == 0 ? 1 : utf8SequenceLength(bytes);
+}
+
+uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
+                                          uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint32_t size = 0;
+    while (p < end) {
+        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
+            p += 8;
+            size += 8;
+            continue;
+        }
+        uint8_t b = *p;
+        if (b < 0x80) {
+            ++p;
+            ++size;
+            continue;
+        }
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        if ((n == 2 && wholeShortest2(p)) || (n == 3 && wholeShortest3(p))) {
+            p += n;
+            size += n;
+            continue;
+        }
+        size += utf8EncodedLength(utf8Next(p));
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    return size;
+}
+
+uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint32_t* consumed,
+                                     uint8_t* output, uint32_t room, uint32_t* characters) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    uint32_t chars = 0;
+    while (p < end) {
+        if (left(p, end) >= 8 && left(o, oend) >= 8) {
+            uint64_t x = load64(p);
+            if ((x & kHighBits) == 0) {
+                memcpy(o, &x, 8);
+                p += 8;
+                o += 8;
+                chars += 8;
+                continue;
+            }
+        }
+        uint8_t b = *p;
+        // Each character is read before the room is tested: one that does
+        // not fit is consumed and lost.
+        if (b < 0x80) {
+            ++p;
+            if (o == oend) break;
+            *o++ = b;
+            ++chars;
+            continue;
+        }
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        if ((n == 2 && wholeShortest2(p)) || (n == 3 && wholeShortest3(p))) {
+            // Already in the form that utf8Put would write.
+            const uint8_t* s = p;
+            p += n;
+            if (left(o, oend) < n) break;
+            o[0] = s[0];
+            o[1] = s[1];
+            if (n == 3) o[2] = s[2];
+            o += n;
+            ++chars;
+            continue;
+        }
+        uint32_t value = utf8Next(p);
+        if (left(o, oend) < utf8EncodedLength(value)) break;
+        utf8Put(o, value);
+        ++chars;
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *characters = chars;
+    return static_cast<uint32_t>(o - output);
+}
+
+// ---------------------------------------------------------------------------
+// "utf16", "utf16be", "utf16le" in
+
+bool UTF16TextDecoderC::fixOrder(const uint8_t* bytes) {
+    TextEncodingI* bigEndian = utf16BeObject();
+    if (encoding == utf16Encoding()) {
+        encoding = (bytes[0] == 0xFE && bytes[1] == 0xFF) ? bigEndian : utf16LeObject();
+    }
+    return encoding == bigEndian;
+}
+
+const uint8_t* UTF16TextDecoderC::rawStart(const uint8_t* bytes, bool* swapped) {
+    *swapped = fixOrder(bytes);
+    // A mark of this decoder's order at the head of the block is skipped, on
+    // every call and not only on the first.
+    const uint8_t* mark = *swapped ? kBigEndianMark : kLittleEndianMark;
+    if (bytes[0] == mark[0] && bytes[1] == mark[1]) return bytes + 2;
+    return bytes;
+}
+
+uint32_t UTF16TextDecoderC::sequenceBytes(const uint8_t* bytes, uint32_t count) {
+    if (count < 2) return 4;
+    bool swapped = fixOrder(bytes);
+    return 2 * utf16UnitsAt(bytes, swapped);
+}
+
+uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
+                                           uint32_t* consumed) {
+    if (length < 2) {
+        *consumed = 0;
+        return 0;
+    }
+    bool swapped;
+    const uint8_t* p = rawStart(bytes, &swapped);
+    const uint8_t* end = bytes + length;
+    uint32_t size = 0;
+    while (left(p, end) >= 2) {
+        if (left(p, end) >= 8) {
+            uint64_t x = load64(p);
+            if (swapped) x = swapUnits(x);
+            if ((x & 0xFF80FF80FF80FF80ull) == 0) {
+                p += 8;
+                size += 4;
+                continue;
+            }
+        }
+        uint32_t unit = utf16Load(p, swapped);
+        if (unit < 0xD800 || unit > 0xDFFF) {
+            p += 2;
+            size += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+            continue;
+        }
+        if (unit <= 0xDBFF && left(p, end) < 4) break;
+        size += utf8EncodedLength(utf16Next(p, swapped));
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    return size;
+}
+
+uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint32_t* consumed,
+                                      uint8_t* output, uint32_t room, uint32_t* characters) {
+    if (length < 2) {
+        *consumed = 0;
+        *characters = 0;
+        return 0;
+    }
+    bool swapped;
+    const uint8_t* p = rawStart(bytes, &swapped);
+    const uint8_t* end = bytes + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    uint32_t chars = 0;
+    while (left(p, end) >= 2) {
+        if (left(p, end) >= 8 && left(o, oend) >= 4) {
+            uint64_t x = load64(p);
+            if (swapped) x = swapUnits(x);
+            if ((x & 0xFF80FF80FF80FF80ull) == 0) {
+                o[0] = static_cast<uint8_t>(x);
+                o[1] = static_cast<uint8_t>(x >> 16);
+                o[2] = static_cast<uint8_t>(x >> 32);
+                o[3] = static_cast<uint8_t>(x >> 48);
+                p += 8;
+                o += 4;
+                chars += 4;
+                continue;
+            }
+        }
+        uint32_t unit = utf16Load(p, swapped);
+        uint32_t value;
+        if (unit < 0xD800 || unit > 0xDFFF) {
+            p += 2;
+            value = unit;
+        } else {
+            if (unit <= 0xDBFF && left(p, end) < 4) break;
+            value = utf16Next(p, swapped);
+        }
+        // The character is read first: one that does not fit is lost.
+        if (left(o, oend) < utf8EncodedLength(value)) break;
+        utf8Put(o, value);
+        ++chars;
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *characters = chars;
+    return static_cast<uint32_t>(o - output);
+}
+
+// ---------------------------------------------------------------------------
+// "wchar_t" in
+
+TextEncodingI* WCharTextDecoderC::getEncoding() { return wcharEncoding(); }
+
+uint32_t WCharTextDecoderC::sequenceBytes(const uint8_t*, uint32_t count) {
+    return count < 4 ? 8 : 4;
+}
+
+uint32_t WCharTextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
+                                           uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint32_t size = 0;
+    while (left(p, end) >= 4) {
+        if (left(p, end) >= 16 &&
+            ((load64(p) | load64(p + 8)) & 0xFFFFFF80FFFFFF80ull) == 0) {
+            p += 16;
+            size += 4;
+            continue;
+        }
+        size += utf8EncodedLength(ucs4Next(p));
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    return size;
+}
+
+uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint32_t* consumed,
+                                      uint8_t* output, uint32_t room, uint32_t* characters) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    uint32_t chars = 0;
+    while (left(p, end) >= 4) {
+        if (left(p, end) >= 16 && left(o, oend) >= 4) {
+            uint64_t a = load64(p);
+            uint64_t b = load64(p + 8);
+            if (((a | b) & 0xFFFFFF80FFFFFF80ull) == 0) {
+                o[0] = static_cast<uint8_t>(a);
+                o[1] = static_cast<uint8_t>(a >> 32);
+                o[2] = static_cast<uint8_t>(b);
+                o[3] = static_cast<uint8_t>(b >> 32);
+                p += 16;
+                o += 4;
+                chars += 4;
+                continue;
+            }
+        }
+        // Unchecked: a value of 0x80000000 or more has no internal form and
+        // writes nothing, but it is a character all the same.
+        uint32_t value = ucs4Next(p);
+        if (left(o, oend) < utf8EncodedLength(value)) break;
+        utf8Put(o, value);
+        ++chars;
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *characters = chars;
+    return static_cast<uint32_t>(o - output);
+}
+
+// ---------------------------------------------------------------------------
+// Encoders from the internal form
+
+uint32_t ASCIITextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
+                                           uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint32_t size = 0;
+    while (p < end) {
+        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
+            p += 8;
+            size += 8;
+            continue;
+        }
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        utf8Next(p);
+        ++size;
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    return size;
+}
+
+uint32_t ASCIITextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
+                                      uint32_t room, bool* lost, uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    bool anyLost = false;
+    while (p < end) {
+        if (left(p, end) >= 8 && left(o, oend) >= 8) {
+            uint64_t x = load64(p);
+            if ((x & kHighBits) == 0) {
+                memcpy(o, &x, 8);
+                p += 8;
+                o += 8;
+                continue;
+            }
+        }
+        if (o == oend) break;
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        uint32_t value = utf8Next(p);
+        if (value > 0x7F) {
+            value = 0x7E;
+            anyLost = true;
+        }
+        *o++ = static_cast<uint8_t>(value);
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *lost = anyLost;
+    return static_cast<uint32_t>(o - output);
+}
+
+uint32_t Latin1TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
+                                            uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint32_t size = 0;
+    while (p < end) {
+        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
+            p += 8;
+            size += 8;
+            continue;
+        }
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        if (n == 2 && isContinuation(p[1])) {
+            p += 2;
+        } else {
+            utf8Next(p);
+        }
+        ++size;
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    return size;
+}
+
+uint32_t Latin1TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
+                                       uint32_t room, bool* lost, uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    bool anyLost = false;
+    while (p < end) {
+        if (left(p, end) >= 8 && left(o, oend) >= 8) {
+            uint64_t x = load64(p);
+            if ((x & kHighBits) == 0) {
+                memcpy(o, &x, 8);
+                p += 8;
+                o += 8;
+                continue;
+            }
+        }
+        if (o == oend) break;
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        uint32_t value;
+        if (n == 2 && isContinuation(p[1])) {
+            value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+            p += 2;
+        } else {
+            value = utf8Next(p);
+        }
+        if (value > 0xFF) {
+            value = 0x7E;
+            anyLost = true;
+        }
+        *o++ = static_cast<uint8_t>(value);
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *lost = anyLost;
+    return static_cast<uint32_t>(o - output);
+}
+
+uint32_t UTF16TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
+                                           uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint32_t size = 0;
+    while (p < end) {
+        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
+            p += 8;
+            size += 16;
+            continue;
+        }
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        if ((n == 2 && isContinuation(p[1])) || (n == 3 && wholeShortest3(p))) {
+            p += n;
+            size += 2;
+            continue;
+        }
+        size += 2 * utf16UnitsFor(utf8Next(p));
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    return size;
+}
+
+uint32_t UTF16TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
+                                      uint32_t room, bool* lost, uint32_t* consumed) {
+    bool swapped = encoding == utf16BeObject();
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    bool anyLost = false;
+    while (p < end) {
+        if (left(p, end) >= 8 && left(o, oend) >= 16) {
+            uint64_t x = load64(p);
+            if ((x & kHighBits) == 0) {
+                widen8To16(o, x, swapped);
+                p += 8;
+                o += 16;
+                continue;
+            }
+        }
+        if (left(o, oend) < 2) break;
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        uint32_t value;
+        if (n == 2 && isContinuation(p[1])) {
+            value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+            p += 2;
+        } else if (n == 3 && wholeShortest3(p)) {
+            value = ((p[0] & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
+            p += 3;
+        } else {
+            const uint8_t* start = p;
+            value = utf8Next(p);
+            if (value >= 0x110000) {
+                anyLost = true;
+            } else if (value >= 0x10000 && left(o, oend) < 4) {
+                // A pair needs two units: rather than write past the room,
+                // stop in front of it as in front of any other that does not
+                // fit.
+                p = start;
+                break;
+            }
+        }
+        utf16Put(o, value, swapped);
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *lost = anyLost;
+    return static_cast<uint32_t>(o - output);
+}
+
+TextEncodingI* WCharTextEncoderC::getEncoding() { return wcharEncoding(); }
+
+uint32_t WCharTextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
+                                           uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint32_t size = 0;
+    while (p < end) {
+        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
+            p += 8;
+            size += 32;
+            continue;
+        }
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        utf8Next(p);
+        size += 4;
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    return size;
+}
+
+uint32_t WCharTextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
+                                      uint32_t room, bool* lost, uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    while (p < end) {
+        if (left(p, end) >= 8 && left(o, oend) >= 32 && (load64(p) & kHighBits) == 0) {
+            widen8To32(o, p);
+            p += 8;
+            o += 32;
+            continue;
+        }
+        if (left(o, oend) < 4) break;
+        uint32_t n = utf8SequenceLength(p);
+        if (n > left(p, end)) break;
+        uint32_t value;
+        if (n == 2 && isContinuation(p[1])) {
+            value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+            p += 2;
+        } else {
+            value = utf8Next(p);
+        }
+        ucs4Put(o, value);
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *lost = false;
+    return static_cast<uint32_t>(o - output);
+}
+
+// ---------------------------------------------------------------------------
+// "utf8" and "system-8" out: a validating copy through a decoder.
+
+TextEncodingI* UTF8TextEncoderC::getEncoding() { return utf8Encoding(); }
+
+uint32_t UTF8TextEncoderC::encodedSize(const void* internal, uint32_t length) {
+    return decoder->decodedSize(internal, length);
+}
+
+uint32_t UTF8TextEncoderC::encode(const void* internal, uint32_t length, void* output,
+                                  uint32_t room, bool* lost) {
+    if (lost) *lost = false;
+    return decoder->decode(internal, length, output, room, nullptr);
+}
+
+}  // namespace keel
