@@ -1,0 +1,141 @@
+// String handle benchmarks: copying, construction and indexed walks, each
+// beside what a program would otherwise use.
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+#include <keel/keel.h>
+
+#include "textgen.h"
+
+namespace {
+
+using keel::StringC;
+
+void copyKeel(benchmark::State& state) {
+    std::string text = bench::makeUtf8(bench::Ascii, state.range(0));
+    StringC source(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+    for (auto _ : state) {
+        StringC copy(source);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(copyKeel)->Name("copy_handle/keel")->Arg(64)->Arg(4096);
+
+void copyStd(benchmark::State& state) {
+    std::string source = bench::makeUtf8(bench::Ascii, state.range(0));
+    for (auto _ : state) {
+        std::string copy(source);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(copyStd)->Name("copy_handle/std_string")->Arg(64)->Arg(4096);
+
+void assignKeel(benchmark::State& state) {
+    std::string text = bench::makeUtf8(bench::Ascii, state.range(0));
+    StringC a(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+    StringC b(a);
+    StringC target;
+    for (auto _ : state) {
+        target = a;
+        target = b;
+        benchmark::DoNotOptimize(target);
+    }
+}
+BENCHMARK(assignKeel)->Name("assign_handle/keel")->Arg(64)->Arg(4096);
+
+void assignStd(benchmark::State& state) {
+    std::string a = bench::makeUtf8(bench::Ascii, state.range(0));
+    std::string b = bench::makeUtf8(bench::Latin1Heavy, state.range(0));
+    std::string target;
+    for (auto _ : state) {
+        // Two different sources, as above, so neither side can skip the work.
+        target = a;
+        target = b;
+        benchmark::DoNotOptimize(target);
+    }
+}
+BENCHMARK(assignStd)->Name("assign_handle/std_string")->Arg(64)->Arg(4096);
+
+void constructKeel(benchmark::State& state) {
+    std::string text = bench::makeUtf8(static_cast<int>(state.range(1)), state.range(0));
+    for (auto _ : state) {
+        StringC s(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+        benchmark::DoNotOptimize(s);
+    }
+    state.SetBytesProcessed(state.iterations() * text.size());
+}
+BENCHMARK(constructKeel)->Name("construct_utf8/keel")->ArgsProduct({{64, 4096}, {0, 3}});
+
+void constructStd(benchmark::State& state) {
+    std::string text = bench::makeUtf8(static_cast<int>(state.range(1)), state.range(0));
+    for (auto _ : state) {
+        std::string s(text.data(), text.size());
+        benchmark::DoNotOptimize(s);
+    }
+    state.SetBytesProcessed(state.iterations() * text.size());
+}
+BENCHMARK(constructStd)->Name("construct_utf8/std_string")->ArgsProduct({{64, 4096}, {0, 3}});
+
+// Indexed walks over a long non-ASCII text. The cursor keeps each step near
+// the previous one, so the time per character must not grow with the size;
+// the anchor is a plain UTF-8 decoding loop over the same bytes.
+void charAtKeel(benchmark::State& state) {
+    std::string text = bench::makeUtf8(bench::Mixed, state.range(0));
+    StringC s(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+    int32_t n = s.length();
+    for (auto _ : state) {
+        uint32_t sum = 0;
+        for (int32_t i = 0; i < n; ++i) sum += s.charAt(i);
+        benchmark::DoNotOptimize(sum);
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+BENCHMARK(charAtKeel)->Name("charat_walk/keel")->Arg(10 << 10)->Arg(1 << 20);
+
+void decodeLoop(benchmark::State& state) {
+    std::string text = bench::makeUtf8(bench::Mixed, state.range(0));
+    for (auto _ : state) {
+        uint32_t sum = 0;
+        const unsigned char* p = reinterpret_cast<const unsigned char*>(text.data());
+        const unsigned char* end = p + text.size();
+        while (p < end) {
+            unsigned char b = *p;
+            uint32_t c;
+            int n = b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4;
+            c = n == 1 ? b : b & (0x7F >> n);
+            for (int i = 1; i < n; ++i) c = (c << 6) | (p[i] & 0x3F);
+            p += n;
+            sum += c;
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+}
+BENCHMARK(decodeLoop)->Name("charat_walk/utf8_decode_loop")->Arg(10 << 10)->Arg(1 << 20);
+
+void findKeel(benchmark::State& state) {
+    std::string text = bench::makeUtf8(bench::Mixed, state.range(0));
+    StringC s(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+    uint32_t target = 'e';
+    for (auto _ : state) {
+        int32_t found = 0;
+        for (int32_t at = s.find(target); at >= 0; at = s.find(target, at)) ++found;
+        benchmark::DoNotOptimize(found);
+    }
+}
+BENCHMARK(findKeel)->Name("find_char_loop/keel")->Arg(10 << 10)->Arg(1 << 20);
+
+void findU32(benchmark::State& state) {
+    std::u32string text;
+    for (uint32_t c : bench::makeCodePoints(bench::Mixed, state.range(0))) text += char32_t(c);
+    for (auto _ : state) {
+        int32_t found = 0;
+        for (size_t at = text.find(U'e'); at != std::u32string::npos; at = text.find(U'e', at + 1)) ++found;
+        benchmark::DoNotOptimize(found);
+    }
+}
+BENCHMARK(findU32)->Name("find_char_loop/std_u32string")->Arg(10 << 10)->Arg(1 << 20);
+
+}  // namespace
+
+BENCHMARK_MAIN();
