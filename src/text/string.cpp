@@ -1,0 +1,144 @@
+#include "text/string.h"
+
+#include <string.h>
+#include <wchar.h>
+
+#include <new>
+
+#include "text/format.h"
+#include "text/stringim.h"
+#include "text/utf8.h"
+
+namespace keel {
+
+namespace {
+
+// Holds one cached empty string. The holder is a function-local static, so
+// its exit action is registered at the first use. At exit it frees the
+// buffer but leaves the object itself in place: handles that are released
+// later during exit (or default-constructed, through the pointer StringC
+// remembers) still meet a valid empty string without a buffer, instead of
+// calling into a destroyed object.
+class EmptyCacheC {
+public:
+    EmptyCacheC() : object_(new (storage_) EmptyStringImplC()) {}
+    ~EmptyCacheC() { object_->reset(); }
+    EmptyStringImplC* get() const { return object_; }
+
+private:
+    alignas(EmptyStringImplC) unsigned char storage_[sizeof(EmptyStringImplC)];
+    EmptyStringImplC* object_;
+};
+
+// Entries 1 to 127; entry 0 stays unused. Plain word reads and writes: two
+// threads that make the same character both get a correct object, the last
+// one stays in the table and neither is ever destroyed.
+StaticStringImplC* asciiTable[128];
+
+}  // namespace
+
+EmptyStringImplC* StringImplFactoryC::emptyString() {
+    static EmptyCacheC cache;
+    return cache.get();
+}
+
+EmptyStringImplC* StringImplFactoryC::secureEmptyString() {
+    static EmptyCacheC cache;
+    return cache.get();
+}
+
+StaticStringImplC* StringImplFactoryC::asciiString(uint8_t byte) {
+    StaticStringImplC* entry = __atomic_load_n(&asciiTable[byte & 0x7F], __ATOMIC_ACQUIRE);
+    if (!entry) {
+        entry = new StaticStringImplC(&byte, 1, "utf8");
+        __atomic_store_n(&asciiTable[byte & 0x7F], entry, __ATOMIC_RELEASE);
+    }
+    return entry;
+}
+
+StringImplFactoryC::~StringImplFactoryC() {}
+
+StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount, const char* encoding) {
+    if (byteCount == 0) return emptyString();
+    if (byteCount == 1) {
+        // One byte from 1 to 127 is that ASCII character whatever the
+        // encoding name says.
+        int8_t value = *static_cast<const int8_t*>(bytes);
+        if (value > 0) return asciiString(static_cast<uint8_t>(value));
+    }
+    return new StringImplC(bytes, byteCount, encoding);
+}
+
+StringImplI* StringImplFactoryC::fromText(const char* text, const char* encoding) {
+    uint32_t count = text ? static_cast<uint32_t>(strlen(text)) : 0;
+    return fromBytes(text, count, encoding);
+}
+
+StringImplI* StringImplFactoryC::fromBytesNew(const void* bytes, uint32_t byteCount, const char* encoding) {
+    return new StringImplC(bytes, byteCount, encoding);
+}
+
+StringImplI* StringImplFactoryC::fromChar(uint32_t character) {
+    uint8_t buffer[8];
+    uint8_t* end = buffer;
+    utf8Put(end, character);
+    return fromBytes(buffer, static_cast<uint32_t>(end - buffer), "utf8");
+}
+
+StringImplI* StringImplFactoryC::fromUtf16(const uint16_t* text) {
+    uint32_t units = 0;
+    if (text) {
+        while (text[units] != 0) ++units;
+    }
+    return fromBytes(text, units * 2, "utf16");
+}
+
+StringImplI* StringImplFactoryC::concat(StringImplI* first, StringImplI* second) {
+    return new StringImplC(first, second);
+}
+
+StringImplI* StringImplFactoryC::fromWide(const wchar_t* text) {
+    uint32_t count = text ? static_cast<uint32_t>(wcslen(text)) : 0;
+    return fromBytes(text, count * 4, "wchar_t");
+}
+
+// A negative count would turn into a byte count far past the caller's text;
+// it gives the empty string.
+StringImplI* StringImplFactoryC::fromWideCounted(const wchar_t* text, int32_t count) {
+    if (count < 0) count = 0;
+    return fromBytes(text, static_cast<uint32_t>(count) * 4, "wchar_t");
+}
+
+StringImplI* StringImplFactoryC::substring(StringImplI* string, int32_t start, int32_t count) {
+    return string->substring(start, count);
+}
+
+namespace {
+void appendToString(void* context, uint32_t character) {
+    static_cast<StringImplI*>(context)->appendChar(character);
+}
+}  // namespace
+
+StringImplI* StringImplFactoryC::format(StringImplI* format, ArgListC args) {
+    StringImplI* result = format->getFactory()->fromBytesNew(nullptr, 0, "utf8");
+    renderFormat(appendToString, result, format, args);
+    return result;
+}
+
+void StringImplFactoryC::formatTo(CharSinkFn sink, void* context, StringImplI* format, ArgListC args) {
+    renderFormat(sink, context, format, args);
+}
+
+StringImplI* StringImplFactoryC::secureFromText(const char* text, const char* encoding) {
+    uint32_t count = text ? static_cast<uint32_t>(strlen(text)) : 0;
+    return secureFromBytes(text, count, encoding);
+}
+
+// A secret of one character gets its own wiped storage: the shared table
+// of one-character strings is not used.
+StringImplI* StringImplFactoryC::secureFromBytes(const void* bytes, uint32_t byteCount, const char* encoding) {
+    if (byteCount == 0) return secureEmptyString();
+    return new SecureStringImplC(bytes, byteCount, encoding);
+}
+
+}  // namespace keel

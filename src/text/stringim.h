@@ -1,0 +1,175 @@
+// The string representations behind StringC.
+//
+// StringImplC holds text in the internal form (extended UTF-8 with a NUL
+// behind the last byte) and caches its character count and a position cursor
+// so that indexed walks do not rescan. Three classes refine it:
+// StaticStringImplC (never counted, never changed: the one-character strings),
+// EmptyStringImplC (the cached empty string) and SecureStringImplC (wipes the
+// text it frees). Representations are made by the string factory
+// (text/string.h); a new one has count 0 and the first handle takes it.
+//
+// The compare and search operations are implemented with the character
+// services and reach the storage directly: the fields and the cursor
+// (`seek`, `setCursor`) are protected members, and the units that need them
+// derive from or are friends of StringImplC (see `friend` below).
+#ifndef KEEL_TEXT_STRINGIM_H
+#define KEEL_TEXT_STRINGIM_H
+
+#include <stdint.h>
+
+#include <keel/atomic.h>
+#include <keel/refcount.h>
+#include <keel/string.h>
+
+namespace keel {
+
+// Maps one character to another (case mapping and the like).
+typedef uint32_t (*CharMapFn)(uint32_t character);
+
+class StringImplC : public StringImplI, private RefCountC {
+public:
+    // The empty, bufferless state of `reset`, without text.
+    StringImplC();
+    // Text from bytes in an encoding: null or 0 bytes give the empty text,
+    // "vutf8" copies internal form as it is, an unknown name leaves the
+    // representation without a buffer.
+    StringImplC(const void* bytes, uint32_t byteCount, const char* encoding);
+    // The concatenation of two representations' texts.
+    StringImplC(StringImplI* first, StringImplI* second);
+    ~StringImplC() override;
+
+    // Both tables, that of StringImplI and that of the RefCountC base, reach
+    // these through one override.
+    int32_t addRef() override;
+    int32_t release() override;
+    bool isShared() override;
+    StringImplFactoryI* getFactory() override;
+    int32_t length() override;
+    bool isEmpty() override;
+    int compare(StringImplI* other) override;
+    int compareNatural(StringImplI* other, bool foldCase) override;
+    int compareNoCase(StringImplI* other) override;
+    int32_t findChar(uint32_t character, int32_t after) override;
+    int32_t findLastChar(uint32_t character, int32_t before) override;
+    int32_t findString(StringImplI* other, int32_t after) override;
+    int32_t findLastString(StringImplI* other, int32_t before) override;
+    int32_t findFirstOf(StringImplI* set, int32_t after) override;
+    int32_t findLastOf(StringImplI* set, int32_t before) override;
+    int32_t findFirstNotOf(StringImplI* set, int32_t after) override;
+    int32_t findLastNotOf(StringImplI* set, int32_t before) override;
+    uint32_t charAt(int32_t index) override;
+    uint32_t textLength(const char* encoding) override;
+    bool text(void** out, const char* encoding) override;
+    void releaseText(void* text, const char* encoding) override;
+    bool copyText(void* buffer, uint32_t* size, const char* encoding) override;
+    StringImplI* substring(int32_t start, int32_t count) override;
+    void erase(int32_t start, int32_t count) override;
+    void append(StringImplI* other) override;
+    void appendChar(uint32_t character) override;
+    void insert(int32_t index, StringImplI* other) override;
+    void toLower() override;
+    void toUpper() override;
+    void reset() override;
+    void reserve(uint32_t wanted) override;
+
+    // Rewrites the text character by character through `map`; toLower and
+    // toUpper are this routine with the case mappings.
+    void mapCharacters(CharMapFn map);
+
+    // Read access for tests and for the units that work on the storage.
+    const uint8_t* bytes() const { return data; }
+    uint32_t byteCount() const { return byteLength; }
+    uint32_t byteCapacity() const { return capacity; }
+    int32_t storedCharCount() const { return charCount.load(); }
+    int32_t storedCursorIndex() const { return cursorIndex.load(); }
+    int32_t storedCursorOffset() const { return cursorOffset.load(); }
+    int32_t referenceCount() const { return refCount(); }
+
+    // The place of the character at `index` (see the cursor rules in
+    // stringim.cpp); null when there is no buffer or a backward walk ran in
+    // front of the text.
+    uint8_t* seek(int32_t index);
+
+protected:
+    // Stores the text by the construction rule (see the constructor above).
+    void store(const void* bytes, uint32_t byteCount, const char* encoding);
+    // Writes the cursor: the index first, then the offset. Nothing for an
+    // index below 1.
+    void setCursor(int32_t index, const uint8_t* place);
+    // The text as bytes: the buffer, or an empty text when there is none, so
+    // that nothing reads through a null buffer.
+    const uint8_t* textBytes() const;
+    // Frees the buffer without wiping; the secure class wipes first.
+    void freeBuffer();
+    // The capacity that reserve(wanted) picks when `capacity` is too small.
+    static uint32_t grownCapacity(uint32_t capacity, uint32_t wanted);
+
+    uint8_t* data;
+    AtomicM<int32_t> charCount;
+    uint32_t byteLength;
+    uint32_t capacity;
+    AtomicM<int32_t> cursorIndex;
+    AtomicM<int32_t> cursorOffset;
+};
+
+// Lives until the process ends and is never changed: handles neither count
+// it nor change it, since isShared always answers true.
+class StaticStringImplC : public StringImplC {
+public:
+    StaticStringImplC() {}
+    StaticStringImplC(const void* bytes, uint32_t byteCount, const char* encoding)
+        : StringImplC(bytes, byteCount, encoding) {}
+    int32_t addRef() override;
+    int32_t release() override;
+    bool isShared() override;
+};
+
+// The empty string: a buffer of one NUL byte.
+class EmptyStringImplC : public StaticStringImplC {
+public:
+    EmptyStringImplC();
+    int32_t length() override;
+    bool isEmpty() override;
+    int compare(StringImplI* other) override;
+    int compareNatural(StringImplI* other, bool foldCase) override;
+    int compareNoCase(StringImplI* other) override;
+    int32_t findChar(uint32_t character, int32_t after) override;
+    int32_t findLastChar(uint32_t character, int32_t before) override;
+    int32_t findString(StringImplI* other, int32_t after) override;
+    int32_t findLastString(StringImplI* other, int32_t before) override;
+    int32_t findFirstOf(StringImplI* set, int32_t after) override;
+    int32_t findLastOf(StringImplI* set, int32_t before) override;
+    int32_t findFirstNotOf(StringImplI* set, int32_t after) override;
+    int32_t findLastNotOf(StringImplI* set, int32_t before) override;
+    uint32_t charAt(int32_t index) override;
+    uint32_t textLength(const char* encoding) override;
+    StringImplI* substring(int32_t start, int32_t count) override;
+};
+
+// For text that must not stay in memory: every buffer it frees itself is
+// wiped first. What it does not protect: erase and insert leave old bytes
+// behind the new end, toLower/toUpper and copyText free without wiping, and
+// substrings, copies made on write and concatenations are plain strings.
+class SecureStringImplC : public StringImplC {
+public:
+    SecureStringImplC(const void* bytes, uint32_t byteCount, const char* encoding);
+    SecureStringImplC(StringImplI* first, StringImplI* second);
+    // Takes over the other's text and character count.
+    explicit SecureStringImplC(StringImplI* other);
+    ~SecureStringImplC() override;
+    void releaseText(void* text, const char* encoding) override;
+    void reset() override;
+    void reserve(uint32_t wanted) override;
+
+    // Test hook: called with every buffer right after it was wiped and before
+    // it is freed. Null (the default) calls nothing.
+    typedef void (*WipeHookFn)(const void* buffer, uint32_t wipedBytes);
+    static void setWipeHook(WipeHookFn hook);
+
+private:
+    void wipe(void* buffer, uint32_t bytes);
+};
+
+}  // namespace keel
+
+#endif
