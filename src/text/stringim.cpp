@@ -2,22 +2,9 @@
 
 #include <string.h>
 
-#include "text/utf8.h"
-
-#if __has_include("text/textencoding.h")
-#include "text/textencoding.h"
-#define KEEL_HAVE_ENCODINGS 1
-#else
-#include <strings.h>
-#define KEEL_HAVE_ENCODINGS 0
-#endif
-
-#if __has_include("text/case.h")
 #include "text/case.h"
-#define KEEL_HAVE_CASE 1
-#else
-#define KEEL_HAVE_CASE 0
-#endif
+#include "text/textencoding.h"
+#include "text/utf8.h"
 
 namespace keel {
 
@@ -26,98 +13,34 @@ namespace {
 // What a representation without a buffer reads as.
 const uint8_t emptyText[1] = {0};
 
-// --- Encodings ---------------------------------------------------------------
-// The representation meets the encodings at three places: decoding while it
-// is built, the byte length in an encoding, and encoding out. These helpers
-// keep that meeting in one place.
+bool isInternalForm(const char* encoding) { return encoding && encodingNamesEqual(encoding, "vutf8"); }
 
-bool isInternalForm(const char* encoding) {
-#if KEEL_HAVE_ENCODINGS
-    return encoding && encodingNamesEqual(encoding, "vutf8");
-#else
-    return encoding && strcasecmp(encoding, "vutf8") == 0;
-#endif
-}
+bool isUtf8(const char* encoding) { return encoding && encodingNamesEqual(encoding, "utf8"); }
 
-bool isUtf8(const char* encoding) {
-#if KEEL_HAVE_ENCODINGS
-    return encoding && encodingNamesEqual(encoding, "utf8");
-#else
-    return encoding && strcasecmp(encoding, "utf8") == 0;
-#endif
-}
-
-#if !KEEL_HAVE_ENCODINGS
-// Until the encodings are built in, the 8-bit names pass their bytes through
-// unchanged and every other name is unknown.
-bool isPassThrough(const char* encoding) {
-    return encoding && (strcasecmp(encoding, "utf8") == 0 || strcasecmp(encoding, "ascii") == 0 ||
-                        strcasecmp(encoding, "system-8") == 0 ||
-                        strcasecmp(encoding, "iso-8859-1") == 0);
-}
-#endif
-
-// An encoder for `encoding`, or nothing for an unknown name. Deleted with
-// the object.
+// An encoder for `encoding` while it is in scope; unknown names have none.
 class OutputC {
 public:
     explicit OutputC(const char* encoding) {
-#if KEEL_HAVE_ENCODINGS
         TextEncodingI* found = encoding ? findEncoding(encoding) : nullptr;
         encoder_ = found ? found->newEncoder() : nullptr;
         unitWidth_ = found ? found->unitWidth() : 0;
-#else
-        known_ = isPassThrough(encoding);
-#endif
     }
-    ~OutputC() {
-#if KEEL_HAVE_ENCODINGS
-        delete encoder_;
-#endif
-    }
+    ~OutputC() { delete encoder_; }
     OutputC(const OutputC&) = delete;
     OutputC& operator=(const OutputC&) = delete;
 
-    bool known() const {
-#if KEEL_HAVE_ENCODINGS
-        return encoder_ != nullptr;
-#else
-        return known_;
-#endif
-    }
-    uint32_t unitWidth() const {
-#if KEEL_HAVE_ENCODINGS
-        return unitWidth_;
-#else
-        return 1;
-#endif
-    }
+    bool known() const { return encoder_ != nullptr; }
+    uint32_t unitWidth() const { return unitWidth_; }
     uint32_t encodedSize(const uint8_t* internal, uint32_t length) {
-#if KEEL_HAVE_ENCODINGS
         return encoder_->encodedSize(internal, length);
-#else
-        (void)internal;
-        return length;
-#endif
     }
     uint32_t encode(const uint8_t* internal, uint32_t length, void* output, uint32_t room, bool* lost) {
-#if KEEL_HAVE_ENCODINGS
         return encoder_->encode(internal, length, output, room, lost);
-#else
-        uint32_t n = length < room ? length : room;
-        memcpy(output, internal, n);
-        *lost = false;
-        return n;
-#endif
     }
 
 private:
-#if KEEL_HAVE_ENCODINGS
     TextEncoderI* encoder_;
     uint32_t unitWidth_;
-#else
-    bool known_;
-#endif
 };
 
 uint32_t utf8LengthOf(StringImplI* string) { return string->textLength("utf8"); }
@@ -172,7 +95,6 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
         data[byteCount] = 0;
         return;
     }
-#if KEEL_HAVE_ENCODINGS
     TextEncodingI* found = encoding ? findEncoding(encoding) : nullptr;
     if (!found) return;  // unknown name: no buffer, byteLength 0, charCount -1
     TextDecoderI* decoder = found->newDecoder();
@@ -186,13 +108,6 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
     data[size] = 0;
     charCount = static_cast<int32_t>(characters);
     delete decoder;
-#else
-    if (!isPassThrough(encoding)) return;
-    reserve(byteCount + 1);
-    byteLength = byteCount;
-    memcpy(data, bytes, byteCount);
-    data[byteCount] = 0;
-#endif
 }
 
 StringImplC::~StringImplC() { freeBuffer(); }
@@ -536,18 +451,9 @@ void StringImplC::mapCharacters(CharMapFn map) {
     delete[] old;
 }
 
-#if KEEL_HAVE_CASE
 void StringImplC::toLower() { mapCharacters(toLowerChar); }
+
 void StringImplC::toUpper() { mapCharacters(toUpperChar); }
-#else
-namespace {
-// ASCII-only mappings until the case tables are built in.
-uint32_t asciiLower(uint32_t c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; }
-uint32_t asciiUpper(uint32_t c) { return c >= 'a' && c <= 'z' ? c - 32 : c; }
-}  // namespace
-void StringImplC::toLower() { mapCharacters(asciiLower); }
-void StringImplC::toUpper() { mapCharacters(asciiUpper); }
-#endif
 
 // --- StaticStringImplC -------------------------------------------------------
 

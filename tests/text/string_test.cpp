@@ -135,6 +135,86 @@ TEST(StringFactoryTest, FormatToFeedsTheSink) {
     EXPECT_EQ((std::vector<uint32_t>{'a', 0xE9}), seen);
 }
 
+// --- Construction and text in named encodings ------------------------------
+
+TEST(StringEncodingTest, WideTextCarriesItsTerminator) {
+    StringC ab("ab", "ascii");
+    const wchar_t* wide = ab.textWide();
+    ASSERT_NE(nullptr, wide);
+    EXPECT_EQ(8u, ab.textWideLength());
+    EXPECT_EQ(L'a', wide[0]);
+    EXPECT_EQ(L'b', wide[1]);
+    EXPECT_EQ(L'\0', wide[2]);
+    ab.releaseWide(wide);
+    uint8_t buffer[16];
+    uint32_t size = sizeof buffer;
+    EXPECT_TRUE(ab.copyText(buffer, &size, "wchar_t"));
+    EXPECT_EQ(8u, size);  // 12 bytes written, the terminator not counted
+}
+
+TEST(StringEncodingTest, CopyTextOneByteShortIsTruncated) {
+    StringC text("\xC3\xA9t\xC3\xA9", "utf8");
+    uint16_t units[4] = {0xAAAA, 0xAAAA, 0xAAAA, 0xAAAA};
+    uint32_t size = 7;  // 8 needed with the terminator
+    EXPECT_TRUE(text.copyText(units, &size, "utf16"));
+    EXPECT_EQ(6u, size);
+    EXPECT_EQ(0xE9, units[0]);
+    EXPECT_EQ('t', units[1]);
+    EXPECT_EQ(0xE9, units[2]);
+    EXPECT_EQ(0xAA00, units[3] & 0xFF00);  // only the terminator's first byte
+}
+
+TEST(StringEncodingTest, EmptyStringGivesAnEncodedTerminator) {
+    StringC empty;
+    const uint16_t* units = empty.textUtf16();
+    ASSERT_NE(nullptr, units);
+    EXPECT_EQ(0, units[0]);
+    EXPECT_EQ(0u, empty.textUtf16Length());
+    empty.releaseUtf16(units);
+}
+
+TEST(StringEncodingTest, DecodingFillsTheCount) {
+    const uint16_t units[] = {'h', 0xE9, 0xD83D, 0xDE00, 0};
+    StringC text(units);
+    StringImplC* impl = dynamic_cast<StringImplC*>(text.getImpl());
+    ASSERT_NE(nullptr, impl);
+    EXPECT_EQ(3, impl->storedCharCount());
+    EXPECT_EQ(0x1F600u, text.charAt(2));
+    EXPECT_EQ("h\xC3\xA9\xF0\x9F\x98\x80", utf8(text));
+    StringC latin("caf\xE9", "iso-8859-1");
+    EXPECT_EQ("caf\xC3\xA9", utf8(latin));
+    const char* back = latin.textLatin1();
+    EXPECT_STREQ("caf\xE9", back);
+    latin.releaseLatin1(back);
+    StringC wide(L"x\u00E9", 2);
+    EXPECT_EQ("x\xC3\xA9", utf8(wide));
+}
+
+TEST(StringEncodingTest, LostCharactersShowInTheAnswer) {
+    StringC text("\xE2\x82\xAC", "utf8");
+    void* out = nullptr;
+    EXPECT_FALSE(text.getImpl()->text(&out, "ascii"));
+    text.getImpl()->releaseText(out, "ascii");
+    StringC plain("abc", "utf8");
+    EXPECT_TRUE(plain.getImpl()->text(&out, "ascii"));
+    plain.getImpl()->releaseText(out, "ascii");
+}
+
+TEST(StringEncodingTest, UnknownEncodingGivesABufferlessString) {
+    StringC odd("abc", "no-such-encoding");
+    EXPECT_TRUE(odd.isEmpty());
+    EXPECT_EQ(0, odd.length());
+    EXPECT_EQ(0u, odd.textUtf8Length());
+    EXPECT_EQ(nullptr, odd.textUtf8());
+    EXPECT_EQ(0u, odd.charAt(0));
+    EXPECT_TRUE(odd.substring(1, 1).isEmpty());
+    StringC copy = odd;
+    copy.append(uint32_t('z'));  // copy on write of the bufferless text
+    EXPECT_EQ("z", utf8(copy));
+    // The single ASCII byte and the empty text come from the caches anyway.
+    EXPECT_EQ(StringC(uint32_t('Q')).getImpl(), StringC("Q", "no-such-encoding").getImpl());
+}
+
 // --- The handle: sharing and copy on write ----------------------------------
 
 TEST(StringHandleTest, CopiesShareUntilOneChanges) {
