@@ -1,0 +1,214 @@
+#include "containers/stringar.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace keel {
+namespace {
+
+// A representation that holds a std::string and counts its references, so
+// that the tests see exactly what the arrays take and drop. The test owns
+// it; release never deletes it.
+class TextImplC : public StringImplI {
+public:
+    explicit TextImplC(std::string t) : text_(std::move(t)) {}
+    int32_t addRef() override { return ++refs; }
+    int32_t release() override { return --refs; }
+    bool isShared() override { return refs > 1; }
+    StringImplFactoryI* getFactory() override { return nullptr; }
+    int32_t length() override { return static_cast<int32_t>(text_.size()); }
+    bool isEmpty() override { return text_.empty(); }
+    int compare(StringImplI* other) override {
+        ++compares;
+        const std::string& theirs = static_cast<TextImplC*>(other)->text_;
+        return text_ < theirs ? -1 : (theirs < text_ ? 1 : 0);
+    }
+    int compareNatural(StringImplI* other, bool) override { return compare(other); }
+    int compareNoCase(StringImplI* other) override { return compare(other); }
+    int32_t findChar(uint32_t, int32_t) override { return -1; }
+    int32_t findLastChar(uint32_t, int32_t) override { return -1; }
+    int32_t findString(StringImplI*, int32_t) override { return -1; }
+    int32_t findLastString(StringImplI*, int32_t) override { return -1; }
+    int32_t findFirstOf(StringImplI*, int32_t) override { return -1; }
+    int32_t findLastOf(StringImplI*, int32_t) override { return -1; }
+    int32_t findFirstNotOf(StringImplI*, int32_t) override { return -1; }
+    int32_t findLastNotOf(StringImplI*, int32_t) override { return -1; }
+    uint32_t charAt(int32_t) override { return 0; }
+    uint32_t textLength(const char*) override { return 0; }
+    bool text(void**, const char*) override { return false; }
+    void releaseText(void*, const char*) override {}
+    bool copyText(void*, uint32_t*, const char*) override { return false; }
+    StringImplI* substring(int32_t, int32_t) override { return nullptr; }
+    void erase(int32_t, int32_t) override {}
+    void append(StringImplI*) override {}
+    void appendChar(uint32_t) override {}
+    void insert(int32_t, StringImplI*) override {}
+    void toLower() override {}
+    void toUpper() override {}
+    void reset() override {}
+    void reserve(uint32_t) override {}
+
+    const std::string& text() const { return text_; }
+    int32_t refs = 0;
+    static int compares;
+
+private:
+    std::string text_;
+};
+int TextImplC::compares = 0;
+
+std::string textOf(const StringC& string) { return static_cast<TextImplC*>(string.getImpl())->text(); }
+
+std::vector<std::string> texts(const StringArrayC& array) {
+    std::vector<std::string> result;
+    for (uint32_t i = 0; i < array.size(); ++i) result.push_back(textOf(*array.at(i)));
+    return result;
+}
+
+// A few representations that outlive every handle of a test.
+struct WordsT {
+    TextImplC pear{"pear"}, apple{"apple"}, fig{"fig"}, kiwi{"kiwi"};
+    StringC handle(TextImplC& impl) { return StringC::fromNew(&impl); }
+};
+
+TEST(StringArray, ElementsAreHandlesByValue) {
+    WordsT words;
+    StringArrayC array;
+    EXPECT_EQ(sizeof(StringC), array.elementSize());
+    EXPECT_EQ(nullptr, array.at(0));
+    array.append(words.handle(words.pear));
+    array.append(words.handle(words.apple));
+    array.insertAt(0, words.handle(words.fig));
+    array.insertAt(42, words.handle(words.kiwi));  // past the end appends
+    EXPECT_EQ((std::vector<std::string>{"fig", "pear", "apple", "kiwi"}), texts(array));
+    EXPECT_EQ(1, words.pear.refs);
+    array.removeAt(1);
+    EXPECT_EQ(0, words.pear.refs);
+    array.removeAt(3);  // out of range: nothing
+    EXPECT_EQ((std::vector<std::string>{"fig", "apple", "kiwi"}), texts(array));
+}
+
+TEST(StringArray, EmptyingKeepsTheStorage) {
+    WordsT words;
+    StringArrayC array;
+    for (int i = 0; i < 3; ++i) array.append(words.handle(words.fig));
+    EXPECT_EQ(3, words.fig.refs);
+    const void* storage = array.data();
+    array.removeAt(0);
+    array.removeAt(0);
+    array.removeAt(0);
+    EXPECT_EQ(0, words.fig.refs);
+    EXPECT_EQ(0u, array.size());
+    EXPECT_EQ(32u, array.capacity());
+    EXPECT_EQ(storage, array.data());
+
+    for (int i = 0; i < 40; ++i) array.append(words.handle(words.kiwi));
+    array.clear();
+    EXPECT_EQ(0, words.kiwi.refs);
+    EXPECT_EQ(64u, array.capacity());
+    EXPECT_NE(nullptr, array.data());
+    // The plain clear of the base frees the storage (and releases nothing).
+    array.append(words.handle(words.kiwi));
+    array.removeAt(0);
+    array.BlobArrayC::clear();
+    EXPECT_EQ(0u, array.capacity());
+    EXPECT_EQ(nullptr, array.data());
+}
+
+TEST(StringArray, DestructorReleasesEveryHandle) {
+    WordsT words;
+    {
+        StringArrayC array;
+        for (int i = 0; i < 100; ++i) array.append(words.handle(i % 2 ? words.fig : words.pear));
+        EXPECT_EQ(50, words.fig.refs);
+    }
+    EXPECT_EQ(0, words.fig.refs);
+    EXPECT_EQ(0, words.pear.refs);
+}
+
+TEST(StringArray, AppendingAnOwnElementIsSafe) {
+    WordsT words;
+    StringArrayC array;
+    array.append(words.handle(words.apple));
+    // Every append of element 0 across the growth steps reads an element
+    // whose storage the growth frees.
+    for (int i = 0; i < 300; ++i) array.append(*array.at(0));
+    for (int i = 0; i < 50; ++i) array.insertAt(0, *array.at(array.size() - 1));
+    EXPECT_EQ(351u, array.size());
+    EXPECT_EQ(351, words.apple.refs);
+}
+
+TEST(StringArray, ConstructionCopyAssignmentAndAppendAll) {
+    WordsT words;
+    StringC pear = words.handle(words.pear), fig = words.handle(words.fig);
+    const StringC* list[] = {&pear, &fig, &pear, nullptr};
+    StringArrayC fromList(list);
+    EXPECT_EQ((std::vector<std::string>{"pear", "fig", "pear"}), texts(fromList));
+    StringArrayC fromNull(static_cast<const StringC* const*>(nullptr));
+    EXPECT_EQ(0u, fromNull.size());
+    EXPECT_EQ(0u, fromNull.capacity());
+
+    StringArrayC copy(fromList);
+    EXPECT_EQ(texts(fromList), texts(copy));
+    EXPECT_EQ(5, words.pear.refs);
+
+    StringArrayC assigned;
+    assigned.append(words.handle(words.kiwi));
+    assigned = fromList;
+    EXPECT_EQ(0, words.kiwi.refs);
+    EXPECT_EQ(texts(fromList), texts(assigned));
+    assigned = assigned;
+    EXPECT_EQ(3u, assigned.size());
+
+    assigned.appendAll(fromNull).appendAll(assigned);
+    EXPECT_EQ((std::vector<std::string>{"pear", "fig", "pear", "pear", "fig", "pear"}), texts(assigned));
+}
+
+int byLength(void* context, const StringC& first, const StringC& second) {
+    // The adapter hands over copies: each holds one more reference.
+    std::vector<int32_t>* seen = static_cast<std::vector<int32_t>*>(context);
+    seen->push_back(static_cast<TextImplC*>(first.getImpl())->refs);
+    return static_cast<int>(textOf(first).size()) - static_cast<int>(textOf(second).size());
+}
+
+TEST(StringArray, SortsByCompareOrByTheCallersFunction) {
+    WordsT words;
+    StringArrayC array;
+    for (TextImplC* impl : {&words.pear, &words.apple, &words.kiwi, &words.fig, &words.apple, &words.pear})
+        array.append(words.handle(*impl));
+    TextImplC::compares = 0;
+    array.sort();
+    EXPECT_GT(TextImplC::compares, 0);
+    EXPECT_EQ((std::vector<std::string>{"apple", "apple", "fig", "kiwi", "pear", "pear"}), texts(array));
+
+    std::vector<int32_t> seen;
+    array.sortWith(byLength, &seen);
+    std::vector<size_t> lengths;
+    for (const std::string& text : texts(array)) lengths.push_back(text.size());
+    EXPECT_EQ((std::vector<size_t>{3, 4, 4, 4, 5, 5}), lengths);
+    ASSERT_FALSE(seen.empty());
+    // Each handle the function saw was a copy: its element's reference and
+    // the copy's own.
+    for (int32_t refs : seen) EXPECT_GE(refs, 2);
+    // Sorting left every count as it was.
+    EXPECT_EQ(2, words.apple.refs);
+    EXPECT_EQ(1, words.fig.refs);
+}
+
+TEST(StringArray, SortsThroughTheVirtualOperations) {
+    WordsT words;
+    StringArrayC array;
+    array.append(words.handle(words.pear));
+    array.append(words.handle(words.fig));
+    StringArrayC& base = array;
+    TextImplC::compares = 0;
+    base.sort();
+    // Two elements: one comparison.
+    EXPECT_EQ(1, TextImplC::compares);
+    EXPECT_EQ((std::vector<std::string>{"fig", "pear"}), texts(array));
+}
+
+}  // namespace
+}  // namespace keel
