@@ -116,14 +116,17 @@ public:
         ArgListImplC() : capacity(0), count(0), entries(nullptr) {}
         ~ArgListImplC() override;
 
-        // Capacity rises by 16 at a time: 0, 16, 32, ...
+        // Capacity rises by 16 at a time: 0, 16, 32, ... The new capacity is
+        // stored only once its array exists, so a failing allocation leaves
+        // the body as it was.
         void add(ArgEntry* entry) {
             if (count >= capacity) {
-                capacity = (capacity + 16) & ~15;
-                ArgEntry** grown = new ArgEntry*[capacity];
+                int32_t grownCapacity = (capacity + 16) & ~15;
+                ArgEntry** grown = new ArgEntry*[grownCapacity];
                 if (count != 0) memcpy(grown, entries, sizeof(ArgEntry*) * count);
                 delete[] entries;
                 entries = grown;
+                capacity = grownCapacity;
             }
             entries[count++] = entry;
         }
@@ -241,10 +244,12 @@ inline const ArgListC& ArgEntry::argList() const { return *static_cast<const Arg
 // "User" (and of any code above "Null") belong to whoever appended such an
 // entry: the list cannot know how to free them, so it leaves them alone and
 // their owner keeps them. A "Bool" entry is one the list made itself and is
-// freed like the other plain values, so no list leaks memory.
+// freed like the other plain values, so no list leaks memory. A null entry
+// (appended by mistake) reads as a missing argument and is skipped here.
 inline ArgListC::ArgListImplC::~ArgListImplC() {
     for (int32_t i = 0; i < count; ++i) {
         ArgEntry* entry = entries[i];
+        if (!entry) continue;
         switch (entry->code()) {
         case ArgDecimal:
         case ArgBlob:
