@@ -16,9 +16,8 @@ namespace keel {
 
 const ArgListC& emptyArgList();
 
-// Load step 10: sets the shared empty handle to null and registers its
-// release for exit.
-void loadStepArglist();
+// loadStepArglist (declared with the other steps in frame/loadorder.h) sets
+// the handle to null and registers its release for exit.
 
 }  // namespace keel
 

@@ -225,6 +225,19 @@ TEST(ArgList, StringEntryDropsOneReference) {
     EXPECT_EQ(0, representation.refs);
 }
 
+TEST(ArgList, StringEntrySharesTheCallersRepresentation) {
+    StringC text("a text long enough to have a representation of its own", "ascii");
+    EXPECT_FALSE(text.getImpl()->isShared());
+    {
+        ArgListC list;
+        list.add(text);
+        EXPECT_TRUE(text.getImpl()->isShared());
+        EXPECT_EQ(0, list.get(0)->string().compare(text));
+    }
+    EXPECT_FALSE(text.getImpl()->isShared());
+    EXPECT_EQ(54, text.length());
+}
+
 TEST(ArgList, ArgListEntryDropsOneReferenceOnTheInnerBody) {
     ArgListC inner;
     inner.add(int32_t(5));
