@@ -45,6 +45,15 @@ private:
 
 uint32_t utf8LengthOf(StringImplI* string) { return string->textLength("utf8"); }
 
+// One character forward by the length its first byte announces. A sequence
+// cut off by the end of the text would step over the NUL into whatever lies
+// behind it; it ends at the end instead, as one character.
+template <typename Byte>
+Byte* stepForward(Byte* p, const uint8_t* end) {
+    Byte* next = p + utf8SequenceLength(p);
+    return next > end ? p + (end - p) : next;
+}
+
 }  // namespace
 
 // --- Construction ------------------------------------------------------------
@@ -236,11 +245,9 @@ uint8_t* StringImplC::seek(int32_t index) {
         place = forwardPlace;
         int64_t steps = forward;
         while (steps > 0 && *place != 0) {
-            place += utf8SequenceLength(place);
+            place = stepForward(place, data + byteLength);
             --steps;
         }
-        // A sequence cut off by the end never steps over the NUL.
-        if (place > data + byteLength) place = data + byteLength;
         if (steps > 0) return place;  // the end, reached early: cursor unchanged
     }
     setCursor(index, place);
@@ -263,7 +270,7 @@ int32_t StringImplC::length() {
     }
     const uint8_t* end = data + byteLength;
     while (p < end && *p != 0) {
-        p += utf8SequenceLength(p);
+        p = stepForward(p, end);
         ++counted;
     }
     charCount = counted;
@@ -341,8 +348,7 @@ StringImplI* StringImplC::substring(int32_t start, int32_t count) {
         end = data + byteLength;
     } else {
         end = p;
-        for (int32_t steps = count; steps > 0 && *end != 0; --steps) end += utf8SequenceLength(end);
-        if (end > data + byteLength) end = data + byteLength;
+        for (int32_t steps = count; steps > 0 && *end != 0; --steps) end = stepForward(end, data + byteLength);
     }
     return new StringImplC(p, static_cast<uint32_t>(end - p), "vutf8");
 }

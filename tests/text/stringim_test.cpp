@@ -145,6 +145,21 @@ TEST(StringImplCursorTest, SeekPastTheEndWithUnknownCountLeavesTheCursor) {
     EXPECT_EQ(2, s->storedCursorIndex());
 }
 
+// Walks step by the length the first byte announces; a sequence cut off by
+// the end counts as one character and never takes a walk past the NUL.
+TEST(StringImplCursorTest, CutSequenceAtTheEndStaysInside) {
+    Held<StringImplC> s(internal("ab\xF0\x9F"));
+    EXPECT_EQ(3, s->length());
+    EXPECT_EQ(s->bytes() + 4, s->seek(3));
+    EXPECT_EQ(0xFFFDu, s->charAt(2));
+    EXPECT_EQ(0u, s->charAt(3));
+    Held<StringImplI> tail(s->substring(2, 5));
+    EXPECT_EQ("\xF0\x9F", textOf(tail.impl));
+    Held<StringImplC> t(internal("ab\xF0\x9F"));
+    EXPECT_EQ(t->bytes() + 4, t->seek(3));
+    EXPECT_EQ(t->bytes() + 4, t->seek(9));
+}
+
 TEST(StringImplCursorTest, OneByteTextIndexesDirectly) {
     Held<StringImplC> s(internal("abcd"));
     s->length();
