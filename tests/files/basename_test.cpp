@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <string.h>
+
+#include <string>
+
 namespace keel {
 namespace {
 
