@@ -71,7 +71,9 @@ public:
 
     // Destroys element `index` (passing its address to destroyElement) and
     // closes the gap; nothing happens when `index` is not below size(). When
-    // the array becomes empty the virtual clear runs.
+    // the array becomes empty the virtual clear runs. ObjArrayC hides this
+    // with a removeAt that passes the object pointer instead, so remove
+    // through the object array's own type.
     void removeAt(uint32_t index);
 
     // Sorts through the library's quicksort; `compare` gets element addresses.
