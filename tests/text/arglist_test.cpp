@@ -8,49 +8,10 @@
 #include <vector>
 
 #include "text/arglist.h"
+#include "text/countedimpl.h"
 
 namespace keel {
 namespace {
-
-// A string representation that only counts its references, so that a test
-// can see exactly how many a list takes and drops. It lives on the stack and
-// is never deleted through release.
-class CountedImplC : public StringImplI {
-public:
-    int32_t addRef() override { return __atomic_add_fetch(&refs, 1, __ATOMIC_ACQ_REL); }
-    int32_t release() override { return __atomic_sub_fetch(&refs, 1, __ATOMIC_ACQ_REL); }
-    bool isShared() override { return refs > 1; }
-    StringImplFactoryI* getFactory() override { return nullptr; }
-    int32_t length() override { return 0; }
-    bool isEmpty() override { return true; }
-    int compare(StringImplI*) override { return 0; }
-    int compareNatural(StringImplI*, bool) override { return 0; }
-    int compareNoCase(StringImplI*) override { return 0; }
-    int32_t findChar(uint32_t, int32_t) override { return -1; }
-    int32_t findLastChar(uint32_t, int32_t) override { return -1; }
-    int32_t findString(StringImplI*, int32_t) override { return -1; }
-    int32_t findLastString(StringImplI*, int32_t) override { return -1; }
-    int32_t findFirstOf(StringImplI*, int32_t) override { return -1; }
-    int32_t findLastOf(StringImplI*, int32_t) override { return -1; }
-    int32_t findFirstNotOf(StringImplI*, int32_t) override { return -1; }
-    int32_t findLastNotOf(StringImplI*, int32_t) override { return -1; }
-    uint32_t charAt(int32_t) override { return 0; }
-    uint32_t textLength(const char*) override { return 0; }
-    bool text(void**, const char*) override { return false; }
-    void releaseText(void*, const char*) override {}
-    bool copyText(void*, uint32_t*, const char*) override { return false; }
-    StringImplI* substring(int32_t, int32_t) override { return nullptr; }
-    void erase(int32_t, int32_t) override {}
-    void append(StringImplI*) override {}
-    void appendChar(uint32_t) override {}
-    void insert(int32_t, StringImplI*) override {}
-    void toLower() override {}
-    void toUpper() override {}
-    void reset() override {}
-    void reserve(uint32_t) override {}
-
-    int32_t refs = 0;
-};
 
 int32_t bodyRefs(const ArgListC& list) { return list.getImpl() ? list.getImpl()->refCount() : 0; }
 
