@@ -1,0 +1,27 @@
+#include "text/trim.h"
+
+namespace keel {
+
+void trimLeft(StringC& string, const StringC& set) {
+    if (string.isEmpty()) return;
+    int32_t keep = string.findFirstNotOf(set);
+    if (keep == -1) {
+        string.erase(0, -1);
+    } else if (keep > 0) {
+        string.erase(0, keep);
+    }
+}
+
+void trimRight(StringC& string, const StringC& set) {
+    if (string.isEmpty()) return;
+    int32_t last = string.findLastNotOf(set);
+    if (last == -1) {
+        string.erase(0, -1);
+    } else if (last + 1 < string.length()) {
+        // Nothing to erase behind the last character: the string is left
+        // alone rather than made private for an empty erase.
+        string.erase(last + 1, -1);
+    }
+}
+
+}  // namespace keel
