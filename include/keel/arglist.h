@@ -285,4 +285,8 @@ inline void StringC::formatTo(CharSinkFn sink, void* context, const StringC& for
 
 }  // namespace keel
 
+// The parser behind ArgListC::fromFormat is inline there: it reads the
+// caller's variadic block, so it must be compiled into the caller.
+#include <keel/format.h>
+
 #endif

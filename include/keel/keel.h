@@ -10,5 +10,6 @@
 #include <keel/refcount.h>
 #include <keel/string.h>
 #include <keel/arglist.h>
+#include <keel/format.h>
 
 #endif

@@ -1,14 +1,656 @@
 #include "text/format.h"
 
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/time.h>
+#include <time.h>
+
+#include "text/case.h"
+#include "text/utf8.h"
+
 namespace keel {
 
-// Placeholder until the renderer lands: copies the format text unchanged.
-void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const ArgListC&) {
-    for (int32_t i = 0;; ++i) {
-        uint32_t c = format->charAt(i);
-        if (c == 0) break;
-        sink(context, c);
+namespace {
+
+const char kLowerDigits[] = "0123456789abcdef";
+const char kUpperDigits[] = "0123456789ABCDEF";
+
+// Ticks of 10 ns between 0000-12-31 and 1970-01-01, and per second.
+const uint64_t kUnixEpochTicks = 6213568320000000000ull;
+const int64_t kTicksPerSecond = 100000000;
+
+// digitValue with the ASCII answers inline: nothing below U+0660 but the
+// ASCII digits is a digit.
+inline int32_t digitOf(uint32_t c) {
+    if (c - '0' < 10u) return static_cast<int32_t>(c - '0');
+    if (c < 0x660) return -1;
+    return digitValue(c);
+}
+
+// Reads one character of the format. At the terminating NUL it answers 0
+// without moving, so a conversion cut off by the end reads 0 and the text is
+// never left.
+inline uint32_t nextChar(const uint8_t*& p) {
+    uint32_t b = *p;
+    if (b < 0x80) {
+        if (b != 0) ++p;
+        return b;
     }
+    return utf8Next(p);
+}
+
+// A run of digits starting with `c`; `c` ends as the character behind it.
+// Numbers stop growing at 0x7FFFFFFF instead of overflowing.
+inline int32_t readNumber(const uint8_t*& p, uint32_t& c) {
+    int64_t number = 0;
+    int32_t digit;
+    while ((digit = digitOf(c)) >= 0) {
+        number = number * 10 + digit;
+        if (number > 0x7FFFFFFF) number = 0x7FFFFFFF;
+        c = nextChar(p);
+    }
+    return static_cast<int32_t>(number);
+}
+
+// Reals are truncated toward zero. Values outside the target range (and
+// NaN) have no defined conversion in C++, so they are pinned to the nearest
+// end of the range (NaN to 0); a negative real seen as unsigned wraps the
+// way a negative integer does.
+int64_t realToSigned(double value) {
+    if (value != value) return 0;
+    if (value >= 9223372036854775808.0) return INT64_MAX;
+    if (value <= -9223372036854775808.0) return INT64_MIN;
+    return static_cast<int64_t>(value);
+}
+
+uint64_t realToUnsigned(double value) {
+    if (value != value) return 0;
+    if (value >= 18446744073709551616.0) return UINT64_MAX;
+    if (value > -1.0) return value > 0 ? static_cast<uint64_t>(value) : 0;
+    return static_cast<uint64_t>(realToSigned(value));
+}
+
+int32_t realTo32(double value) {
+    if (value != value) return 0;
+    if (value >= 2147483648.0) return INT32_MAX;
+    if (value <= -2147483649.0) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+bool isLengthLetter(uint32_t c) {
+    return c == 'h' || c == 'j' || c == 'l' || c == 'L' || c == 'q' || c == 'z';
+}
+
+// One rendering of one format: the sink, the list, the remembered errno and
+// the running argument index, plus the fields of the conversion at hand.
+class RendererC {
+public:
+    RendererC(CharSinkFn sink, void* context, const ArgListC& args, int errorNumber)
+        : sink_(sink), context_(context), args_(args), errorNumber_(errorNumber), argIndex_(0) {}
+
+    void run(const uint8_t* p) {
+        for (;;) {
+            uint32_t b = *p;
+            if (b == '%') {
+                ++p;
+                conversion(p);
+                continue;
+            }
+            if (b < 0x80) {
+                if (b == 0) return;
+                ++p;
+                sink_(context_, b);
+                continue;
+            }
+            uint32_t c = utf8Next(p);
+            // An overlong form of NUL reads as 0, which ends the format just
+            // as the terminator does.
+            if (c == 0) return;
+            sink_(context_, c);
+        }
+    }
+
+private:
+    // Reads and renders one conversion; `p` stands behind the `%`.
+    void conversion(const uint8_t*& p) {
+        padChar_ = ' ';
+        left_ = false;
+        alternate_ = false;
+        sign_ = 0;
+        width_ = 0;
+        precision_ = -1;
+
+        uint32_t c = nextChar(p);
+        bool widthRead = false;
+        // A zero right behind the % sets the filler; a number may follow.
+        if (digitOf(c) == 0) {
+            padChar_ = c;
+            c = nextChar(p);
+        }
+        if (digitOf(c) >= 0) {
+            int32_t number = readNumber(p, c);
+            if (c == '$') {
+                argIndex_ = number - 1;
+                c = nextChar(p);
+            } else {
+                // A number not followed by `$` is the width, and no flags can
+                // come behind it.
+                width_ = number;
+                widthRead = true;
+            }
+        }
+        if (!widthRead) {
+            for (;; c = nextChar(p)) {
+                if (c == '-') {
+                    left_ = true;
+                } else if (c == '#') {
+                    alternate_ = true;
+                } else if (c == '+') {
+                    sign_ = '+';
+                } else if (c == ' ') {
+                    if (sign_ != '+') sign_ = ' ';
+                } else {
+                    break;
+                }
+            }
+            // With `left` on, a zero here belongs to the width: %-05d.
+            if (!left_ && digitOf(c) == 0) {
+                padChar_ = c;
+                c = nextChar(p);
+            }
+            if (c == '*') {
+                int32_t value;
+                bool digitIsLetter = !starArgument(p, c, value);
+                if (value < 0) {
+                    left_ = true;
+                    value = value == INT32_MIN ? INT32_MAX : -value;
+                }
+                width_ = value;
+                if (digitIsLetter) return render(c);
+            } else if (digitOf(c) >= 0) {
+                width_ = readNumber(p, c);
+            }
+        }
+        if (c == '.') {
+            c = nextChar(p);
+            if (c == '*') {
+                int32_t value;
+                bool digitIsLetter = !starArgument(p, c, value);
+                precision_ = value < 0 ? 0 : value;
+                if (digitIsLetter) return render(c);
+            } else if (digitOf(c) >= 0) {
+                precision_ = readNumber(p, c);
+                padChar_ = ' ';
+            } else {
+                precision_ = 0;
+            }
+        }
+        while (isLengthLetter(c)) c = nextChar(p);
+        render(c);
+    }
+
+    // `*` or `*n$`: fetches the value through the 32-bit view. `c` ends as
+    // the character behind what was used. Answers false when a digit behind
+    // the `*` had no `$`: the `*` then took the next argument and the digit,
+    // left in `c`, is the conversion letter.
+    bool starArgument(const uint8_t*& p, uint32_t& c, int32_t& value) {
+        c = nextChar(p);
+        int32_t digit = digitOf(c);
+        if (digit >= 0 && *p == '$') {
+            ++p;
+            value = formatView32(args_.get(digit - 1));
+            c = nextChar(p);
+            return true;
+        }
+        value = formatView32(takeArgument());
+        return digit < 0;
+    }
+
+    const ArgEntry* takeArgument() {
+        const ArgEntry* entry = args_.get(argIndex_);
+        if (argIndex_ < INT32_MAX) ++argIndex_;
+        return entry;
+    }
+
+    void render(uint32_t letter) {
+        switch (letter) {
+        case 'd':
+        case 'i': {
+            int64_t value = formatSignedView(takeArgument());
+            uint64_t magnitude = static_cast<uint64_t>(value);
+            if (value < 0) {
+                magnitude = 0 - magnitude;
+                sign_ = '-';
+            }
+            renderNumber(magnitude, 10, kLowerDigits, 0);
+            return;
+        }
+        case 'u':
+            sign_ = 0;
+            renderNumber(formatUnsignedView(takeArgument()), 10, kLowerDigits, 0);
+            return;
+        case 'o': {
+            sign_ = 0;
+            uint64_t value = formatUnsignedView(takeArgument());
+            renderNumber(value, 8, kLowerDigits, alternate_ && value ? '0' : 0);
+            return;
+        }
+        case 'x':
+        case 'X':
+        case 'b': {
+            sign_ = 0;
+            uint64_t value = formatUnsignedView(takeArgument());
+            uint32_t prefix = alternate_ && value ? letter : 0;
+            renderNumber(value, letter == 'b' ? 2 : 16, letter == 'X' ? kUpperDigits : kLowerDigits, prefix);
+            return;
+        }
+        case 'p': {
+            const ArgEntry* entry = takeArgument();
+            uint64_t value = 0;
+            if (entry && (entry->code() == ArgObjRef || entry->code() == ArgCharStar)) {
+                value = reinterpret_cast<uintptr_t>(entry->pointer());
+            }
+            precision_ = 8;
+            emitNumber(value, 16, kUpperDigits, 'x');
+            return;
+        }
+        case 'c':
+        case 'C':
+            renderCharacter(takeArgument());
+            return;
+        case 's':
+            renderEightBitOrString(takeArgument());
+            return;
+        case 'S':
+            renderString(takeArgument());
+            return;
+        case 't':
+            renderTimeEntry(takeArgument());
+            return;
+        case 'D':
+        case 'T': {
+            struct timeval now;
+            gettimeofday(&now, nullptr);
+            if (letter == 'D') {
+                renderTime(now.tv_sec, static_cast<int32_t>(now.tv_usec), "%Y/%m/%d", 10, 10);
+            } else {
+                renderTime(now.tv_sec, static_cast<int32_t>(now.tv_usec), "%H:%M:%S.", 8, 271);
+            }
+            return;
+        }
+        case '!': {
+            const char* text = strerror(errorNumber_);
+            if (text) {
+                emitEightBit(text, "system-8");
+            } else {
+                int64_t value = errorNumber_;
+                if (value < 0) sign_ = '-';
+                renderNumber(static_cast<uint64_t>(value < 0 ? -value : value), 10, kLowerDigits, 0);
+            }
+            return;
+        }
+        default:
+            // Any other letter prints itself; the terminator read as a letter
+            // is a character that no string can show, so only the filler
+            // remains.
+            emitOne(letter, false);
+            return;
+        }
+    }
+
+    // Fixes the number of digits from width and precision, then emits.
+    // `prefix` is 0, the octal '0', or the letter of a two-character prefix.
+    void renderNumber(uint64_t value, uint32_t base, const char* digits, uint32_t prefix) {
+        if (width_ > 0 && precision_ <= 0) {
+            if (padChar_ == ' ') {
+                precision_ = 1;
+            } else {
+                // The zero filler turns into digits.
+                int32_t wanted = width_;
+                if (sign_) --wanted;
+                if (prefix) wanted -= prefix == '0' ? 1 : 2;
+                precision_ = wanted;
+            }
+        }
+        if (precision_ > 64) precision_ = 64;
+        if (precision_ < 1) precision_ = 1;
+        emitNumber(value, base, digits, prefix);
+    }
+
+    // Builds digits, zeros up to the precision, prefix and sign on the stack
+    // from the low end, then emits them with blanks up to the width.
+    void emitNumber(uint64_t value, uint32_t base, const char* digits, uint32_t prefix) {
+        uint32_t buffer[72];
+        uint32_t* end = buffer + 72;
+        uint32_t* p = end;
+        if (base == 10) {
+            // 64-bit division only while the high word is set.
+            while (value >> 32) {
+                *--p = static_cast<uint32_t>('0' + value % 10);
+                value /= 10;
+            }
+            uint32_t low = static_cast<uint32_t>(value);
+            do {
+                *--p = '0' + low % 10;
+                low /= 10;
+            } while (low);
+        } else {
+            uint32_t shift = base == 16 ? 4 : base == 8 ? 3 : 1;
+            uint32_t mask = base - 1;
+            do {
+                *--p = static_cast<uint8_t>(digits[value & mask]);
+                value >>= shift;
+            } while (value);
+        }
+        while (end - p < precision_) *--p = '0';
+        if (prefix) {
+            *--p = prefix;
+            if (prefix != '0') *--p = '0';
+        }
+        if (sign_) *--p = sign_;
+        int32_t count = static_cast<int32_t>(end - p);
+        if (!left_) pad(' ', width_ - count);
+        for (; p < end; ++p) sink_(context_, *p);
+        if (left_) pad(' ', width_ - count);
+    }
+
+    void renderCharacter(const ArgEntry* entry) {
+        uint32_t character = ' ';
+        if (entry) {
+            switch (entry->code()) {
+            case ArgUnsigned32:
+            case ArgUCS4:
+                character = entry->read<uint32_t>();
+                break;
+            case ArgBool:
+            case ArgInt16:
+            case ArgInt32:
+            case ArgInt64:
+            case ArgUnsigned16:
+            case ArgUnsigned64:
+                character = static_cast<uint32_t>(formatView32(entry)) & 0xFF;
+                break;
+            default:
+                break;
+            }
+        }
+        emitOne(character, false);
+    }
+
+    void renderEightBitOrString(const ArgEntry* entry) {
+        // An entry that is missing has no text to show.
+        if (!entry) return emitText(reinterpret_cast<const uint8_t*>(""), 0, true);
+        if (entry->code() == ArgString) return renderString(entry);
+        if (entry->code() != ArgCharStar) return emitText(reinterpret_cast<const uint8_t*>(""), 0, true);
+        const char* text = static_cast<const char*>(entry->pointer());
+        emitEightBit(text ? text : "<null pointer>", "system-8");
+    }
+
+    void renderString(const ArgEntry* entry) {
+        int32_t code = entry ? entry->code() : ArgNull;
+        switch (code) {
+        case ArgString:
+            emitString(entry->string().getImpl());
+            return;
+        case ArgCharStar: {
+            const char* text = static_cast<const char*>(entry->pointer());
+            emitEightBit(text ? text : "", "utf8");
+            return;
+        }
+        case ArgUCS4:
+            emitOne(entry->read<uint32_t>(), true);
+            return;
+        case ArgGuid: {
+            ArgGuidT guid = entry->read<ArgGuidT>();
+            char text[40];
+            char* out = text;
+            *out++ = '{';
+            out = hexDigits(out, guid.data1, 8);
+            *out++ = '-';
+            out = hexDigits(out, guid.data2, 4);
+            *out++ = '-';
+            out = hexDigits(out, guid.data3, 4);
+            *out++ = '-';
+            for (int i = 0; i < 8; ++i) {
+                if (i == 2) *out++ = '-';
+                out = hexDigits(out, guid.data4[i], 2);
+            }
+            *out++ = '}';
+            *out = 0;
+            emitText(reinterpret_cast<const uint8_t*>(text), static_cast<int32_t>(out - text), true);
+            return;
+        }
+        default:
+            emitText(reinterpret_cast<const uint8_t*>(""), 0, true);
+            return;
+        }
+    }
+
+    static char* hexDigits(char* out, uint32_t value, int count) {
+        for (int i = count - 1; i >= 0; --i) *out++ = kUpperDigits[(value >> (4 * i)) & 15];
+        return out;
+    }
+
+    void renderTimeEntry(const ArgEntry* entry) {
+        int64_t seconds = 0;
+        int32_t microseconds = 0;
+        if (entry && entry->code() == ArgDateTime) {
+            // Unsigned arithmetic: a tick count far below the epoch wraps
+            // silently instead of overflowing.
+            int64_t ticks = static_cast<int64_t>(entry->read<uint64_t>() - kUnixEpochTicks);
+            seconds = ticks / kTicksPerSecond;
+            microseconds = static_cast<int32_t>((ticks % kTicksPerSecond) / 100);
+        } else if (entry && entry->code() == ArgTimeVal) {
+            ArgTimeValT time = entry->read<ArgTimeValT>();
+            seconds = time.seconds;
+            microseconds = time.microseconds;
+        }
+        renderTime(seconds, microseconds, "%Y/%m/%d %H:%M:%S.", 19, 271);
+    }
+
+    // Local time through strftime, cut at the precision, with as many digits
+    // of the microseconds as the precision leaves room for (at most six).
+    void renderTime(int64_t seconds, int32_t microseconds, const char* pattern, int32_t usual, int32_t limit) {
+        int32_t precision = precision_ < 0 ? usual : precision_;
+        // The text must stay inside the 272 bytes of the buffer.
+        if (precision > limit) precision = limit;
+        precision_ = precision;
+
+        struct tm fields;
+        memset(&fields, 0, sizeof fields);
+        time_t when = static_cast<time_t>(seconds);
+        localtime_r(&when, &fields);
+        char text[272];
+        memset(text, 0, sizeof text);
+        size_t produced = strftime(text, sizeof text, pattern, &fields);
+        size_t end = produced < static_cast<size_t>(precision) && produced > 0 ? produced
+                                                                              : static_cast<size_t>(precision);
+        size_t fraction = static_cast<size_t>(precision) - end;
+        if (fraction > 6) fraction = 6;
+        if (fraction > 0) {
+            char digits[16];
+            snprintf(digits, sizeof digits, "%06d", static_cast<int>(microseconds));
+            memcpy(text + end, digits, fraction);
+            end += fraction;
+        }
+        text[end] = 0;
+        emitEightBit(text, "system-8");
+    }
+
+    // 8-bit text in `encoding` (a UTF-8 one). ASCII decodes to itself, so
+    // only text with other bytes goes through a decoded string.
+    void emitEightBit(const char* text, const char* encoding) {
+        const uint8_t* bytes = reinterpret_cast<const uint8_t*>(text);
+        size_t length = 0;
+        while (bytes[length] != 0) {
+            if (bytes[length] >= 0x80) {
+                StringC decoded(text, encoding);
+                emitString(decoded.getImpl());
+                return;
+            }
+            ++length;
+        }
+        emitText(bytes, length > INT32_MAX ? INT32_MAX : static_cast<int32_t>(length), true);
+    }
+
+    // A string's own internal text, read in place.
+    void emitString(StringImplI* string) {
+        void* text = nullptr;
+        string->text(&text, "utf8");
+        // A representation without a buffer shows as empty.
+        const uint8_t* bytes = text ? static_cast<const uint8_t*>(text) : reinterpret_cast<const uint8_t*>("");
+        emitText(bytes, width_ > 0 ? string->length() : -1, true);
+        string->releaseText(text, "utf8");
+    }
+
+    // Internal-form text of `length` characters (-1: not counted yet), cut
+    // at the precision when `cut` is set, padded with the filler.
+    void emitText(const uint8_t* text, int32_t length, bool cut) {
+        int32_t limit = cut && precision_ >= 0 ? precision_ : INT32_MAX;
+        if (width_ <= 0) {
+            emitCharacters(text, limit);
+            return;
+        }
+        if (length < 0) length = countCharacters(text);
+        int32_t shown = length < limit ? length : limit;
+        if (!left_) pad(padChar_, width_ - shown);
+        emitCharacters(text, shown);
+        if (left_) pad(padChar_, width_ - shown);
+    }
+
+    // A string of one character: nothing shows for 0 or for a value that
+    // has no encoded form, as for the string that such a value makes.
+    void emitOne(uint32_t character, bool cut) {
+        int32_t length = character == 0 || character >= 0x80000000u ? 0 : 1;
+        int32_t shown = cut && precision_ >= 0 && precision_ < length ? precision_ : length;
+        if (!left_) pad(padChar_, width_ - shown);
+        if (shown) sink_(context_, character);
+        if (left_) pad(padChar_, width_ - shown);
+    }
+
+    void emitCharacters(const uint8_t* p, int32_t count) {
+        for (; count > 0; --count) {
+            uint32_t b = *p;
+            if (b < 0x80) {
+                if (b == 0) return;
+                ++p;
+                sink_(context_, b);
+            } else {
+                sink_(context_, utf8Next(p));
+            }
+        }
+    }
+
+    static int32_t countCharacters(const uint8_t* p) {
+        int32_t count = 0;
+        while (*p != 0 && count < INT32_MAX) {
+            utf8Next(p);
+            ++count;
+        }
+        return count;
+    }
+
+    void pad(uint32_t filler, int32_t count) {
+        for (; count > 0; --count) sink_(context_, filler);
+    }
+
+    CharSinkFn sink_;
+    void* context_;
+    const ArgListC& args_;
+    int errorNumber_;
+    int32_t argIndex_;
+
+    uint32_t padChar_;
+    bool left_;
+    bool alternate_;
+    uint32_t sign_;
+    int32_t width_;
+    int32_t precision_;
+};
+
+}  // namespace
+
+int32_t formatView32(const ArgEntry* entry) {
+    if (!entry) return 0;
+    switch (entry->code()) {
+    case ArgBool:
+        return entry->read<uint8_t>();
+    case ArgInt16:
+        return entry->read<int16_t>();
+    case ArgUnsigned16:
+        return entry->read<uint16_t>();
+    case ArgInt32:
+    case ArgUnsigned32:
+    case ArgUCS4:
+        return static_cast<int32_t>(entry->read<uint32_t>());
+    case ArgInt64:
+    case ArgUnsigned64:
+        return static_cast<int32_t>(static_cast<uint32_t>(entry->read<uint64_t>()));
+    case ArgReal:
+        return realTo32(entry->read<double>());
+    default:
+        return 0;
+    }
+}
+
+int64_t formatSignedView(const ArgEntry* entry) {
+    if (!entry) return 0;
+    switch (entry->code()) {
+    case ArgBool:
+        return entry->read<uint8_t>();
+    case ArgInt16:
+    case ArgUnsigned16:
+        return entry->read<int16_t>();
+    case ArgInt32:
+    case ArgUnsigned32:
+        return entry->read<int32_t>();
+    case ArgInt64:
+    case ArgUnsigned64:
+        return entry->read<int64_t>();
+    case ArgReal:
+        return realToSigned(entry->read<double>());
+    case ArgUCS4:
+        return entry->read<uint32_t>();
+    default:
+        return 0;
+    }
+}
+
+uint64_t formatUnsignedView(const ArgEntry* entry) {
+    if (!entry) return 0;
+    switch (entry->code()) {
+    case ArgBool:
+        return entry->read<uint8_t>();
+    case ArgInt16:
+    case ArgUnsigned16:
+        return entry->read<uint16_t>();
+    case ArgInt32:
+    case ArgUnsigned32:
+    case ArgUCS4:
+        return entry->read<uint32_t>();
+    case ArgInt64:
+    case ArgUnsigned64:
+        return entry->read<uint64_t>();
+    case ArgReal:
+        return realToUnsigned(entry->read<double>());
+    default:
+        return 0;
+    }
+}
+
+void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const ArgListC& args) {
+    // Taken first: %! shows the error of the caller, whatever rendering
+    // does to errno on the way.
+    int errorNumber = errno;
+    void* text = nullptr;
+    format->text(&text, "utf8");
+    if (text) {
+        RendererC renderer(sink, context, args, errorNumber);
+        renderer.run(static_cast<const uint8_t*>(text));
+    }
+    format->releaseText(text, "utf8");
+    errno = errorNumber;
 }
 
 }  // namespace keel

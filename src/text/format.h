@@ -1,16 +1,31 @@
-// The format engine: renders a format string with an ArgListC into a
-// character sink (StringC::format, StringC::formatTo), and parses a format
-// with a variadic block into an ArgListC (ArgListC::fromFormat).
+// The format engine's renderer: turns a format string and an ArgListC into
+// characters, one at a time, through a CharSinkFn. The string factory calls
+// it for StringC::format and StringC::formatTo; the parser that builds lists
+// from variadic calls (ArgListC::fromFormat) is inline in <keel/format.h>.
+//
+//     renderFormat(appendToString, result, format.getImpl(), args);
+//
+// The renderer never fails: a letter it does not know prints itself, and a
+// missing or mismatched argument renders as empty text or 0.
 #ifndef KEEL_TEXT_FORMAT_H
 #define KEEL_TEXT_FORMAT_H
+
+#include <stdint.h>
 
 #include <keel/arglist.h>
 #include <keel/string.h>
 
 namespace keel {
 
-// Renders `format` with `args`, one character at a time into `sink`.
+// Renders `format` with `args`, one character at a time into `sink`. The
+// value of errno on entry is what %! shows.
 void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const ArgListC& args);
+
+// The views of an entry that conversions use, for the renderer and its
+// tests. A null entry counts as 0.
+int32_t formatView32(const ArgEntry* entry);       // widths and precisions from `*`
+int64_t formatSignedView(const ArgEntry* entry);   // %d %i
+uint64_t formatUnsignedView(const ArgEntry* entry);  // %u %o %x %X %b
 
 }  // namespace keel
 
