@@ -183,9 +183,11 @@ bool languagesAgree(const CaseT& c) {
     if (c.conversion == 'c' && c.precisionKind != 0) return false;
     // "%-0*d": with `-` on, the 0 is a width of its own and `*` the letter.
     if (hasMinus && hasZero && c.widthStar) return false;
-    if (!numeric) return true;
     // A negative precision from `*` is 0 here, "none" for printf.
     if (c.precisionKind == 2 && c.precisionValue < 0) return false;
+    if (!numeric) return true;
+    // A filler set before a negative `*` width stays: the zeros become digits.
+    if (hasZero && !hasMinus && c.widthStar && c.widthValue < 0) return false;
     int32_t precision = c.precisionKind == 1   ? atoi(c.precision.c_str())
                         : c.precisionKind == 2 ? c.precisionValue
                                                : -1;
@@ -386,7 +388,7 @@ TEST(FormatDifferences, TextFillerCanBeZeroAndThirtyTwoBitSignExtension) {
     EXPECT_EQ(render("[%05c]", ArgListC().add(int32_t('A'))), "[0000A]");
     ArgListC unsignedValue;
     unsignedValue.add(uint32_t(0xFFFFFFFFu));
-    EXPECT_EQ(render("%d %u %x", unsignedValue), "-1 4294967295 ffffffff");
+    EXPECT_EQ(render("%1$d %1$u %1$x", unsignedValue), "-1 4294967295 ffffffff");
     // An Int32 under %x is never sign-extended past 32 bits.
     EXPECT_EQ(render("%llx", ArgListC().add(int32_t(-1))), "ffffffff");
 }
@@ -405,6 +407,7 @@ TEST(FormatRender, FlagsWidthsAndPrecisions) {
     EXPECT_EQ(render("[%+ d][% +d]", ArgListC().add(int32_t(42)).add(int32_t(42))), "[+42][+42]");
     EXPECT_EQ(render("[%-05d]", n42), "[42   ]");
     EXPECT_EQ(render("[%0-5d]", n42), "[00042]");  // filler set before `-` stays
+    EXPECT_EQ(render("[%0*d]", ArgListC().add(int32_t(-6)).add(int32_t(42))), "[000042]");
     EXPECT_EQ(render("[%+u]", ArgListC().add(int32_t(5))), "[5]");
     ArgListC n5;
     n5.add(int32_t(5));
@@ -470,7 +473,7 @@ TEST(FormatRender, TextConversions) {
     args.add(utf8("\xc5\x81" "ab")).add("caf\xc3\xa9").add(int32_t(321)).addUCS4(321).add(int32_t(7));
     EXPECT_EQ(render("%.1S", args), "\xc5\x81");
     EXPECT_EQ(render("[%5.2S]", args), "[   \xc5\x81" "a]");
-    EXPECT_EQ(render("%2$S|%2$s|%2$.4s|%2$6s", args), "caf\xc3\xa9|caf\xc3\xa9|caf\xc3\xa9| caf\xc3\xa9");
+    EXPECT_EQ(render("%2$S|%2$s|%2$.4s|%2$6s", args), "caf\xc3\xa9|caf\xc3\xa9|caf\xc3\xa9|  caf\xc3\xa9");
     EXPECT_EQ(render("%1$s", args), "\xc5\x81" "ab");
     EXPECT_EQ(render("[%3$s][%3$S][%3$d]", args), "[][][321]");
     EXPECT_EQ(render("[%1$d]", args), "[0]");
