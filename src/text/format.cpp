@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include "text/case.h"
+#include "text/stringim.h"
 #include "text/utf8.h"
 
 namespace keel {
@@ -78,36 +79,238 @@ int32_t realTo32(double value) {
     return static_cast<int32_t>(value);
 }
 
+// Bytes that end a run of plain format text: NUL, `%` and every byte of a
+// sequence of more than one byte.
+struct PlainRunStopsT {
+    bool stops[256];
+    constexpr PlainRunStopsT() : stops() {
+        for (int b = 0; b < 256; ++b) stops[b] = b == 0 || b == '%' || b >= 0x80;
+    }
+    constexpr bool operator[](uint32_t b) const { return stops[b]; }
+};
+constexpr PlainRunStopsT kStopsPlainRun;
+
+// True when none of the eight bytes is NUL or above 0x7F.
+inline bool isAsciiWord(uint64_t word) {
+    const uint64_t ones = 0x0101010101010101ull;
+    const uint64_t highs = 0x8080808080808080ull;
+    return ((word | ((word - ones) & ~word)) & highs) == 0;
+}
+
+// True when none of the eight bytes is NUL, `%` or above 0x7F.
+inline bool isPlainWord(uint64_t word) {
+    const uint64_t ones = 0x0101010101010101ull;
+    const uint64_t highs = 0x8080808080808080ull;
+    uint64_t percent = word ^ (ones * '%');
+    uint64_t zeroOrPercent = ((word - ones) & ~word) | ((percent - ones) & ~percent);
+    return ((word | zeroOrPercent) & highs) == 0;
+}
+
 bool isLengthLetter(uint32_t c) {
     return c == 'h' || c == 'j' || c == 'l' || c == 'L' || c == 'q' || c == 'z';
 }
 
+// A sink made of a CharSinkFn and its context: one call per character.
+class CallbackSinkC {
+public:
+    CallbackSinkC(CharSinkFn sink, void* context) : sink_(sink), context_(context) {}
+
+    void put(uint32_t character) { sink_(context_, character); }
+
+    // Puts the run of plain ASCII characters at `p` (anything but `%` and
+    // NUL) and answers where it stopped.
+    const uint8_t* putPlainRun(const uint8_t* p, const uint8_t*) {
+        for (uint32_t b = *p; b < 0x80 && b != '%' && b != 0; b = *++p) sink_(context_, b);
+        return p;
+    }
+
+    // Puts up to `count` characters of internal-form text, stopping at its
+    // NUL. `byteEnd`, where known, is where the text's bytes end.
+    void putText(const uint8_t* p, int32_t count, const uint8_t*) {
+        for (; count > 0; --count) {
+            uint32_t b = *p;
+            if (b < 0x80) {
+                if (b == 0) return;
+                ++p;
+                sink_(context_, b);
+            } else {
+                sink_(context_, utf8Next(p));
+            }
+        }
+    }
+
+    void pad(uint32_t filler, int32_t count) {
+        for (; count > 0; --count) sink_(context_, filler);
+    }
+
+private:
+    CharSinkFn sink_;
+    void* context_;
+};
+
+}  // namespace
+
+// The sink of StringC::format: appends each character straight into the
+// buffer of a new representation that no one else holds yet, as appendChar
+// would, without a virtual call and a count update per character. The
+// representation's length and count are brought up to date by `finish`.
+class StringFormatSinkC {
+public:
+    explicit StringFormatSinkC(StringImplC* target) : target_(target), count_(0) { load(); }
+
+    // A new representation as fromBytesNew makes it for no bytes (the empty
+    // text, whose count of 0 `finish` writes), but with its first buffer of
+    // `capacity` bytes at once rather than one byte that the first append
+    // replaces.
+    static StringImplC* newEmpty(uint32_t capacity) {
+        StringImplC* string = new StringImplC();
+        string->reserve(capacity);
+        string->data[0] = 0;
+        string->byteLength = 0;
+        return string;
+    }
+
+    void put(uint32_t character) {
+        if (character < 0x80 && length_ < limit_) {
+            data_[length_++] = static_cast<uint8_t>(character);
+            ++count_;
+            return;
+        }
+        putSlow(character);
+    }
+
+    // `textEnd` is the format's terminator: whole words are read only where
+    // they lie in front of it.
+    const uint8_t* putPlainRun(const uint8_t* p, const uint8_t* textEnd) {
+        for (;;) {
+            // Locals, not fields: the byte stores cannot alias them, so the
+            // loop stays in registers. Room is counted once per stretch.
+            uint8_t* out = data_ + length_;
+            uint8_t* end = data_ + limit_;
+            uint8_t* start = out;
+            // Eight characters at a time while none of them ends the run.
+            while (end - out >= 8 && textEnd - p >= 8) {
+                uint64_t word;
+                memcpy(&word, p, 8);
+                if (!isPlainWord(word)) break;
+                memcpy(out, &word, 8);
+                out += 8;
+                p += 8;
+            }
+            uint32_t b;
+            while (out < end && !kStopsPlainRun[b = *p]) {
+                *out++ = static_cast<uint8_t>(b);
+                ++p;
+            }
+            uint32_t done = static_cast<uint32_t>(out - start);
+            count_ += static_cast<int32_t>(done);
+            length_ += done;
+            if (kStopsPlainRun[*p]) return p;
+            // The buffer is full: the slow path grows it.
+            putSlow(*p++);
+        }
+    }
+
+    void putText(const uint8_t* p, int32_t count, const uint8_t* byteEnd) {
+        while (count > 0) {
+            uint8_t* out = data_ + length_;
+            uint32_t room = limit_ - length_;
+            uint32_t stretch = static_cast<uint32_t>(count) < room ? static_cast<uint32_t>(count) : room;
+            uint8_t* end = out + stretch;
+            uint8_t* start = out;
+            if (byteEnd) {
+                // Eight ASCII characters at a time inside the known bytes.
+                while (end - out >= 8 && byteEnd - p >= 8) {
+                    uint64_t word;
+                    memcpy(&word, p, 8);
+                    if (!isAsciiWord(word)) break;
+                    memcpy(out, &word, 8);
+                    out += 8;
+                    p += 8;
+                }
+            }
+            uint32_t b;
+            while (out < end && (b = *p) - 1 < 0x7Fu) {
+                *out++ = static_cast<uint8_t>(b);
+                ++p;
+            }
+            uint32_t done = static_cast<uint32_t>(out - start);
+            count_ += static_cast<int32_t>(done);
+            length_ += done;
+            count -= static_cast<int32_t>(done);
+            if (count == 0 || *p == 0) return;
+            putSlow(*p < 0x80 ? *p++ : utf8Next(p));
+            --count;
+        }
+    }
+
+    void pad(uint32_t filler, int32_t count) {
+        for (; count > 0; --count) put(filler);
+    }
+
+    // Ends the text and stores length and count (the representation was
+    // empty when the sink took it).
+    void finish() {
+        data_[length_] = 0;
+        target_->byteLength = length_;
+        target_->charCount = count_;
+    }
+
+private:
+    void load() {
+        data_ = target_->data;
+        length_ = target_->byteLength;
+        limit_ = target_->capacity - 1;  // room for the NUL
+    }
+
+    void putSlow(uint32_t character) {
+        uint32_t size = utf8EncodedLength(character);
+        // A character of no encoded form adds nothing but is counted, as
+        // appendChar does.
+        if (length_ + size > limit_) {
+            data_[length_] = 0;
+            target_->byteLength = length_;
+            target_->reserve(length_ + size + 1);
+            load();
+        }
+        uint8_t* end = data_ + length_;
+        utf8Put(end, character);
+        length_ = static_cast<uint32_t>(end - data_);
+        ++count_;
+    }
+
+    StringImplC* target_;
+    uint8_t* data_;
+    uint32_t length_;
+    uint32_t limit_;
+    int32_t count_;
+};
+
+namespace {
+
 // One rendering of one format: the sink, the list, the remembered errno and
 // the running argument index, plus the fields of the conversion at hand.
-class RendererC {
+template <typename SinkT>
+class RendererM {
 public:
-    RendererC(CharSinkFn sink, void* context, const ArgListC& args, int errorNumber)
-        : sink_(sink), context_(context), args_(args), errorNumber_(errorNumber), argIndex_(0) {}
+    RendererM(SinkT& sink, const ArgListC& args, int errorNumber)
+        : sink_(sink), args_(args), errorNumber_(errorNumber), argIndex_(0) {}
 
-    void run(const uint8_t* p) {
+    void run(const uint8_t* p, const uint8_t* end) {
         for (;;) {
+            p = sink_.putPlainRun(p, end);
             uint32_t b = *p;
             if (b == '%') {
                 ++p;
                 conversion(p);
                 continue;
             }
-            if (b < 0x80) {
-                if (b == 0) return;
-                ++p;
-                sink_(context_, b);
-                continue;
-            }
+            if (b == 0) return;
             uint32_t c = utf8Next(p);
             // An overlong form of NUL reads as 0, which ends the format just
             // as the terminator does.
             if (c == 0) return;
-            sink_(context_, c);
+            sink_.put(c);
         }
     }
 
@@ -351,7 +554,7 @@ private:
         if (sign_) *--p = sign_;
         int32_t count = static_cast<int32_t>(end - p);
         if (!left_) pad(' ', width_ - count);
-        for (; p < end; ++p) sink_(context_, *p);
+        for (; p < end; ++p) sink_.put(*p);
         if (left_) pad(' ', width_ - count);
     }
 
@@ -491,7 +694,7 @@ private:
             }
             ++length;
         }
-        emitText(bytes, length > INT32_MAX ? INT32_MAX : static_cast<int32_t>(length), true);
+        emitText(bytes, length > INT32_MAX ? INT32_MAX : static_cast<int32_t>(length), true, bytes + length);
     }
 
     // A string's own internal text, read in place.
@@ -500,22 +703,24 @@ private:
         string->text(&text, "utf8");
         // A representation without a buffer shows as empty.
         const uint8_t* bytes = text ? static_cast<const uint8_t*>(text) : reinterpret_cast<const uint8_t*>("");
-        emitText(bytes, width_ > 0 ? string->length() : -1, true);
+        const uint8_t* byteEnd = text ? bytes + string->textLength("utf8") : nullptr;
+        emitText(bytes, width_ > 0 ? string->length() : -1, true, byteEnd);
         string->releaseText(text, "utf8");
     }
 
     // Internal-form text of `length` characters (-1: not counted yet), cut
-    // at the precision when `cut` is set, padded with the filler.
-    void emitText(const uint8_t* text, int32_t length, bool cut) {
+    // at the precision when `cut` is set, padded with the filler. `byteEnd`,
+    // where known, is where its bytes end (at or behind its first NUL).
+    void emitText(const uint8_t* text, int32_t length, bool cut, const uint8_t* byteEnd = nullptr) {
         int32_t limit = cut && precision_ >= 0 ? precision_ : INT32_MAX;
         if (width_ <= 0) {
-            emitCharacters(text, limit);
+            sink_.putText(text, limit, byteEnd);
             return;
         }
         if (length < 0) length = countCharacters(text);
         int32_t shown = length < limit ? length : limit;
         if (!left_) pad(padChar_, width_ - shown);
-        emitCharacters(text, shown);
+        sink_.putText(text, shown, byteEnd);
         if (left_) pad(padChar_, width_ - shown);
     }
 
@@ -525,21 +730,8 @@ private:
         int32_t length = character == 0 || character >= 0x80000000u ? 0 : 1;
         int32_t shown = cut && precision_ >= 0 && precision_ < length ? precision_ : length;
         if (!left_) pad(padChar_, width_ - shown);
-        if (shown) sink_(context_, character);
+        if (shown) sink_.put(character);
         if (left_) pad(padChar_, width_ - shown);
-    }
-
-    void emitCharacters(const uint8_t* p, int32_t count) {
-        for (; count > 0; --count) {
-            uint32_t b = *p;
-            if (b < 0x80) {
-                if (b == 0) return;
-                ++p;
-                sink_(context_, b);
-            } else {
-                sink_(context_, utf8Next(p));
-            }
-        }
     }
 
     static int32_t countCharacters(const uint8_t* p) {
@@ -551,12 +743,9 @@ private:
         return count;
     }
 
-    void pad(uint32_t filler, int32_t count) {
-        for (; count > 0; --count) sink_(context_, filler);
-    }
+    void pad(uint32_t filler, int32_t count) { sink_.pad(filler, count); }
 
-    CharSinkFn sink_;
-    void* context_;
+    SinkT& sink_;
     const ArgListC& args_;
     int errorNumber_;
     int32_t argIndex_;
@@ -646,11 +835,32 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
     void* text = nullptr;
     format->text(&text, "utf8");
     if (text) {
-        RendererC renderer(sink, context, args, errorNumber);
-        renderer.run(static_cast<const uint8_t*>(text));
+        CallbackSinkC target(sink, context);
+        RendererM<CallbackSinkC> renderer(target, args, errorNumber);
+        renderer.run(static_cast<const uint8_t*>(text), nullptr);
     }
     format->releaseText(text, "utf8");
     errno = errorNumber;
+}
+
+StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
+    int errorNumber = errno;
+    void* text = nullptr;
+    format->text(&text, "utf8");
+    const uint8_t* bytes = static_cast<const uint8_t*>(text);
+    size_t length = bytes ? strlen(static_cast<const char*>(text)) : 0;
+    // Room for the format's own text and a little more is made at once; most
+    // messages then need no second buffer.
+    StringImplC* result = StringFormatSinkC::newEmpty(static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64);
+    StringFormatSinkC target(result);
+    if (bytes) {
+        RendererM<StringFormatSinkC> renderer(target, args, errorNumber);
+        renderer.run(bytes, bytes + length);
+    }
+    target.finish();
+    format->releaseText(text, "utf8");
+    errno = errorNumber;
+    return result;
 }
 
 }  // namespace keel

@@ -21,6 +21,11 @@ namespace keel {
 // value of errno on entry is what %! shows.
 void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const ArgListC& args);
 
+// The same into a new representation of this library's own class (count 0),
+// as the factory's format makes it: each character goes straight into the
+// new buffer, with the outcome of one appendChar per character.
+StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
+
 // The views of an entry that conversions use, for the renderer and its
 // tests. A null entry counts as 0.
 int32_t formatView32(const ArgEntry* entry);       // widths and precisions from `*`

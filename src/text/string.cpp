@@ -120,7 +120,11 @@ void appendToString(void* context, uint32_t character) {
 }  // namespace
 
 StringImplI* StringImplFactoryC::format(StringImplI* format, ArgListC args) {
-    StringImplI* result = format->getFactory()->fromBytesNew(nullptr, 0, "utf8");
+    StringImplFactoryI* factory = format->getFactory();
+    // Our own fromBytesNew makes a StringImplC; the engine makes that one
+    // itself and appends to its buffer directly.
+    if (factory == this) return renderFormatToNew(format, args);
+    StringImplI* result = factory->fromBytesNew(nullptr, 0, "utf8");
     renderFormat(appendToString, result, format, args);
     return result;
 }

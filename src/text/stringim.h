@@ -91,6 +91,9 @@ public:
     uint8_t* seek(int32_t index);
 
 protected:
+    // The format engine appends to a new representation's buffer directly.
+    friend class StringFormatSinkC;
+
     // Stores the text by the construction rule (see the constructor above).
     void store(const void* bytes, uint32_t byteCount, const char* encoding);
     // Writes the cursor: the index first, then the offset. Nothing for an

@@ -31,7 +31,27 @@ std::string toStd(const StringC& string) {
     return result;
 }
 
+void appendUtf8(void* context, uint32_t character) {
+    uint8_t bytes[8];
+    uint8_t* end = bytes;
+    utf8Put(end, character);
+    static_cast<std::string*>(context)->append(reinterpret_cast<char*>(bytes), end - bytes);
+}
+
+// Renders both ways: into a new string (which appends straight into its
+// buffer) and through a sink function; the two must give the same text.
 std::string render(const char* format, const ArgListC& args = ArgListC()) {
+    StringC pattern = utf8(format);
+    StringC result = StringC::format(pattern, args);
+    std::string viaSink;
+    StringC::formatTo(appendUtf8, &viaSink, pattern, args);
+    std::string text = toStd(result);
+    EXPECT_EQ(text, viaSink) << format;
+    return text;
+}
+
+// For the conversions that read the clock: one rendering only.
+std::string renderOnce(const char* format, const ArgListC& args = ArgListC()) {
     return toStd(StringC::format(utf8(format), args));
 }
 
@@ -537,20 +557,20 @@ TEST(FormatRender, TimeConversions) {
 
 TEST(FormatRender, CurrentDateAndTime) {
     time_t before = time(nullptr);
-    std::string day = render("%D");
-    std::string clock = render("%T");
-    std::string fine = render("%.21T");
+    std::string day = renderOnce("%D");
+    std::string clock = renderOnce("%T");
+    std::string fine = renderOnce("%.21T");
     time_t after = time(nullptr);
     EXPECT_TRUE(day == localTime(before, "%Y/%m/%d") || day == localTime(after, "%Y/%m/%d")) << day;
     EXPECT_TRUE(clock == localTime(before, "%H:%M:%S") || clock == localTime(after, "%H:%M:%S")) << clock;
     ASSERT_EQ(fine.size(), 15u);
     EXPECT_EQ(fine[8], '.');
     // %D's limit is 10: no fraction can be asked for behind the date.
-    EXPECT_EQ(render("%.20D").size(), 10u);
+    EXPECT_EQ(renderOnce("%.20D").size(), 10u);
     // %T's limit of 271 leaves the fraction at six digits.
-    EXPECT_EQ(render("%.300T").size(), 15u);
+    EXPECT_EQ(renderOnce("%.300T").size(), 15u);
     // D and T take no argument.
-    EXPECT_EQ(render("%D %T %d", ArgListC().add(int32_t(9))).substr(20), "9");
+    EXPECT_EQ(renderOnce("%D %T %d", ArgListC().add(int32_t(9))).substr(20), "9");
 }
 
 TEST(FormatRender, SystemErrorTextIsTakenOnEntry) {
@@ -571,6 +591,28 @@ TEST(FormatRender, SinkGetsOneCharacterAtATime) {
     // Characters beyond Unicode pass as they are.
     std::vector<uint32_t> wide = renderChars("%C", ArgListC().addUCS4(0x7FFFFFFF));
     EXPECT_EQ(wide, std::vector<uint32_t>{0x7FFFFFFF});
+}
+
+TEST(FormatRender, ResultGrowsAndKnowsItsLength) {
+    // Far more text than the format's own room: the buffer grows on the way.
+    StringC wide = StringC::format(utf8("<%5000d>"), ArgListC().add(int32_t(7)));
+    EXPECT_EQ(wide.length(), 5002);
+    EXPECT_EQ(wide.charAt(4999), uint32_t(' '));
+    EXPECT_EQ(wide.charAt(5000), uint32_t('7'));
+    // Characters of several bytes across every buffer boundary.
+    std::string many;
+    for (int i = 0; i < 300; ++i) many += "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80x";
+    ArgListC args;
+    args.add(utf8(many.c_str()));
+    StringC copied = StringC::format(utf8("%S%S|%.7S"), ArgListC().add(args.get(0)->string()).add(args.get(0)->string()).add(args.get(0)->string()));
+    EXPECT_EQ(copied.length(), 2408);
+    EXPECT_TRUE(toStd(copied) == many + many + "|" + many.substr(0, 19));
+    EXPECT_TRUE(toStd(StringC::format(utf8(many.c_str()), ArgListC())) == many);
+    // A new result is private and can be changed.
+    StringC changed = StringC::format(utf8("ab%d"), ArgListC().add(int32_t(1)));
+    changed.append(uint32_t('!'));
+    EXPECT_EQ(toStd(changed), "ab1!");
+    EXPECT_EQ(changed.length(), 4);
 }
 
 TEST(FormatRender, FormatsInOtherEncodings) {
