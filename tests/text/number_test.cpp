@@ -229,5 +229,14 @@ TEST(ParseBool, TrueWords) {
     }
 }
 
+TEST(ParseBool, NonAsciiText) {
+    // The Kelvin sign folds to "k", but its longer encoding makes the
+    // case-blind comparison differ: not "ok".
+    EXPECT_FALSE(parseBool(u8("O\xe2\x84\xaa")));
+    EXPECT_FALSE(parseBool(u8("\xc3\xa9")));
+    // A NUL inside: the length stops there, the byte count does not.
+    EXPECT_FALSE(parseBool(StringC("on\0x", 4, "utf8")));
+}
+
 }  // namespace
 }  // namespace keel
