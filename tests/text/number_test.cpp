@@ -6,54 +6,39 @@
 
 #include <string>
 
+#include "text/scantest.h"
+
 namespace keel {
 namespace {
 
-StringC u8(const char* text) { return StringC(text, "utf8"); }
+using scantest::u8;
 
 // One scan: value, error and end index together.
-struct Scan32 {
-    int32_t value;
-    uint32_t error;
-    uint32_t end;
-};
-struct Scan64 {
-    int64_t value;
+template <typename T>
+struct Scan {
+    T value;
     uint32_t error;
     uint32_t end;
 };
 
-Scan32 scan32(const char* text, int base) {
-    Scan32 r;
+template <typename T>
+Scan<T> scan(T (*parse)(const StringC&, uint32_t*, int, uint32_t*), const char* text, int base) {
+    Scan<T> r;
     r.error = 0xDEADBEEF;
     r.end = 0xDEADBEEF;
-    r.value = parseInt32(u8(text), &r.error, base, &r.end);
+    r.value = parse(u8(text), &r.error, base, &r.end);
     return r;
 }
 
-Scan64 scan64(const char* text, int base) {
-    Scan64 r;
-    r.error = 0xDEADBEEF;
-    r.end = 0xDEADBEEF;
-    r.value = parseInt64(u8(text), &r.error, base, &r.end);
-    return r;
-}
-
-#define EXPECT_SCAN32(text, base, value_, error_, end_)               \
-    do {                                                              \
-        Scan32 r_ = scan32(text, base);                               \
-        EXPECT_EQ(r_.value, value_) << "'" << text << "' base " << base; \
-        EXPECT_EQ(r_.error, error_) << "'" << text << "' base " << base; \
+#define EXPECT_SCAN(parse, text, base, value_, error_, end_)              \
+    do {                                                                  \
+        auto r_ = scan(parse, text, base);                                \
+        EXPECT_EQ(r_.value, value_) << "'" << text << "' base " << base;  \
+        EXPECT_EQ(r_.error, error_) << "'" << text << "' base " << base;  \
         EXPECT_EQ(r_.end, uint32_t(end_)) << "'" << text << "' base " << base; \
     } while (0)
-
-#define EXPECT_SCAN64(text, base, value_, error_, end_)               \
-    do {                                                              \
-        Scan64 r_ = scan64(text, base);                               \
-        EXPECT_EQ(r_.value, value_) << "'" << text << "' base " << base; \
-        EXPECT_EQ(r_.error, error_) << "'" << text << "' base " << base; \
-        EXPECT_EQ(r_.end, uint32_t(end_)) << "'" << text << "' base " << base; \
-    } while (0)
+#define EXPECT_SCAN32(...) EXPECT_SCAN(parseInt32, __VA_ARGS__)
+#define EXPECT_SCAN64(...) EXPECT_SCAN(parseInt64, __VA_ARGS__)
 
 TEST(ParseInt32, AutomaticBase) {
     EXPECT_SCAN32("0x10", 0, 16, 0u, 4);

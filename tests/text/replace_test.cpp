@@ -4,17 +4,13 @@
 
 #include <string>
 
+#include "text/scantest.h"
+
 namespace keel {
 namespace {
 
-StringC u8(const char* text) { return StringC(text, "utf8"); }
-
-std::string str(const StringC& s) {
-    const char* text = s.textUtf8();
-    std::string copy(text ? text : "", s.textUtf8Length());
-    s.releaseUtf8(text);
-    return copy;
-}
+using scantest::str;
+using scantest::u8;
 
 std::string replaced(const char* source, const char* find, const char* with, bool all,
                      int32_t start = -1, bool ignoreCase = false) {

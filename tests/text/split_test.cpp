@@ -6,21 +6,19 @@
 #include <string>
 #include <vector>
 
+#include "text/scantest.h"
+
 namespace keel {
 namespace {
 
-StringC u8(const char* text) { return StringC(text, "utf8"); }
+using scantest::str;
+using scantest::u8;
 
 std::vector<std::string> pieces(const StringC& text, const char* separators, bool trim,
                                 bool keepEmpty, uint32_t escape = kNoEscape) {
     std::unique_ptr<StringArrayC> array(splitString(text, u8(separators), trim, keepEmpty, escape));
     std::vector<std::string> out;
-    for (uint32_t i = 0; i < array->size(); ++i) {
-        const StringC& piece = *array->at(i);
-        const char* bytes = piece.textUtf8();
-        out.emplace_back(bytes ? bytes : "", piece.textUtf8Length());
-        piece.releaseUtf8(bytes);
-    }
+    for (uint32_t i = 0; i < array->size(); ++i) out.push_back(str(*array->at(i)));
     return out;
 }
 
