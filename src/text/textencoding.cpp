@@ -76,9 +76,9 @@ inline void widen8To16(uint8_t* o, uint64_t x, bool swapped) {
 }
 
 // Eight ASCII bytes widened to eight 32-bit words.
-inline void widen8To32(uint8_t* o, const uint8_t* p) {
+inline void widen8To32(uint8_t* o, uint64_t x) {
     uint32_t w[8];
-    for (int i = 0; i < 8; ++i) w[i] = p[i];
+    for (int i = 0; i < 8; ++i) w[i] = static_cast<uint8_t>(x >> (8 * i));
     memcpy(o, w, 32);
 }
 
@@ -96,6 +96,88 @@ inline bool wholeShortest2(const uint8_t* p) { return p[0] >= 0xC2 && isContinua
 inline bool wholeShortest3(const uint8_t* p) {
     return isContinuation(p[1]) && isContinuation(p[2]) && (p[0] != 0xE0 || p[1] >= 0xA0);
 }
+
+// A four-byte sequence of a value from 0x10000 to 0x10FFFF.
+inline bool wholeShortest4(const uint8_t* p) {
+    return isContinuation(p[1]) && isContinuation(p[2]) && isContinuation(p[3]) &&
+           (p[0] != 0xF0 || p[1] >= 0x90) && (p[0] < 0xF4 || (p[0] == 0xF4 && p[1] < 0x90));
+}
+
+// What scanClean8 found at the head of eight bytes of internal form.
+struct CleanRunT {
+    uint32_t length;  // bytes of whole clean sequences at the front; 0 for none
+    uint32_t chars;   // characters in them
+    uint32_t quads;   // four-byte characters among them (two UTF-16 units each)
+};
+
+// Looks at the eight bytes at `p`, the first of which starts a character, all
+// at once. A clean sequence is whole, of one to four bytes, in its shortest
+// form and at most U+10FFFF: there utf8Next gives the plain UTF-8 reading,
+// utf8Put writes the same bytes back, and UTF-16 needs one unit per character
+// plus one per four-byte character. The run stops in front of a sequence cut
+// by the end of the eight bytes; anything unclean in it gives length 0, and
+// the caller walks that character the careful way.
+inline void scanClean8(const uint8_t* p, CleanRunT* run) {
+    const uint64_t h = kHighBits;
+    uint64_t x = load64(p);
+    uint64_t hi = x & h;
+    if (hi == 0) {
+        run->length = 8;
+        run->chars = 8;
+        run->quads = 0;
+        return;
+    }
+    // Bit k of every byte, moved to bit 7 of the same byte.
+    uint64_t b6 = (x << 1) & h, b5 = (x << 2) & h, b4 = (x << 3) & h, b3 = (x << 4) & h;
+    uint64_t b2 = (x << 5) & h, b1 = (x << 6) & h, b0 = (x << 7) & h;
+    uint64_t lead2 = hi & b6;     // 11xxxxxx
+    uint64_t lead3 = lead2 & b5;  // 111xxxxx
+    uint64_t lead4 = lead3 & b4;  // 1111xxxx
+    uint64_t cont = hi ^ lead2;   // 10xxxxxx
+    run->length = 0;
+    // Every continuation byte where a lead byte asks for one, and nowhere
+    // else; no sequence of five or six bytes, no FE or FF.
+    if (((lead2 << 8) | (lead3 << 16) | (lead4 << 24)) != cont || (lead4 & b3)) return;
+    uint32_t length = 8;
+    uint64_t keep = ~0ull;
+    if ((lead2 >> 56) | (lead3 >> 48) | (lead4 >> 40)) {
+        length = static_cast<uint32_t>(63 - __builtin_clzll(lead2)) >> 3;
+        keep = length ? (~0ull >> (64 - 8 * length)) : 0;
+    }
+    // Bits 5 and 4 of the following byte.
+    uint64_t n5 = (x >> 6) & h, n4 = (x >> 5) & h;
+    uint64_t overlong2 = lead2 & ~lead3 & ~(b4 | b3 | b2 | b1);         // C0, C1
+    uint64_t overlong3 = lead3 & ~lead4 & ~(b3 | b2 | b1 | b0) & ~n5;  // E0 80-9F
+    uint64_t overlong4 = lead4 & ~(b2 | b1 | b0) & ~(n5 | n4);         // F0 80-8F
+    uint64_t beyond = lead4 & b2 & (b1 | b0 | n5 | n4);                // F4 90 up, F5-F7
+    if ((overlong2 | overlong3 | overlong4 | beyond) & keep) return;
+    run->length = length;
+    run->chars = static_cast<uint32_t>(__builtin_popcountll(~cont & h & keep));
+    run->quads = static_cast<uint32_t>(__builtin_popcountll(lead4 & keep));
+}
+
+// Per 16-bit lane: 0x8000 where the lane is not zero.
+inline uint64_t lanesNotZero(uint64_t x) {
+    const uint64_t low15 = 0x7FFF7FFF7FFF7FFFull;
+    return (((x & low15) + low15) | x) & ~low15;
+}
+
+// UTF-8 bytes of a value below 0x10000, in the order they are written, and
+// their number.
+inline uint32_t utf8Bytes16(uint32_t u, uint32_t* length) {
+    if (u < 0x80) {
+        *length = 1;
+        return u;
+    }
+    if (u < 0x800) {
+        *length = 2;
+        return (0xC0 | (u >> 6)) | ((0x80 | (u & 0x3F)) << 8);
+    }
+    *length = 3;
+    return (0xE0 | (u >> 12)) | ((0x80 | ((u >> 6) & 0x3F)) << 8) | ((0x80 | (u & 0x3F)) << 16);
+}
+
+inline void store32(uint8_t* o, uint32_t x) { memcpy(o, &x, 4); }
 
 const uint8_t kUtf8Mark[3] = {0xEF, 0xBB, 0xBF};
 const uint8_t kLittleEndianMark[2] = {0xFF, 0xFE};
@@ -376,16 +458,22 @@ uint32_t ASCIITextDecoderC::decode(const void* bytes, uint32_t length, void* out
     const uint8_t* end = p + length;
     uint8_t* o = static_cast<uint8_t*>(output);
     uint8_t* oend = o ? o + room : o;
-    while (p < end) {
-        if (left(p, end) >= 8 && left(o, oend) >= 8) {
-            uint64_t x = load64(p);
-            if ((x & kHighBits) == 0) {
-                memcpy(o, &x, 8);
-                p += 8;
-                o += 8;
-                continue;
-            }
+    // Eight bytes at a time while the room takes eight replacements.
+    while (left(p, end) >= 8 && left(o, oend) >= 8 * 3 + 1) {
+        uint64_t x = load64(p);
+        p += 8;
+        if ((x & kHighBits) == 0) {
+            memcpy(o, &x, 8);
+            o += 8;
+            continue;
         }
+        for (int i = 0; i < 8; ++i) {
+            uint32_t b = static_cast<uint8_t>(x >> (8 * i));
+            store32(o, b < 0x80 ? b : 0xBDBFEFu);
+            o += b < 0x80 ? 1 : 3;
+        }
+    }
+    while (p < end) {
         uint8_t b = *p;
         if (b < 0x80) {
             if (o == oend) break;
@@ -421,16 +509,23 @@ uint32_t Latin1TextDecoderC::decode(const void* bytes, uint32_t length, void* ou
     const uint8_t* end = p + length;
     uint8_t* o = static_cast<uint8_t*>(output);
     uint8_t* oend = o ? o + room : o;
-    while (p < end) {
-        if (left(p, end) >= 8 && left(o, oend) >= 8) {
-            uint64_t x = load64(p);
-            if ((x & kHighBits) == 0) {
-                memcpy(o, &x, 8);
-                p += 8;
-                o += 8;
-                continue;
-            }
+    while (left(p, end) >= 8 && left(o, oend) >= 8 * 2) {
+        uint64_t x = load64(p);
+        p += 8;
+        if ((x & kHighBits) == 0) {
+            memcpy(o, &x, 8);
+            o += 8;
+            continue;
         }
+        for (int i = 0; i < 8; ++i) {
+            uint32_t b = static_cast<uint8_t>(x >> (8 * i));
+            uint32_t two = (0xC0 | (b >> 6)) | ((0x80 | (b & 0x3F)) << 8);
+            uint16_t w = static_cast<uint16_t>(b < 0x80 ? b : two);
+            memcpy(o, &w, 2);
+            o += 1 + (b >> 7);
+        }
+    }
+    while (p < end) {
         uint8_t b = *p;
         if (b < 0x80) {
             if (o == oend) break;
@@ -461,25 +556,18 @@ uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
     const uint8_t* p = bytes;
     const uint8_t* end = p + length;
     uint32_t size = 0;
+    CleanRunT run;
     while (p < end) {
-        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
-            p += 8;
-            size += 8;
-            continue;
-        }
-        uint8_t b = *p;
-        if (b < 0x80) {
-            ++p;
-            ++size;
-            continue;
+        if (left(p, end) >= 8) {
+            scanClean8(p, &run);
+            if (run.length) {
+                p += run.length;
+                size += run.length;
+                continue;
+            }
         }
         uint32_t n = utf8SequenceLength(p);
         if (n > left(p, end)) break;
-        if ((n == 2 && wholeShortest2(p)) || (n == 3 && wholeShortest3(p))) {
-            p += n;
-            size += n;
-            continue;
-        }
         size += utf8EncodedLength(utf8Next(p));
     }
     *consumed = static_cast<uint32_t>(p - bytes);
@@ -493,41 +581,25 @@ uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint
     uint8_t* o = output;
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
+    CleanRunT run;
     while (p < end) {
         if (left(p, end) >= 8 && left(o, oend) >= 8) {
-            uint64_t x = load64(p);
-            if ((x & kHighBits) == 0) {
-                memcpy(o, &x, 8);
-                p += 8;
-                o += 8;
-                chars += 8;
+            // Clean sequences are already what utf8Put would write. All eight
+            // bytes are copied, which stays inside the room; those behind the
+            // run are written over next.
+            scanClean8(p, &run);
+            if (run.length) {
+                memcpy(o, p, 8);
+                p += run.length;
+                o += run.length;
+                chars += run.chars;
                 continue;
             }
         }
-        uint8_t b = *p;
         // Each character is read before the room is tested: one that does
         // not fit is consumed and lost.
-        if (b < 0x80) {
-            ++p;
-            if (o == oend) break;
-            *o++ = b;
-            ++chars;
-            continue;
-        }
         uint32_t n = utf8SequenceLength(p);
         if (n > left(p, end)) break;
-        if ((n == 2 && wholeShortest2(p)) || (n == 3 && wholeShortest3(p))) {
-            // Already in the form that utf8Put would write.
-            const uint8_t* s = p;
-            p += n;
-            if (left(o, oend) < n) break;
-            o[0] = s[0];
-            o[1] = s[1];
-            if (n == 3) o[2] = s[2];
-            o += n;
-            ++chars;
-            continue;
-        }
         uint32_t value = utf8Next(p);
         if (left(o, oend) < utf8EncodedLength(value)) break;
         utf8Put(o, value);
@@ -564,6 +636,23 @@ uint32_t UTF16TextDecoderC::sequenceBytes(const uint8_t* bytes, uint32_t count) 
     return 2 * utf16UnitsAt(bytes, swapped);
 }
 
+namespace {
+
+const uint64_t kLaneTops = 0x8000800080008000ull;
+
+// Lanes (0x8000 each) of the four units that are high or low surrogates.
+inline uint64_t highSurrogateLanes(uint64_t x) {
+    return ~lanesNotZero((x & 0xFC00FC00FC00FC00ull) ^ 0xD800D800D800D800ull) & kLaneTops;
+}
+
+inline uint64_t lowSurrogateLanes(uint64_t x) {
+    return ~lanesNotZero((x & 0xFC00FC00FC00FC00ull) ^ 0xDC00DC00DC00DC00ull) & kLaneTops;
+}
+
+inline uint32_t popcount64(uint64_t x) { return static_cast<uint32_t>(__builtin_popcountll(x)); }
+
+}  // namespace
+
 uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
                                            uint32_t* consumed) {
     if (length < 2) {
@@ -576,11 +665,19 @@ uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
     uint32_t size = 0;
     while (left(p, end) >= 2) {
         if (left(p, end) >= 8) {
+            // Four units at once: one byte each, one more from 0x80 and one
+            // more from 0x800. A proper pair is four bytes where the two
+            // units would count three each; any other surrogate is U+FFFD,
+            // three bytes, as counted.
             uint64_t x = load64(p);
             if (swapped) x = swapUnits(x);
-            if ((x & 0xFF80FF80FF80FF80ull) == 0) {
+            uint64_t high = highSurrogateLanes(x);
+            uint64_t low = lowSurrogateLanes(x);
+            if ((high << 16) == low && !(high >> 48)) {
+                size += 4 + popcount64(lanesNotZero(x & 0xFF80FF80FF80FF80ull)) +
+                        popcount64(lanesNotZero(x & 0xF800F800F800F800ull)) -
+                        popcount64(high | low);
                 p += 8;
-                size += 4;
                 continue;
             }
         }
@@ -611,16 +708,32 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
     while (left(p, end) >= 2) {
-        if (left(p, end) >= 8 && left(o, oend) >= 4) {
+        if (left(p, end) >= 8 && left(o, oend) >= 16) {
             uint64_t x = load64(p);
             if (swapped) x = swapUnits(x);
             if ((x & 0xFF80FF80FF80FF80ull) == 0) {
-                o[0] = static_cast<uint8_t>(x);
-                o[1] = static_cast<uint8_t>(x >> 16);
-                o[2] = static_cast<uint8_t>(x >> 32);
-                o[3] = static_cast<uint8_t>(x >> 48);
+                uint32_t four = static_cast<uint32_t>((x & 0xFF) | ((x >> 8) & 0xFF00) |
+                                                      ((x >> 16) & 0xFF0000) |
+                                                      ((x >> 24) & 0xFF000000));
+                store32(o, four);
                 p += 8;
                 o += 4;
+                chars += 4;
+                continue;
+            }
+            uint64_t surrogates =
+                ~lanesNotZero((x & 0xF800F800F800F800ull) ^ 0xD800D800D800D800ull) & kLaneTops;
+            if (surrogates == 0) {
+                // Four units without surrogates: one to three bytes each. Each
+                // is stored as four bytes, the extra ones written over by the
+                // next (the room takes them).
+                for (int i = 0; i < 4; ++i) {
+                    uint32_t n;
+                    uint32_t w = utf8Bytes16(static_cast<uint32_t>(x >> (16 * i)) & 0xFFFF, &n);
+                    store32(o, w);
+                    o += n;
+                }
+                p += 8;
                 chars += 4;
                 continue;
             }
@@ -653,20 +766,36 @@ uint32_t WCharTextDecoderC::sequenceBytes(const uint8_t*, uint32_t count) {
     return count < 4 ? 8 : 4;
 }
 
+namespace {
+
+// utf8EncodedLength without branches: every word of wide text may be of
+// another length than the one before.
+inline uint32_t encodedLengthOf(uint32_t v) {
+    uint32_t n = 1 + (v > 0x7F) + (v > 0x7FF) + (v > 0xFFFF) + (v > 0x1FFFFF) + (v > 0x3FFFFFF);
+    return v < 0x80000000u ? n : 0;
+}
+
+}  // namespace
+
 uint32_t WCharTextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
                                            uint32_t* consumed) {
     const uint8_t* p = bytes;
     const uint8_t* end = p + length;
     uint32_t size = 0;
-    while (left(p, end) >= 4) {
-        if (left(p, end) >= 16 &&
-            ((load64(p) | load64(p + 8)) & 0xFFFFFF80FFFFFF80ull) == 0) {
-            p += 16;
+    while (left(p, end) >= 16) {
+        uint64_t a = load64(p);
+        uint64_t b = load64(p + 8);
+        if (((a | b) & 0xFFFFFF80FFFFFF80ull) == 0) {
             size += 4;
-            continue;
+        } else {
+            size += encodedLengthOf(static_cast<uint32_t>(a)) +
+                    encodedLengthOf(static_cast<uint32_t>(a >> 32)) +
+                    encodedLengthOf(static_cast<uint32_t>(b)) +
+                    encodedLengthOf(static_cast<uint32_t>(b >> 32));
         }
-        size += utf8EncodedLength(ucs4Next(p));
+        p += 16;
     }
+    while (left(p, end) >= 4) size += encodedLengthOf(ucs4Next(p));
     *consumed = static_cast<uint32_t>(p - bytes);
     return size;
 }
@@ -679,16 +808,29 @@ uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
     while (left(p, end) >= 4) {
-        if (left(p, end) >= 16 && left(o, oend) >= 4) {
+        if (left(p, end) >= 16 && left(o, oend) >= 16) {
             uint64_t a = load64(p);
             uint64_t b = load64(p + 8);
             if (((a | b) & 0xFFFFFF80FFFFFF80ull) == 0) {
-                o[0] = static_cast<uint8_t>(a);
-                o[1] = static_cast<uint8_t>(a >> 32);
-                o[2] = static_cast<uint8_t>(b);
-                o[3] = static_cast<uint8_t>(b >> 32);
+                store32(o, static_cast<uint32_t>((a & 0xFF) | ((a >> 24) & 0xFF00) |
+                                                 ((b & 0xFF) << 16) | ((b >> 8) & 0xFF000000)));
                 p += 16;
                 o += 4;
+                chars += 4;
+                continue;
+            }
+            if (((a | b) & 0xFFFF0000FFFF0000ull) == 0) {
+                // Four values below 0x10000: one to three bytes each, stored
+                // as four bytes that the next one writes over.
+                const uint32_t words[4] = {
+                    static_cast<uint32_t>(a), static_cast<uint32_t>(a >> 32),
+                    static_cast<uint32_t>(b), static_cast<uint32_t>(b >> 32)};
+                for (uint32_t v : words) {
+                    uint32_t n;
+                    store32(o, utf8Bytes16(v, &n));
+                    o += n;
+                }
+                p += 16;
                 chars += 4;
                 continue;
             }
@@ -706,26 +848,48 @@ uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
 }
 
 // ---------------------------------------------------------------------------
-// Encoders from the internal form
+// Encoders from the internal form. The size loops count whole clean runs
+// eight bytes at a time; the converting loops go character by character,
+// with a shortcut for runs of ASCII and for the common two- and three-byte
+// sequences.
 
-uint32_t ASCIITextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
-                                           uint32_t* consumed) {
+namespace {
+
+// Characters of whole sequences: clean runs eight bytes at a time, the rest
+// the careful way. `quads` collects the four-byte characters of the clean
+// runs; `per` sees the value of each character walked the careful way.
+template <class Per>
+inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t* consumed,
+                                uint32_t* quads, Per per) {
     const uint8_t* p = bytes;
     const uint8_t* end = p + length;
-    uint32_t size = 0;
+    uint32_t chars = 0;
+    CleanRunT run;
     while (p < end) {
-        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
-            p += 8;
-            size += 8;
-            continue;
+        if (left(p, end) >= 8) {
+            scanClean8(p, &run);
+            if (run.length) {
+                p += run.length;
+                chars += run.chars;
+                *quads += run.quads;
+                continue;
+            }
         }
         uint32_t n = utf8SequenceLength(p);
         if (n > left(p, end)) break;
-        utf8Next(p);
-        ++size;
+        per(utf8Next(p));
+        ++chars;
     }
     *consumed = static_cast<uint32_t>(p - bytes);
-    return size;
+    return chars;
+}
+
+}  // namespace
+
+uint32_t ASCIITextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
+                                           uint32_t* consumed) {
+    uint32_t quads = 0;
+    return countCharacters(bytes, length, consumed, &quads, [](uint32_t) {});
 }
 
 uint32_t ASCIITextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
@@ -762,26 +926,8 @@ uint32_t ASCIITextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uin
 
 uint32_t Latin1TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
                                             uint32_t* consumed) {
-    const uint8_t* p = bytes;
-    const uint8_t* end = p + length;
-    uint32_t size = 0;
-    while (p < end) {
-        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
-            p += 8;
-            size += 8;
-            continue;
-        }
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
-        if (n == 2 && isContinuation(p[1])) {
-            p += 2;
-        } else {
-            utf8Next(p);
-        }
-        ++size;
-    }
-    *consumed = static_cast<uint32_t>(p - bytes);
-    return size;
+    uint32_t quads = 0;
+    return countCharacters(bytes, length, consumed, &quads, [](uint32_t) {});
 }
 
 uint32_t Latin1TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
@@ -792,23 +938,29 @@ uint32_t Latin1TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, ui
     uint8_t* oend = o ? o + room : o;
     bool anyLost = false;
     while (p < end) {
-        if (left(p, end) >= 8 && left(o, oend) >= 8) {
-            uint64_t x = load64(p);
-            if ((x & kHighBits) == 0) {
-                memcpy(o, &x, 8);
-                p += 8;
-                o += 8;
-                continue;
+        uint32_t b = *p;
+        if (b < 0x80) {
+            if (left(p, end) >= 8 && left(o, oend) >= 8) {
+                uint64_t x = load64(p);
+                if ((x & kHighBits) == 0) {
+                    memcpy(o, &x, 8);
+                    p += 8;
+                    o += 8;
+                    continue;
+                }
             }
+            if (o == oend) break;
+            *o++ = static_cast<uint8_t>(b);
+            ++p;
+            continue;
         }
         if (o == oend) break;
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
         uint32_t value;
-        if (n == 2 && isContinuation(p[1])) {
-            value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+        if (b >= 0xC0 && b < 0xE0 && left(p, end) >= 2 && isContinuation(p[1])) {
+            value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
             p += 2;
         } else {
+            if (utf8SequenceLength(p) > left(p, end)) break;
             value = utf8Next(p);
         }
         if (value > 0xFF) {
@@ -824,26 +976,10 @@ uint32_t Latin1TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, ui
 
 uint32_t UTF16TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
                                            uint32_t* consumed) {
-    const uint8_t* p = bytes;
-    const uint8_t* end = p + length;
-    uint32_t size = 0;
-    while (p < end) {
-        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
-            p += 8;
-            size += 16;
-            continue;
-        }
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
-        if ((n == 2 && isContinuation(p[1])) || (n == 3 && wholeShortest3(p))) {
-            p += n;
-            size += 2;
-            continue;
-        }
-        size += 2 * utf16UnitsFor(utf8Next(p));
-    }
-    *consumed = static_cast<uint32_t>(p - bytes);
-    return size;
+    uint32_t pairs = 0;
+    uint32_t chars = countCharacters(bytes, length, consumed, &pairs,
+                                     [&pairs](uint32_t v) { pairs += utf16UnitsFor(v) - 1; });
+    return 2 * (chars + pairs);
 }
 
 uint32_t UTF16TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
@@ -855,36 +991,43 @@ uint32_t UTF16TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* oend = o ? o + room : o;
     bool anyLost = false;
     while (p < end) {
-        if (left(p, end) >= 8 && left(o, oend) >= 16) {
-            uint64_t x = load64(p);
-            if ((x & kHighBits) == 0) {
-                widen8To16(o, x, swapped);
-                p += 8;
-                o += 16;
-                continue;
-            }
-        }
-        if (left(o, oend) < 2) break;
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
+        uint32_t b = *p;
         uint32_t value;
-        if (n == 2 && isContinuation(p[1])) {
-            value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
-            p += 2;
-        } else if (n == 3 && wholeShortest3(p)) {
-            value = ((p[0] & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
-            p += 3;
+        if (b < 0x80) {
+            if (left(p, end) >= 8 && left(o, oend) >= 16) {
+                uint64_t x = load64(p);
+                if ((x & kHighBits) == 0) {
+                    widen8To16(o, x, swapped);
+                    p += 8;
+                    o += 16;
+                    continue;
+                }
+            }
+            if (left(o, oend) < 2) break;
+            value = b;
+            ++p;
         } else {
-            const uint8_t* start = p;
-            value = utf8Next(p);
-            if (value >= 0x110000) {
-                anyLost = true;
-            } else if (value >= 0x10000 && left(o, oend) < 4) {
-                // A pair needs two units: rather than write past the room,
-                // stop in front of it as in front of any other that does not
-                // fit.
-                p = start;
-                break;
+            if (left(o, oend) < 2) break;
+            uint32_t have = left(p, end);
+            if (b >= 0xE0 && b < 0xF0 && have >= 3 && wholeShortest3(p)) {
+                value = ((b & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
+                p += 3;
+            } else if (b < 0xE0 && b >= 0xC0 && have >= 2 && isContinuation(p[1])) {
+                value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+                p += 2;
+            } else {
+                if (utf8SequenceLength(p) > have) break;
+                const uint8_t* start = p;
+                value = utf8Next(p);
+                if (value >= 0x110000) {
+                    anyLost = true;
+                } else if (value >= 0x10000 && left(o, oend) < 4) {
+                    // A pair needs two units: rather than write past the
+                    // room, stop in front of it as in front of any other
+                    // character that does not fit.
+                    p = start;
+                    break;
+                }
             }
         }
         utf16Put(o, value, swapped);
@@ -898,22 +1041,8 @@ TextEncodingI* WCharTextEncoderC::getEncoding() { return wcharEncoding(); }
 
 uint32_t WCharTextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
                                            uint32_t* consumed) {
-    const uint8_t* p = bytes;
-    const uint8_t* end = p + length;
-    uint32_t size = 0;
-    while (p < end) {
-        if (left(p, end) >= 8 && (load64(p) & kHighBits) == 0) {
-            p += 8;
-            size += 32;
-            continue;
-        }
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
-        utf8Next(p);
-        size += 4;
-    }
-    *consumed = static_cast<uint32_t>(p - bytes);
-    return size;
+    uint32_t quads = 0;
+    return 4 * countCharacters(bytes, length, consumed, &quads, [](uint32_t) {});
 }
 
 uint32_t WCharTextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
@@ -923,21 +1052,35 @@ uint32_t WCharTextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* o = output;
     uint8_t* oend = o ? o + room : o;
     while (p < end) {
-        if (left(p, end) >= 8 && left(o, oend) >= 32 && (load64(p) & kHighBits) == 0) {
-            widen8To32(o, p);
-            p += 8;
-            o += 32;
-            continue;
-        }
-        if (left(o, oend) < 4) break;
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
+        uint32_t b = *p;
         uint32_t value;
-        if (n == 2 && isContinuation(p[1])) {
-            value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
-            p += 2;
+        if (b < 0x80) {
+            if (left(p, end) >= 8 && left(o, oend) >= 32) {
+                uint64_t x = load64(p);
+                if ((x & kHighBits) == 0) {
+                    widen8To32(o, x);
+                    p += 8;
+                    o += 32;
+                    continue;
+                }
+            }
+            if (left(o, oend) < 4) break;
+            value = b;
+            ++p;
         } else {
-            value = utf8Next(p);
+            if (left(o, oend) < 4) break;
+            uint32_t have = left(p, end);
+            if (b >= 0xE0 && b < 0xF0 && have >= 3 && isContinuation(p[1]) &&
+                isContinuation(p[2])) {
+                value = ((b & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
+                p += 3;
+            } else if (b < 0xE0 && b >= 0xC0 && have >= 2 && isContinuation(p[1])) {
+                value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+                p += 2;
+            } else {
+                if (utf8SequenceLength(p) > have) break;
+                value = utf8Next(p);
+            }
         }
         ucs4Put(o, value);
     }

@@ -244,12 +244,27 @@ Result modelEncode(const std::string& name, const Bytes& in) {
     return r;
 }
 
+// Sequences at the edges of what the fast paths take: overlong forms, values
+// above U+10FFFF, surrogates, five and six bytes, and bytes that start nothing.
+const char* const kEdgeSequences[] = {
+    "\xC0\x80", "\xC1\xBF", "\xC2\x80", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xE0\xA0\x80",
+    "\xED\xA0\x80", "\xEF\xBF\xBF", "\xF0\x80\x80\x80", "\xF0\x8F\xBF\xBF",
+    "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80",
+    "\xF7\xBF\xBF\xBF", "\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80",
+    "\xFD\xBF\xBF\xBF\xBF\xBF", "\xFE", "\xFF", "\x80", "\xBF", "\xE4\xB8", "\xF0\x9F\x98"};
+
+void putEdge(Bytes& r, std::mt19937& rng) {
+    const char* e = kEdgeSequences[rng() % (sizeof kEdgeSequences / sizeof kEdgeSequences[0])];
+    r.insert(r.end(), e, e + strlen(e));
+}
+
 // Random text of runs: ASCII (long enough for the eight-byte paths), Latin-1,
-// two- and three-byte characters, supplementary ones, and junk bytes.
+// two- and three-byte characters, supplementary ones, edge sequences and junk.
 Bytes randomInternal(std::mt19937& rng, size_t items) {
     Bytes r;
     for (size_t i = 0; i < items; ++i) {
-        switch (rng() % 7) {
+        switch (rng() % 8) {
+        case 7: putEdge(r, rng); break;
         case 0:
         case 1: {
             size_t n = rng() % 20;
@@ -293,7 +308,11 @@ Bytes randomOutside(const std::string& name, std::mt19937& rng, size_t items) {
             r.push_back(static_cast<uint8_t>(rng()));
         } else if (name == "utf8" || name == "system-8") {
             if (kind == 5) {
-                r.push_back(static_cast<uint8_t>(rng()));
+                if (rng() % 2) {
+                    putEdge(r, rng);
+                } else {
+                    r.push_back(static_cast<uint8_t>(rng()));
+                }
             } else {
                 put8(r, kind == 2 ? 0x80 + rng() % 0x780 : kind == 3 ? 0x800 + rng() % 0xF800
                                                                        : 0x10000 + rng() % 0x100000);
@@ -765,6 +784,35 @@ TEST(TextEncodingPieces, RandomTextAgreesWithTheModelInOnePieceAndInPieces) {
             for (size_t i = 0, n = rng() % 10; i < n; ++i) cuts.push_back(rng() % (in.size() + 1));
             std::sort(cuts.begin(), cuts.end());
             expectSame(whole, decodePieces(name, in, cuts), std::string(name) + " in pieces");
+        }
+    }
+}
+
+TEST(TextEncodingPieces, EdgeSequencesAtEveryOffsetOfTheFastPaths) {
+    // Each edge sequence, and each pair of them, inside plain text at every
+    // offset of an eight-byte block: the block-wise paths must give what
+    // the character-by-character model gives.
+    const size_t edges = sizeof kEdgeSequences / sizeof kEdgeSequences[0];
+    for (size_t e = 0; e < edges; ++e) {
+        for (size_t f = 0; f <= edges; ++f) {
+            for (size_t offset = 0; offset < 10; ++offset) {
+                Bytes text(offset, 'a');
+                text.insert(text.end(), kEdgeSequences[e], kEdgeSequences[e] + strlen(kEdgeSequences[e]));
+                if (f < edges) {
+                    text.insert(text.end(), kEdgeSequences[f], kEdgeSequences[f] + strlen(kEdgeSequences[f]));
+                }
+                text.insert(text.end(), 12, 'z');
+                for (const char* name : {"ascii", "iso-8859-1", "utf8", "utf16be", "wchar_t"}) {
+                    Result model = modelEncode(name, text);
+                    Result whole = encodeAll(name, text);
+                    ASSERT_EQ(model.out, whole.out) << name << " " << e << " " << f << " " << offset;
+                    ASSERT_EQ(model.lost, whole.lost) << name << " " << e << " " << f << " " << offset;
+                }
+                Result model = modelDecode("utf8", text);
+                Result whole = decodeAll("utf8", text);
+                ASSERT_EQ(model.out, whole.out) << e << " " << f << " " << offset;
+                ASSERT_EQ(model.chars, whole.chars) << e << " " << f << " " << offset;
+            }
         }
     }
 }
