@@ -14,6 +14,15 @@
 #include "text/utf16.h"
 #include "text/utf8.h"
 
+// SSE2 is part of every x86-64 processor; the 32-bit build goes without it
+// and takes the eight-byte paths, which give the same answers.
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#define KEEL_TEXT_SSE2 1
+#else
+#define KEEL_TEXT_SSE2 0
+#endif
+
 namespace keel {
 
 namespace {
@@ -49,10 +58,15 @@ inline uint32_t load32(const uint8_t* p) {
     return x;
 }
 
-// Bytes of 0x80 and above among the eight.
-inline uint32_t highBytes(uint64_t x) {
-    return static_cast<uint32_t>(__builtin_popcountll(x & kHighBits));
+// The number of bytes that have bit 7 set in a word with no other bits set.
+// A multiplication adds them up: the machine's baseline instruction set has no
+// population count, and the library call would cost more than the loop.
+inline uint32_t countByteFlags(uint64_t flags) {
+    return static_cast<uint32_t>(((flags >> 7) * 0x0101010101010101ull) >> 56);
 }
+
+// Bytes of 0x80 and above among the eight.
+inline uint32_t highBytes(uint64_t x) { return countByteFlags(x & kHighBits); }
 
 // Swaps the bytes of each of the four 16-bit units.
 inline uint64_t swapUnits(uint64_t x) {
@@ -103,11 +117,12 @@ inline bool wholeShortest4(const uint8_t* p) {
            (p[0] != 0xF0 || p[1] >= 0x90) && (p[0] < 0xF4 || (p[0] == 0xF4 && p[1] < 0x90));
 }
 
-// What scanClean8 found at the head of eight bytes of internal form.
+// What scanClean found at the head of a block of internal form.
 struct CleanRunT {
     uint32_t length;  // bytes of whole clean sequences at the front; 0 for none
     uint32_t chars;   // characters in them
     uint32_t quads;   // four-byte characters among them (two UTF-16 units each)
+    uint64_t starts;  // where the characters start: a flag per byte (see startOf)
 };
 
 // Looks at the eight bytes at `p`, the first of which starts a character, all
@@ -117,15 +132,16 @@ struct CleanRunT {
 // plus one per four-byte character. The run stops in front of a sequence cut
 // by the end of the eight bytes; anything unclean in it gives length 0, and
 // the caller walks that character the careful way.
-inline void scanClean8(const uint8_t* p, CleanRunT* run) {
+__attribute__((always_inline)) inline CleanRunT scanClean8(const uint8_t* p) {
     const uint64_t h = kHighBits;
+    CleanRunT run = {0, 0, 0, 0};
     uint64_t x = load64(p);
     uint64_t hi = x & h;
     if (hi == 0) {
-        run->length = 8;
-        run->chars = 8;
-        run->quads = 0;
-        return;
+        run.length = 8;
+        run.chars = 8;
+        run.starts = h;
+        return run;
     }
     // Bit k of every byte, moved to bit 7 of the same byte.
     uint64_t b6 = (x << 1) & h, b5 = (x << 2) & h, b4 = (x << 3) & h, b3 = (x << 4) & h;
@@ -134,10 +150,9 @@ inline void scanClean8(const uint8_t* p, CleanRunT* run) {
     uint64_t lead3 = lead2 & b5;  // 111xxxxx
     uint64_t lead4 = lead3 & b4;  // 1111xxxx
     uint64_t cont = hi ^ lead2;   // 10xxxxxx
-    run->length = 0;
     // Every continuation byte where a lead byte asks for one, and nowhere
     // else; no sequence of five or six bytes, no FE or FF.
-    if (((lead2 << 8) | (lead3 << 16) | (lead4 << 24)) != cont || (lead4 & b3)) return;
+    if (((lead2 << 8) | (lead3 << 16) | (lead4 << 24)) != cont || (lead4 & b3)) return run;
     uint32_t length = 8;
     uint64_t keep = ~0ull;
     if ((lead2 >> 56) | (lead3 >> 48) | (lead4 >> 40)) {
@@ -150,11 +165,96 @@ inline void scanClean8(const uint8_t* p, CleanRunT* run) {
     uint64_t overlong3 = lead3 & ~lead4 & ~(b3 | b2 | b1 | b0) & ~n5;  // E0 80-9F
     uint64_t overlong4 = lead4 & ~(b2 | b1 | b0) & ~(n5 | n4);         // F0 80-8F
     uint64_t beyond = lead4 & b2 & (b1 | b0 | n5 | n4);                // F4 90 up, F5-F7
-    if ((overlong2 | overlong3 | overlong4 | beyond) & keep) return;
-    run->length = length;
-    run->chars = static_cast<uint32_t>(__builtin_popcountll(~cont & h & keep));
-    run->quads = static_cast<uint32_t>(__builtin_popcountll(lead4 & keep));
+    if ((overlong2 | overlong3 | overlong4 | beyond) & keep) return run;
+    run.length = length;
+    run.starts = ~cont & h & keep;
+    run.chars = countByteFlags(run.starts);
+    run.quads = countByteFlags(lead4 & keep);
+    return run;
 }
+
+inline uint32_t countBits(uint32_t x) {
+    x = x - ((x >> 1) & 0x55555555u);
+    x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
+    x = (x + (x >> 4)) & 0x0F0F0F0Fu;
+    return (x * 0x01010101u) >> 24;
+}
+
+#if KEEL_TEXT_SSE2
+// scanClean8 for sixteen bytes, with the byte classes taken by comparisons
+// (bytes as signed values: 0x80 is -128, 0xC0 is -64, 0xFF is -1) into
+// sixteen-bit masks, one bit per byte.
+__attribute__((always_inline)) inline CleanRunT scanClean16(const uint8_t* p) {
+    CleanRunT run = {0, 0, 0, 0};
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    uint32_t hi = static_cast<uint32_t>(_mm_movemask_epi8(v));
+    if (hi == 0) {
+        run.length = 16;
+        run.chars = 16;
+        run.starts = 0xFFFF;
+        return run;
+    }
+    auto above = [v](int limit) {
+        return static_cast<uint32_t>(
+            _mm_movemask_epi8(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(limit)))));
+    };
+    auto below = [v](int limit) {
+        return static_cast<uint32_t>(
+            _mm_movemask_epi8(_mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(limit)))));
+    };
+    auto equal = [v](int value) {
+        return static_cast<uint32_t>(
+            _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(value)))));
+    };
+    uint32_t lead2 = above(-65) & hi;  // C0 and up
+    uint32_t lead3 = above(-33) & hi;  // E0 and up
+    uint32_t lead4 = above(-17) & hi;  // F0 and up
+    uint32_t cont = hi & ~lead2;
+    uint32_t expected = (lead2 << 1) | (lead3 << 2) | (lead4 << 3);
+    if ((expected & 0xFFFF) != cont || (above(-9) & hi)) return run;
+    uint32_t length = 16;
+    uint32_t keep = 0xFFFF;
+    if (expected >> 16) {
+        length = static_cast<uint32_t>(31 - __builtin_clz(lead2));
+        keep = (1u << length) - 1;
+    }
+    // The following byte of each, moved to its place: 80-8F and 80-9F.
+    uint32_t next90 = below(-112) >> 1;
+    uint32_t nextA0 = below(-96) >> 1;
+    uint32_t bad = (equal(-64) | equal(-63))  // C0, C1
+                   | (equal(-32) & nextA0)    // E0 80-9F
+                   | (equal(-16) & next90)    // F0 80-8F
+                   | (equal(-12) & ~next90)   // F4 90 and up
+                   | (above(-12) & hi);       // F5 to F7
+    if (bad & keep) return run;
+    run.length = length;
+    run.starts = ~cont & keep;
+    run.chars = countBits(~cont & keep);
+    run.quads = countBits(lead4 & keep);
+    return run;
+}
+
+const uint32_t kScanBytes = 16;
+__attribute__((always_inline)) inline CleanRunT scanClean(const uint8_t* p) {
+    return scanClean16(p);
+}
+inline bool asciiBlock(const uint8_t* p) {
+    return _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))) == 0;
+}
+// The byte index of the lowest flag of `starts`.
+inline uint32_t startOf(uint64_t starts) {
+    return static_cast<uint32_t>(__builtin_ctz(static_cast<uint32_t>(starts)));
+}
+#else
+const uint32_t kScanBytes = 8;
+__attribute__((always_inline)) inline CleanRunT scanClean(const uint8_t* p) {
+    return scanClean8(p);
+}
+inline bool asciiBlock(const uint8_t* p) { return (load64(p) & kHighBits) == 0; }
+inline uint32_t startOf(uint64_t starts) {
+    return static_cast<uint32_t>(__builtin_ctzll(starts)) >> 3;
+}
+#endif
 
 // Per 16-bit lane: 0x8000 where the lane is not zero.
 inline uint64_t lanesNotZero(uint64_t x) {
@@ -556,10 +656,9 @@ uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
     const uint8_t* p = bytes;
     const uint8_t* end = p + length;
     uint32_t size = 0;
-    CleanRunT run;
     while (p < end) {
-        if (left(p, end) >= 8) {
-            scanClean8(p, &run);
+        if (left(p, end) >= kScanBytes) {
+            CleanRunT run = scanClean(p);
             if (run.length) {
                 p += run.length;
                 size += run.length;
@@ -581,15 +680,14 @@ uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint
     uint8_t* o = output;
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
-    CleanRunT run;
     while (p < end) {
-        if (left(p, end) >= 8 && left(o, oend) >= 8) {
-            // Clean sequences are already what utf8Put would write. All eight
-            // bytes are copied, which stays inside the room; those behind the
-            // run are written over next.
-            scanClean8(p, &run);
+        if (left(p, end) >= kScanBytes && left(o, oend) >= kScanBytes) {
+            // Clean sequences are already what utf8Put would write. The whole
+            // block is copied, which stays inside the room; the bytes behind
+            // the run are written over next.
+            CleanRunT run = scanClean(p);
             if (run.length) {
-                memcpy(o, p, 8);
+                memcpy(o, p, kScanBytes);
                 p += run.length;
                 o += run.length;
                 chars += run.chars;
@@ -649,7 +747,10 @@ inline uint64_t lowSurrogateLanes(uint64_t x) {
     return ~lanesNotZero((x & 0xFC00FC00FC00FC00ull) ^ 0xDC00DC00DC00DC00ull) & kLaneTops;
 }
 
-inline uint32_t popcount64(uint64_t x) { return static_cast<uint32_t>(__builtin_popcountll(x)); }
+// The sum of the four 16-bit lanes, each below 0x4000.
+inline uint32_t sumLanes(uint64_t x) {
+    return static_cast<uint32_t>((x * 0x0001000100010001ull) >> 48);
+}
 
 }  // namespace
 
@@ -674,9 +775,9 @@ uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
             uint64_t high = highSurrogateLanes(x);
             uint64_t low = lowSurrogateLanes(x);
             if ((high << 16) == low && !(high >> 48)) {
-                size += 4 + popcount64(lanesNotZero(x & 0xFF80FF80FF80FF80ull)) +
-                        popcount64(lanesNotZero(x & 0xF800F800F800F800ull)) -
-                        popcount64(high | low);
+                uint64_t from80 = lanesNotZero(x & 0xFF80FF80FF80FF80ull);
+                uint64_t from800 = lanesNotZero(x & 0xF800F800F800F800ull) & ~(high | low);
+                size += sumLanes(0x0001000100010001ull + (from80 >> 15) + (from800 >> 15));
                 p += 8;
                 continue;
             }
@@ -864,10 +965,9 @@ inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t*
     const uint8_t* p = bytes;
     const uint8_t* end = p + length;
     uint32_t chars = 0;
-    CleanRunT run;
     while (p < end) {
-        if (left(p, end) >= 8) {
-            scanClean8(p, &run);
+        if (left(p, end) >= kScanBytes) {
+            CleanRunT run = scanClean(p);
             if (run.length) {
                 p += run.length;
                 chars += run.chars;
@@ -884,6 +984,248 @@ inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t*
     return chars;
 }
 
+// The value of a clean sequence (see scanClean8), without branches: in text
+// of mixed lengths each branch would be a guess. Reads up to three bytes
+// behind the lead byte, which the callers have.
+__attribute__((always_inline)) inline uint32_t cleanValue(const uint8_t* p) {
+    uint32_t b0 = p[0];
+    uint32_t b1 = p[1] & 0x3Fu, b2 = p[2] & 0x3Fu, b3 = p[3] & 0x3Fu;
+    uint32_t v2 = ((b0 & 0x1Fu) << 6) | b1;
+    uint32_t v3 = ((b0 & 0x0Fu) << 12) | (b1 << 6) | b2;
+    uint32_t v4 = ((b0 & 0x07u) << 18) | (b1 << 12) | (b2 << 6) | b3;
+    uint32_t v = b0 < 0xF0 ? v3 : v4;
+    v = b0 < 0xE0 ? v2 : v;
+    return b0 < 0x80 ? b0 : v;
+}
+
+#if KEEL_TEXT_SSE2
+// For a clean block without four-byte sequences: at every byte place the
+// value of a sequence that would start there, as sixteen-bit lanes (places 0
+// to 7 in `lo`, 8 to 15 in `hi`). Only the places where characters start
+// mean anything. Reads two bytes behind the block.
+__attribute__((always_inline)) inline void cleanValues16(const uint8_t* p, __m128i* lo,
+                                                         __m128i* hi) {
+    const __m128i zero = _mm_setzero_si128();
+    __m128i v0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1));
+    __m128i v2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 2));
+    auto values = [zero](__m128i b0, __m128i b1, __m128i b2) {
+        __m128i c1 = _mm_and_si128(b1, _mm_set1_epi16(0x3F));
+        __m128i c2 = _mm_and_si128(b2, _mm_set1_epi16(0x3F));
+        __m128i two = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x1F)), 6), c1);
+        __m128i three = _mm_or_si128(
+            _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x0F)), 12),
+                         _mm_slli_epi16(c1, 6)),
+            c2);
+        __m128i isThree = _mm_cmpgt_epi16(b0, _mm_set1_epi16(0xDF));
+        __m128i isAscii = _mm_cmplt_epi16(b0, _mm_set1_epi16(0x80));
+        __m128i v = _mm_or_si128(_mm_and_si128(isThree, three), _mm_andnot_si128(isThree, two));
+        (void)zero;
+        return _mm_or_si128(_mm_and_si128(isAscii, b0), _mm_andnot_si128(isAscii, v));
+    };
+    *lo = values(_mm_unpacklo_epi8(v0, zero), _mm_unpacklo_epi8(v1, zero),
+                 _mm_unpacklo_epi8(v2, zero));
+    *hi = values(_mm_unpackhi_epi8(v0, zero), _mm_unpackhi_epi8(v1, zero),
+                 _mm_unpackhi_epi8(v2, zero));
+}
+#endif
+
+// The loop of the encoders: clean runs a block at a time (a block of ASCII
+// at once), everything else one character at a time through utf8Next.
+// `Target` gives the output side:
+//   kPerByte          most output bytes for one input byte
+//   ascii(o, p)       writes the kScanBytes ASCII characters at p
+//   put(o, v, lost)   writes a value of a clean sequence
+//   careful(o, oend, p, end, lost)  one character with every test; false
+//                     when the loop must stop in front of it
+template <class Target>
+uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8_t* output,
+                    uint32_t room, bool* lost, uint32_t* consumed) {
+    const uint8_t* p = bytes;
+    const uint8_t* end = p + length;
+    uint8_t* o = output;
+    uint8_t* oend = o ? o + room : o;
+    bool anyLost = false;
+    for (;;) {
+        if (left(p, end) >= kScanBytes + 3 && left(o, oend) >= Target::kPerByte * kScanBytes) {
+            if (asciiBlock(p)) {
+                target.ascii(o, p);
+                p += kScanBytes;
+                continue;
+            }
+            CleanRunT run = scanClean(p);
+            if (run.length) {
+#if KEEL_TEXT_SSE2
+                if (run.quads == 0) {
+                    target.block(o, p, static_cast<uint32_t>(run.starts), anyLost);
+                    p += run.length;
+                    continue;
+                }
+#endif
+                // The places of the characters are known from the scan, so
+                // each one is decoded without waiting for the one before.
+                for (uint64_t starts = run.starts; starts != 0; starts &= starts - 1) {
+                    target.put(o, cleanValue(p + startOf(starts)), anyLost);
+                }
+                p += run.length;
+                continue;
+            }
+        }
+        if (p >= end || !target.careful(o, oend, p, end, anyLost)) break;
+    }
+    *consumed = static_cast<uint32_t>(p - bytes);
+    *lost = anyLost;
+    return static_cast<uint32_t>(o - output);
+}
+
+// One character for an 8-bit target: values above `limit` become 0x7E. The
+// room is tested first, so a loop that runs out of room stops in front of
+// the character.
+inline bool carefulByte(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end,
+                        bool& lost, uint32_t limit) {
+    if (o == oend) return false;
+    if (utf8SequenceLength(p) > left(p, end)) return false;
+    uint32_t value = utf8Next(p);
+    if (value > limit) {
+        value = 0x7E;
+        lost = true;
+    }
+    *o++ = static_cast<uint8_t>(value);
+    return true;
+}
+
+struct ByteTargetT {
+    static const uint32_t kPerByte = 1;
+    uint32_t limit;
+    void ascii(uint8_t*& o, const uint8_t* p) {
+        memcpy(o, p, kScanBytes);
+        o += kScanBytes;
+    }
+    void put(uint8_t*& o, uint32_t v, bool& lost) {
+        bool over = v > limit;
+        lost = lost || over;
+        *o++ = static_cast<uint8_t>(over ? 0x7E : v);
+    }
+#if KEEL_TEXT_SSE2
+    void block(uint8_t*& o, const uint8_t* p, uint32_t starts, bool& lost) {
+        __m128i lo, hi;
+        cleanValues16(p, &lo, &hi);
+        // The limit is 0x7F or 0xFF: a value is over it when it has a bit
+        // above (unsigned, which the signed comparisons of SSE2 are not).
+        const __m128i above = _mm_set1_epi16(static_cast<short>(~limit));
+        const __m128i zero = _mm_setzero_si128();
+        __m128i fitLo = _mm_cmpeq_epi16(_mm_and_si128(lo, above), zero);
+        __m128i fitHi = _mm_cmpeq_epi16(_mm_and_si128(hi, above), zero);
+        uint32_t fit = static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(fitLo, fitHi)));
+        lost = lost || (~fit & starts) != 0;
+        __m128i tilde = _mm_set1_epi16(0x7E);
+        lo = _mm_or_si128(_mm_and_si128(fitLo, lo), _mm_andnot_si128(fitLo, tilde));
+        hi = _mm_or_si128(_mm_and_si128(fitHi, hi), _mm_andnot_si128(fitHi, tilde));
+        uint8_t bytes[16];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), _mm_packus_epi16(lo, hi));
+        for (; starts != 0; starts &= starts - 1) *o++ = bytes[__builtin_ctz(starts)];
+    }
+#endif
+    bool careful(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end, bool& lost) {
+        return carefulByte(o, oend, p, end, lost, limit);
+    }
+};
+
+struct Utf16TargetT {
+    static const uint32_t kPerByte = 2;
+    bool swapped;
+    void ascii(uint8_t*& o, const uint8_t* p) {
+#if KEEL_TEXT_SSE2
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        __m128i zero = _mm_setzero_si128();
+        __m128i a = swapped ? _mm_unpacklo_epi8(zero, v) : _mm_unpacklo_epi8(v, zero);
+        __m128i b = swapped ? _mm_unpackhi_epi8(zero, v) : _mm_unpackhi_epi8(v, zero);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o), a);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16), b);
+#else
+        widen8To16(o, load64(p), swapped);
+#endif
+        o += 2 * kScanBytes;
+    }
+    void put(uint8_t*& o, uint32_t v, bool&) { utf16Put(o, v, swapped); }
+#if KEEL_TEXT_SSE2
+    void block(uint8_t*& o, const uint8_t* p, uint32_t starts, bool&) {
+        __m128i lo, hi;
+        cleanValues16(p, &lo, &hi);
+        if (swapped) {
+            lo = _mm_or_si128(_mm_slli_epi16(lo, 8), _mm_srli_epi16(lo, 8));
+            hi = _mm_or_si128(_mm_slli_epi16(hi, 8), _mm_srli_epi16(hi, 8));
+        }
+        uint16_t units[16];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(units), lo);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(units + 8), hi);
+        for (; starts != 0; starts &= starts - 1) {
+            memcpy(o, &units[__builtin_ctz(starts)], 2);
+            o += 2;
+        }
+    }
+#endif
+    bool careful(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end, bool& lost) {
+        if (left(o, oend) < 2) return false;
+        if (utf8SequenceLength(p) > left(p, end)) return false;
+        const uint8_t* start = p;
+        uint32_t value = utf8Next(p);
+        if (value >= 0x110000) {
+            lost = true;
+        } else if (value >= 0x10000 && left(o, oend) < 4) {
+            // A pair needs two units: rather than write past the room, stop
+            // in front of it as in front of any other character that does
+            // not fit.
+            p = start;
+            return false;
+        }
+        utf16Put(o, value, swapped);
+        return true;
+    }
+};
+
+struct WCharTargetT {
+    static const uint32_t kPerByte = 4;
+    void ascii(uint8_t*& o, const uint8_t* p) {
+#if KEEL_TEXT_SSE2
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        __m128i zero = _mm_setzero_si128();
+        __m128i a = _mm_unpacklo_epi8(v, zero);
+        __m128i b = _mm_unpackhi_epi8(v, zero);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi16(a, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16), _mm_unpackhi_epi16(a, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 32), _mm_unpacklo_epi16(b, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 48), _mm_unpackhi_epi16(b, zero));
+#else
+        widen8To32(o, load64(p));
+#endif
+        o += 4 * kScanBytes;
+    }
+    void put(uint8_t*& o, uint32_t v, bool&) { ucs4Put(o, v); }
+#if KEEL_TEXT_SSE2
+    void block(uint8_t*& o, const uint8_t* p, uint32_t starts, bool&) {
+        __m128i lo, hi;
+        cleanValues16(p, &lo, &hi);
+        const __m128i zero = _mm_setzero_si128();
+        uint32_t words[16];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(words), _mm_unpacklo_epi16(lo, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(words + 4), _mm_unpackhi_epi16(lo, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(words + 8), _mm_unpacklo_epi16(hi, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(words + 12), _mm_unpackhi_epi16(hi, zero));
+        for (; starts != 0; starts &= starts - 1) {
+            memcpy(o, &words[__builtin_ctz(starts)], 4);
+            o += 4;
+        }
+    }
+#endif
+    bool careful(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end, bool&) {
+        if (left(o, oend) < 4) return false;
+        if (utf8SequenceLength(p) > left(p, end)) return false;
+        ucs4Put(o, utf8Next(p));
+        return true;
+    }
+};
+
 }  // namespace
 
 uint32_t ASCIITextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
@@ -894,34 +1236,8 @@ uint32_t ASCIITextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length
 
 uint32_t ASCIITextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
                                       uint32_t room, bool* lost, uint32_t* consumed) {
-    const uint8_t* p = bytes;
-    const uint8_t* end = p + length;
-    uint8_t* o = output;
-    uint8_t* oend = o ? o + room : o;
-    bool anyLost = false;
-    while (p < end) {
-        if (left(p, end) >= 8 && left(o, oend) >= 8) {
-            uint64_t x = load64(p);
-            if ((x & kHighBits) == 0) {
-                memcpy(o, &x, 8);
-                p += 8;
-                o += 8;
-                continue;
-            }
-        }
-        if (o == oend) break;
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
-        uint32_t value = utf8Next(p);
-        if (value > 0x7F) {
-            value = 0x7E;
-            anyLost = true;
-        }
-        *o++ = static_cast<uint8_t>(value);
-    }
-    *consumed = static_cast<uint32_t>(p - bytes);
-    *lost = anyLost;
-    return static_cast<uint32_t>(o - output);
+    ByteTargetT target = {0x7F};
+    return encodeLoop(target, bytes, length, output, room, lost, consumed);
 }
 
 uint32_t Latin1TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
@@ -932,46 +1248,8 @@ uint32_t Latin1TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t lengt
 
 uint32_t Latin1TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
                                        uint32_t room, bool* lost, uint32_t* consumed) {
-    const uint8_t* p = bytes;
-    const uint8_t* end = p + length;
-    uint8_t* o = output;
-    uint8_t* oend = o ? o + room : o;
-    bool anyLost = false;
-    while (p < end) {
-        uint32_t b = *p;
-        if (b < 0x80) {
-            if (left(p, end) >= 8 && left(o, oend) >= 8) {
-                uint64_t x = load64(p);
-                if ((x & kHighBits) == 0) {
-                    memcpy(o, &x, 8);
-                    p += 8;
-                    o += 8;
-                    continue;
-                }
-            }
-            if (o == oend) break;
-            *o++ = static_cast<uint8_t>(b);
-            ++p;
-            continue;
-        }
-        if (o == oend) break;
-        uint32_t value;
-        if (b >= 0xC0 && b < 0xE0 && left(p, end) >= 2 && isContinuation(p[1])) {
-            value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
-            p += 2;
-        } else {
-            if (utf8SequenceLength(p) > left(p, end)) break;
-            value = utf8Next(p);
-        }
-        if (value > 0xFF) {
-            value = 0x7E;
-            anyLost = true;
-        }
-        *o++ = static_cast<uint8_t>(value);
-    }
-    *consumed = static_cast<uint32_t>(p - bytes);
-    *lost = anyLost;
-    return static_cast<uint32_t>(o - output);
+    ByteTargetT target = {0xFF};
+    return encodeLoop(target, bytes, length, output, room, lost, consumed);
 }
 
 uint32_t UTF16TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length,
@@ -984,57 +1262,8 @@ uint32_t UTF16TextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length
 
 uint32_t UTF16TextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
                                       uint32_t room, bool* lost, uint32_t* consumed) {
-    bool swapped = encoding == utf16BeObject();
-    const uint8_t* p = bytes;
-    const uint8_t* end = p + length;
-    uint8_t* o = output;
-    uint8_t* oend = o ? o + room : o;
-    bool anyLost = false;
-    while (p < end) {
-        uint32_t b = *p;
-        uint32_t value;
-        if (b < 0x80) {
-            if (left(p, end) >= 8 && left(o, oend) >= 16) {
-                uint64_t x = load64(p);
-                if ((x & kHighBits) == 0) {
-                    widen8To16(o, x, swapped);
-                    p += 8;
-                    o += 16;
-                    continue;
-                }
-            }
-            if (left(o, oend) < 2) break;
-            value = b;
-            ++p;
-        } else {
-            if (left(o, oend) < 2) break;
-            uint32_t have = left(p, end);
-            if (b >= 0xE0 && b < 0xF0 && have >= 3 && wholeShortest3(p)) {
-                value = ((b & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
-                p += 3;
-            } else if (b < 0xE0 && b >= 0xC0 && have >= 2 && isContinuation(p[1])) {
-                value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
-                p += 2;
-            } else {
-                if (utf8SequenceLength(p) > have) break;
-                const uint8_t* start = p;
-                value = utf8Next(p);
-                if (value >= 0x110000) {
-                    anyLost = true;
-                } else if (value >= 0x10000 && left(o, oend) < 4) {
-                    // A pair needs two units: rather than write past the
-                    // room, stop in front of it as in front of any other
-                    // character that does not fit.
-                    p = start;
-                    break;
-                }
-            }
-        }
-        utf16Put(o, value, swapped);
-    }
-    *consumed = static_cast<uint32_t>(p - bytes);
-    *lost = anyLost;
-    return static_cast<uint32_t>(o - output);
+    Utf16TargetT target = {encoding == utf16BeObject()};
+    return encodeLoop(target, bytes, length, output, room, lost, consumed);
 }
 
 TextEncodingI* WCharTextEncoderC::getEncoding() { return wcharEncoding(); }
@@ -1047,46 +1276,8 @@ uint32_t WCharTextEncoderC::rawEncodedSize(const uint8_t* bytes, uint32_t length
 
 uint32_t WCharTextEncoderC::rawEncode(const uint8_t* bytes, uint32_t length, uint8_t* output,
                                       uint32_t room, bool* lost, uint32_t* consumed) {
-    const uint8_t* p = bytes;
-    const uint8_t* end = p + length;
-    uint8_t* o = output;
-    uint8_t* oend = o ? o + room : o;
-    while (p < end) {
-        uint32_t b = *p;
-        uint32_t value;
-        if (b < 0x80) {
-            if (left(p, end) >= 8 && left(o, oend) >= 32) {
-                uint64_t x = load64(p);
-                if ((x & kHighBits) == 0) {
-                    widen8To32(o, x);
-                    p += 8;
-                    o += 32;
-                    continue;
-                }
-            }
-            if (left(o, oend) < 4) break;
-            value = b;
-            ++p;
-        } else {
-            if (left(o, oend) < 4) break;
-            uint32_t have = left(p, end);
-            if (b >= 0xE0 && b < 0xF0 && have >= 3 && isContinuation(p[1]) &&
-                isContinuation(p[2])) {
-                value = ((b & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
-                p += 3;
-            } else if (b < 0xE0 && b >= 0xC0 && have >= 2 && isContinuation(p[1])) {
-                value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
-                p += 2;
-            } else {
-                if (utf8SequenceLength(p) > have) break;
-                value = utf8Next(p);
-            }
-        }
-        ucs4Put(o, value);
-    }
-    *consumed = static_cast<uint32_t>(p - bytes);
-    *lost = false;
-    return static_cast<uint32_t>(o - output);
+    WCharTargetT target;
+    return encodeLoop(target, bytes, length, output, room, lost, consumed);
 }
 
 // ---------------------------------------------------------------------------
