@@ -4,9 +4,12 @@
 
 #include <string.h>
 
+#include <typeinfo>
+
 #include <keel/arglist.h>
 
 #include "text/case.h"
+#include "text/stringim.h"
 #include "text/utf8.h"
 
 namespace keel {
@@ -18,10 +21,10 @@ inline bool isElement(uintptr_t word) { return word != 0 && !chainIsEnd(word); }
 
 inline uint32_t rotateLeft(uint32_t value, unsigned count) { return (value << count) | (value >> (32 - count)); }
 
-// One step of the byte hashes, shared by both word orders.
-inline uint32_t hashStep(uint32_t h, uint32_t word) {
-    return rotateLeft((h ^ word) * 1103515245u + 12345u, 6) ^ word;
-}
+// The mixing of one step of the byte hashes: a step is
+// h = mixStep(h ^ word) ^ word, in both word orders.
+inline uint32_t mixStep(uint32_t x) { return rotateLeft(x * 1103515245u + 12345u, 6); }
+inline uint32_t hashStep(uint32_t h, uint32_t word) { return mixStep(h ^ word) ^ word; }
 
 // Renders `format` with the library's format engine and writes the text in
 // the system's 8-bit encoding.
@@ -346,19 +349,30 @@ HashElemI* HashIteratorC::removeCurrent(uint32_t& status) {
 // ---------------------------------------------------------------------------
 
 uint32_t hashOfBytes(const void* data, int32_t length) {
-    uint32_t h = 0;
-    if (length <= 0) return h;
+    if (length <= 0) return 0;
     const uint8_t* p = static_cast<const uint8_t*>(data);
     uint32_t left = static_cast<uint32_t>(length);
+    // Each step is h = mixStep(h ^ w) ^ w, from h = 0. Carrying g = h ^ w
+    // instead of h merges the XOR with the old word and the one with the new
+    // word into w ^ w', which is computed beside the multiplication and so
+    // stays off the chain of dependent steps: g' = mixStep(g) ^ (w ^ w').
+    uint32_t word = 0;
+    uint32_t g = 0;
+    bool first = true;
     while (left > 4) {
-        uint32_t word = (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
-        h = hashStep(h, word);
+        uint32_t next;
+        memcpy(&next, p, 4);
+        next = __builtin_bswap32(next);  // the first byte is the most significant
+        g = first ? next : mixStep(g) ^ (word ^ next);
+        first = false;
+        word = next;
         p += 4;
         left -= 4;
     }
-    uint32_t word = 0;
-    for (uint32_t i = 0; i < left; ++i) word = (word << 8) | p[i];
-    return hashStep(h, word);
+    uint32_t last = 0;
+    for (uint32_t i = 0; i < left; ++i) last = (last << 8) | p[i];
+    g = first ? last : mixStep(g) ^ (word ^ last);
+    return mixStep(g) ^ last;
 }
 
 uint32_t hashOfCString(const char* text) {
@@ -378,37 +392,73 @@ uint32_t hashOfCString(const char* text) {
     }
 }
 
+namespace {
+
+// The text of the library's own plain representation, read from its fields.
+// For "utf8" its text() hands out exactly this buffer and textLength() this
+// count, and releaseText() frees nothing, so reading them directly gives the
+// same bytes without three calls through the interface. This sits on the
+// lookup path of every string-keyed table. Other representations (and the
+// derived ones) answer false and go through the interface.
+inline bool plainText(StringImplI* impl, const uint8_t*& bytes, uint32_t& size) {
+    if (typeid(*impl) != typeid(StringImplC)) return false;
+    StringImplC* plain = static_cast<StringImplC*>(impl);
+    bytes = plain->bytes();
+    size = plain->byteCount();
+    return true;
+}
+
+// The "utf8" text of a key while it is in scope: the representation's own
+// buffer, so nothing is copied. `bytes` is null for a text without buffer.
+class KeyTextC {
+public:
+    explicit KeyTextC(StringImplI* impl) : impl_(impl), plain_(plainText(impl, bytes, size)) {
+        if (plain_) return;
+        void* text = nullptr;
+        impl->text(&text, "utf8");
+        bytes = static_cast<const uint8_t*>(text);
+        size = text ? impl->textLength("utf8") : 0;
+    }
+    ~KeyTextC() {
+        if (!plain_) impl_->releaseText(const_cast<uint8_t*>(bytes), "utf8");
+    }
+    KeyTextC(const KeyTextC&) = delete;
+    KeyTextC& operator=(const KeyTextC&) = delete;
+
+    const uint8_t* bytes;
+    uint32_t size;
+
+private:
+    StringImplI* impl_;
+    bool plain_;
+};
+
+}  // namespace
+
 uint32_t hashOfString(const StringC& string) {
-    // The "utf8" text is the representation's own buffer: nothing is copied.
-    StringImplI* impl = string.getImpl();
-    void* text = nullptr;
-    impl->text(&text, "utf8");
-    uint32_t h = text ? hashOfBytes(text, static_cast<int32_t>(impl->textLength("utf8"))) : 0;
-    impl->releaseText(text, "utf8");
-    return h;
+    KeyTextC text(string.getImpl());
+    return hashOfBytes(text.bytes, static_cast<int32_t>(text.size));
 }
 
 uint32_t hashOfStringNoCase(const StringC& string) {
-    StringImplI* impl = string.getImpl();
-    void* text = nullptr;
-    impl->text(&text, "utf8");
+    KeyTextC text(string.getImpl());
     uint32_t h = 0;
-    if (text) {
-        const uint8_t* p = static_cast<const uint8_t*>(text);
-        const uint8_t* end = p + impl->textLength("utf8");
-        while (p < end) {
-            // ASCII is only OR-ed with 0x20: both cases of a letter meet, and
-            // so do a few punctuation pairs, which costs nothing but a shared list.
-            uint32_t c = *p < 0x80 ? uint32_t(*p++ | 0x20) : toLowerChar(utf8Next(p));
-            h += c;
-            h *= 1025;
-            h ^= h >> 6;
-        }
-        h *= 9;
-        h ^= h >> 11;
-        h *= 32769;
+    if (text.size == 0) return h;
+    const uint8_t* p = text.bytes;
+    const uint8_t* end = p + text.size;
+    while (p < end) {
+        // ASCII is only OR-ed with 0x20: both cases of a letter meet, and so
+        // do a few punctuation pairs, which costs nothing but a shared list.
+        // utf8Next stops at the NUL behind the text, so a sequence cut off at
+        // the end is not read past it.
+        uint32_t c = *p < 0x80 ? uint32_t(*p++ | 0x20) : toLowerChar(utf8Next(p));
+        h += c;
+        h *= 1025;
+        h ^= h >> 6;
     }
-    impl->releaseText(text, "utf8");
+    h *= 9;
+    h ^= h >> 11;
+    h *= 32769;
     return h;
 }
 
@@ -416,6 +466,17 @@ bool stringKeysEqual(const StringC& first, const StringC& second, bool caseInsen
     StringImplI* a = first.getImpl();
     StringImplI* b = second.getImpl();
     if (a == b) return true;
+    if (!caseInsensitive) {
+        // compare is a byte comparison of the two "utf8" texts that answers 0
+        // only for equal bytes and equal byte counts, and equal bytes hold
+        // equal character counts: for two plain representations the answer
+        // is the byte test alone.
+        const uint8_t *x, *y;
+        uint32_t xSize, ySize;
+        if (plainText(a, x, xSize) && plainText(b, y, ySize)) {
+            return xSize == ySize && (xSize == 0 || memcmp(x, y, xSize) == 0);
+        }
+    }
     if (a->length() != b->length()) return false;
     return (caseInsensitive ? a->compareNoCase(b) : a->compare(b)) == 0;
 }
