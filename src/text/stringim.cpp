@@ -70,13 +70,17 @@ StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* enco
 }
 
 StringImplC::StringImplC(StringImplI* first, StringImplI* second) : StringImplC() {
+    storeJoined(first, second);
+}
+
+void StringImplC::storeJoined(StringImplI* first, StringImplI* second) {
     uint32_t firstLength = utf8LengthOf(first);
     uint32_t secondLength = utf8LengthOf(second);
     void* firstText = nullptr;
     void* secondText = nullptr;
     first->text(&firstText, "utf8");
     second->text(&secondText, "utf8");
-    StringImplC::reserve(firstLength + secondLength + 1);
+    reserve(firstLength + secondLength + 1);
     if (firstLength) memcpy(data, firstText, firstLength);
     if (secondLength) memcpy(data + firstLength, secondText, secondLength);
     // The second's NUL; written here since a representation without a
@@ -527,22 +531,7 @@ SecureStringImplC::SecureStringImplC(const void* bytes, uint32_t byteCount, cons
     store(bytes, byteCount, encoding);
 }
 
-SecureStringImplC::SecureStringImplC(StringImplI* first, StringImplI* second) {
-    uint32_t firstLength = utf8LengthOf(first);
-    uint32_t secondLength = utf8LengthOf(second);
-    void* firstText = nullptr;
-    void* secondText = nullptr;
-    first->text(&firstText, "utf8");
-    second->text(&secondText, "utf8");
-    reserve(firstLength + secondLength + 1);
-    if (firstLength) memcpy(data, firstText, firstLength);
-    if (secondLength) memcpy(data + firstLength, secondText, secondLength);
-    data[firstLength + secondLength] = 0;
-    byteLength = firstLength + secondLength;
-    charCount = first->length() + second->length();
-    first->releaseText(firstText, "utf8");
-    second->releaseText(secondText, "utf8");
-}
+SecureStringImplC::SecureStringImplC(StringImplI* first, StringImplI* second) { storeJoined(first, second); }
 
 SecureStringImplC::SecureStringImplC(StringImplI* other) {
     uint32_t length = utf8LengthOf(other);

@@ -96,6 +96,9 @@ protected:
 
     // Stores the text by the construction rule (see the constructor above).
     void store(const void* bytes, uint32_t byteCount, const char* encoding);
+    // Stores the two texts one behind the other, with the sum of their
+    // character counts.
+    void storeJoined(StringImplI* first, StringImplI* second);
     // Writes the cursor: the index first, then the offset. Nothing for an
     // index below 1.
     void setCursor(int32_t index, const uint8_t* place);

@@ -36,6 +36,8 @@ const char kMixed[] = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80" "b";
 TEST(StringImplTest, ConstructionOrderAndInternalForm) {
     Held<StringImplC> s(internal(kMixed));
     EXPECT_EQ(1, s->referenceCount());
+    // StringImplI is the first base: its table is the object's first word.
+    EXPECT_EQ(static_cast<void*>(s.impl), static_cast<void*>(static_cast<StringImplI*>(s.impl)));
     EXPECT_EQ(11u, s->byteCount());
     EXPECT_EQ(16u, s->byteCapacity());  // 12 rounded up to 8
     EXPECT_EQ(-1, s->storedCharCount());  // internal form is not counted
