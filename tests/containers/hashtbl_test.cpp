@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <stdio.h>
-#include <stdlib.h>
 
 #include <string>
 #include <vector>
 
-#include "containers/hashtbl.h"
 #include "containers/hashmodel.h"
+#include "containers/hashtbl.h"
+#include "containers/printcapture.h"
 
 namespace keel {
 namespace {
@@ -40,23 +40,8 @@ std::vector<HashElemI*> listOf(HashTableC& table, uint32_t index) {
     return out;
 }
 
-template <typename F>
-std::string captured(F f) {
-    char* buffer = nullptr;
-    size_t length = 0;
-    FILE* stream = open_memstream(&buffer, &length);
-    f(stream);
-    fclose(stream);
-    std::string text(buffer, length);
-    free(buffer);
-    return text;
-}
-
-std::string pointerText(const void* p) {
-    char buffer[64];
-    snprintf(buffer, sizeof buffer, "%p", p);
-    return buffer;
-}
+using testing_print::captured;
+using testing_print::pointerText;
 
 TEST(HashTableTest, NewTableHasOneEmptyList) {
     IdTable table;
@@ -194,6 +179,25 @@ TEST(HashTableTest, DetachAnswersAndSelfDetach) {
     delete a;
     EXPECT_TRUE(table.check());
     EXPECT_TRUE(other.check());
+}
+
+TEST(HashTableTest, HeadArrayClearUnlinksAndFrees) {
+    HashArrayC heads;
+    int owner = 0;
+    for (int i = 0; i < 40; ++i) heads.appendList(&owner);  // grows past 32: heads move
+    EXPECT_EQ(heads.size(), 40u);
+    EXPECT_EQ(*static_cast<uintptr_t*>(heads.at(39)), reinterpret_cast<uintptr_t>(&owner) | 1);
+    IdElem a(1), b(2), c(3);
+    chainAppend(heads.heads() + 3, &a);
+    chainAppend(heads.heads() + 3, &b);
+    chainAppend(heads.heads() + 39, &c);
+    heads.clear();
+    EXPECT_EQ(heads.size(), 0u);
+    EXPECT_EQ(heads.capacity(), 0u);
+    EXPECT_EQ(heads.data(), nullptr);
+    EXPECT_EQ(a.chain, 0u);
+    EXPECT_EQ(b.chain, 0u);
+    EXPECT_EQ(c.chain, 0u);
 }
 
 TEST(HashTableTest, DetachAllLeavesElementsAlive) {

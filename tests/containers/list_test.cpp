@@ -2,12 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <stdio.h>
-#include <stdlib.h>
 
 #include <string>
 #include <vector>
 
 #include "containers/list.h"
+#include "containers/printcapture.h"
 
 namespace keel {
 namespace {
@@ -43,24 +43,8 @@ uintptr_t endOf(uintptr_t head) {
     return head;
 }
 
-// Captures what a print function writes to a stream.
-template <typename F>
-std::string captured(F f) {
-    char* buffer = nullptr;
-    size_t length = 0;
-    FILE* stream = open_memstream(&buffer, &length);
-    f(stream);
-    fclose(stream);
-    std::string text(buffer, length);
-    free(buffer);
-    return text;
-}
-
-std::string pointerText(const void* p) {
-    char buffer[64];
-    snprintf(buffer, sizeof buffer, "%p", p);
-    return buffer;
-}
+using testing_print::captured;
+using testing_print::pointerText;
 
 TEST(ChainTest, InitAppendPrependAndOwner) {
     uintptr_t head;

@@ -3,12 +3,12 @@
 
 #include <inttypes.h>
 #include <stdio.h>
-#include <stdlib.h>
 
 #include <string>
 #include <vector>
 
 #include "containers/hashmodel.h"
+#include "containers/printcapture.h"
 #include "containers/strkeyed.h"
 
 namespace keel {
@@ -21,23 +21,8 @@ struct NamedEntry : StringKeyedHashElemC {
     int tag;
 };
 
-template <typename F>
-std::string captured(F f) {
-    char* buffer = nullptr;
-    size_t length = 0;
-    FILE* stream = open_memstream(&buffer, &length);
-    f(stream);
-    fclose(stream);
-    std::string text(buffer, length);
-    free(buffer);
-    return text;
-}
-
-std::string pointerText(const void* p) {
-    char buffer[64];
-    snprintf(buffer, sizeof buffer, "%p", p);
-    return buffer;
-}
+using testing_print::captured;
+using testing_print::pointerText;
 
 // How the format engine shows a pointer: "0x" and at least 8 capital digits.
 std::string enginePointer(const void* p) {

@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <stdio.h>
-#include <stdlib.h>
 
 #include <string>
 
+#include "containers/printcapture.h"
 #include "containers/strset.h"
 
 namespace keel {
@@ -76,13 +76,7 @@ TEST(StringSetTest, EntriesDetachThemselves) {
 TEST(StringSetTest, PrintHashedShowsTheString) {
     StringSetEntryC entry(u8("word"));
     entry.hash = 0xABCD;
-    char* buffer = nullptr;
-    size_t length = 0;
-    FILE* stream = open_memstream(&buffer, &length);
-    entry.printHashed(stream, 0xFF);
-    fclose(stream);
-    std::string text(buffer, length);
-    free(buffer);
+    std::string text = testing_print::captured([&](FILE* s) { entry.printHashed(s, 0xFF); });
     char expected[96];
     snprintf(expected, sizeof expected, "\"word\"@%p(0xCD)", static_cast<void*>(static_cast<HashElemI*>(&entry)));
     EXPECT_EQ(text, expected);
