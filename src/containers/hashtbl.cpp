@@ -35,6 +35,13 @@ void writeFormatted(FILE* stream, const char* format, const ArgListC& args) {
     text.releaseSystem(bytes);
 }
 
+// One line of check() about an element, with its full stored hash.
+void reportElementFault(const char* what, HashElemI* element) {
+    fputs(what, stderr);
+    element->printHashed(stderr, 0xFFFFFFFFu);
+    fputc('\n', stderr);
+}
+
 }  // namespace
 
 void HashElemI::printHashed(FILE* stream, uint32_t mask) {
@@ -64,8 +71,7 @@ HashTableC::~HashTableC() { delete lists; }
 
 bool HashTableC::keysEqual(HashElemI* element, const void* key) { return element->matchesKey(key, this); }
 
-HashElemI* HashTableC::find(const void* key) {
-    uintptr_t word = *listHead(listIndex(hashValue(key)));
+HashElemI* HashTableC::matchFrom(uintptr_t word, const void* key) {
     while (isElement(word)) {
         HashElemI* element = hashElement(word);
         if (keysEqual(element, key)) return element;
@@ -74,19 +80,16 @@ HashElemI* HashTableC::find(const void* key) {
     return nullptr;
 }
 
+HashElemI* HashTableC::find(const void* key) { return matchFrom(*listHead(listIndex(hashValue(key))), key); }
+
 HashElemI* HashTableC::findNext(HashElemI* after, const void* key) {
     if (!after) {
         after = find(key);
-        // Without a first match there is nothing to start behind.
+        // Without a first match there is nothing to start behind (and no
+        // chain word to read).
         if (!after) return nullptr;
     }
-    uintptr_t word = *after->nextLink();
-    while (isElement(word)) {
-        HashElemI* element = hashElement(word);
-        if (keysEqual(element, key)) return element;
-        word = *element->nextLink();
-    }
-    return nullptr;
+    return matchFrom(*after->nextLink(), key);
 }
 
 void HashTableC::insert(HashElemI* element) {
@@ -222,6 +225,8 @@ bool HashTableC::check() {
     bool good = true;
     uint32_t count = lists->size();
     uint32_t expected = 0;
+    // A table always has a list; without the test, a head array emptied
+    // from outside would make the loop below run forever.
     if (count > 1) {
         while (expected < count - 1) expected = expected * 2 + 1;
     }
@@ -239,15 +244,11 @@ bool HashTableC::check() {
             HashElemI* element = hashElement(word);
             uint32_t stored = *element->hashSlot();
             if (hashValue(element->key()) != stored) {
-                fputs("Element hash value wrong: ", stderr);
-                element->printHashed(stderr, 0xFFFFFFFFu);
-                fputc('\n', stderr);
+                reportElementFault("Element hash value wrong: ", element);
                 good = false;
             }
             if (listIndex(stored) != i) {
-                fputs("Element in wrong list: ", stderr);
-                element->printHashed(stderr, 0xFFFFFFFFu);
-                fputc('\n', stderr);
+                reportElementFault("Element in wrong list: ", element);
                 good = false;
             }
             word = *element->nextLink();
@@ -313,10 +314,7 @@ HashElemI* HashIteratorC::successor(uint32_t& index, HashElemI* from) const {
         HashElemI* candidate = hashElement(word);
         if (allElements) return candidate;
         // Only the newest of equal keys counts: the first match from the head.
-        const void* key = candidate->key();
-        uintptr_t probe = *table->listHead(index);
-        while (isElement(probe) && !table->keysEqual(hashElement(probe), key)) probe = *hashElement(probe)->nextLink();
-        if (probe == word) return candidate;
+        if (table->matchFrom(*table->listHead(index), candidate->key()) == candidate) return candidate;
         from = candidate;
     }
     return nullptr;

@@ -122,6 +122,8 @@ public:
         return index;
     }
     uintptr_t* listHead(uint32_t index) const { return lists->heads() + index; }
+    // The first element of the chain from `word` on whose key equals `key`.
+    HashElemI* matchFrom(uintptr_t word, const void* key);
 
     uint32_t size;
     uint32_t bits_mask;
