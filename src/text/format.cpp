@@ -90,20 +90,24 @@ struct PlainRunStopsT {
 };
 constexpr PlainRunStopsT kStopsPlainRun;
 
-// True when none of the eight bytes is NUL or above 0x7F.
-inline bool isAsciiWord(uint64_t word) {
+// How many of the eight bytes (first in memory first) come before the first
+// that is NUL or above 0x7F.
+inline uint32_t asciiBytes(uint64_t word) {
     const uint64_t ones = 0x0101010101010101ull;
     const uint64_t highs = 0x8080808080808080ull;
-    return ((word | ((word - ones) & ~word)) & highs) == 0;
+    // The lowest flag is exact (a borrow only runs upward from a true zero).
+    uint64_t flags = (word | ((word - ones) & ~word)) & highs;
+    return flags ? static_cast<uint32_t>(__builtin_ctzll(flags)) >> 3 : 8;
 }
 
-// True when none of the eight bytes is NUL, `%` or above 0x7F.
-inline bool isPlainWord(uint64_t word) {
+// The same for bytes that are NUL, `%` or above 0x7F.
+inline uint32_t plainBytes(uint64_t word) {
     const uint64_t ones = 0x0101010101010101ull;
     const uint64_t highs = 0x8080808080808080ull;
     uint64_t percent = word ^ (ones * '%');
     uint64_t zeroOrPercent = ((word - ones) & ~word) | ((percent - ones) & ~percent);
-    return ((word | zeroOrPercent) & highs) == 0;
+    uint64_t flags = (word | zeroOrPercent) & highs;
+    return flags ? static_cast<uint32_t>(__builtin_ctzll(flags)) >> 3 : 8;
 }
 
 bool isLengthLetter(uint32_t c) {
@@ -188,14 +192,17 @@ public:
             uint8_t* out = data_ + length_;
             uint8_t* end = data_ + limit_;
             uint8_t* start = out;
-            // Eight characters at a time while none of them ends the run.
+            // Eight bytes are looked at together; the characters in front of
+            // the first that ends the run are taken (bytes stored behind them
+            // lie in the free room and are overwritten later).
             while (end - out >= 8 && textEnd - p >= 8) {
                 uint64_t word;
                 memcpy(&word, p, 8);
-                if (!isPlainWord(word)) break;
+                uint32_t taken = plainBytes(word);
                 memcpy(out, &word, 8);
-                out += 8;
-                p += 8;
+                out += taken;
+                p += taken;
+                if (taken < 8) break;
             }
             uint32_t b;
             while (out < end && !kStopsPlainRun[b = *p]) {
@@ -219,14 +226,16 @@ public:
             uint8_t* end = out + stretch;
             uint8_t* start = out;
             if (byteEnd) {
-                // Eight ASCII characters at a time inside the known bytes.
+                // ASCII characters eight bytes at a time inside the known
+                // bytes, as in putPlainRun.
                 while (end - out >= 8 && byteEnd - p >= 8) {
                     uint64_t word;
                     memcpy(&word, p, 8);
-                    if (!isAsciiWord(word)) break;
+                    uint32_t taken = asciiBytes(word);
                     memcpy(out, &word, 8);
-                    out += 8;
-                    p += 8;
+                    out += taken;
+                    p += taken;
+                    if (taken < 8) break;
                 }
             }
             uint32_t b;
