@@ -4,6 +4,7 @@
 #include "text/textencoding.h"
 
 #include <gtest/gtest.h>
+#include <keel/string.h>
 #include <string.h>
 
 #include <algorithm>
@@ -17,6 +18,7 @@
 #include "text/utf8.h"
 
 using namespace keel;
+using keel::StringC;
 
 namespace {
 
@@ -963,4 +965,75 @@ TEST(TextEncodingHeld, MaxOutputCoversEveryInput) {
             delete d;
         }
     }
+}
+
+// --- Strings made from each encoding and given out in each -------------------
+
+TEST(TextEncodingStrings, RoundTripThroughStringsInEveryEncoding) {
+    struct Case {
+        const char* name;
+        std::initializer_list<uint32_t> text;
+    };
+    // What each encoding can hold, with enough ASCII around it for the fast paths.
+    const Case cases[] = {
+        {"ascii", {'p', 'l', 'a', 'i', 'n', ' ', 't', 'e', 'x', 't', ' ', 'o', 'n', 'l', 'y', '!', '?'}},
+        {"iso-8859-1", {'G', 'r', 0xFC, 0xDF, 'e', ' ', 'a', 'u', 's', ' ', 'M', 0xFC, 'n', 'c', 'h', 'e', 'n', 0xFF}},
+        {"utf8", {'a', 0xE9, 0x4E2D, 0x6587, 0x1F600, 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l'}},
+        {"system-8", {'a', 0xE9, 0x4E2D, 0x1F600, 'z'}},
+        {"utf16", {'a', 0xE9, 0x4E2D, 0x6587, 0x1F600, 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l'}},
+        {"utf16be", {'a', 0xE9, 0x4E2D, 0x1F600, 'z'}},
+        {"utf16le", {'a', 0xE9, 0x4E2D, 0x1F600, 'z'}},
+        {"wchar_t", {'a', 0xE9, 0x4E2D, 0x1F600, 'z', 0x10FFFF}},
+    };
+    for (const Case& c : cases) {
+        Bytes text = internal(c.text);
+        Bytes outside = encodeAll(c.name, text).out;
+        StringC s(outside.data(), static_cast<uint32_t>(outside.size()), c.name);
+        EXPECT_EQ(static_cast<int32_t>(c.text.size()), s.length()) << c.name;
+        ASSERT_EQ(text.size(), s.textUtf8Length()) << c.name;
+        const char* utf8 = s.textUtf8();
+        EXPECT_EQ(0, memcmp(utf8, text.data(), text.size())) << c.name;
+        s.releaseUtf8(utf8);
+
+        // And out again in its own encoding, terminator included.
+        uint32_t width = findEncoding(c.name)->unitWidth();
+        uint32_t size = 0;
+        EXPECT_TRUE(s.copyText(nullptr, &size, c.name)) << c.name;
+        EXPECT_EQ(outside.size(), size) << c.name;
+        Bytes back(size + width, 0xA5);
+        size = static_cast<uint32_t>(back.size());
+        EXPECT_TRUE(s.copyText(back.data(), &size, c.name)) << c.name;
+        EXPECT_EQ(outside, Bytes(back.begin(), back.begin() + size)) << c.name;
+        for (uint32_t k = 0; k < width; ++k) EXPECT_EQ(0, back[size + k]) << c.name;
+    }
+}
+
+TEST(TextEncodingStrings, TextAccessorsOfEachEncoding) {
+    StringC s(internal({'a', 0xE9, 0x4E2D, 0x1F600}).data(), 10, "utf8");
+    ASSERT_EQ(4, s.length());
+    const uint16_t* units = s.textUtf16();
+    const uint16_t expect16[] = {'a', 0xE9, 0x4E2D, 0xD83D, 0xDE00, 0};
+    EXPECT_EQ(0, memcmp(expect16, units, sizeof expect16));
+    s.releaseUtf16(units);
+    EXPECT_EQ(10u, s.textUtf16Length());
+    const wchar_t* wide = s.textWide();
+    EXPECT_EQ(std::wstring(L"a\u00E9\u4E2D\U0001F600"), std::wstring(wide));
+    s.releaseWide(wide);
+    EXPECT_EQ(16u, s.textWideLength());
+    const char* latin = s.textLatin1();
+    EXPECT_STREQ("a\xE9~~", latin);
+    s.releaseLatin1(latin);
+    const char* system = s.textSystem();
+    EXPECT_STREQ("a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", system);
+    s.releaseSystem(system);
+
+    // The other ways in: 16-bit and wide text with a terminator.
+    EXPECT_EQ(0, StringC(expect16).compare(s));
+    EXPECT_EQ(0, StringC(L"a\u00E9\u4E2D\U0001F600").compare(s));
+    // A cut sequence at the end of bytes for one string is dropped.
+    EXPECT_EQ(3, StringC("abc\xE4", "utf8").length());
+    // Bad input is replaced, never refused.
+    StringC bad("A\xE9", "ascii");
+    EXPECT_EQ(2, bad.length());
+    EXPECT_EQ(0xFFFDu, bad.charAt(1));
 }
