@@ -754,6 +754,207 @@ inline uint32_t sumLanes(uint64_t x) {
 
 }  // namespace
 
+#if KEEL_TEXT_SSE2
+namespace {
+
+// Eight 16-bit units in machine order.
+inline __m128i loadUnits(const uint8_t* p, bool swapped) {
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    return swapped ? _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8)) : v;
+}
+
+// Lanes (all ones) of 16-bit values below 0x80 and below 0x800.
+inline __m128i below80(__m128i u) {
+    return _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFF80))),
+                           _mm_setzero_si128());
+}
+inline __m128i below800(__m128i u) {
+    return _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800))),
+                           _mm_setzero_si128());
+}
+
+// The UTF-8 bytes of four values below 0x10000 that are no surrogates, one
+// to three in each 32-bit lane in the order they are written.
+inline __m128i utf8Words(__m128i u) {
+    __m128i low6 = _mm_or_si128(_mm_and_si128(u, _mm_set1_epi32(0x3F)), _mm_set1_epi32(0x80));
+    __m128i mid6 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0x3F)),
+                                _mm_set1_epi32(0x80));
+    __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0xC0)),
+                               _mm_slli_epi32(low6, 8));
+    __m128i three = _mm_or_si128(
+        _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0xE0)),
+                     _mm_slli_epi32(mid6, 8)),
+        _mm_slli_epi32(low6, 16));
+    __m128i isOne = _mm_cmplt_epi32(u, _mm_set1_epi32(0x80));
+    __m128i isTwo = _mm_cmplt_epi32(u, _mm_set1_epi32(0x800));
+    __m128i w = _mm_or_si128(_mm_and_si128(isTwo, two), _mm_andnot_si128(isTwo, three));
+    return _mm_or_si128(_mm_and_si128(isOne, u), _mm_andnot_si128(isOne, w));
+}
+
+// Writes four words of one to three UTF-8 bytes each (see utf8Words): each
+// is stored as four bytes and the pointer moves by its length, read off the
+// word itself, so up to three bytes behind the end are written over; the
+// room takes them.
+inline void putUtf8Words(uint8_t*& o, __m128i words) {
+    // All four are taken out before the first store: a store through a byte
+    // pointer could change anything in memory as far as the compiler knows.
+    uint32_t w0 = static_cast<uint32_t>(_mm_cvtsi128_si32(words));
+    uint32_t w1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(words, 1)));
+    uint32_t w2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(words, 2)));
+    uint32_t w3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(words, 3)));
+    uint8_t* q = o;
+    store32(q, w0);
+    q += 1 + (w0 > 0xFF) + (w0 > 0xFFFF);
+    store32(q, w1);
+    q += 1 + (w1 > 0xFF) + (w1 > 0xFFFF);
+    store32(q, w2);
+    q += 1 + (w2 > 0xFF) + (w2 > 0xFFFF);
+    store32(q, w3);
+    q += 1 + (w3 > 0xFF) + (w3 > 0xFFFF);
+    o = q;
+}
+
+// Writes eight values below 0x10000 without surrogates (16-bit lanes) as
+// UTF-8.
+inline void putUtf8Units(uint8_t*& o, __m128i u) {
+    const __m128i zero = _mm_setzero_si128();
+    putUtf8Words(o, utf8Words(_mm_unpacklo_epi16(u, zero)));
+    putUtf8Words(o, utf8Words(_mm_unpackhi_epi16(u, zero)));
+}
+
+// Writes eight values below 0x800 (16-bit lanes) as UTF-8, one or two bytes
+// each, stored as two bytes and moved by the length. The values are taken
+// out of the vector into registers before the first store: through a byte
+// pointer the compiler must assume that a store changes any buffer in memory,
+// and reading one back after each store is what costs.
+inline void putUtf8Below800(uint8_t*& o, __m128i u) {
+    // Two bytes 110xxxxx 10xxxxxx in the order they are written, or the
+    // value itself below 0x80.
+    __m128i two = _mm_or_si128(
+        _mm_or_si128(_mm_srli_epi16(u, 6), _mm_set1_epi16(0xC0)),
+        _mm_slli_epi16(_mm_or_si128(_mm_and_si128(u, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80)), 8));
+    __m128i one = below80(u);
+    __m128i w = _mm_or_si128(_mm_and_si128(one, u), _mm_andnot_si128(one, two));
+    uint32_t w0 = static_cast<uint32_t>(_mm_extract_epi16(w, 0));
+    uint32_t w1 = static_cast<uint32_t>(_mm_extract_epi16(w, 1));
+    uint32_t w2 = static_cast<uint32_t>(_mm_extract_epi16(w, 2));
+    uint32_t w3 = static_cast<uint32_t>(_mm_extract_epi16(w, 3));
+    uint32_t w4 = static_cast<uint32_t>(_mm_extract_epi16(w, 4));
+    uint32_t w5 = static_cast<uint32_t>(_mm_extract_epi16(w, 5));
+    uint32_t w6 = static_cast<uint32_t>(_mm_extract_epi16(w, 6));
+    uint32_t w7 = static_cast<uint32_t>(_mm_extract_epi16(w, 7));
+    uint8_t* q = o;
+    auto put = [&q](uint32_t x) {
+        uint16_t h = static_cast<uint16_t>(x);
+        memcpy(q, &h, 2);
+        q += 1 + (x > 0xFF);
+    };
+    put(w0);
+    put(w1);
+    put(w2);
+    put(w3);
+    put(w4);
+    put(w5);
+    put(w6);
+    put(w7);
+    o = q;
+}
+
+// Writes eight values from 0x800 to 0xFFFF without surrogates as UTF-8:
+// three bytes each.
+inline void putUtf8Three(uint8_t*& o, __m128i u) {
+    const __m128i zero = _mm_setzero_si128();
+    __m128i a = utf8Words(_mm_unpacklo_epi16(u, zero));
+    __m128i b = utf8Words(_mm_unpackhi_epi16(u, zero));
+    uint32_t a0 = static_cast<uint32_t>(_mm_cvtsi128_si32(a));
+    uint32_t a1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 1)));
+    uint32_t a2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 2)));
+    uint32_t a3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 3)));
+    uint32_t b0 = static_cast<uint32_t>(_mm_cvtsi128_si32(b));
+    uint32_t b1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 1)));
+    uint32_t b2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 2)));
+    uint32_t b3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 3)));
+    store32(o, a0);
+    store32(o + 3, a1);
+    store32(o + 6, a2);
+    store32(o + 9, a3);
+    store32(o + 12, b0);
+    store32(o + 15, b1);
+    store32(o + 18, b2);
+    store32(o + 21, b3);
+    o += 24;
+}
+
+// The same with proper pairs among them (`pairHigh` marks the lanes of their high halves; a low
+// half writes nothing). Each lane is stored as four bytes and the pointer
+// moves by its length, so up to three bytes behind the end are written
+// over; the room takes them.
+inline void putUtf8UnitsAndPairs(uint8_t*& o, __m128i u, __m128i pairHigh) {
+    const __m128i zero = _mm_setzero_si128();
+    __m128i next = _mm_srli_si128(u, 2);
+    auto words = [](__m128i value, __m128i low, __m128i isPair) {
+        __m128i w = utf8Words(value);
+        // 0x10000 + (high - 0xD800) * 0x400 + (low - 0xDC00)
+        __m128i v = _mm_sub_epi32(_mm_add_epi32(_mm_slli_epi32(value, 10), low),
+                                  _mm_set1_epi32(0x35FDC00));
+        __m128i six = _mm_set1_epi32(0x3F), top = _mm_set1_epi32(0x80);
+        __m128i b0 = _mm_or_si128(_mm_srli_epi32(v, 18), _mm_set1_epi32(0xF0));
+        __m128i b1 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 12), six), top);
+        __m128i b2 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 6), six), top);
+        __m128i b3 = _mm_or_si128(_mm_and_si128(v, six), top);
+        __m128i four = _mm_or_si128(_mm_or_si128(b0, _mm_slli_epi32(b1, 8)),
+                                    _mm_or_si128(_mm_slli_epi32(b2, 16), _mm_slli_epi32(b3, 24)));
+        return _mm_or_si128(_mm_and_si128(isPair, four), _mm_andnot_si128(isPair, w));
+    };
+    __m128i a = words(_mm_unpacklo_epi16(u, zero), _mm_unpacklo_epi16(next, zero),
+                      _mm_unpacklo_epi16(pairHigh, pairHigh));
+    __m128i b = words(_mm_unpackhi_epi16(u, zero), _mm_unpackhi_epi16(next, zero),
+                      _mm_unpackhi_epi16(pairHigh, pairHigh));
+    // 3, less one below 0x800 and one below 0x80; 4 for a high half, 0 for
+    // a low half.
+    __m128i pairLow = _mm_slli_si128(pairHigh, 2);
+    __m128i n = _mm_add_epi16(_mm_set1_epi16(3), _mm_add_epi16(below80(u), below800(u)));
+    n = _mm_sub_epi16(n, pairHigh);
+    n = _mm_add_epi16(n, _mm_add_epi16(pairLow, _mm_add_epi16(pairLow, pairLow)));
+    // Everything is taken out of the vectors before the first store (see
+    // putUtf8Below800).
+    uint32_t a0 = static_cast<uint32_t>(_mm_cvtsi128_si32(a));
+    uint32_t a1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 1)));
+    uint32_t a2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 2)));
+    uint32_t a3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 3)));
+    uint32_t b0 = static_cast<uint32_t>(_mm_cvtsi128_si32(b));
+    uint32_t b1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 1)));
+    uint32_t b2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 2)));
+    uint32_t b3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 3)));
+    uint8_t* q = o;
+    store32(q, a0);
+    q += _mm_extract_epi16(n, 0);
+    store32(q, a1);
+    q += _mm_extract_epi16(n, 1);
+    store32(q, a2);
+    q += _mm_extract_epi16(n, 2);
+    store32(q, a3);
+    q += _mm_extract_epi16(n, 3);
+    store32(q, b0);
+    q += _mm_extract_epi16(n, 4);
+    store32(q, b1);
+    q += _mm_extract_epi16(n, 5);
+    store32(q, b2);
+    q += _mm_extract_epi16(n, 6);
+    store32(q, b3);
+    q += _mm_extract_epi16(n, 7);
+    o = q;
+}
+
+inline uint32_t sumLanes32(__m128i x) {
+    uint32_t lanes[4];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(lanes), x);
+    return lanes[0] + lanes[1] + lanes[2] + lanes[3];
+}
+
+}  // namespace
+#endif
+
 uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
                                            uint32_t* consumed) {
     if (length < 2) {
@@ -765,6 +966,29 @@ uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
     const uint8_t* end = bytes + length;
     uint32_t size = 0;
     while (left(p, end) >= 2) {
+#if KEEL_TEXT_SSE2
+        // Eight units at once, counted as below with the pairs found by
+        // comparing each lane with the next. A high surrogate in the last
+        // lane would need the next block: the careful loop takes it.
+        const __m128i ones = _mm_set1_epi16(1);
+        __m128i sums = _mm_setzero_si128();
+        while (left(p, end) >= 16) {
+            __m128i u = loadUnits(p, swapped);
+            __m128i top6 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00)));
+            __m128i high = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
+            __m128i low = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xDC00)));
+            if (_mm_movemask_epi8(high) & 0xC000) break;
+            __m128i pairHigh = _mm_and_si128(high, _mm_srli_si128(low, 2));
+            __m128i inPair = _mm_or_si128(pairHigh, _mm_slli_si128(pairHigh, 2));
+            // 3, less one below 0x800, one below 0x80, one in a pair.
+            __m128i lanes = _mm_add_epi16(
+                _mm_add_epi16(_mm_set1_epi16(3), inPair), _mm_add_epi16(below80(u), below800(u)));
+            sums = _mm_add_epi32(sums, _mm_madd_epi16(lanes, ones));
+            p += 16;
+        }
+        size += sumLanes32(sums);
+        if (left(p, end) < 2) break;
+#endif
         if (left(p, end) >= 8) {
             // Four units at once: one byte each, one more from 0x80 and one
             // more from 0x800. A proper pair is four bytes where the two
@@ -809,6 +1033,50 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
     while (left(p, end) >= 2) {
+#if KEEL_TEXT_SSE2
+        // Eight units at once while there are no surrogates.
+        while (left(p, end) >= 16 && left(o, oend) >= 8 * 3 + 1) {
+            __m128i u = loadUnits(p, swapped);
+            if (_mm_movemask_epi8(below80(u)) == 0xFFFF) {
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(u, u));
+                o += 8;
+                chars += 8;
+            } else {
+                // Surrogates only in proper pairs within the eight; anything
+                // else goes the careful way.
+                __m128i top5 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800)));
+                if (_mm_movemask_epi8(below800(u)) == 0xFFFF) {
+                    putUtf8Below800(o, u);
+                    chars += 8;
+                    p += 16;
+                    continue;
+                }
+                if (_mm_movemask_epi8(
+                        _mm_cmpeq_epi16(top5, _mm_set1_epi16(static_cast<short>(0xD800)))) == 0) {
+                    if (_mm_movemask_epi8(below800(u)) == 0) {
+                        putUtf8Three(o, u);
+                    } else {
+                        putUtf8Units(o, u);
+                    }
+                    chars += 8;
+                    p += 16;
+                    continue;
+                }
+                __m128i top6 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00)));
+                __m128i high = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
+                __m128i low = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xDC00)));
+                __m128i pairHigh = _mm_and_si128(high, _mm_srli_si128(low, 2));
+                __m128i pairLow = _mm_slli_si128(pairHigh, 2);
+                uint32_t strays = static_cast<uint32_t>(_mm_movemask_epi8(
+                    _mm_or_si128(_mm_andnot_si128(pairHigh, high), _mm_andnot_si128(pairLow, low))));
+                if (strays) break;
+                putUtf8UnitsAndPairs(o, u, pairHigh);
+                chars += 8 - countBits(static_cast<uint32_t>(_mm_movemask_epi8(pairLow))) / 2;
+            }
+            p += 16;
+        }
+        if (left(p, end) < 2) break;
+#endif
         if (left(p, end) >= 8 && left(o, oend) >= 16) {
             uint64_t x = load64(p);
             if (swapped) x = swapUnits(x);
@@ -883,6 +1151,26 @@ uint32_t WCharTextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
     const uint8_t* p = bytes;
     const uint8_t* end = p + length;
     uint32_t size = 0;
+#if KEEL_TEXT_SSE2
+    // Four words at once while all are below 0x10000: three bytes, less one
+    // below 0x800 and one below 0x80.
+    __m128i sums = _mm_setzero_si128();
+    while (left(p, end) >= 16) {
+        __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi32(
+                _mm_and_si128(w, _mm_set1_epi32(static_cast<int>(0xFFFF0000u))),
+                _mm_setzero_si128())) != 0xFFFF) {
+            size += encodedLengthOf(ucs4Next(p));
+            continue;
+        }
+        sums = _mm_add_epi32(
+            sums, _mm_add_epi32(_mm_set1_epi32(3),
+                                _mm_add_epi32(_mm_cmplt_epi32(w, _mm_set1_epi32(0x80)),
+                                              _mm_cmplt_epi32(w, _mm_set1_epi32(0x800)))));
+        p += 16;
+    }
+    size += sumLanes32(sums);
+#endif
     while (left(p, end) >= 16) {
         uint64_t a = load64(p);
         uint64_t b = load64(p + 8);
@@ -909,6 +1197,34 @@ uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
     while (left(p, end) >= 4) {
+#if KEEL_TEXT_SSE2
+        // Eight words at once while all are below 0x10000.
+        while (left(p, end) >= 32 && left(o, oend) >= 8 * 3 + 1) {
+            __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+            __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+            __m128i any = _mm_or_si128(a, b);
+            const __m128i zero = _mm_setzero_si128();
+            if (_mm_movemask_epi8(_mm_cmpeq_epi32(
+                    _mm_and_si128(any, _mm_set1_epi32(static_cast<int>(0xFFFFFF80u))), zero)) ==
+                0xFFFF) {
+                __m128i units = _mm_packs_epi32(a, b);
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(units, units));
+                o += 8;
+            } else if (_mm_movemask_epi8(_mm_cmpeq_epi32(
+                           _mm_and_si128(any, _mm_set1_epi32(static_cast<int>(0xFFFF0000u))),
+                           zero)) == 0xFFFF) {
+                // Surrogate values are not checked here: they are written as
+                // three bytes like any other value of their size.
+                putUtf8Words(o, utf8Words(a));
+                putUtf8Words(o, utf8Words(b));
+            } else {
+                break;
+            }
+            p += 32;
+            chars += 8;
+        }
+        if (left(p, end) < 4) break;
+#endif
         if (left(p, end) >= 16 && left(o, oend) >= 16) {
             uint64_t a = load64(p);
             uint64_t b = load64(p + 8);
