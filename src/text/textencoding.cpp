@@ -245,6 +245,79 @@ inline bool asciiBlock(const uint8_t* p) {
 inline uint32_t startOf(uint64_t starts) {
     return static_cast<uint32_t>(__builtin_ctz(static_cast<uint32_t>(starts)));
 }
+
+// What walkClean16 found in a block of sixteen bytes.
+struct CleanBlockT {
+    uint32_t starts;  // a bit per byte where a character starts
+    uint32_t quads;   // a bit per byte where a four-byte character starts
+    bool ascii;       // all sixteen are ASCII
+};
+
+// Walks clean blocks of sixteen bytes at a fixed stride from `p`, which
+// starts a character. A block is clean when every sequence that starts in it
+// is clean (see scanClean8) and the continuation bytes that the block before
+// asked for are there; sequences run over the end of a block into the next,
+// so no block waits for the one before to be measured. visit(p, block) is
+// called for each. The walk stops in front of the first block that is not
+// clean, or when fewer than 19 bytes are left before `end` (visitors read up
+// to three bytes behind a block). A character started by the last visited
+// block whose continuation was not checked is given back: undo(lead, bytes)
+// is told its lead byte and how many of its bytes the visits covered, and
+// the walk answers the place of that lead. So the answer is always where a
+// character starts.
+template <class Visit, class Undo>
+__attribute__((always_inline)) inline const uint8_t* walkClean16(const uint8_t* p,
+                                                                 const uint8_t* end, Visit visit,
+                                                                 Undo undo) {
+    uint32_t carry = 0;
+    while (left(p, end) >= 19) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        uint32_t hi = static_cast<uint32_t>(_mm_movemask_epi8(v));
+        if ((hi | carry) == 0) {
+            visit(p, CleanBlockT{0xFFFF, 0, true});
+            p += 16;
+            continue;
+        }
+        auto above = [v](int limit) {
+            return static_cast<uint32_t>(
+                _mm_movemask_epi8(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(limit)))));
+        };
+        auto equal = [v](int value) {
+            return static_cast<uint32_t>(
+                _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(value)))));
+        };
+        uint32_t lead2 = above(-65) & hi;  // C0 and up
+        uint32_t lead3 = above(-33) & hi;  // E0 and up
+        uint32_t lead4 = above(-17) & hi;  // F0 and up
+        uint32_t cont = hi & ~lead2;
+        uint32_t expected = carry | (lead2 << 1) | (lead3 << 2) | (lead4 << 3);
+        if ((expected & 0xFFFF) != cont || (above(-9) & hi)) break;
+        // The byte behind each, from a load one byte further on.
+        __m128i n = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1));
+        uint32_t next90 = static_cast<uint32_t>(
+            _mm_movemask_epi8(_mm_cmplt_epi8(n, _mm_set1_epi8(static_cast<char>(-112)))));
+        uint32_t nextA0 = static_cast<uint32_t>(
+            _mm_movemask_epi8(_mm_cmplt_epi8(n, _mm_set1_epi8(static_cast<char>(-96)))));
+        uint32_t bad = (equal(-64) | equal(-63))  // C0, C1
+                       | (equal(-32) & nextA0)    // E0 80-9F
+                       | (equal(-16) & next90)    // F0 80-8F
+                       | (equal(-12) & ~next90)   // F4 90 and up
+                       | (above(-12) & hi);       // F5 to F7
+        if (bad) break;
+        visit(p, CleanBlockT{~cont & 0xFFFF, lead4, false});
+        carry = expected >> 16;
+        p += 16;
+    }
+    if (carry) {
+        const uint8_t* lead = p;
+        do {
+            --lead;
+        } while ((*lead & 0xC0) == 0x80);
+        undo(*lead, static_cast<uint32_t>(p - lead));
+        p = lead;
+    }
+    return p;
+}
 #else
 const uint32_t kScanBytes = 8;
 __attribute__((always_inline)) inline CleanRunT scanClean(const uint8_t* p) {
@@ -657,6 +730,13 @@ uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
     const uint8_t* end = p + length;
     uint32_t size = 0;
     while (p < end) {
+#if KEEL_TEXT_SSE2
+        // A clean sequence keeps its bytes: the size is the bytes walked.
+        const uint8_t* start = p;
+        p = walkClean16(p, end, [](const uint8_t*, CleanBlockT) {}, [](uint8_t, uint32_t) {});
+        size += static_cast<uint32_t>(p - start);
+        if (p >= end) break;
+#else
         if (left(p, end) >= kScanBytes) {
             CleanRunT run = scanClean(p);
             if (run.length) {
@@ -665,6 +745,7 @@ uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
                 continue;
             }
         }
+#endif
         uint32_t n = utf8SequenceLength(p);
         if (n > left(p, end)) break;
         size += utf8EncodedLength(utf8Next(p));
@@ -681,6 +762,25 @@ uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
     while (p < end) {
+#if KEEL_TEXT_SSE2
+        {
+            // Clean sequences are already what utf8Put would write: they are
+            // copied a block at a time, and no further than the room goes.
+            const uint8_t* walkEnd = left(o, oend) < left(p, end) ? p + left(o, oend) : end;
+            const uint8_t* start = p;
+            uint8_t* q = o;
+            p = walkClean16(
+                p, walkEnd,
+                [&q, &chars](const uint8_t* block, CleanBlockT b) {
+                    memcpy(q, block, 16);
+                    q += 16;
+                    chars += countBits(b.starts);
+                },
+                [&chars](uint8_t, uint32_t) { --chars; });
+            o += p - start;
+            if (p >= end) break;
+        }
+#else
         if (left(p, end) >= kScanBytes && left(o, oend) >= kScanBytes) {
             // Clean sequences are already what utf8Put would write. The whole
             // block is copied, which stays inside the room; the bytes behind
@@ -694,6 +794,7 @@ uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint
                 continue;
             }
         }
+#endif
         // Each character is read before the room is tested: one that does
         // not fit is consumed and lost.
         uint32_t n = utf8SequenceLength(p);
@@ -1282,6 +1383,21 @@ inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t*
     const uint8_t* end = p + length;
     uint32_t chars = 0;
     while (p < end) {
+#if KEEL_TEXT_SSE2
+        uint32_t q = 0;
+        p = walkClean16(
+            p, end,
+            [&chars, &q](const uint8_t*, CleanBlockT b) {
+                chars += b.ascii ? 16 : countBits(b.starts);
+                q += b.quads ? countBits(b.quads) : 0;
+            },
+            [&chars, &q](uint8_t lead, uint32_t) {
+                --chars;
+                if (lead >= 0xF0) --q;
+            });
+        *quads += q;
+        if (p >= end) break;
+#else
         if (left(p, end) >= kScanBytes) {
             CleanRunT run = scanClean(p);
             if (run.length) {
@@ -1291,6 +1407,7 @@ inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t*
                 continue;
             }
         }
+#endif
         uint32_t n = utf8SequenceLength(p);
         if (n > left(p, end)) break;
         per(utf8Next(p));
@@ -1363,6 +1480,32 @@ uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8
     uint8_t* oend = o ? o + room : o;
     bool anyLost = false;
     for (;;) {
+#if KEEL_TEXT_SSE2
+        {
+            // As many blocks as the room takes for certain.
+            uint32_t blocks = left(o, oend) / (Target::kPerByte * 16);
+            const uint8_t* walkEnd =
+                left(p, end) / 16 > blocks ? p + 16 * blocks + 3 : end;
+            uint8_t* q = o;
+            bool l = anyLost;
+            p = walkClean16(
+                p, walkEnd,
+                [&q, &l, &target](const uint8_t* block, CleanBlockT b) {
+                    if (b.ascii) {
+                        target.ascii(q, block);
+                    } else if (b.quads == 0) {
+                        target.block(q, block, b.starts, l);
+                    } else {
+                        for (uint32_t starts = b.starts; starts != 0; starts &= starts - 1) {
+                            target.put(q, cleanValue(block + __builtin_ctz(starts)), l);
+                        }
+                    }
+                },
+                [&q, &target](uint8_t lead, uint32_t) { target.undo(q, lead); });
+            o = q;
+            anyLost = l;
+        }
+#else
         if (left(p, end) >= kScanBytes + 3 && left(o, oend) >= Target::kPerByte * kScanBytes) {
             if (asciiBlock(p)) {
                 target.ascii(o, p);
@@ -1387,6 +1530,7 @@ uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8
                 continue;
             }
         }
+#endif
         if (p >= end || !target.careful(o, oend, p, end, anyLost)) break;
     }
     *consumed = static_cast<uint32_t>(p - bytes);
@@ -1445,6 +1589,7 @@ struct ByteTargetT {
     bool careful(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end, bool& lost) {
         return carefulByte(o, oend, p, end, lost, limit);
     }
+    void undo(uint8_t*& o, uint8_t) { --o; }
 };
 
 struct Utf16TargetT {
@@ -1464,6 +1609,7 @@ struct Utf16TargetT {
         o += 2 * kScanBytes;
     }
     void put(uint8_t*& o, uint32_t v, bool&) { utf16Put(o, v, swapped); }
+    void undo(uint8_t*& o, uint8_t lead) { o -= lead >= 0xF0 ? 4 : 2; }
 #if KEEL_TEXT_SSE2
     void block(uint8_t*& o, const uint8_t* p, uint32_t starts, bool&) {
         __m128i lo, hi;
@@ -1518,6 +1664,7 @@ struct WCharTargetT {
         o += 4 * kScanBytes;
     }
     void put(uint8_t*& o, uint32_t v, bool&) { ucs4Put(o, v); }
+    void undo(uint8_t*& o, uint8_t) { o -= 4; }
 #if KEEL_TEXT_SSE2
     void block(uint8_t*& o, const uint8_t* p, uint32_t starts, bool&) {
         __m128i lo, hi;
