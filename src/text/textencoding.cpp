@@ -117,6 +117,34 @@ inline bool wholeShortest4(const uint8_t* p) {
            (p[0] != 0xF0 || p[1] >= 0x90) && (p[0] < 0xF4 || (p[0] == 0xF4 && p[1] < 0x90));
 }
 
+// utf8Next for input without a terminator: false, and nothing read, in front
+// of a sequence that the input does not hold whole. The common short
+// sequences are taken directly; what utf8Next would answer for them is the
+// value of their bits, whether shortest or not.
+__attribute__((always_inline)) inline bool readChar(const uint8_t*& p, const uint8_t* end,
+                                                    uint32_t* value) {
+    uint32_t b = *p;
+    if (b < 0x80) {
+        *value = b;
+        ++p;
+        return true;
+    }
+    uint32_t have = left(p, end);
+    if (b >= 0xC0 && b < 0xE0 && have >= 2 && isContinuation(p[1])) {
+        *value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+        p += 2;
+        return true;
+    }
+    if (b >= 0xE0 && b < 0xF0 && have >= 3 && isContinuation(p[1]) && isContinuation(p[2])) {
+        *value = ((b & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
+        p += 3;
+        return true;
+    }
+    if (utf8SequenceLength(p) > have) return false;
+    *value = utf8Next(p);
+    return true;
+}
+
 // What scanClean found at the head of a block of internal form.
 struct CleanRunT {
     uint32_t length;  // bytes of whole clean sequences at the front; 0 for none
@@ -260,7 +288,7 @@ struct CleanBlockT {
 // so no block waits for the one before to be measured. visit(p, block) is
 // called for each. The walk stops in front of the first block that is not
 // clean, or when fewer than 19 bytes are left before `end` (visitors read up
-// to three bytes behind a block). A character started by the last visited
+// to three bytes behind a block; a block of ASCII needs only its own 16). A character started by the last visited
 // block whose continuation was not checked is given back: undo(lead, bytes)
 // is told its lead byte and how many of its bytes the visits covered, and
 // the walk answers the place of that lead. So the answer is always where a
@@ -270,7 +298,7 @@ __attribute__((always_inline)) inline const uint8_t* walkClean16(const uint8_t* 
                                                                  const uint8_t* end, Visit visit,
                                                                  Undo undo) {
     uint32_t carry = 0;
-    while (left(p, end) >= 19) {
+    while (left(p, end) >= 16) {
         __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
         uint32_t hi = static_cast<uint32_t>(_mm_movemask_epi8(v));
         if ((hi | carry) == 0) {
@@ -278,6 +306,7 @@ __attribute__((always_inline)) inline const uint8_t* walkClean16(const uint8_t* 
             p += 16;
             continue;
         }
+        if (left(p, end) < 19) break;
         auto above = [v](int limit) {
             return static_cast<uint32_t>(
                 _mm_movemask_epi8(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(limit)))));
@@ -442,8 +471,11 @@ TextEncodingI* findEncoding(const char* name) {
 // ---------------------------------------------------------------------------
 // Held bytes
 
+// The buffer is allocated when bytes are first held: most decoders and
+// encoders convert whole text and never hold any, and for short text the
+// allocation would cost more than the conversion.
 UnusedByteBufferC::UnusedByteBufferC(uint32_t size)
-    : held(new uint8_t[size]), heldUsed(0), heldSize(size), savedHeld(nullptr), savedUsed(0) {}
+    : held(nullptr), heldUsed(0), heldSize(size), savedHeld(nullptr), savedUsed(0) {}
 
 UnusedByteBufferC::~UnusedByteBufferC() {
     delete[] held;
@@ -482,6 +514,7 @@ const uint8_t* UnusedByteBufferC::completeHeld(const uint8_t* input, uint32_t in
 
 void UnusedByteBufferC::appendHeld(const uint8_t* bytes, uint32_t count) {
     if (count == 0 || count > heldSize - heldUsed) return;
+    if (held == nullptr) held = new uint8_t[heldSize];
     memmove(held + heldUsed, bytes, count);
     heldUsed += count;
 }
@@ -497,6 +530,7 @@ void UnusedByteBufferC::dropHeld(uint32_t count) {
 
 void UnusedByteBufferC::snapshot() {
     if (savedHeld != nullptr) return;
+    if (held == nullptr) held = new uint8_t[heldSize];
     savedHeld = new uint8_t[heldSize];
     memcpy(savedHeld, held, heldSize);
     savedUsed = heldUsed;
@@ -892,7 +926,20 @@ inline __m128i utf8Words(__m128i u) {
     return _mm_or_si128(_mm_and_si128(isOne, u), _mm_andnot_si128(isOne, w));
 }
 
-// Writes four words of one to three UTF-8 bytes each (see utf8Words): each
+// utf8Words for values below 0x200000, which take up to four bytes.
+inline __m128i utf8Words4(__m128i u) {
+    __m128i six = _mm_set1_epi32(0x3F), top = _mm_set1_epi32(0x80);
+    __m128i b0 = _mm_or_si128(_mm_srli_epi32(u, 18), _mm_set1_epi32(0xF0));
+    __m128i b1 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 12), six), top);
+    __m128i b2 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 6), six), top);
+    __m128i b3 = _mm_or_si128(_mm_and_si128(u, six), top);
+    __m128i four = _mm_or_si128(_mm_or_si128(b0, _mm_slli_epi32(b1, 8)),
+                                _mm_or_si128(_mm_slli_epi32(b2, 16), _mm_slli_epi32(b3, 24)));
+    __m128i isFour = _mm_cmpgt_epi32(u, _mm_set1_epi32(0xFFFF));
+    return _mm_or_si128(_mm_and_si128(isFour, four), _mm_andnot_si128(isFour, utf8Words(u)));
+}
+
+// Writes four words of one to four UTF-8 bytes each (see utf8Words): each
 // is stored as four bytes and the pointer moves by its length, read off the
 // word itself, so up to three bytes behind the end are written over; the
 // room takes them.
@@ -905,13 +952,13 @@ inline void putUtf8Words(uint8_t*& o, __m128i words) {
     uint32_t w3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(words, 3)));
     uint8_t* q = o;
     store32(q, w0);
-    q += 1 + (w0 > 0xFF) + (w0 > 0xFFFF);
+    q += 1 + (w0 > 0xFF) + (w0 > 0xFFFF) + (w0 > 0xFFFFFF);
     store32(q, w1);
-    q += 1 + (w1 > 0xFF) + (w1 > 0xFFFF);
+    q += 1 + (w1 > 0xFF) + (w1 > 0xFFFF) + (w1 > 0xFFFFFF);
     store32(q, w2);
-    q += 1 + (w2 > 0xFF) + (w2 > 0xFFFF);
+    q += 1 + (w2 > 0xFF) + (w2 > 0xFFFF) + (w2 > 0xFFFFFF);
     store32(q, w3);
-    q += 1 + (w3 > 0xFF) + (w3 > 0xFFFF);
+    q += 1 + (w3 > 0xFF) + (w3 > 0xFFFF) + (w3 > 0xFFFFFF);
     o = q;
 }
 
@@ -1136,13 +1183,14 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     while (left(p, end) >= 2) {
 #if KEEL_TEXT_SSE2
         // Eight units at once while there are no surrogates.
-        while (left(p, end) >= 16 && left(o, oend) >= 8 * 3 + 1) {
+        while (left(p, end) >= 16 && left(o, oend) >= 8) {
             __m128i u = loadUnits(p, swapped);
             if (_mm_movemask_epi8(below80(u)) == 0xFFFF) {
                 _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(u, u));
                 o += 8;
                 chars += 8;
             } else {
+                if (left(o, oend) < 8 * 3 + 1) break;
                 // Surrogates only in proper pairs within the eight; anything
                 // else goes the careful way.
                 __m128i top5 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800)));
@@ -1300,7 +1348,7 @@ uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     while (left(p, end) >= 4) {
 #if KEEL_TEXT_SSE2
         // Eight words at once while all are below 0x10000.
-        while (left(p, end) >= 32 && left(o, oend) >= 8 * 3 + 1) {
+        while (left(p, end) >= 32 && left(o, oend) >= 8) {
             __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
             __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
             __m128i any = _mm_or_si128(a, b);
@@ -1311,13 +1359,33 @@ uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
                 __m128i units = _mm_packs_epi32(a, b);
                 _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(units, units));
                 o += 8;
-            } else if (_mm_movemask_epi8(_mm_cmpeq_epi32(
+            } else if (left(o, oend) >= 8 * 3 + 1 &&
+                       _mm_movemask_epi8(_mm_cmpeq_epi32(
                            _mm_and_si128(any, _mm_set1_epi32(static_cast<int>(0xFFFF0000u))),
                            zero)) == 0xFFFF) {
-                // Surrogate values are not checked here: they are written as
-                // three bytes like any other value of their size.
-                putUtf8Words(o, utf8Words(a));
-                putUtf8Words(o, utf8Words(b));
+                // Values below 0x10000 as eight 16-bit lanes (moved down by
+                // 0x8000 for the signed narrowing and back). Surrogate values
+                // are not checked here: they are written as three bytes like
+                // any other value of their size.
+                const __m128i half = _mm_set1_epi32(0x8000);
+                __m128i u = _mm_xor_si128(
+                    _mm_packs_epi32(_mm_sub_epi32(a, half), _mm_sub_epi32(b, half)),
+                    _mm_set1_epi16(static_cast<short>(0x8000)));
+                uint32_t small = static_cast<uint32_t>(_mm_movemask_epi8(below800(u)));
+                if (small == 0xFFFF) {
+                    putUtf8Below800(o, u);
+                } else if (small == 0) {
+                    putUtf8Three(o, u);
+                } else {
+                    putUtf8Units(o, u);
+                }
+            } else if (left(o, oend) >= 8 * 4 &&
+                       _mm_movemask_epi8(_mm_cmpeq_epi32(
+                           _mm_and_si128(any, _mm_set1_epi32(static_cast<int>(0xFFE00000u))),
+                           zero)) == 0xFFFF) {
+                // Values below 0x200000: one to four bytes.
+                putUtf8Words(o, utf8Words4(a));
+                putUtf8Words(o, utf8Words4(b));
             } else {
                 break;
             }
@@ -1408,9 +1476,9 @@ inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t*
             }
         }
 #endif
-        uint32_t n = utf8SequenceLength(p);
-        if (n > left(p, end)) break;
-        per(utf8Next(p));
+        uint32_t value;
+        if (!readChar(p, end, &value)) break;
+        per(value);
         ++chars;
     }
     *consumed = static_cast<uint32_t>(p - bytes);
@@ -1544,8 +1612,8 @@ uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8
 inline bool carefulByte(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end,
                         bool& lost, uint32_t limit) {
     if (o == oend) return false;
-    if (utf8SequenceLength(p) > left(p, end)) return false;
-    uint32_t value = utf8Next(p);
+    uint32_t value;
+    if (!readChar(p, end, &value)) return false;
     if (value > limit) {
         value = 0x7E;
         lost = true;
@@ -1629,9 +1697,9 @@ struct Utf16TargetT {
 #endif
     bool careful(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end, bool& lost) {
         if (left(o, oend) < 2) return false;
-        if (utf8SequenceLength(p) > left(p, end)) return false;
         const uint8_t* start = p;
-        uint32_t value = utf8Next(p);
+        uint32_t value;
+        if (!readChar(p, end, &value)) return false;
         if (value >= 0x110000) {
             lost = true;
         } else if (value >= 0x10000 && left(o, oend) < 4) {
@@ -1683,8 +1751,9 @@ struct WCharTargetT {
 #endif
     bool careful(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end, bool&) {
         if (left(o, oend) < 4) return false;
-        if (utf8SequenceLength(p) > left(p, end)) return false;
-        ucs4Put(o, utf8Next(p));
+        uint32_t value;
+        if (!readChar(p, end, &value)) return false;
+        ucs4Put(o, value);
         return true;
     }
 };
