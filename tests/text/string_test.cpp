@@ -24,37 +24,38 @@ std::string utf8(const StringC& s) {
     return result;
 }
 
-// --- The factory and its caches ---------------------------------------------
+int32_t storedCount(const StringC& s) { return dynamic_cast<StringImplC&>(*s.getImpl()).storedCharCount(); }
 
-TEST(StringFactoryTest, EmptyStringIsOneCachedObject) {
-    StringImplI* a = factory()->fromText(nullptr, "utf8");
-    StringImplI* b = factory()->fromBytes("ignored", 0, "no-such-encoding");
-    StringImplI* c = factory()->fromChar(0x80000000u);
-    EXPECT_EQ(a, b);
-    EXPECT_EQ(a, c);
-    EXPECT_EQ(a, StringC().getImpl());
-    EXPECT_TRUE(a->isShared());
-    EXPECT_TRUE(a->isEmpty());
-    EXPECT_EQ(a, factory()->substring(a, 2, 3));
+// Runs `work` on four threads and waits for them.
+template <typename F>
+void onFourThreads(F work) {
+    std::vector<std::thread> workers;
+    for (int t = 0; t < 4; ++t) workers.emplace_back(work, t);
+    for (std::thread& worker : workers) worker.join();
 }
 
-TEST(StringFactoryTest, SecureEmptyStringIsItsOwnObject) {
+TEST(StringFactoryTest, CachedEmptyAndOneCharacterStrings) {
+    StringImplI* empty = factory()->fromText(nullptr, "utf8");
+    for (StringImplI* same : {factory()->fromBytes("ignored", 0, "no-such-encoding"), factory()->fromChar(0x80000000u),
+                              StringC().getImpl(), factory()->substring(empty, 2, 3),
+                              factory()->fromWideCounted(L"abc", -1), factory()->fromWide(nullptr),
+                              factory()->fromUtf16(nullptr)}) {
+        EXPECT_EQ(empty, same);
+    }
+    EXPECT_TRUE(empty->isShared());
+    EXPECT_TRUE(empty->isEmpty());
+    // The secure empty string is a cached object of its own.
     StringImplI* secure = factory()->secureFromText(nullptr, "utf8");
     EXPECT_EQ(secure, factory()->secureFromBytes("x", 0, "utf8"));
-    EXPECT_NE(secure, factory()->fromBytes(nullptr, 0, "utf8"));
+    EXPECT_NE(secure, empty);
     EXPECT_TRUE(secure->isEmpty());
     EXPECT_TRUE(secure->isShared());
-}
-
-TEST(StringFactoryTest, OneAsciiCharacterComesFromTheTable) {
+    // One ASCII character, whatever the encoding, is the table's static object.
     StringImplI* a = factory()->fromBytes("A", 1, "utf16");
-    EXPECT_EQ(a, factory()->fromChar(65));
     EXPECT_EQ(a, factory()->fromText("A", "no-such-encoding"));
     EXPECT_EQ(a, StringC(uint32_t('A')).getImpl());
     EXPECT_TRUE(a->isShared());
     EXPECT_NE(nullptr, dynamic_cast<StaticStringImplC*>(a));
-    EXPECT_EQ(1, a->length());
-    EXPECT_EQ(uint32_t('A'), a->charAt(0));
     for (uint32_t c = 1; c < 128; ++c) {
         StringImplI* s = factory()->fromChar(c);
         EXPECT_EQ(s, StringImplFactoryC::asciiString(static_cast<uint8_t>(c)));
@@ -62,140 +63,88 @@ TEST(StringFactoryTest, OneAsciiCharacterComesFromTheTable) {
     }
 }
 
-TEST(StringFactoryTest, SingleBytesOutsideAsciiAreNewEachTime) {
-    StringC first("\xE9", 1, "iso-8859-1");
-    StringC second("\xE9", 1, "iso-8859-1");
+TEST(StringFactoryTest, OtherStringsAreNewAndUnshared) {
+    StringC first("\xE9", 1, "iso-8859-1"), second("\xE9", 1, "iso-8859-1");
     EXPECT_NE(first.getImpl(), second.getImpl());
-    EXPECT_FALSE(first.getImpl()->isShared());
-
-    StringC zero("", 1, "utf8");  // the single byte 0
+    // The single byte 0 is one character: neither the empty string nor the
+    // character 0's representation.
+    StringC zero("", 1, "utf8"), zeroChar(uint32_t(0));
     EXPECT_FALSE(zero.isEmpty());
     EXPECT_EQ(1u, zero.textUtf8Length());
-    StringC zeroChar(uint32_t(0));
     EXPECT_FALSE(zeroChar.isEmpty());
     EXPECT_NE(zero.getImpl(), zeroChar.getImpl());
-}
-
-TEST(StringFactoryTest, SecureOneCharacterIsNeverTheTableObject) {
-    StringImplI* a = factory()->secureFromBytes("A", 1, "utf8");
-    StringImplI* b = factory()->secureFromBytes("A", 1, "utf8");
-    a->addRef();
-    b->addRef();
-    EXPECT_NE(a, b);
-    EXPECT_NE(a, factory()->fromChar('A'));
-    EXPECT_NE(nullptr, dynamic_cast<SecureStringImplC*>(a));
-    EXPECT_FALSE(a->isShared());
-    a->release();
-    b->release();
-}
-
-TEST(StringFactoryTest, FromBytesNewIsAlwaysNewAndWritable) {
-    StringImplI* fresh = factory()->fromBytesNew(nullptr, 0, "utf8");
-    fresh->addRef();
-    EXPECT_FALSE(fresh->isShared());
-    EXPECT_TRUE(fresh->isEmpty());
-    EXPECT_NE(fresh, factory()->fromBytes(nullptr, 0, "utf8"));
-    fresh->release();
-    StringImplI* letter = factory()->fromBytesNew("A", 1, "utf8");
-    letter->addRef();
-    EXPECT_NE(letter, factory()->fromChar('A'));
-    letter->release();
-}
-
-TEST(StringFactoryTest, ConcatCountsBothParts) {
-    StringC a("ab", 2, "vutf8");
-    StringC b("\xE2\x82\xAC", 3, "vutf8");
-    StringC joined(a, b);
-    StringImplC* impl = dynamic_cast<StringImplC*>(joined.getImpl());
-    ASSERT_NE(nullptr, impl);
-    EXPECT_EQ(3, impl->storedCharCount());
-    EXPECT_EQ("ab\xE2\x82\xAC", utf8(joined));
-    EXPECT_EQ(2, dynamic_cast<StringImplC*>(a.getImpl())->storedCharCount());
-}
-
-TEST(StringFactoryTest, CountedWideTextWithNegativeCountIsEmpty) {
-    EXPECT_EQ(factory()->fromBytes(nullptr, 0, "utf8"), factory()->fromWideCounted(L"abc", -1));
-    EXPECT_EQ(factory()->fromBytes(nullptr, 0, "utf8"), factory()->fromWide(nullptr));
-    EXPECT_EQ(factory()->fromBytes(nullptr, 0, "utf8"), factory()->fromUtf16(nullptr));
-}
-
-TEST(StringFactoryTest, FormatMakesAWritableString) {
+    // Secure strings and fromBytesNew never hand out a cached object.
+    StringC secureA = StringC::fromNew(factory()->secureFromBytes("A", 1, "utf8"));
+    StringC secureB = StringC::fromNew(factory()->secureFromBytes("A", 1, "utf8"));
+    StringC freshEmpty = StringC::fromNew(factory()->fromBytesNew(nullptr, 0, "utf8"));
+    StringC freshA = StringC::fromNew(factory()->fromBytesNew("A", 1, "utf8"));
+    EXPECT_NE(nullptr, dynamic_cast<SecureStringImplC*>(secureA.getImpl()));
+    EXPECT_NE(secureA.getImpl(), secureB.getImpl());
+    EXPECT_NE(factory()->fromChar('A'), secureA.getImpl());
+    EXPECT_NE(factory()->fromChar('A'), freshA.getImpl());
+    EXPECT_NE(StringC().getImpl(), freshEmpty.getImpl());
+    EXPECT_TRUE(freshEmpty.isEmpty());
+    // Nor does format, which makes a string to write into.
     StringC pattern("plain text", "utf8");
-    StringC result = StringC::format(pattern, ArgListC());
-    EXPECT_EQ("plain text", utf8(result));
-    EXPECT_FALSE(result.getImpl()->isShared());
-    EXPECT_NE(pattern.getImpl(), result.getImpl());
-}
-
-TEST(StringFactoryTest, FormatToFeedsTheSink) {
+    StringC formatted = StringC::format(pattern, ArgListC());
+    EXPECT_EQ("plain text", utf8(formatted));
+    EXPECT_NE(pattern.getImpl(), formatted.getImpl());
+    for (const StringC* s : {&first, &zero, &secureA, &freshEmpty, &freshA, &formatted}) {
+        EXPECT_FALSE(s->getImpl()->isShared());
+    }
     std::vector<uint32_t> seen;
-    StringC pattern("a\xC3\xA9", "utf8");
     StringC::formatTo([](void* context, uint32_t c) { static_cast<std::vector<uint32_t>*>(context)->push_back(c); },
-                      &seen, pattern, ArgListC());
+                      &seen, StringC("a\xC3\xA9", "utf8"), ArgListC());
     EXPECT_EQ((std::vector<uint32_t>{'a', 0xE9}), seen);
 }
 
-// --- Construction and text in named encodings ------------------------------
+// Decoding and joining count the characters on the way.
+TEST(StringEncodingTest, DecodingFillsTheCount) {
+    StringC a("ab", 2, "vutf8"), joined(a, StringC("\xE2\x82\xAC", 3, "vutf8"));
+    EXPECT_EQ("ab\xE2\x82\xAC", utf8(joined));
+    EXPECT_EQ(3, storedCount(joined));
+    EXPECT_EQ(2, storedCount(a));
+    const uint16_t units[] = {'h', 0xE9, 0xD83D, 0xDE00, 0};
+    StringC text(units);
+    EXPECT_EQ("h\xC3\xA9\xF0\x9F\x98\x80", utf8(text));
+    EXPECT_EQ(3, storedCount(text));
+    StringC latin("caf\xE9", "iso-8859-1");
+    const char* back = latin.textLatin1();
+    EXPECT_STREQ("caf\xE9", back);
+    latin.releaseLatin1(back);
+    EXPECT_EQ(4, storedCount(latin));
+}
 
-TEST(StringEncodingTest, WideTextCarriesItsTerminator) {
+TEST(StringEncodingTest, TerminatorsTruncationAndLoss) {
     StringC ab("ab", "ascii");
     const wchar_t* wide = ab.textWide();
     ASSERT_NE(nullptr, wide);
     EXPECT_EQ(8u, ab.textWideLength());
-    EXPECT_EQ(L'a', wide[0]);
-    EXPECT_EQ(L'b', wide[1]);
-    EXPECT_EQ(L'\0', wide[2]);
+    EXPECT_EQ(std::wstring(L"ab", 3), std::wstring(wide, 3));  // with its terminator
     ab.releaseWide(wide);
     uint8_t buffer[16];
     uint32_t size = sizeof buffer;
     EXPECT_TRUE(ab.copyText(buffer, &size, "wchar_t"));
     EXPECT_EQ(8u, size);  // 12 bytes written, the terminator not counted
-}
-
-TEST(StringEncodingTest, CopyTextOneByteShortIsTruncated) {
-    StringC text("\xC3\xA9t\xC3\xA9", "utf8");
+    // One byte short: only the terminator's first byte is written.
     uint16_t units[4] = {0xAAAA, 0xAAAA, 0xAAAA, 0xAAAA};
-    uint32_t size = 7;  // 8 needed with the terminator
-    EXPECT_TRUE(text.copyText(units, &size, "utf16"));
+    size = 7;
+    EXPECT_TRUE(StringC("\xC3\xA9t\xC3\xA9", "utf8").copyText(units, &size, "utf16"));
     EXPECT_EQ(6u, size);
-    EXPECT_EQ(0xE9, units[0]);
-    EXPECT_EQ('t', units[1]);
-    EXPECT_EQ(0xE9, units[2]);
-    EXPECT_EQ(0xAA00, units[3] & 0xFF00);  // only the terminator's first byte
-}
-
-TEST(StringEncodingTest, EmptyStringGivesAnEncodedTerminator) {
+    EXPECT_EQ((std::vector<uint16_t>{0xE9, 't', 0xE9, 0xAA00}),
+              (std::vector<uint16_t>{units[0], units[1], units[2], static_cast<uint16_t>(units[3] & 0xFF00)}));
+    // The empty string still gives an encoded terminator.
     StringC empty;
-    const uint16_t* units = empty.textUtf16();
-    ASSERT_NE(nullptr, units);
-    EXPECT_EQ(0, units[0]);
+    const uint16_t* none = empty.textUtf16();
+    ASSERT_NE(nullptr, none);
+    EXPECT_EQ(0, none[0]);
     EXPECT_EQ(0u, empty.textUtf16Length());
-    empty.releaseUtf16(units);
-}
-
-TEST(StringEncodingTest, DecodingFillsTheCount) {
-    const uint16_t units[] = {'h', 0xE9, 0xD83D, 0xDE00, 0};
-    StringC text(units);
-    StringImplC* impl = dynamic_cast<StringImplC*>(text.getImpl());
-    ASSERT_NE(nullptr, impl);
-    EXPECT_EQ(3, impl->storedCharCount());
-    EXPECT_EQ(0x1F600u, text.charAt(2));
-    EXPECT_EQ("h\xC3\xA9\xF0\x9F\x98\x80", utf8(text));
-    StringC latin("caf\xE9", "iso-8859-1");
-    EXPECT_EQ("caf\xC3\xA9", utf8(latin));
-    const char* back = latin.textLatin1();
-    EXPECT_STREQ("caf\xE9", back);
-    latin.releaseLatin1(back);
-    StringC wide(L"x\u00E9", 2);
-    EXPECT_EQ("x\xC3\xA9", utf8(wide));
-}
-
-TEST(StringEncodingTest, LostCharactersShowInTheAnswer) {
-    StringC text("\xE2\x82\xAC", "utf8");
+    empty.releaseUtf16(none);
+    // A character the encoding lacks shows in the answer.
     void* out = nullptr;
-    EXPECT_FALSE(text.getImpl()->text(&out, "ascii"));
-    text.getImpl()->releaseText(out, "ascii");
-    StringC plain("abc", "utf8");
+    StringC euro("\xE2\x82\xAC", "utf8"), plain("abc", "utf8");
+    EXPECT_FALSE(euro.getImpl()->text(&out, "ascii"));
+    euro.getImpl()->releaseText(out, "ascii");
     EXPECT_TRUE(plain.getImpl()->text(&out, "ascii"));
     plain.getImpl()->releaseText(out, "ascii");
 }
@@ -203,130 +152,89 @@ TEST(StringEncodingTest, LostCharactersShowInTheAnswer) {
 TEST(StringEncodingTest, UnknownEncodingGivesABufferlessString) {
     StringC odd("abc", "no-such-encoding");
     EXPECT_TRUE(odd.isEmpty());
-    EXPECT_EQ(0, odd.length());
-    EXPECT_EQ(0u, odd.textUtf8Length());
     EXPECT_EQ(nullptr, odd.textUtf8());
-    EXPECT_EQ(0u, odd.charAt(0));
     EXPECT_TRUE(odd.substring(1, 1).isEmpty());
     StringC copy = odd;
     copy.append(uint32_t('z'));  // copy on write of the bufferless text
     EXPECT_EQ("z", utf8(copy));
-    // The single ASCII byte and the empty text come from the caches anyway.
+    // The single ASCII byte comes from the cache anyway.
     EXPECT_EQ(StringC(uint32_t('Q')).getImpl(), StringC("Q", "no-such-encoding").getImpl());
 }
 
 // --- The handle: sharing and copy on write ----------------------------------
 
 TEST(StringHandleTest, CopiesShareUntilOneChanges) {
-    StringC original("shared text", "utf8");
-    EXPECT_FALSE(original.getImpl()->isShared());
-    StringC copy(original);
-    EXPECT_EQ(original.getImpl(), copy.getImpl());
-    EXPECT_TRUE(original.getImpl()->isShared());
-    copy.append(uint32_t('!'));
-    EXPECT_NE(original.getImpl(), copy.getImpl());
-    EXPECT_EQ("shared text", utf8(original));
-    EXPECT_EQ("shared text!", utf8(copy));
-    EXPECT_FALSE(original.getImpl()->isShared());
+    struct Case { StringC original; void (*change)(StringC&); const char* after; };
+    const Case cases[] = {
+        {StringC("shared text", "utf8"), [](StringC& s) { s.append(uint32_t('!')); }, "shared text!"},
+        {StringC(), [](StringC& s) { s.append(uint32_t('x')); }, "x"},
+        {StringC(uint32_t('k')), [](StringC& s) { s.append(StringC(uint32_t('m'))); }, "km"},
+        {StringC("abcdef", "utf8"), [](StringC& s) { s.erase(1, 2); }, "adef"},
+        {StringC("adef", "utf8"), [](StringC& s) { s.insert(1, StringC("XY", "utf8")); }, "aXYdef"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.after);
+        std::string before = utf8(c.original);
+        bool sharedBefore = c.original.getImpl()->isShared();
+        StringC copy(c.original);
+        EXPECT_EQ(c.original.getImpl(), copy.getImpl());
+        EXPECT_TRUE(copy.getImpl()->isShared());
+        c.change(copy);
+        EXPECT_NE(c.original.getImpl(), copy.getImpl());
+        EXPECT_FALSE(copy.getImpl()->isShared());
+        EXPECT_EQ(c.after, utf8(copy));
+        EXPECT_EQ(before, utf8(c.original));
+        EXPECT_EQ(sharedBefore, c.original.getImpl()->isShared());
+    }
 }
 
-TEST(StringHandleTest, EmptyCopiesShareAndAppendReplacesOne) {
-    StringC a;
-    StringC b = a;
-    EXPECT_EQ(a.getImpl(), b.getImpl());
-    b.append(uint32_t('x'));
-    EXPECT_NE(a.getImpl(), b.getImpl());
-    EXPECT_TRUE(a.isEmpty());
-    EXPECT_EQ("x", utf8(b));
-}
-
-TEST(StringHandleTest, OneCharacterStringGetsAPrivateCopyOnAppend) {
-    StringC letter(uint32_t('k'));
-    StringImplI* cached = letter.getImpl();
-    EXPECT_TRUE(cached->isShared());
-    letter.append(StringC(uint32_t('m')));
-    EXPECT_NE(cached, letter.getImpl());
-    EXPECT_FALSE(letter.getImpl()->isShared());
-    EXPECT_EQ("km", utf8(letter));
-    EXPECT_EQ(uint32_t('k'), cached->charAt(0));
-    EXPECT_EQ(1, cached->length());
-}
-
-TEST(StringHandleTest, AppendingEmptyChangesNothingAndAppendingToEmptyShares) {
-    StringC text("abc", "utf8");
+TEST(StringHandleTest, SharingWithoutCopies) {
+    StringC text("abcdef", "utf8");
     StringImplI* before = text.getImpl();
-    text.append(StringC());
+    text.append(StringC());  // appending nothing changes nothing
     EXPECT_EQ(before, text.getImpl());
     StringC empty;
-    empty.append(text);
+    empty.append(text);  // appending to the empty string shares
     EXPECT_EQ(before, empty.getImpl());
-}
-
-TEST(StringHandleTest, SubstringThroughTheHandle) {
-    StringC text("abcdef", "utf8");
-    EXPECT_EQ(text.getImpl(), text.substring(0).getImpl());
+    StringC& alias = text;
+    text = alias;
+    EXPECT_EQ(before, text.getImpl());
+    EXPECT_EQ("abcdef", utf8(text));
+    EXPECT_EQ(before, text.substring(0).getImpl());
     StringC none = text.substring(0, 0);
-    EXPECT_NE(text.getImpl(), none.getImpl());
+    EXPECT_NE(before, none.getImpl());
     EXPECT_TRUE(none.isEmpty());
     EXPECT_FALSE(none.getImpl()->isShared());
     EXPECT_EQ("cde", utf8(text.substring(2, 3)));
     EXPECT_TRUE(text.substring(10, 2).isEmpty());
-}
-
-TEST(StringHandleTest, EraseAndInsertCopyOnWrite) {
-    StringC text("abcdef", "utf8");
-    StringC copy = text;
-    copy.erase(1, 2);
-    EXPECT_EQ("adef", utf8(copy));
-    EXPECT_EQ("abcdef", utf8(text));
-    StringC other = copy;
-    other.insert(1, StringC("XY", "utf8"));
-    EXPECT_EQ("aXYdef", utf8(other));
-    EXPECT_EQ("adef", utf8(copy));
-}
-
-TEST(StringHandleTest, SelfAssignmentKeepsTheString) {
-    StringC text("self", "utf8");
-    StringC& alias = text;
-    text = alias;
-    EXPECT_EQ("self", utf8(text));
-    EXPECT_FALSE(text.getImpl()->isShared());
-}
-
-TEST(StringHandleTest, CloneStopsAtTheFirstNul) {
-    StringC text("ab\0cd", 5, "vutf8");
-    StringC copy = text.clone();
-    EXPECT_EQ("ab", utf8(copy));
-    EXPECT_EQ(5u, text.textUtf8Length());
+    // A clone stops at the first NUL.
+    StringC withNul("ab\0cd", 5, "vutf8");
+    EXPECT_EQ("ab", utf8(withNul.clone()));
+    EXPECT_EQ(5u, withNul.textUtf8Length());
 }
 
 // A representation that counts its destructions.
 std::atomic<int> destroyedCounted{0};
-class CountedImplC : public StringImplC {
+class DyingImplC : public StringImplC {
 public:
-    explicit CountedImplC(const char* text) : StringImplC(text, static_cast<uint32_t>(strlen(text)), "vutf8") {}
-    ~CountedImplC() override { destroyedCounted.fetch_add(1); }
+    explicit DyingImplC(const char* text) : StringImplC(text, static_cast<uint32_t>(strlen(text)), "vutf8") {}
+    ~DyingImplC() override { destroyedCounted.fetch_add(1); }
 };
 
 TEST(StringHandleThreadTest, ConcurrentAssignmentReleasesEachOldValueOnce) {
     destroyedCounted = 0;
-    const int threads = 4;
     const int rounds = 2000;
     {
         StringC target;
-        std::vector<std::thread> workers;
-        for (int t = 0; t < threads; ++t) {
-            workers.emplace_back([&target, t] {
-                for (int i = 0; i < rounds; ++i) {
-                    StringC fresh = StringC::fromNew(new CountedImplC(t % 2 ? "odd" : "even"));
-                    target = fresh;
-                }
-            });
-        }
-        for (std::thread& worker : workers) worker.join();
-        EXPECT_EQ(threads * rounds - 1, destroyedCounted.load());
+        onFourThreads([&target](int t) {
+            for (int i = 0; i < rounds; ++i) {
+                StringC fresh = StringC::fromNew(new DyingImplC(t % 2 ? "odd" : "even"));
+                target = fresh;
+            }
+        });
+        EXPECT_EQ(4 * rounds - 1, destroyedCounted.load());
     }
-    EXPECT_EQ(threads * rounds, destroyedCounted.load());
+    EXPECT_EQ(4 * rounds, destroyedCounted.load());
 }
 
 // Readers on several threads move the cursor of one shared representation.
@@ -337,42 +245,30 @@ TEST(StringHandleThreadTest, ConcurrentAssignmentReleasesEachOldValueOnce) {
 TEST(StringHandleThreadTest, SharedReadersAndPrivateWriters) {
     StringC shared("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80" "b", "vutf8");
     ASSERT_EQ(5, shared.length());
-    std::vector<std::thread> workers;
-    std::atomic<int> strangers{0};
-    std::atomic<int> mismatches{0};
-    for (int t = 0; t < 4; ++t) {
-        workers.emplace_back([&shared, &strangers, &mismatches] {
-            for (int i = 0; i < 500; ++i) {
-                StringC mine = shared;
-                for (int32_t k = 6; k >= 0; --k) {
-                    uint32_t c = shared.charAt(k);
-                    if (c != 0 && c != 'a' && c != 0xE9 && c != 0x20AC && c != 0x1F600 && c != 'b') ++strangers;
-                }
-                mine.append(uint32_t('z'));
-                if (mine.length() != 6 || mine.charAt(5) != 'z' || mine.charAt(3) != 0x1F600) ++mismatches;
+    std::atomic<int> wrong{0};
+    onFourThreads([&shared, &wrong](int) {
+        for (int i = 0; i < 500; ++i) {
+            StringC mine = shared;
+            for (int32_t k = 6; k >= 0; --k) {
+                uint32_t c = shared.charAt(k);
+                if (c != 0 && c != 'a' && c != 0xE9 && c != 0x20AC && c != 0x1F600 && c != 'b') ++wrong;
             }
-        });
-    }
-    for (std::thread& worker : workers) worker.join();
-    EXPECT_EQ(0, strangers.load());
-    EXPECT_EQ(0, mismatches.load());
+            mine.append(uint32_t('z'));
+            if (mine.length() != 6 || mine.charAt(5) != 'z' || mine.charAt(3) != 0x1F600) ++wrong;
+        }
+    });
+    EXPECT_EQ(0, wrong.load());
     EXPECT_EQ(5, shared.length());
 }
 
 TEST(StringCacheThreadTest, OneCharacterStringsFromManyThreads) {
-    std::vector<std::thread> workers;
     std::atomic<int> wrong{0};
-    for (int t = 0; t < 4; ++t) {
-        workers.emplace_back([&wrong] {
-            for (uint32_t c = 1; c < 128; ++c) {
-                StringC s(c);
-                if (!s.getImpl()->isShared() || s.charAt(0) != c) ++wrong;
-                StringC e;
-                if (!e.isEmpty()) ++wrong;
-            }
-        });
-    }
-    for (std::thread& worker : workers) worker.join();
+    onFourThreads([&wrong](int) {
+        for (uint32_t c = 1; c < 128; ++c) {
+            StringC s(c), e;
+            if (!s.getImpl()->isShared() || s.charAt(0) != c || !e.isEmpty()) ++wrong;
+        }
+    });
     EXPECT_EQ(0, wrong.load());
 }
 

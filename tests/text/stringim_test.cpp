@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <keel/string.h>
@@ -33,34 +34,29 @@ std::string textOf(StringImplI* string) {
 // "a", U+00E9, U+20AC, U+1F600, "b": offsets 0, 1, 3, 6, 10; 11 bytes.
 const char kMixed[] = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80" "b";
 
-TEST(StringImplTest, ConstructionOrderAndInternalForm) {
+// The text and the stored count, as "text|count".
+std::string state(StringImplC* s) { return textOf(s) + "|" + std::to_string(s->storedCharCount()); }
+
+TEST(StringImplTest, ConstructionAndInternalForm) {
     Held<StringImplC> s(internal(kMixed));
     EXPECT_EQ(1, s->referenceCount());
     // StringImplI is the first base: its table is the object's first word.
     EXPECT_EQ(static_cast<void*>(s.impl), static_cast<void*>(static_cast<StringImplI*>(s.impl)));
-    EXPECT_EQ(11u, s->byteCount());
     EXPECT_EQ(16u, s->byteCapacity());  // 12 rounded up to 8
-    EXPECT_EQ(-1, s->storedCharCount());  // internal form is not counted
-    EXPECT_EQ(-1, s->storedCursorIndex());
     EXPECT_EQ(0, s->bytes()[11]);
+    EXPECT_EQ(std::string(kMixed) + "|-1", state(s.impl));  // internal form is not counted
+    EXPECT_EQ(-1, s->storedCursorIndex());
     EXPECT_EQ(5, s->length());
     EXPECT_EQ(5, s->storedCharCount());
-
     Held<StringImplC> empty(new StringImplC(nullptr, 5, "vutf8"));
-    EXPECT_EQ(0, empty->storedCharCount());
+    EXPECT_EQ("|0", state(empty.impl));
     EXPECT_EQ(8u, empty->byteCapacity());
-    EXPECT_TRUE(empty->isEmpty());
     EXPECT_FALSE(empty->isShared());
-}
-
-TEST(StringImplTest, InternalFormIsCopiedWithoutAnyCheck) {
-    const char bytes[] = {'x', 0, '\xFF', 'y'};
-    Held<StringImplC> s(new StringImplC(bytes, 4, "vutf8"));
-    EXPECT_EQ(4u, s->byteCount());
-    EXPECT_EQ(0, memcmp(bytes, s->bytes(), 4));
-    // Walking stops at the embedded NUL.
-    EXPECT_EQ(1, s->length());
-    EXPECT_FALSE(s->isEmpty());
+    // Internal form is copied without any check; walking stops at a NUL.
+    Held<StringImplC> odd(new StringImplC("x\0\xFFy", 4, "vutf8"));
+    EXPECT_EQ(std::string("x\0\xFFy|-1", 7), state(odd.impl));
+    EXPECT_EQ(1, odd->length());
+    EXPECT_FALSE(odd->isEmpty());
 }
 
 // A peek at the protected growth rule.
@@ -68,111 +64,70 @@ struct GrowthPeek : StringImplC {
     using StringImplC::grownCapacity;
 };
 
+// The capacity becomes the larger of the request rounded up to 8 and
+// ((capacity * 3 / 2) | 31) + 1.
 TEST(StringImplTest, ReserveGrowthFigures) {
-    Held<StringImplC> s(new StringImplC());
-    EXPECT_EQ(0u, s->byteCapacity());
-    EXPECT_EQ(nullptr, s->bytes());
-    s->reserve(1);
-    EXPECT_EQ(8u, s->byteCapacity());
-    s->reserve(8);
-    EXPECT_EQ(8u, s->byteCapacity());  // enough already
-    s->reserve(9);
-    EXPECT_EQ(32u, s->byteCapacity());  // (12 | 31) + 1
-    s->reserve(33);
-    EXPECT_EQ(64u, s->byteCapacity());  // (48 | 31) + 1
-    s->reserve(65);
-    EXPECT_EQ(128u, s->byteCapacity());  // (96 | 31) + 1
-    s->reserve(200);
-    EXPECT_EQ(224u, s->byteCapacity());  // (192 | 31) + 1 beats 200
-    s->reserve(1000);
-    EXPECT_EQ(1000u, s->byteCapacity());  // rounded 1000 beats (336 | 31) + 1
-
-    Held<StringImplC> t(new StringImplC());
-    t->reserve(13);
-    EXPECT_EQ(16u, t->byteCapacity());
-    t->reserve(100);
-    EXPECT_EQ(104u, t->byteCapacity());  // rounded 104 beats (24 | 31) + 1
+    const std::vector<std::pair<uint32_t, uint32_t>> runs[] = {
+        {{1, 8}, {8, 8}, {9, 32}, {33, 64}, {65, 128}, {200, 224}, {1000, 1000}},
+        {{13, 16}, {100, 104}},
+    };
+    for (const auto& run : runs) {
+        Held<StringImplC> s(new StringImplC());
+        EXPECT_EQ(nullptr, s->bytes());
+        for (const auto& step : run) {
+            s->reserve(step.first);
+            EXPECT_EQ(step.second, s->byteCapacity()) << "reserve " << step.first;
+        }
+    }
     EXPECT_EQ(32u, GrowthPeek::grownCapacity(16, 17));
-}
-
-TEST(StringImplTest, ReserveKeepsTheText) {
     Held<StringImplC> s(internal("keep me"));
     s->reserve(500);
-    EXPECT_EQ("keep me", textOf(s.impl));
+    EXPECT_EQ("keep me|-1", state(s.impl));
     EXPECT_EQ(0, s->bytes()[7]);
 }
 
 TEST(StringImplCursorTest, WalksForwardAndBackward) {
     Held<StringImplC> s(internal(kMixed));
-    const uint8_t* base = s->bytes();
-    EXPECT_EQ(base + 3, s->seek(2));
-    EXPECT_EQ(2, s->storedCursorIndex());
-    EXPECT_EQ(3, s->storedCursorOffset());
-    EXPECT_EQ(base + 10, s->seek(4));  // forward from the cursor
-    EXPECT_EQ(4, s->storedCursorIndex());
-    EXPECT_EQ(base + 1, s->seek(1));  // nearer the start than the cursor
-    EXPECT_EQ(1, s->storedCursorIndex());
-    EXPECT_EQ(base + 6, s->seek(3));
-    // The count is taken from the cursor on.
-    EXPECT_EQ(5, s->length());
-    EXPECT_EQ(base + 10, s->seek(4));
-    EXPECT_EQ(base + 6, s->seek(3));  // one step back from the cursor
-    EXPECT_EQ(3, s->storedCursorIndex());
-    EXPECT_EQ(base + 3, s->seek(2));
-    EXPECT_EQ(base + 1, s->seek(1));
-    EXPECT_EQ(base, s->seek(0));
-    EXPECT_EQ(1, s->storedCursorIndex());  // index 0 leaves the cursor alone
-}
-
-TEST(StringImplCursorTest, CharAtWalksEveryIndex) {
-    Held<StringImplC> s(internal(kMixed));
+    // {index, byte offset, cursor index after}: forward from the cursor, back
+    // nearer the start, then (with the count taken from the cursor on) one
+    // step back at a time; index 0 leaves the cursor alone.
+    const int32_t walk[][3] = {{2, 3, 2}, {4, 10, 4}, {1, 1, 1}, {3, 6, 3}, {4, 10, 4},
+                               {3, 6, 3}, {2, 3, 2},  {1, 1, 1}, {0, 0, 1}};
+    for (const auto& step : walk) {
+        if (&step == &walk[4]) {
+            EXPECT_EQ(5, s->length());
+        }
+        EXPECT_EQ(s->bytes() + step[1], s->seek(step[0])) << step[0];
+        EXPECT_EQ(step[2], s->storedCursorIndex()) << step[0];
+        EXPECT_EQ(step[0] == step[2] ? step[1] : 1, s->storedCursorOffset()) << step[0];
+    }
+    Held<StringImplC> t(internal(kMixed));
     const uint32_t expected[] = {'a', 0xE9, 0x20AC, 0x1F600, 'b', 0, 0};
-    for (int32_t i = 0; i < 7; ++i) EXPECT_EQ(expected[i], s->charAt(i)) << i;
-    for (int32_t i = 6; i >= 0; --i) EXPECT_EQ(expected[i], s->charAt(i)) << i;
+    for (int32_t i = 0; i < 7; ++i) EXPECT_EQ(expected[i], t->charAt(i)) << i;
+    for (int32_t i = 6; i >= 0; --i) EXPECT_EQ(expected[i], t->charAt(i)) << i;
 }
 
-TEST(StringImplCursorTest, SeekPastTheEndWithKnownCount) {
-    Held<StringImplC> s(internal(kMixed));
-    s->length();
-    EXPECT_EQ(s->bytes() + 11, s->seek(7));
-    EXPECT_EQ(7, s->storedCursorIndex());
-    EXPECT_EQ(11, s->storedCursorOffset());
-    EXPECT_EQ(0u, s->charAt(7));
-}
-
-TEST(StringImplCursorTest, SeekPastTheEndWithUnknownCountLeavesTheCursor) {
-    Held<StringImplC> s(internal(kMixed));
-    s->seek(2);
-    EXPECT_EQ(s->bytes() + 11, s->seek(9));
-    EXPECT_EQ(2, s->storedCursorIndex());
-}
-
-// Walks step by the length the first byte announces; a sequence cut off by
-// the end counts as one character and never takes a walk past the NUL.
-TEST(StringImplCursorTest, CutSequenceAtTheEndStaysInside) {
-    Held<StringImplC> s(internal("ab\xF0\x9F"));
-    EXPECT_EQ(3, s->length());
-    EXPECT_EQ(s->bytes() + 4, s->seek(3));
-    EXPECT_EQ(0xFFFDu, s->charAt(2));
-    EXPECT_EQ(0u, s->charAt(3));
-    Held<StringImplI> tail(s->substring(2, 5));
+// Past the end the cursor goes to the end only when the count is known; a
+// one-byte text is indexed directly and clamped at both ends; a sequence cut
+// off by the end is one character, and no walk passes the NUL.
+TEST(StringImplCursorTest, SeekAtTheEdges) {
+    struct Case { const char* text; bool counted; int32_t index, offset, cursor; };
+    const Case cases[] = {{kMixed, true, 7, 11, 7},     {kMixed, false, 9, 11, -1},    {"abcd", true, 2, 2, -1},
+                          {"abcd", true, 10, 4, -1},    {"abcd", true, -3, 0, -1},     {"ab\xF0\x9F", false, 9, 4, -1},
+                          {"ab\xF0\x9F", true, 3, 4, 3}};
+    for (const Case& c : cases) {
+        Held<StringImplC> s(internal(c.text));
+        if (c.counted) s->length();
+        EXPECT_EQ(s->bytes() + c.offset, s->seek(c.index)) << c.text << " " << c.index;
+        EXPECT_EQ(c.cursor, s->storedCursorIndex()) << c.text << " " << c.index;
+    }
+    Held<StringImplC> cut(internal("ab\xF0\x9F"));
+    EXPECT_EQ(3, cut->length());
+    EXPECT_EQ(0xFFFDu, cut->charAt(2));
+    EXPECT_EQ(0u, cut->charAt(3));
+    Held<StringImplI> tail(cut->substring(2, 5));
     EXPECT_EQ("\xF0\x9F", textOf(tail.impl));
-    Held<StringImplC> t(internal("ab\xF0\x9F"));
-    EXPECT_EQ(t->bytes() + 4, t->seek(3));
-    EXPECT_EQ(t->bytes() + 4, t->seek(9));
-}
-
-TEST(StringImplCursorTest, OneByteTextIndexesDirectly) {
-    Held<StringImplC> s(internal("abcd"));
-    s->length();
-    EXPECT_EQ(s->bytes() + 2, s->seek(2));
-    EXPECT_EQ(s->bytes() + 4, s->seek(10));  // clamped to the end
-    EXPECT_EQ(s->bytes(), s->seek(-3));      // and to the start
-    EXPECT_EQ(-1, s->storedCursorIndex());
-    EXPECT_EQ(uint32_t('c'), s->charAt(2));
-}
-
-TEST(StringImplCursorTest, CursorSurvivesAMovingReserve) {
+    // The cursor survives a reserve that moves the text.
     Held<StringImplC> s(internal(kMixed));
     s->seek(3);
     const uint8_t* before = s->bytes();
@@ -183,87 +138,48 @@ TEST(StringImplCursorTest, CursorSurvivesAMovingReserve) {
     EXPECT_EQ(uint32_t('b'), s->charAt(4));
 }
 
-TEST(StringImplEraseTest, CountPastTheEndLeavesUnknownCount) {
-    Held<StringImplC> s(internal("abcd"));
-    s->length();
-    s->erase(2, 100);
-    EXPECT_EQ("ab", textOf(s.impl));
-    EXPECT_EQ(4 - 100, s->storedCharCount());
-    EXPECT_EQ(2, s->length());
-}
-
-TEST(StringImplEraseTest, ExactCountKeepsTheCount) {
-    Held<StringImplC> s(internal("abcdef"));
-    s->length();
-    s->erase(1, 5);
-    EXPECT_EQ("a", textOf(s.impl));
-    EXPECT_EQ(1, s->storedCharCount());
-}
-
-TEST(StringImplEraseTest, OverrunSubtractsTheCountAsked) {
-    Held<StringImplC> s(internal("abcd"));
-    s->length();
-    s->erase(2, 3);
-    EXPECT_EQ("ab", textOf(s.impl));
-    EXPECT_EQ(1, s->storedCharCount());
-    EXPECT_EQ(1, s->length());  // the stored count is believed
-}
-
-TEST(StringImplEraseTest, FromTheStartDropsTheCursor) {
-    Held<StringImplC> s(internal(kMixed));
-    s->seek(3);
-    s->erase(0, 2);
-    EXPECT_EQ(-1, s->storedCursorIndex());
-    EXPECT_EQ(0, s->storedCursorOffset());
-    EXPECT_EQ("\xE2\x82\xAC\xF0\x9F\x98\x80" "b", textOf(s.impl));
-    EXPECT_EQ(8u, s->byteCount());
-    EXPECT_EQ(0x20ACu, s->charAt(0));
-}
-
-TEST(StringImplEraseTest, ToTheEndAndInTheMiddle) {
-    Held<StringImplC> s(internal(kMixed));
-    s->erase(1, 2);
-    EXPECT_EQ(1, s->storedCursorIndex());
-    EXPECT_EQ(1, s->storedCursorOffset());
-    EXPECT_EQ("a\xF0\x9F\x98\x80" "b", textOf(s.impl));
-    EXPECT_EQ(-1, s->storedCharCount());  // was not known
-    s->erase(1, -1);
-    EXPECT_EQ("a", textOf(s.impl));
-    EXPECT_EQ(1, s->length());
-}
-
-TEST(StringImplEraseTest, CountBelowMinusOneMovesNothing) {
-    Held<StringImplC> s(internal("abcd"));
-    s->length();
-    s->erase(3, -2);
-    EXPECT_EQ("abcd", textOf(s.impl));
-    EXPECT_EQ(4u, s->byteCount());
+// The stored count loses the count asked for, not the characters removed; an
+// erase from the start drops the cursor, elsewhere it is left at the start.
+TEST(StringImplEraseTest, CountArithmeticAndCursor) {
+    struct Case {
+        const char* text;
+        bool counted;
+        int32_t seek, start, count;
+        const char* after;  // "text|stored count"
+        int32_t length, cursor, offset;
+    };
+    const Case cases[] = {
+        {"abcd", true, -1, 2, 100, "ab|-96", 2, 2, 2},  // 4 - 100: not known, so recounted
+        {"abcd", true, -1, 2, 3, "ab|1", 1, 2, 2},      // the stored count is believed
+        {"abcdef", true, -1, 1, 5, "a|1", 1, 1, 1},
+        {"abcd", true, -1, 3, -2, "abcd|6", 6, 3, 3},  // below -1 moves nothing
+        {kMixed, false, -1, 1, 2, "a\xF0\x9F\x98\x80" "b|-1", 3, 1, 1},
+        {kMixed, true, -1, 1, -1, "a|-1", 1, 1, 1},
+        {kMixed, false, 3, 0, 2, "\xE2\x82\xAC\xF0\x9F\x98\x80" "b|-1", 3, -1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.text << " erase " << c.start << ", " << c.count);
+        Held<StringImplC> s(internal(c.text));
+        if (c.counted) s->length();
+        if (c.seek >= 0) s->seek(c.seek);
+        s->erase(c.start, c.count);
+        EXPECT_EQ(c.after, state(s.impl));
+        EXPECT_EQ(c.cursor, s->storedCursorIndex());
+        EXPECT_EQ(c.offset, s->storedCursorOffset());
+        EXPECT_EQ(c.length, s->length());
+    }
 }
 
 TEST(StringImplTest, SubstringShapes) {
     Held<StringImplC> s(internal(kMixed));
     EXPECT_EQ(s.impl, s->substring(0, -1));
-    {
-        Held<StringImplI> none(s->substring(0, 0));
-        EXPECT_NE(s.impl, none.impl);
-        EXPECT_TRUE(none->isEmpty());
-        EXPECT_FALSE(none->isShared());
-    }
-    {
-        Held<StringImplI> part(s->substring(1, 2));
-        EXPECT_EQ("\xC3\xA9\xE2\x82\xAC", textOf(part.impl));
-    }
-    {
-        Held<StringImplI> tail(s->substring(3, -1));
-        EXPECT_EQ("\xF0\x9F\x98\x80" "b", textOf(tail.impl));
-    }
-    {
-        Held<StringImplI> over(s->substring(4, 50));
-        EXPECT_EQ("b", textOf(over.impl));
-    }
-    {
-        Held<StringImplI> past(s->substring(9, 2));
-        EXPECT_TRUE(past->isEmpty());
+    const std::pair<int32_t, int32_t> ranges[] = {{0, 0}, {1, 2}, {3, -1}, {4, 50}, {9, 2}};
+    const char* texts[] = {"", "\xC3\xA9\xE2\x82\xAC", "\xF0\x9F\x98\x80" "b", "b", ""};
+    for (int i = 0; i < 5; ++i) {
+        Held<StringImplI> part(s->substring(ranges[i].first, ranges[i].second));
+        EXPECT_NE(s.impl, part.impl);
+        EXPECT_FALSE(part->isShared());
+        EXPECT_EQ(texts[i], textOf(part.impl)) << i;
     }
 }
 
@@ -271,134 +187,106 @@ TEST(StringImplTest, AppendInsertAndAppendChar) {
     Held<StringImplC> s(internal("ac"));
     s->length();
     s->appendChar(0x20AC);
-    EXPECT_EQ(3, s->storedCharCount());
+    EXPECT_EQ("ac\xE2\x82\xAC|3", state(s.impl));
     s->appendChar(0x80000000u);  // no encoded form: nothing is written
     EXPECT_EQ(5u, s->byteCount());
     Held<StringImplC> b(internal("b"));
     s->insert(1, b.impl);
-    EXPECT_EQ("abc\xE2\x82\xAC", textOf(s.impl));
-    EXPECT_EQ(-1, s->storedCharCount());
     s->seek(2);
     Held<StringImplC> tail(internal("!?"));
     s->append(tail.impl);
-    EXPECT_EQ("abc\xE2\x82\xAC!?", textOf(s.impl));
+    EXPECT_EQ("abc\xE2\x82\xAC!?|-1", state(s.impl));
     EXPECT_EQ(2, s->storedCursorIndex());  // the text in front did not change
     EXPECT_EQ(6, s->length());
     Held<StringImplC> nothing(new StringImplC(nullptr, 0, "utf8"));
     s->insert(0, nothing.impl);
-    EXPECT_EQ(8u, s->byteCount());
     s->insert(100, b.impl);  // past the end: at the end
-    EXPECT_EQ("abc\xE2\x82\xAC!?b", textOf(s.impl));
+    EXPECT_EQ("abc\xE2\x82\xAC!?b|-1", state(s.impl));
 }
 
 uint32_t widen(uint32_t c) { return c == 'a' ? 0x1F600 : c == 'X' ? 'x' : c; }
 
 TEST(StringImplTest, MapCharactersRewritesAndCounts) {
-    std::string source(40, 'a');
-    source += "X";
-    Held<StringImplC> s(internal(source.c_str()));
+    Held<StringImplC> s(internal((std::string(40, 'a') + "X").c_str()));
     s->seek(5);
     s->mapCharacters(widen);
-    EXPECT_EQ(41, s->storedCharCount());
-    EXPECT_EQ(40u * 4 + 1, s->byteCount());
+    std::string widened;
+    for (int i = 0; i < 40; ++i) widened += "\xF0\x9F\x98\x80";
+    EXPECT_EQ(widened + "x|41", state(s.impl));
     EXPECT_EQ(-1, s->storedCursorIndex());
-    EXPECT_EQ(0x1F600u, s->charAt(39));
-    EXPECT_EQ(uint32_t('x'), s->charAt(40));
     EXPECT_EQ(0, s->bytes()[s->byteCount()]);
+    Held<StringImplC> t(internal("MiXeD 42"));
+    t->toLower();
+    EXPECT_EQ("mixed 42|8", state(t.impl));
+    t->toUpper();
+    EXPECT_EQ("MIXED 42|8", state(t.impl));
 }
 
-TEST(StringImplTest, CaseMappingOfAscii) {
-    Held<StringImplC> s(internal("MiXeD 42"));
-    s->toLower();
-    EXPECT_EQ("mixed 42", textOf(s.impl));
-    s->toUpper();
-    EXPECT_EQ("MIXED 42", textOf(s.impl));
-}
-
-TEST(StringImplTest, TextInUtf8IsTheOwnBuffer) {
-    Held<StringImplC> s(internal("abc"));
+TEST(StringImplTest, TextAndCopyText) {
+    Held<StringImplC> s(internal("abcdef"));
     void* text = nullptr;
     EXPECT_TRUE(s->text(&text, "utf8"));
-    EXPECT_EQ(s->bytes(), text);
-    s->releaseText(text, "utf8");  // nothing to free
-    EXPECT_EQ(3u, s->textLength("utf8"));
+    EXPECT_EQ(s->bytes(), text);  // the own buffer: release frees nothing
+    s->releaseText(text, "utf8");
     EXPECT_EQ(0u, s->textLength("no-such-encoding"));
-    text = &text;
     EXPECT_FALSE(s->text(&text, "no-such-encoding"));
     EXPECT_EQ(nullptr, text);
     char buffer[8];
-    uint32_t size = sizeof buffer;
-    EXPECT_FALSE(s->copyText(buffer, &size, "no-such-encoding"));
-    EXPECT_EQ(0u, size);
-}
-
-TEST(StringImplTest, CopyTextReportsTheFullLengthWhenTooSmall) {
-    Held<StringImplC> s(internal("abcdef"));
-    char buffer[8];
-    uint32_t size = sizeof buffer;
-    EXPECT_TRUE(s->copyText(buffer, &size, "utf8"));
-    EXPECT_EQ(6u, size);
-    EXPECT_STREQ("abcdef", buffer);
-    memset(buffer, '#', sizeof buffer);
-    size = 6;  // one byte short of the terminator
-    EXPECT_TRUE(s->copyText(buffer, &size, "utf8"));
-    EXPECT_EQ(6u, size);
-    EXPECT_EQ(0, memcmp(buffer, "abcdef#", 7));
+    // {size in, answer, size out, bytes}: too small, the full length is still
+    // reported and the text cut.
+    const std::pair<uint32_t, const char*> sizes[] = {{8, "abcdef\0#"}, {6, "abcdef##"}};
+    for (const auto& size : sizes) {
+        memset(buffer, '#', sizeof buffer);
+        uint32_t inOut = size.first;
+        EXPECT_TRUE(s->copyText(buffer, &inOut, "utf8"));
+        EXPECT_EQ(6u, inOut);
+        EXPECT_EQ(0, memcmp(buffer, size.second, 8)) << size.first;
+    }
+    uint32_t inOut = sizeof buffer;
+    EXPECT_FALSE(s->copyText(buffer, &inOut, "no-such-encoding"));
+    EXPECT_EQ(0u, inOut);
 }
 
 // An unknown encoding name leaves a representation without a buffer, which
-// reads as the empty text everywhere.
+// reads as the empty text everywhere and can still be changed.
 TEST(StringImplTest, BufferlessRepresentationReadsAsEmpty) {
     Held<StringImplC> s(new StringImplC("abc", 3, "no-such-encoding"));
     EXPECT_EQ(nullptr, s->bytes());
-    EXPECT_EQ(0u, s->byteCount());
-    EXPECT_EQ(-1, s->storedCharCount());
+    EXPECT_EQ("|-1", state(s.impl));
     EXPECT_TRUE(s->isEmpty());
     EXPECT_EQ(0, s->length());
-    EXPECT_EQ(0u, s->charAt(0));
     EXPECT_EQ(0u, s->charAt(3));
     EXPECT_EQ(nullptr, s->seek(1));
     EXPECT_EQ(nullptr, s->substring(1, 1));
-    EXPECT_EQ(0u, s->textLength("utf8"));
     void* text = &text;
     EXPECT_TRUE(s->text(&text, "utf8"));
     EXPECT_EQ(nullptr, text);
     s->erase(0, 2);
     s->toUpper();
     EXPECT_EQ(nullptr, s->bytes());
-    // Changing it works on the empty text.
     Held<StringImplC> other(internal("xy"));
     s->insert(0, other.impl);
-    EXPECT_EQ("xy", textOf(s.impl));
     s->append(other.impl);
-    EXPECT_EQ("xyxy", textOf(s.impl));
+    EXPECT_EQ("xyxy|-1", state(s.impl));
 }
 
-TEST(StringImplTest, StaticRepresentationIsNeverCountedOrChanged) {
+TEST(StringImplTest, StaticAndEmptyRepresentations) {
     StaticStringImplC* s = new StaticStringImplC("q", 1, "utf8");
     EXPECT_TRUE(s->isShared());
     s->addRef();
-    s->release();
-    s->release();
-    s->release();
-    EXPECT_EQ("q", textOf(s));  // still alive
+    for (int i = 0; i < 3; ++i) s->release();
+    EXPECT_EQ("q", textOf(s));  // never counted, still alive
     delete s;
-}
 
-TEST(StringImplTest, EmptyRepresentationAnswers) {
     EmptyStringImplC empty;
     Held<StringImplC> other(internal("x"));
-    EXPECT_EQ(0, empty.length());
-    EXPECT_TRUE(empty.isEmpty());
     EXPECT_TRUE(empty.isShared());
-    EXPECT_EQ(-1, empty.compare(other.impl));
     EXPECT_EQ(0, empty.compare(&empty));
-    EXPECT_EQ(-1, empty.compareNoCase(other.impl));
-    EXPECT_EQ(-1, empty.compareNatural(other.impl, true));
-    EXPECT_EQ(-1, empty.findChar('x', -1));
-    EXPECT_EQ(-1, empty.findLastNotOf(other.impl, -1));
+    for (int answer : {empty.compare(other.impl), empty.compareNoCase(other.impl), empty.compareNatural(other.impl, true),
+                       empty.findChar('x', -1), empty.findLastNotOf(other.impl, -1)}) {
+        EXPECT_EQ(-1, answer);
+    }
     EXPECT_EQ(0u, empty.charAt(0));
-    EXPECT_EQ(0u, empty.textLength("no-such-encoding"));
     EXPECT_EQ(&empty, empty.substring(3, 4));
     void* text = &text;
     EXPECT_FALSE(empty.text(&text, "no-such-encoding"));
@@ -409,82 +297,48 @@ TEST(StringImplTest, EmptyRepresentationAnswers) {
 
 // --- Secure wiping, observed through the wipe hook --------------------------
 
-struct WipeRecord {
-    std::vector<uint32_t> sizes;
-    bool allZero = true;
-};
-WipeRecord* wipes = nullptr;
+std::vector<uint32_t> wipes;  // the sizes of the wiped buffers, in order
+bool wipedToZero = true;
 
 void recordWipe(const void* buffer, uint32_t bytes) {
-    if (!wipes) return;
-    wipes->sizes.push_back(bytes);
-    const uint8_t* p = static_cast<const uint8_t*>(buffer);
-    for (uint32_t i = 0; i < bytes; ++i)
-        if (p[i] != 0) wipes->allZero = false;
+    wipes.push_back(bytes);
+    for (uint32_t i = 0; i < bytes; ++i) wipedToZero = wipedToZero && static_cast<const uint8_t*>(buffer)[i] == 0;
 }
 
-class SecureStringTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        wipes = &record;
-        SecureStringImplC::setWipeHook(recordWipe);
-    }
-    void TearDown() override {
-        SecureStringImplC::setWipeHook(nullptr);
-        wipes = nullptr;
-    }
-    WipeRecord record;
-};
-
-TEST_F(SecureStringTest, DestructionWipesTheText) {
-    SecureStringImplC* s = new SecureStringImplC("secret", 6, "vutf8");
+TEST(SecureStringTest, WipesWhatItLetsGoExceptItsUtf8Text) {
+    wipes.clear();
+    SecureStringImplC::setWipeHook(recordWipe);
+    SecureStringImplC* s = new SecureStringImplC("pin 1234", 8, "vutf8");
     s->addRef();
-    EXPECT_TRUE(record.sizes.empty());
-    s->release();
-    ASSERT_EQ(1u, record.sizes.size());
-    EXPECT_EQ(6u, record.sizes[0]);
-    EXPECT_TRUE(record.allZero);
-}
-
-TEST_F(SecureStringTest, MovingReserveAndResetWipe) {
-    Held<SecureStringImplC> s(new SecureStringImplC("pin 1234", 8, "vutf8"));
     s->reserve(9);  // same capacity: nothing moves
-    EXPECT_TRUE(record.sizes.empty());
-    s->reserve(100);
-    ASSERT_EQ(1u, record.sizes.size());
-    EXPECT_EQ(8u, record.sizes[0]);
-    EXPECT_EQ("pin 1234", textOf(s.impl));
-    s->appendChar('5');
-    s->reset();
-    ASSERT_EQ(2u, record.sizes.size());
-    EXPECT_EQ(9u, record.sizes[1]);
-    EXPECT_TRUE(record.allZero);
-    EXPECT_EQ(nullptr, s->bytes());
-}
-
-TEST_F(SecureStringTest, ReleasedTextIsWipedExceptUtf8) {
-    Held<SecureStringImplC> s(new SecureStringImplC("hush", 4, "vutf8"));
     void* text = nullptr;
     s->text(&text, "utf8");
     s->releaseText(text, "utf8");
-    EXPECT_TRUE(record.sizes.empty());
-    ASSERT_TRUE(s->text(&text, "ascii"));
+    EXPECT_TRUE(wipes.empty());
+    s->reserve(100);
+    EXPECT_EQ("pin 1234", textOf(s));
+    EXPECT_TRUE(s->text(&text, "ascii"));
     s->releaseText(text, "ascii");
-    ASSERT_EQ(1u, record.sizes.size());
-    EXPECT_EQ(s->textLength("ascii"), record.sizes[0]);
-    EXPECT_TRUE(record.allZero);
+    s->appendChar('5');
+    s->reset();
+    EXPECT_EQ(nullptr, s->bytes());
+    s->appendChar('x');
+    s->release();
+    SecureStringImplC::setWipeHook(nullptr);
+    // The moved buffer, the ascii copy, the reset text, the text at death.
+    EXPECT_EQ((std::vector<uint32_t>{8, 8, 9, 1}), wipes);
+    EXPECT_TRUE(wipedToZero);
 }
 
-TEST_F(SecureStringTest, ConstructorsFromOtherStrings) {
+TEST(SecureStringConstruction, FromOtherStringsAndWhatItHandsOut) {
     Held<StringImplC> a(internal("ab"));
     Held<StringImplC> b(internal("\xC3\xA9"));
     Held<SecureStringImplC> joined(new SecureStringImplC(a.impl, b.impl));
-    EXPECT_EQ("ab\xC3\xA9", textOf(joined.impl));
-    EXPECT_EQ(3, joined->storedCharCount());
     Held<SecureStringImplC> copy(new SecureStringImplC(joined.impl));
-    EXPECT_EQ("ab\xC3\xA9", textOf(copy.impl));
-    EXPECT_EQ(3, copy->storedCharCount());
-    // What a secure string hands out is plain.
+    for (SecureStringImplC* s : {joined.impl, copy.impl}) {
+        EXPECT_EQ("ab\xC3\xA9", textOf(s));
+        EXPECT_EQ(3, s->storedCharCount());
+    }
     Held<StringImplI> part(copy->substring(1, 1));
     EXPECT_EQ(nullptr, dynamic_cast<SecureStringImplC*>(part.impl));
 }
