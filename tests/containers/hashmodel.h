@@ -8,14 +8,12 @@
 //   static Elem* make(uint32_t keyIndex, uint32_t seq, std::mt19937& rng);
 //   static Key key(uint32_t keyIndex, std::mt19937& rng);   // any spelling
 //   static std::string norm(uint32_t keyIndex);             // equal keys, equal norm
-//   static std::string norm(Elem* element);
 //   static uint32_t seq(Elem* element);
 #ifndef KEEL_TESTS_CONTAINERS_HASHMODEL_H
 #define KEEL_TESTS_CONTAINERS_HASHMODEL_H
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <random>
@@ -31,45 +29,41 @@ namespace testing_model {
 template <typename Traits>
 class HashModelRunner {
 public:
-    typedef typename Traits::Table Table;
     typedef typename Traits::Elem Elem;
-    typedef typename Traits::Key Key;
 
+    HashModelRunner(uint32_t seed, uint32_t keySpace) : table(Traits::makeTable()), rng(seed), keySpace(keySpace) {}
+
+    // Runs `steps` random operations; stops at the first failed expectation.
+    void run(int steps) {
+        for (int step = 0; step < steps && !::testing::Test::HasFailure(); ++step) {
+            uint32_t choice = pick(100);
+            SCOPED_TRACE(::testing::Message() << "step " << step << ", operation " << choice);
+            operate(choice, pick(keySpace));
+            verify();
+        }
+    }
+
+private:
     struct Entry {
         std::string norm;
         uint32_t seq;
         Elem* element;
     };
 
-    HashModelRunner(uint32_t seed, uint32_t keySpace) : table(Traits::makeTable()), rng(seed), keySpace(keySpace) {}
-
-    // Runs `steps` random operations; stops at the first failed expectation.
-    void run(int steps) {
-        for (int step = 0; step < steps; ++step) {
-            SCOPED_TRACE(::testing::Message() << "step " << step);
-            operate();
-            verify();
-            if (::testing::Test::HasFailure()) return;
-        }
-    }
-
-    std::unique_ptr<Table> table;
+    std::unique_ptr<typename Traits::Table> table;
     std::vector<Entry> model;  // in order of insertion
     std::mt19937 rng;
-    uint32_t keySpace;
-    uint32_t nextSeq = 1;
-    uint32_t expectedLists = 1;
-    uint32_t lastOperation = 0;
+    uint32_t keySpace, nextSeq = 1, expectedLists = 1;
 
-private:
-    uint32_t pick(uint32_t n) { return std::uniform_int_distribution<uint32_t>(0, n - 1)(rng); }
+    uint32_t pick(size_t n) { return std::uniform_int_distribution<uint32_t>(0, static_cast<uint32_t>(n) - 1)(rng); }
 
-    // The newest model entry with this norm, or -1.
-    int newest(const std::string& norm) const {
+    // The model entries with this key, newest first.
+    std::vector<int> equalKeys(const std::string& norm) const {
+        std::vector<int> found;
         for (int i = static_cast<int>(model.size()) - 1; i >= 0; --i) {
-            if (model[i].norm == norm) return i;
+            if (model[i].norm == norm) found.push_back(i);
         }
-        return -1;
+        return found;
     }
     int indexOf(HashElemI* element) const {
         for (size_t i = 0; i < model.size(); ++i) {
@@ -77,222 +71,164 @@ private:
         }
         return -1;
     }
-
-    void insertNew(uint32_t keyIndex) {
-        Elem* element = Traits::make(keyIndex, nextSeq, rng);
-        model.push_back(Entry{Traits::norm(keyIndex), nextSeq, element});
-        ++nextSeq;
-        table->insert(element);
-        noteGrowth();
-    }
-    // The list count follows the load rule and never goes down.
-    void noteGrowth() {
+    void add(uint32_t keyIndex, Elem* element) {
+        model.push_back(Entry{Traits::norm(keyIndex), nextSeq++, element});
+        // The list count follows the load rule and never goes down.
         while (static_cast<double>(model.size()) / expectedLists > 0.9) ++expectedLists;
     }
+    void forget(int i, bool destroy) {
+        if (destroy) model[i].element->destroy();
+        model.erase(model.begin() + i);
+    }
 
-    void operate() {
-        uint32_t choice = pick(100);
-        uint32_t keyIndex = pick(keySpace);
-        lastOperation = choice;
+    void operate(uint32_t choice, uint32_t keyIndex) {
+        typename Traits::Key key = Traits::key(keyIndex, rng);
+        std::vector<int> equal = equalKeys(Traits::norm(keyIndex));
+        int newest = equal.empty() ? -1 : equal[0];
+        HashElemI* expected = equal.empty() ? nullptr : model[newest].element;
         if (choice < 30) {
-            insertNew(keyIndex);
-        } else if (choice < 42) {
-            // replace: the newest equal key goes, undestroyed.
-            int expected = newest(Traits::norm(keyIndex));
-            HashElemI* expectedElement = expected < 0 ? nullptr : model[expected].element;
             Elem* element = Traits::make(keyIndex, nextSeq, rng);
-            HashElemI* displaced = table->replace(element);
-            EXPECT_EQ(displaced, expectedElement);
-            if (expected >= 0) {
-                EXPECT_EQ(*displaced->nextLink(), 0u);
-                model.erase(model.begin() + expected);
-                displaced->destroy();
+            table->insert(element);
+            add(keyIndex, element);
+        } else if (choice < 42) {  // the newest equal key goes, unlinked but not destroyed
+            Elem* element = Traits::make(keyIndex, nextSeq, rng);
+            EXPECT_EQ(expected, table->replace(element));
+            if (expected) {
+                EXPECT_EQ(0u, *expected->nextLink());
+                forget(newest, true);
             }
-            model.push_back(Entry{Traits::norm(keyIndex), nextSeq++, element});
-            noteGrowth();
+            add(keyIndex, element);
         } else if (choice < 52) {
-            Key key = Traits::key(keyIndex, rng);
-            int expected = newest(Traits::norm(keyIndex));
-            EXPECT_EQ(table->erase(&key), expected >= 0);
-            if (expected >= 0) model.erase(model.begin() + expected);
+            EXPECT_EQ(expected != nullptr, table->erase(&key));
+            if (expected) forget(newest, false);
         } else if (choice < 62) {
             if (model.empty()) return;
-            size_t i = pick(static_cast<uint32_t>(model.size()));
-            Elem* element = model[i].element;
+            int i = static_cast<int>(pick(model.size()));
             uint32_t generation = table->generation;
-            EXPECT_TRUE(table->detach(element));
-            EXPECT_EQ(table->generation, generation + 1);
-            EXPECT_FALSE(table->detach(element));
-            model.erase(model.begin() + i);
-            element->destroy();
+            EXPECT_TRUE(table->detach(model[i].element));
+            EXPECT_EQ(generation + 1, table->generation);
+            EXPECT_FALSE(table->detach(model[i].element));
+            forget(i, true);
         } else if (choice < 67) {
-            Key key = Traits::key(keyIndex, rng);
-            int expected = newest(Traits::norm(keyIndex));
-            HashElemI* found = table->detachKey(&key);
-            EXPECT_EQ(found, expected < 0 ? nullptr : model[expected].element);
-            if (expected >= 0) {
-                model.erase(model.begin() + expected);
-                found->destroy();
-            }
-        } else if (choice < 73) {
-            iterateAll();
+            EXPECT_EQ(expected, table->detachKey(&key));
+            if (expected) forget(newest, true);
         } else if (choice < 79) {
-            iterateVisible();
+            iterate(choice < 73);
         } else if (choice < 86) {
             sweepWithRemovals();
         } else if (choice < 88) {
             uint32_t lists = table->listCount();
             table->eraseAll();
             model.clear();
-            EXPECT_EQ(table->listCount(), lists);
-            EXPECT_EQ(table->empty_lists, lists);
-        } else if (choice < 92) {
-            foreignChange(keyIndex);
-        } else {
-            walkEqualKeys(keyIndex);
+            EXPECT_EQ(lists, table->listCount());
+            EXPECT_EQ(lists, table->empty_lists);
+        } else if (choice < 92) {  // another party changes the table: the iterator says so until reset
+            HashIteratorC it(table.get(), true);
+            uint32_t status = 0;
+            it.next(status);
+            Elem* element = Traits::make(keyIndex, nextSeq, rng);
+            table->insert(element);
+            add(keyIndex, element);
+            EXPECT_EQ(nullptr, it.next(status));
+            EXPECT_EQ(kHashTableChanged, status);
+            EXPECT_EQ(nullptr, it.current(status));
+            EXPECT_EQ(kHashTableChanged, status);
+            EXPECT_EQ(nullptr, it.removeCurrent(status));
+            EXPECT_EQ(kHashTableChanged, status);
+            it.reset();
+            EXPECT_NE(nullptr, it.next(status));
+            EXPECT_EQ(0u, status);
+        } else {  // find and findNext give the equal keys newest first
+            std::vector<HashElemI*> want, got;
+            for (int i : equal) want.push_back(model[i].element);
+            for (HashElemI* e = table->find(&key); e; e = table->findNext(e, &key)) got.push_back(e);
+            EXPECT_EQ(want, got);
+            if (!want.empty()) {
+                EXPECT_EQ(want.size() > 1 ? want[1] : nullptr, table->findNext(nullptr, &key));
+            }
         }
-    }
-
-    void iterateAll() {
-        HashIteratorC it(table.get(), true);
-        std::multiset<uint32_t> seen;
-        uint32_t status = 1;
-        while (HashElemI* e = it.next(status)) seen.insert(Traits::seq(static_cast<Elem*>(e)));
-        EXPECT_EQ(status, 0u);
-        std::multiset<uint32_t> expected;
-        for (auto& entry : model) expected.insert(entry.seq);
-        EXPECT_EQ(seen, expected);
-        // Past the end it stays at the end.
-        EXPECT_EQ(it.next(status), nullptr);
-        EXPECT_EQ(status, 0u);
     }
 
     // Without allElements only the newest of equal keys shows.
-    void iterateVisible() {
-        HashIteratorC it(table.get(), false);
-        std::set<uint32_t> seen;
+    void iterate(bool all) {
+        HashIteratorC it(table.get(), all);
+        std::multiset<uint32_t> seen, expected;
         uint32_t status = 1;
         while (HashElemI* e = it.next(status)) seen.insert(Traits::seq(static_cast<Elem*>(e)));
-        EXPECT_EQ(status, 0u);
+        EXPECT_EQ(0u, status);
+        EXPECT_EQ(nullptr, it.next(status));  // past the end it stays at the end
+        EXPECT_EQ(0u, status);
         std::map<std::string, uint32_t> newestByKey;
-        for (auto& entry : model) newestByKey[entry.norm] = entry.seq;
-        std::set<uint32_t> expected;
-        for (auto& pair : newestByKey) expected.insert(pair.second);
-        EXPECT_EQ(seen, expected);
+        for (const Entry& entry : model) {
+            if (all) expected.insert(entry.seq);
+            newestByKey[entry.norm] = entry.seq;
+        }
+        if (!all) {
+            for (const auto& pair : newestByKey) expected.insert(pair.second);
+        }
+        EXPECT_EQ(expected, seen);
     }
 
-    // Walks with current(), removing about a third of the elements on the way.
+    // Walks with current(), removing about a third of the elements (or all).
     void sweepWithRemovals() {
         HashIteratorC it(table.get(), true);
-        std::multiset<uint32_t> seen;
         uint32_t status = 1;
         bool removeAll = pick(4) == 0;
-        for (;;) {
-            HashElemI* e = it.current(status);
-            EXPECT_EQ(status, 0u);
-            if (!e) break;
+        while (HashElemI* e = it.current(status)) {
+            EXPECT_EQ(0u, status);
+            int i = indexOf(e);
+            ASSERT_GE(i, 0);
             if (removeAll || pick(3) == 0) {
-                HashElemI* removed = it.removeCurrent(status);
-                EXPECT_EQ(status, 0u);
-                EXPECT_EQ(removed, e);
-                int i = indexOf(removed);
-                EXPECT_GE(i, 0);
-                if (i < 0) return;
-                seen.insert(model[i].seq);
-                model.erase(model.begin() + i);
-                EXPECT_EQ(*removed->nextLink(), 0u);
-                removed->destroy();
+                EXPECT_EQ(e, it.removeCurrent(status));
+                EXPECT_EQ(0u, status);
+                EXPECT_EQ(0u, *e->nextLink());
+                forget(i, true);
             } else {
-                int i = indexOf(e);
-                EXPECT_GE(i, 0);
-                if (i < 0) return;
-                seen.insert(model[i].seq);
                 it.next(status);
-                EXPECT_EQ(status, 0u);
             }
         }
+        EXPECT_EQ(0u, status);
         if (removeAll) {
-            EXPECT_EQ(table->size, 0u);
-        }
-    }
-
-    // Another party changes the table: the iterator says so until reset.
-    void foreignChange(uint32_t keyIndex) {
-        HashIteratorC it(table.get(), true);
-        uint32_t status = 0;
-        it.next(status);
-        insertNew(keyIndex);
-        EXPECT_EQ(it.next(status), nullptr);
-        EXPECT_EQ(status, kHashTableChanged);
-        EXPECT_EQ(it.current(status), nullptr);
-        EXPECT_EQ(status, kHashTableChanged);
-        EXPECT_EQ(it.removeCurrent(status), nullptr);
-        EXPECT_EQ(status, kHashTableChanged);
-        it.reset();
-        EXPECT_NE(it.next(status), nullptr);
-        EXPECT_EQ(status, 0u);
-    }
-
-    // find and findNext give the equal keys newest first.
-    void walkEqualKeys(uint32_t keyIndex) {
-        Key key = Traits::key(keyIndex, rng);
-        std::string norm = Traits::norm(keyIndex);
-        std::vector<HashElemI*> expected;
-        for (int i = static_cast<int>(model.size()) - 1; i >= 0; --i) {
-            if (model[i].norm == norm) expected.push_back(model[i].element);
-        }
-        std::vector<HashElemI*> got;
-        for (HashElemI* e = table->find(&key); e; e = table->findNext(e, &key)) got.push_back(e);
-        EXPECT_EQ(got, expected);
-        if (!expected.empty()) {
-            EXPECT_EQ(table->findNext(nullptr, &key), expected.size() > 1 ? expected[1] : nullptr);
+            EXPECT_EQ(0u, table->size);
         }
     }
 
     void verify() {
-        SCOPED_TRACE(::testing::Message() << "operation " << lastOperation);
-        EXPECT_EQ(table->size, model.size());
-        EXPECT_EQ(table->listCount(), expectedLists);
+        EXPECT_EQ(model.size(), table->size);
+        EXPECT_EQ(expectedLists, table->listCount());
         EXPECT_TRUE(table->check());
-
-        // Each list holds its elements newest first: insertion puts them at
-        // the head and splitting keeps their order.
+        // Each list holds its elements newest first (insertion puts them at
+        // the head and splitting keeps their order) and ends in the table's mark.
         std::map<HashElemI*, uint32_t> seqOf;
-        for (auto& entry : model) seqOf[entry.element] = entry.seq;
+        for (const Entry& entry : model) seqOf[entry.element] = entry.seq;
+        const uintptr_t end = reinterpret_cast<uintptr_t>(static_cast<HashTableC*>(table.get())) | 1;
         size_t total = 0;
         uint32_t empty = 0;
         for (uint32_t i = 0; i < table->listCount(); ++i) {
             uintptr_t word = *table->listHead(i);
-            if (word & 1) {
-                ++empty;
-                EXPECT_EQ(word, reinterpret_cast<uintptr_t>(table.get()) | 1);
-            }
-            uint32_t previous = UINT32_MAX;
-            while (!(word & 1)) {
+            if (word == end) ++empty;
+            for (uint32_t previous = UINT32_MAX; !(word & 1); ++total) {
                 HashElemI* e = static_cast<HashElemI*>(reinterpret_cast<ListElemI*>(word));
                 auto found = seqOf.find(e);
-                EXPECT_NE(found, seqOf.end());
-                if (found == seqOf.end()) return;
+                ASSERT_NE(seqOf.end(), found) << "list " << i;
                 EXPECT_LT(found->second, previous) << "list " << i;
                 previous = found->second;
-                ++total;
                 word = *e->nextLink();
             }
-            EXPECT_EQ(word, reinterpret_cast<uintptr_t>(table.get()) | 1);
+            EXPECT_EQ(end, word);
         }
-        EXPECT_EQ(total, model.size());
-        EXPECT_EQ(table->empty_lists, empty);
-
-        // Lookups of a few keys give the newest equal key.
+        EXPECT_EQ(model.size(), total);
+        EXPECT_EQ(empty, table->empty_lists);
+        // Lookups of a few keys give the newest equal key, and an element
+        // finds its table through its chain.
         for (int probe = 0; probe < 4; ++probe) {
             uint32_t keyIndex = pick(keySpace);
-            Key key = Traits::key(keyIndex, rng);
-            int expected = newest(Traits::norm(keyIndex));
-            EXPECT_EQ(table->find(&key), expected < 0 ? nullptr : model[expected].element);
+            typename Traits::Key key = Traits::key(keyIndex, rng);
+            std::vector<int> equal = equalKeys(Traits::norm(keyIndex));
+            EXPECT_EQ(equal.empty() ? nullptr : model[equal[0]].element, table->find(&key));
         }
-        // Every element finds its table through its chain.
         if (!model.empty()) {
-            EXPECT_EQ(chainOwner(model[pick(static_cast<uint32_t>(model.size()))].element), table.get());
+            EXPECT_EQ(table.get(), chainOwner(model[pick(model.size())].element));
         }
     }
 };

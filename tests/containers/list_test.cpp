@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <stdio.h>
+#include <string.h>
 
 #include <string>
-#include <vector>
 
 #include "containers/list.h"
 #include "containers/printcapture.h"
@@ -27,350 +27,258 @@ struct DoubleNode : ListElemI {
 
 uintptr_t mark(const void* owner) { return reinterpret_cast<uintptr_t>(owner) | 1; }
 
-// The elements of a chain from its head word, in order.
-std::vector<ListElemI*> walk(uintptr_t head) {
-    std::vector<ListElemI*> out;
-    while (head != 0 && !(head & 1)) {
-        ListElemI* e = reinterpret_cast<ListElemI*>(head);
-        out.push_back(e);
-        head = *e->nextLink();
+// The nodes of a chain named by their letter ('a' is nodes[0]), and the word
+// that ends it.
+template <typename Node>
+std::string namesOf(uintptr_t word, Node* nodes, uintptr_t* end = nullptr) {
+    std::string names;
+    for (; word != 0 && !(word & 1); word = *reinterpret_cast<ListElemI*>(word)->nextLink()) {
+        names += static_cast<char>('a' + (static_cast<Node*>(reinterpret_cast<ListElemI*>(word)) - nodes));
     }
-    return out;
+    if (end) *end = word;
+    return names;
 }
 
-uintptr_t endOf(uintptr_t head) {
-    while (head != 0 && !(head & 1)) head = *reinterpret_cast<ListElemI*>(head)->nextLink();
-    return head;
-}
+// A chain over a bare head word, with its nodes.
+struct ChainT {
+    explicit ChainT(const void* owner, const char* names = "") {
+        chainInit(&head, owner);
+        for (; *names; ++names) chainAppend(&head, &n[*names - 'a']);
+    }
+    std::string names(uintptr_t* end = nullptr) { return namesOf(head, n, end); }
+    uintptr_t head;
+    SingleNode n[4];
+};
 
 using testing_print::captured;
 using testing_print::pointerText;
 
-TEST(ChainTest, InitAppendPrependAndOwner) {
+TEST(ChainTest, BuildingAndFindingTheOwner) {
     uintptr_t head;
     chainInit(&head, nullptr);
-    EXPECT_EQ(head, mark(&head));
-    EXPECT_EQ(chainOwnerOfHead(&head), &head);
-
-    int ownerObject = 0;
-    chainInit(&head, &ownerObject);
-    EXPECT_EQ(chainOwnerOfHead(&head), &ownerObject);
-
-    SingleNode a, b, c;
-    EXPECT_EQ(chainAppend(&head, &a), &a.next);
-    EXPECT_EQ(chainAppend(&head, &b), &b.next);
-    EXPECT_EQ(chainPrepend(&head, &c), &c.next);
-    EXPECT_EQ(walk(head), (std::vector<ListElemI*>{&c, &a, &b}));
-    EXPECT_EQ(b.next, mark(&ownerObject));
+    EXPECT_EQ(mark(&head), head);
+    EXPECT_EQ(&head, chainOwnerOfHead(&head));
+    int owner = 0;
+    ChainT chain(&owner);
+    SingleNode* n = chain.n;
+    EXPECT_EQ(&n[0].next, chainAppend(&chain.head, &n[0]));
+    EXPECT_EQ(&n[1].next, chainPrepend(&chain.head, &n[1]));
+    EXPECT_EQ(&n[2].next, chainInsertAfter(&chain.head, &n[2], nullptr));  // null: at the end
+    EXPECT_EQ(&n[3].next, chainInsertAfter(&chain.head, &n[3], &n[1]));
+    uintptr_t end;
+    EXPECT_EQ("bdac", chain.names(&end));
+    EXPECT_EQ(mark(&owner), end);
     // The owner is found from any element, without a back pointer.
-    EXPECT_EQ(chainOwner(&a), &ownerObject);
-    EXPECT_EQ(chainOwner(&b), &ownerObject);
-    EXPECT_EQ(chainOwnerOfHead(&head), &ownerObject);
-}
-
-TEST(ChainTest, InsertAfterNullAppends) {
-    uintptr_t head;
-    chainInit(&head, nullptr);
-    SingleNode a, b, c, d;
-    chainAppend(&head, &a);
-    chainAppend(&head, &b);
-    EXPECT_EQ(chainInsertAfter(&head, &c, nullptr), &c.next);
-    EXPECT_EQ(walk(head), (std::vector<ListElemI*>{&a, &b, &c}));
-    chainInsertAfter(&head, &d, &a);
-    EXPECT_EQ(walk(head), (std::vector<ListElemI*>{&a, &d, &b, &c}));
-    EXPECT_EQ(c.next, mark(&head));
+    EXPECT_EQ(&owner, chainOwner(&n[0]));
+    EXPECT_EQ(&owner, chainOwner(&n[2]));
+    EXPECT_EQ(&owner, chainOwnerOfHead(&chain.head));
+    chainClear(&chain.head);
+    EXPECT_EQ(mark(&owner), chain.head);
+    for (auto& node : chain.n) EXPECT_EQ(0u, node.next);
 }
 
 TEST(ChainTest, UnlinkAnswers) {
-    uintptr_t one, two;
-    chainInit(&one, nullptr);
-    chainInit(&two, nullptr);
-    SingleNode a, b, c, loose;
-    EXPECT_FALSE(chainUnlink(&one, &loose));  // chain word 0
-    chainAppend(&one, &a);
-    chainAppend(&one, &b);
-    chainAppend(&two, &c);
-
+    ChainT one(nullptr, "ab"), two(nullptr, "c"), empty(nullptr);
+    SingleNode loose;
+    EXPECT_FALSE(chainUnlink(&one.head, &loose));  // chain word 0
     // An element of another list: false, and neither list changes.
-    EXPECT_FALSE(chainUnlink(&one, &c));
-    EXPECT_EQ(walk(one), (std::vector<ListElemI*>{&a, &b}));
-    EXPECT_EQ(walk(two), (std::vector<ListElemI*>{&c}));
-    EXPECT_EQ(c.next, mark(&two));
-
+    EXPECT_FALSE(chainUnlink(&one.head, &two.n[2]));
+    EXPECT_EQ("ab", one.names());
+    EXPECT_EQ(mark(&two.head), two.n[2].next);
     // Unlinking the last element hands the end mark to its predecessor.
-    EXPECT_TRUE(chainUnlink(&one, &b));
-    EXPECT_EQ(b.next, 0u);
-    EXPECT_EQ(a.next, mark(&one));
-    EXPECT_FALSE(chainUnlink(&one, &b));
-
+    EXPECT_TRUE(chainUnlink(&one.head, &one.n[1]));
+    EXPECT_EQ(0u, one.n[1].next);
+    EXPECT_EQ(mark(&one.head), one.n[0].next);
+    EXPECT_FALSE(chainUnlink(&one.head, &one.n[1]));
     // A second head on the same chain reaches the same elements.
-    uintptr_t alias = one;
-    EXPECT_TRUE(chainUnlink(&alias, &a));
-    EXPECT_EQ(alias, mark(&one));
-
+    uintptr_t alias = one.head;
+    EXPECT_TRUE(chainUnlink(&alias, &one.n[0]));
+    EXPECT_EQ(mark(&one.head), alias);
     // An empty list finds nothing, even for a linked element.
-    uintptr_t empty;
-    chainInit(&empty, nullptr);
-    EXPECT_FALSE(chainUnlink(&empty, &c));
-}
-
-TEST(ChainTest, ClearUnlinksWithoutDestroying) {
-    uintptr_t head;
-    chainInit(&head, nullptr);
-    SingleNode nodes[4];
-    for (auto& n : nodes) chainAppend(&head, &n);
-    chainClear(&head);
-    EXPECT_EQ(head, mark(&head));
-    for (auto& n : nodes) EXPECT_EQ(n.next, 0u);
+    EXPECT_FALSE(chainUnlink(&empty.head, &two.n[2]));
 }
 
 TEST(ChainTest, SpliceExchangesEndMarks) {
-    uintptr_t target, source;
     int targetOwner = 0, sourceOwner = 0;
-    chainInit(&target, &targetOwner);
-    chainInit(&source, &sourceOwner);
-    SingleNode a, b, c, d;
-    chainAppend(&target, &a);
-    chainAppend(&target, &b);
-    chainAppend(&source, &c);
-    chainAppend(&source, &d);
-
-    chainSplice(&target, &source);
-    EXPECT_EQ(walk(target), (std::vector<ListElemI*>{&a, &b, &c, &d}));
-    EXPECT_EQ(endOf(target), mark(&sourceOwner));
-    EXPECT_EQ(source, mark(&targetOwner));
-    EXPECT_EQ(chainOwner(&a), &sourceOwner);
-
+    ChainT target(&targetOwner, "ab"), source(&sourceOwner);
+    chainAppend(&source.head, &target.n[2]);
+    chainAppend(&source.head, &target.n[3]);
+    uintptr_t end;
+    chainSplice(&target.head, &source.head);
+    EXPECT_EQ("abcd", target.names(&end));
+    EXPECT_EQ(mark(&sourceOwner), end);
+    EXPECT_EQ(mark(&targetOwner), source.head);
+    EXPECT_EQ(&sourceOwner, chainOwner(&target.n[0]));
     // Splicing an empty source only swaps the marks.
-    chainSplice(&target, &source);
-    EXPECT_EQ(walk(target).size(), 4u);
-    EXPECT_EQ(endOf(target), mark(&targetOwner));
-    EXPECT_EQ(source, mark(&sourceOwner));
-
+    chainSplice(&target.head, &source.head);
+    EXPECT_EQ("abcd", target.names(&end));
+    EXPECT_EQ(mark(&targetOwner), end);
+    EXPECT_EQ(mark(&sourceOwner), source.head);
     // Into an empty target: the target takes the whole chain.
-    uintptr_t empty;
-    chainInit(&empty, nullptr);
-    chainSplice(&empty, &target);
-    EXPECT_EQ(walk(empty), (std::vector<ListElemI*>{&a, &b, &c, &d}));
-    EXPECT_EQ(target, mark(&empty));
+    ChainT empty(nullptr);
+    chainSplice(&empty.head, &target.head);
+    EXPECT_EQ("abcd", namesOf(empty.head, target.n));
+    EXPECT_EQ(mark(&empty.head), target.head);
 }
 
 TEST(ChainTest, SetOwnerFromHeadFromElementAndOnABrokenChain) {
-    uintptr_t head;
     int first = 0, second = 0, third = 0;
-    chainInit(&head, &first);
-    EXPECT_EQ(chainSetOwner(&head, &second, nullptr), &first);
-    EXPECT_EQ(head, mark(&second));
-
-    SingleNode a, b;
-    chainAppend(&head, &a);
-    chainAppend(&head, &b);
-    EXPECT_EQ(chainSetOwner(&head, &third, &a), &second);
-    EXPECT_EQ(chainOwner(&a), &third);
-
+    ChainT chain(&first);
+    EXPECT_EQ(&first, chainSetOwner(&chain.head, &second, nullptr));
+    EXPECT_EQ(mark(&second), chain.head);
+    chainAppend(&chain.head, &chain.n[0]);
+    chainAppend(&chain.head, &chain.n[1]);
+    EXPECT_EQ(&second, chainSetOwner(&chain.head, &third, &chain.n[0]));
+    EXPECT_EQ(&third, chainOwner(&chain.n[0]));
     // A chain cut short by a 0 word: the 0 counts as the end.
-    b.next = 0;
-    EXPECT_EQ(chainSetOwner(&head, &first, nullptr), nullptr);
-    EXPECT_EQ(b.next, mark(&first));
+    chain.n[1].next = 0;
+    EXPECT_EQ(nullptr, chainSetOwner(&chain.head, &first, nullptr));
+    EXPECT_EQ(mark(&first), chain.n[1].next);
 }
 
+// The last element's word holds the end mark but shows as a null pointer.
 TEST(ChainTest, PrintForms) {
-    uintptr_t head;
-    chainInit(&head, nullptr);
-    SingleNode a, b;
-    chainAppend(&head, &a);
-    chainAppend(&head, &b);
-    // The last element's word holds the end mark but shows as a null pointer.
-    EXPECT_EQ(captured([&](FILE* s) { b.print(s); }),
-              pointerText(&b) + "(n " + pointerText(nullptr) + ")");
-    EXPECT_EQ(captured([&](FILE* s) { a.print(s); }),
-              pointerText(&a) + "(n " + pointerText(&b) + ")");
-
+    ChainT chain(nullptr, "ab"), empty(nullptr);
+    SingleNode *a = &chain.n[0], *b = &chain.n[1];
+    std::string shownB = pointerText(b) + "(n " + pointerText(nullptr) + ")";
+    EXPECT_EQ(shownB, captured([&](FILE* s) { b->print(s); }));
+    EXPECT_EQ(pointerText(a) + "(n " + pointerText(b) + ")", captured([&](FILE* s) { a->print(s); }));
+    EXPECT_EQ("list@" + pointerText(&chain.head) + ": " + pointerText(a) + "(n " + pointerText(b) + ") " + shownB + "\n",
+              captured([&](FILE* s) { printList(&chain.head, s); }));
+    EXPECT_EQ("list@" + pointerText(&empty.head) + ":\n", captured([&](FILE* s) { printList(&empty.head, s); }));
     ListDoubleC list;
     DoubleNode x, y;
     list.append(&x);
     list.append(&y);
-    EXPECT_EQ(captured([&](FILE* s) { y.print(s); }),
-              pointerText(&y) + "(n " + pointerText(nullptr) + ", p " + pointerText(&x) + ")");
-
-    EXPECT_EQ(captured([&](FILE* s) { printList(&head, s); }),
-              "list@" + pointerText(&head) + ": " + pointerText(&a) + "(n " + pointerText(&b) + ") " +
-                  pointerText(&b) + "(n " + pointerText(nullptr) + ")\n");
-    uintptr_t empty;
-    chainInit(&empty, nullptr);
-    EXPECT_EQ(captured([&](FILE* s) { printList(&empty, s); }), "list@" + pointerText(&empty) + ":\n");
+    EXPECT_EQ(pointerText(&y) + "(n " + pointerText(nullptr) + ", p " + pointerText(&x) + ")",
+              captured([&](FILE* s) { y.print(s); }));
 }
 
-TEST(ListTest, EmptyListsAndOwners) {
+// One step on a list of nodes named 'a' to 'e': 'a' append, 'p' prepend,
+// 'i' insertAfter and 'b' insertBefore the node `ref` (0: null), 'r' and 'R'
+// remove answering true and false, 'x' clear. Then the list holds `order`.
+struct StepT {
+    char op, node, ref;
+    const char* order;
+    char tail;  // 0: a null tail, '?': not looked at
+};
+
+void insertBefore(ListSingleC&, SingleNode*, SingleNode*) { ADD_FAILURE() << "no insertBefore"; }
+void insertBefore(ListDoubleC& list, DoubleNode* node, DoubleNode* ref) { list.insertBefore(node, ref); }
+
+template <typename List, typename Node>
+void apply(List& list, Node* nodes, const StepT& step) {
+    Node* node = &nodes[step.node - 'a'];
+    Node* ref = step.ref ? &nodes[step.ref - 'a'] : nullptr;
+    switch (step.op) {
+        case 'a': list.append(node); break;
+        case 'p': list.prepend(node); break;
+        case 'i': list.insertAfter(node, ref); break;
+        case 'r': EXPECT_TRUE(list.remove(node)); break;
+        case 'R': EXPECT_FALSE(list.remove(node)); break;
+        case 'x': list.clear(); break;
+        default: insertBefore(list, node, ref);
+    }
+    EXPECT_EQ(step.order, namesOf(list.head, nodes));
+    EXPECT_EQ(strlen(step.order), list.size());
+}
+
+TEST(ListTest, EmptyListsOwnersAndTheUncountedWalk) {
     int owner = 0;
     ListSingleUncountedC u;
     ListSingleC s(&owner);
     ListDoubleC d;
-    for (ListI* list : std::vector<ListI*>{&u, &s, &d}) {
-        SingleNode n;
-        EXPECT_EQ(list->size(), 0u);
-        EXPECT_FALSE(list->contains(&n));
+    SingleNode n[3];
+    for (ListI* list : {static_cast<ListI*>(&u), static_cast<ListI*>(&s), static_cast<ListI*>(&d)}) {
+        EXPECT_EQ(0u, list->size());
+        EXPECT_FALSE(list->contains(&n[0]));
     }
-    EXPECT_EQ(u.elementAt(0), nullptr);
-    EXPECT_EQ(u.getOwner(), &u);
-    EXPECT_EQ(s.getOwner(), &owner);
-    EXPECT_EQ(d.getOwner(), &d);
-    EXPECT_EQ(s.tail, nullptr);
-    EXPECT_EQ(s.count, 0u);
-    EXPECT_EQ(u.setOwner(&owner, nullptr), &u);
-    EXPECT_EQ(u.getOwner(), &owner);
+    EXPECT_EQ(&owner, s.getOwner());
+    EXPECT_EQ(&d, d.getOwner());
+    EXPECT_EQ(nullptr, s.tail);
+    EXPECT_EQ(&u, u.getOwner());
+    EXPECT_EQ(&u, u.setOwner(&owner, nullptr));
+    EXPECT_EQ(&owner, u.getOwner());
+    u.append(&n[0]);
+    u.prepend(&n[1]);
+    u.insertAfter(&n[2], &n[1]);
+    EXPECT_EQ("bca", namesOf(u.head, n));
+    EXPECT_EQ(3u, u.size());
+    EXPECT_EQ(&n[2], u.elementAt(1));
+    EXPECT_EQ(nullptr, u.elementAt(3));
+    EXPECT_TRUE(u.contains(&n[2]));
+    EXPECT_TRUE(u.remove(&n[2]));
+    EXPECT_FALSE(u.contains(&n[2]));
+    EXPECT_FALSE(u.remove(&n[2]));
+    u.clear();
+    EXPECT_EQ(0u, n[0].next | n[1].next);
 }
 
-TEST(ListTest, UncountedWalks) {
-    ListSingleUncountedC list;
-    SingleNode a, b, c;
-    list.append(&a);
-    list.prepend(&b);
-    list.insertAfter(&c, &b);
-    EXPECT_EQ(list.size(), 3u);
-    EXPECT_EQ(list.elementAt(0), &b);
-    EXPECT_EQ(list.elementAt(1), &c);
-    EXPECT_EQ(list.elementAt(2), &a);
-    EXPECT_EQ(list.elementAt(3), nullptr);
-    EXPECT_TRUE(list.contains(&c));
-    EXPECT_TRUE(list.remove(&c));
-    EXPECT_FALSE(list.contains(&c));
-    EXPECT_FALSE(list.remove(&c));
-    list.clear();
-    EXPECT_EQ(list.size(), 0u);
-    EXPECT_EQ(a.next, 0u);
-    EXPECT_EQ(b.next, 0u);
-}
-
+// remove leaves the tail alone: after removing the last element it still
+// names it. append walks, so the stale tail does no harm there, and
+// insertAfter the tail (stale or not) moves it.
 TEST(ListTest, SingleKeepsCountAndTheStaleTail) {
+    const StepT steps[] = {
+        {'p', 'a', 0, "a", 'a'},   {'a', 'b', 0, "ab", 'b'},  {'r', 'b', 0, "a", 'b'},   {'R', 'b', 0, "a", 'b'},
+        {'a', 'c', 0, "ac", 'c'},  {'i', 'd', 'a', "adc", 'c'}, {'x', 'a', 0, "", '?'},  {'i', 'a', 0, "a", 'a'},
+        {'a', 'b', 0, "ab", 'b'},  {'r', 'b', 0, "a", 'b'},   {'a', 'b', 0, "ab", 'b'},  {'r', 'a', 0, "b", 'b'},
+        {'i', 'c', 'b', "bc", 'c'},
+    };
     ListSingleC list;
-    SingleNode a, b, c, d;
-    list.prepend(&a);  // prepend into an empty list sets the tail
-    EXPECT_EQ(list.tail, &a);
-    list.append(&b);
-    EXPECT_EQ(list.tail, &b);
-    EXPECT_EQ(list.count, 2u);
-
-    // remove does not touch the tail: it still names b afterwards.
-    EXPECT_TRUE(list.remove(&b));
-    EXPECT_EQ(list.count, 1u);
-    EXPECT_EQ(list.tail, &b);
-    EXPECT_FALSE(list.remove(&b));
-    EXPECT_EQ(list.count, 1u);
-
-    // append walks, so the stale tail does no harm there.
-    list.append(&c);
-    EXPECT_EQ(walk(list.head), (std::vector<ListElemI*>{&a, &c}));
-    EXPECT_EQ(list.tail, &c);
-
-    // insertAfter the tail moves it; after another element it stays.
-    list.insertAfter(&d, &a);
-    EXPECT_EQ(list.tail, &c);
-    EXPECT_EQ(walk(list.head), (std::vector<ListElemI*>{&a, &d, &c}));
-    EXPECT_EQ(list.size(), 3u);
-    list.clear();
-    EXPECT_EQ(list.size(), 0u);
-    EXPECT_EQ(list.getOwner(), &list);
-
-    // insertAfter with null is the virtual append.
-    list.insertAfter(&a, nullptr);
-    EXPECT_EQ(list.tail, &a);
-    EXPECT_EQ(list.count, 1u);
-}
-
-TEST(ListTest, SingleInsertAfterAStaleTailMovesTheTail) {
-    ListSingleC list;
-    SingleNode a, b, c;
-    list.append(&a);
-    list.append(&b);
-    list.remove(&b);          // tail still &b
-    b.next = 0;
-    list.append(&b);          // b is back at the end, tail &b
-    list.remove(&a);
-    EXPECT_EQ(list.tail, &b);
-    list.insertAfter(&c, &b);
-    EXPECT_EQ(list.tail, &c);
-    EXPECT_EQ(walk(list.head), (std::vector<ListElemI*>{&b, &c}));
-}
-
-// Checks every link of a double list both ways.
-void expectDouble(ListDoubleC& list, const std::vector<DoubleNode*>& order) {
-    std::vector<ListElemI*> expected(order.begin(), order.end());
-    EXPECT_EQ(walk(list.head), expected);
-    EXPECT_EQ(list.count, order.size());
-    EXPECT_EQ(list.tail, order.empty() ? nullptr : order.back());
-    for (size_t i = 0; i < order.size(); ++i) {
-        EXPECT_EQ(list.previous(order[i]), i == 0 ? nullptr : order[i - 1]) << i;
+    SingleNode n[4];
+    for (const StepT& step : steps) {
+        SCOPED_TRACE(::testing::Message() << step.op << step.node << " -> " << step.order);
+        apply(list, n, step);
+        if (step.tail != '?') {
+            EXPECT_EQ(step.tail ? &n[step.tail - 'a'] : nullptr, list.tail);
+        }
     }
-    if (order.empty()) {
-        EXPECT_EQ(list.head, mark(&list));
-    } else {
-        EXPECT_EQ(order.back()->next, mark(&list));
-    }
+    EXPECT_EQ(&list, list.getOwner());
 }
 
 TEST(ListTest, DoubleEdges) {
+    const StepT steps[] = {
+        // One element: remove leaves the end mark in head and a null tail.
+        {'a', 'a', 0, "a", 'a'}, {'r', 'a', 0, "", 0}, {'R', 'a', 0, "", 0},
+        {'p', 'b', 0, "b", 'b'}, {'p', 'a', 0, "ab", 'b'}, {'a', 'd', 0, "abd", 'd'},
+        {'i', 'c', 'b', "abcd", 'd'}, {'i', 'e', 'd', "abcde", 'e'},  // in the middle, behind the last
+        {'r', 'a', 0, "bcde", 'e'}, {'r', 'e', 0, "bcd", 'd'}, {'r', 'c', 0, "bd", 'd'},
+        {'b', 'a', 'b', "abd", 'd'}, {'b', 'c', 'd', "abcd", 'd'}, {'b', 'e', 0, "eabcd", 'd'},  // 0: prepend
+        {'x', 'a', 0, "", 0}, {'i', 'a', 0, "a", 'a'}, {'i', 'b', 0, "ab", 'b'}, {'b', 'c', 'b', "acb", 'b'},
+    };
     ListDoubleC list;
-    DoubleNode a, b, c, d, e;
-
-    // One element: remove leaves the end mark in head and a null tail.
-    list.append(&a);
-    expectDouble(list, {&a});
-    EXPECT_TRUE(list.remove(&a));
-    expectDouble(list, {});
-    EXPECT_EQ(a.next, 0u);
-    EXPECT_EQ(a.prev, nullptr);
-    EXPECT_FALSE(list.remove(&a));
-
-    list.prepend(&b);  // into the empty list: tail too
-    expectDouble(list, {&b});
-    list.prepend(&a);
-    expectDouble(list, {&a, &b});
-    list.append(&d);
-    expectDouble(list, {&a, &b, &d});
-    list.insertAfter(&c, &b);  // middle
-    expectDouble(list, {&a, &b, &c, &d});
-    list.insertAfter(&e, &d);  // behind the last
-    expectDouble(list, {&a, &b, &c, &d, &e});
-
-    EXPECT_TRUE(list.remove(&a));  // first
-    expectDouble(list, {&b, &c, &d, &e});
-    EXPECT_TRUE(list.remove(&e));  // last
-    expectDouble(list, {&b, &c, &d});
-    EXPECT_TRUE(list.remove(&c));  // middle
-    expectDouble(list, {&b, &d});
-
-    list.insertBefore(&a, &b);  // in front of the first
-    expectDouble(list, {&a, &b, &d});
-    list.insertBefore(&c, &d);  // in front of the last
-    expectDouble(list, {&a, &b, &c, &d});
-    list.insertBefore(&e, nullptr);  // the virtual prepend
-    expectDouble(list, {&e, &a, &b, &c, &d});
-}
-
-TEST(ListTest, DoubleInsertAfterNullAppendsAndClearEmpties) {
-    ListDoubleC list;
-    DoubleNode a, b, c;
-    list.insertAfter(&a, nullptr);
-    list.insertAfter(&b, nullptr);
-    list.insertBefore(&c, &b);
-    expectDouble(list, {&a, &c, &b});
-    EXPECT_EQ(list.elementAt(1), &c);
-    list.clear();
-    expectDouble(list, {});
-    EXPECT_EQ(c.next, 0u);
-    EXPECT_EQ(c.prev, nullptr);
-}
-
-TEST(ListTest, DoubleRefusesAForeignFirstElement) {
-    ListDoubleC one, two;
-    DoubleNode a, b;
-    one.append(&a);
-    two.append(&b);
-    // b is the first of another list: it has no predecessor to relink.
-    EXPECT_FALSE(one.remove(&b));
-    expectDouble(one, {&a});
-    expectDouble(two, {&b});
+    DoubleNode n[5];
+    for (const StepT& step : steps) {
+        SCOPED_TRACE(::testing::Message() << step.op << step.node << " -> " << step.order);
+        apply(list, n, step);
+        EXPECT_EQ(step.tail ? &n[step.tail - 'a'] : nullptr, list.tail);
+        // Every link both ways, and the end mark behind the last.
+        size_t count = strlen(step.order);
+        for (size_t i = 0; i < count; ++i) {
+            DoubleNode* node = &n[step.order[i] - 'a'];
+            EXPECT_EQ(i == 0 ? nullptr : &n[step.order[i - 1] - 'a'], list.previous(node)) << i;
+            EXPECT_EQ(i + 1 == count ? mark(&list) : reinterpret_cast<uintptr_t>(static_cast<ListElemI*>(
+                                                          &n[step.order[i + 1] - 'a'])), node->next);
+        }
+        if (count == 0) {
+            EXPECT_EQ(mark(&list), list.head);
+        }
+        // What is out of the list is unlinked.
+        for (DoubleNode& node : n) {
+            if (!strchr(step.order, static_cast<int>('a' + (&node - n)))) {
+                EXPECT_EQ(0u, node.next);
+                EXPECT_EQ(nullptr, node.prev);
+            }
+        }
+    }
+    EXPECT_EQ(&n[2], list.elementAt(1));
+    // The first element of another list has no predecessor to relink.
+    ListDoubleC other;
+    DoubleNode foreign;
+    other.append(&foreign);
+    EXPECT_FALSE(list.remove(&foreign));
+    EXPECT_EQ("acb", namesOf(list.head, n));
+    EXPECT_EQ(mark(&other), foreign.next);
 }
 
 }  // namespace

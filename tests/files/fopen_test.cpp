@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -17,54 +18,47 @@ namespace keel {
 namespace {
 
 TEST(OpenFileOrStandardInput, DashIsStandardInputWhateverTheMode) {
-    EXPECT_EQ(openFileOrStandardInput(nullptr, "rb"), nullptr);
-    EXPECT_EQ(openFileOrStandardInput("-", "rb"), stdin);
-    EXPECT_EQ(openFileOrStandardInput("-", "wb"), stdin);
-    EXPECT_EQ(openFileOrStandardInput("/nonexistent/keel/file", "rb"), nullptr);
+    EXPECT_EQ(nullptr, openFileOrStandardInput(nullptr, "rb"));
+    EXPECT_EQ(stdin, openFileOrStandardInput("-", "rb"));
+    EXPECT_EQ(stdin, openFileOrStandardInput("-", "wb"));
+    EXPECT_EQ(nullptr, openFileOrStandardInput("/nonexistent/keel/file", "rb"));
 }
 
+// createFileText makes the file with the mode under the umask, and empties
+// an existing one.
 TEST(OpenFileOrStandardInput, CreateAndOpenAFile) {
     char dir[] = "/tmp/keel-fopen-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
+    ASSERT_NE(nullptr, mkdtemp(dir));
     std::string path = std::string(dir) + "/made";
-
     mode_t oldMask = umask(022);
-    int fd = createFileText(path.c_str(), 0640);
+    for (const char* text : {"text", ""}) {
+        int fd = createFileText(path.c_str(), 0660);
+        ASSERT_GE(fd, 0);
+        EXPECT_EQ(static_cast<ssize_t>(strlen(text)), write(fd, text, strlen(text)));
+        close(fd);
+        FILE* f = openFileOrStandardInput(path.c_str(), "rb");
+        ASSERT_NE(nullptr, f);
+        char buffer[8] = {};
+        EXPECT_EQ(strlen(text), fread(buffer, 1, sizeof buffer, f));
+        EXPECT_STREQ(text, buffer);
+        fclose(f);
+    }
     umask(oldMask);
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(write(fd, "text", 4), 4);
-    close(fd);
     struct stat info;
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0640u);
-
-    FILE* f = openFileOrStandardInput(path.c_str(), "rb");
-    ASSERT_NE(f, nullptr);
-    char buffer[8] = {};
-    EXPECT_EQ(fread(buffer, 1, sizeof buffer, f), 4u);
-    EXPECT_STREQ(buffer, "text");
-    fclose(f);
-
-    // creat empties an existing file.
-    fd = createFileText(path.c_str(), 0640);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_size, 0);
-
-    EXPECT_EQ(createFileText((std::string(dir) + "/no/such").c_str(), 0644), -1);
+    ASSERT_EQ(0, stat(path.c_str(), &info));
+    EXPECT_EQ(0640u, info.st_mode & 0777);
+    EXPECT_EQ(-1, createFileText((std::string(dir) + "/no/such").c_str(), 0644));
     unlink(path.c_str());
     rmdir(dir);
 }
 
 TEST(ProcessAndTime, IdAndClock) {
-    EXPECT_EQ(getProcessId(), static_cast<int32_t>(getpid()));
+    EXPECT_EQ(static_cast<int32_t>(getpid()), getProcessId());
     struct timeval now;
     time_t before = time(nullptr);
-    EXPECT_EQ(getTimeOfDay(&now), 0);
-    time_t after = time(nullptr);
+    EXPECT_EQ(0, getTimeOfDay(&now));
     EXPECT_GE(now.tv_sec, before);
-    EXPECT_LE(now.tv_sec, after);
+    EXPECT_LE(now.tv_sec, time(nullptr));
     EXPECT_LT(now.tv_usec, 1000000);
 }
 

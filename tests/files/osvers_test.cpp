@@ -5,90 +5,64 @@
 #include <stdlib.h>
 #include <sys/utsname.h>
 
+#include <string>
+
 namespace keel {
 namespace {
 
-OsVersionC parsed(const char* release) {
+TEST(OsVersion, ReadsTheRunningKernelOnce) {
     OsVersionC version;
-    version.major = 0;
-    version.minor = 0;
-    version.readRelease(release);
-    return version;
-}
-
-TEST(OsVersion, ReadsTheRunningKernel) {
-    OsVersionC version;
-    EXPECT_EQ(version.family, 10);
-    EXPECT_EQ(version.kind, 5);
-    EXPECT_EQ(version.reserved0, 0);
-    EXPECT_EQ(version.reserved1, 0);
-    EXPECT_EQ(version.reserved2, 0);
-    EXPECT_EQ(version.cachedFlagA, -1);
-    EXPECT_EQ(version.cachedFlagB, -1);
+    EXPECT_EQ(10, version.family);
+    EXPECT_EQ(5, version.kind);
+    EXPECT_EQ(0, version.reserved0 | version.reserved1 | version.reserved2);
     struct utsname names;
-    ASSERT_EQ(uname(&names), 0);
-    EXPECT_EQ(version.major, strtol(names.release, nullptr, 10));
+    ASSERT_EQ(0, uname(&names));
+    EXPECT_EQ(strtol(names.release, nullptr, 10), version.major);
     EXPECT_GT(version.major, 0);
-    EXPECT_FALSE(version.isFamily4From51());
-    EXPECT_FALSE(version.isFamily4Above5());
+    OsVersionC* one = OsVersionC::instance();
+    EXPECT_EQ(one, OsVersionC::instance());
+    EXPECT_EQ(version.major, one->major);
 }
 
+// The second number is looked for past any non-digits; missing numbers stay 0.
 TEST(OsVersion, ReleaseTexts) {
-    OsVersionC a = parsed("5.15.0-91-generic");
-    EXPECT_EQ(a.major, 5);
-    EXPECT_EQ(a.minor, 15);
-    OsVersionC b = parsed("Linux");
-    EXPECT_EQ(b.major, 0);
-    EXPECT_EQ(b.minor, 0);
-    OsVersionC c = parsed("");
-    EXPECT_EQ(c.major, 0);
-    OsVersionC d = parsed("v6");
-    EXPECT_EQ(d.major, 6);
-    EXPECT_EQ(d.minor, 0);
-    // The second number is looked for past any non-digits.
-    OsVersionC e = parsed("rel 4-rc-12x");
-    EXPECT_EQ(e.major, 4);
-    EXPECT_EQ(e.minor, 12);
-    OsVersionC f = parsed("3.");
-    EXPECT_EQ(f.major, 3);
-    EXPECT_EQ(f.minor, 0);
+    const std::pair<const char*, std::pair<int32_t, int32_t>> cases[] = {
+        {"5.15.0-91-generic", {5, 15}}, {"Linux", {0, 0}}, {"", {0, 0}}, {"v6", {6, 0}}, {"rel 4-rc-12x", {4, 12}},
+        {"3.", {3, 0}},
+    };
+    for (const auto& c : cases) {
+        OsVersionC version;
+        version.major = version.minor = 0;
+        version.readRelease(c.first);
+        EXPECT_EQ(c.second, std::make_pair(version.major, version.minor)) << c.first;
+    }
 }
 
+// The first question of an unset (negative) flag settles it as 0.
 TEST(OsVersion, FlagsSettleToFalse) {
     OsVersionC version;
+    EXPECT_EQ(-1, version.cachedFlagA);
     EXPECT_FALSE(version.queryFlagA());
-    EXPECT_EQ(version.cachedFlagA, 0);
-    EXPECT_EQ(version.cachedFlagB, -1);
+    EXPECT_EQ(0, version.cachedFlagA);
+    EXPECT_EQ(-1, version.cachedFlagB);
     EXPECT_FALSE(version.queryFlagB());
-    EXPECT_EQ(version.cachedFlagB, 0);
+    EXPECT_EQ(0, version.cachedFlagB);
     version.cachedFlagA = 7;
     EXPECT_TRUE(version.queryFlagA());
-    EXPECT_EQ(version.cachedFlagA, 7);
+    EXPECT_EQ(7, version.cachedFlagA);
 }
 
 TEST(OsVersion, FamilyTests) {
+    // {family, major, minor, from 5.1, above 5}
+    const int32_t cases[][5] = {{4, 5, 0, 0, 0}, {4, 5, 1, 1, 0}, {4, 6, 0, 1, 1}, {10, 6, 0, 0, 0}};
     OsVersionC version;
-    version.family = 4;
-    version.major = 5;
-    version.minor = 0;
-    EXPECT_FALSE(version.isFamily4From51());
-    version.minor = 1;
-    EXPECT_TRUE(version.isFamily4From51());
-    EXPECT_FALSE(version.isFamily4Above5());
-    version.major = 6;
-    version.minor = 0;
-    EXPECT_TRUE(version.isFamily4From51());
-    EXPECT_TRUE(version.isFamily4Above5());
-    version.family = 10;
-    EXPECT_FALSE(version.isFamily4From51());
-    EXPECT_FALSE(version.isFamily4Above5());
-}
-
-TEST(OsVersion, InstanceIsOneObject) {
-    OsVersionC* one = OsVersionC::instance();
-    ASSERT_NE(one, nullptr);
-    EXPECT_EQ(OsVersionC::instance(), one);
-    EXPECT_EQ(one->family, 10);
+    for (const auto& c : cases) {
+        version.family = c[0];
+        version.major = c[1];
+        version.minor = c[2];
+        EXPECT_EQ(c[3] != 0, version.isFamily4From51()) << c[0] << " " << c[1] << "." << c[2];
+        EXPECT_EQ(c[4] != 0, version.isFamily4Above5()) << c[0] << " " << c[1] << "." << c[2];
+    }
 }
 
 }  // namespace
