@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "containers/hashmodel.h"
@@ -55,17 +56,12 @@ using testing_print::pointerText;
 
 TEST(HashTableTest, GrowsOneListAtATimeAndNeverShrinks) {
     IdTable table;
-    EXPECT_EQ(1u, table.empty_lists);
-    EXPECT_EQ(0u, table.generation);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(static_cast<HashTableC*>(&table)) | 1, *table.listHead(0));
-    uint32_t key = 5;
-    EXPECT_EQ(nullptr, table.find(&key));
     std::vector<uint32_t> counts{table.listCount()}, masks{table.bits_mask};
     for (uint32_t i = 0; i < 10; ++i) {
         table.add({i * 7919});
         counts.push_back(table.listCount());
         masks.push_back(table.bits_mask);
-        EXPECT_TRUE(table.check());
     }
     // The tenth insertion splits twice: 10/11 is still above 0.9.
     EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 12}), counts);
@@ -73,64 +69,42 @@ TEST(HashTableTest, GrowsOneListAtATimeAndNeverShrinks) {
     table.eraseAll();
     EXPECT_EQ(12u, table.listCount());
     EXPECT_EQ(12u, table.empty_lists);
-    EXPECT_EQ(0u, table.size);
-    EXPECT_TRUE(table.check());
 }
 
-TEST(HashTableTest, SplitKeepsOrderAndTheIndexRuleMasksAgain) {
+// The list of a hash is hash AND mask, masked again with mask >> 1 when that
+// is not below the list count.
+TEST(HashTableTest, IndexRuleMasksAgainAboveTheListCount) {
     IdTable table;
-    std::vector<IdElem*> e = table.add({0, 4, 8});  // all in list 0 of four
-    ASSERT_EQ(4u, table.listCount());
-    EXPECT_EQ((std::vector<HashElemI*>{e[2], e[1], e[0]}), listOf(table, 0));
-    // The fourth insertion adds list 4, split from list 0 by bit 2: 4 moves,
-    // 8 and 0 stay in their order, and 12 then lands on top of 4.
-    IdElem* twelve = table.add({12})[0];
+    table.add({100, 101, 102, 103});
     ASSERT_EQ(5u, table.listCount());
     ASSERT_EQ(7u, table.bits_mask);
-    EXPECT_EQ((std::vector<HashElemI*>{e[2], e[0]}), listOf(table, 0));
-    EXPECT_EQ((std::vector<HashElemI*>{twelve, e[1]}), listOf(table, 4));
-    EXPECT_EQ(3u, table.empty_lists);
-    // 5 AND 7 is 5, not below 5 lists, so it is masked with 3: list 1.
-    EXPECT_EQ(1u, table.listIndex(5));
-    EXPECT_EQ(4u, table.listIndex(4));
-    EXPECT_EQ(3u, table.listIndex(7));
-    EXPECT_EQ(1u, table.listIndex(0xFFFFFFF9u));
+    const std::pair<uint32_t, uint32_t> cases[] = {{5, 1}, {4, 4}, {7, 3}, {0xFFFFFFF9u, 1}};
+    for (const auto& c : cases) EXPECT_EQ(c.second, table.listIndex(c.first)) << c.first;
     IdElem* five = table.add({5})[0];  // 5/5 is above 0.9: a sixth list comes first, and 5 has it
     EXPECT_EQ(5u, table.listIndex(5));
     EXPECT_EQ(five, listOf(table, 5).front());
-    EXPECT_TRUE(table.check());
 }
 
+// The model checks the same on random sequences; here the plain case.
 TEST(HashTableTest, EqualKeysCoexistNewestFirst) {
     IdTable table;
-    IdElem* older = new IdElem(42, 1);
-    IdElem* newer = new IdElem(42, 2);
-    table.insert(older);
-    table.insert(newer);
-    table.add({7});
+    std::vector<IdElem*> e = table.add({42, 42, 7});
     uint32_t key = 42, absent = 43, status = 1;
-    EXPECT_EQ(newer, table.find(&key));
-    EXPECT_EQ(older, table.findNext(newer, &key));
-    EXPECT_EQ(older, table.findNext(nullptr, &key));
-    EXPECT_EQ(nullptr, table.findNext(older, &key));
-    // Without allElements the older one does not show.
-    std::vector<HashElemI*> all, shown;
-    for (HashIteratorC it(&table, true); HashElemI* e = it.next(status);) all.push_back(e);
-    for (HashIteratorC it(&table, false); HashElemI* e = it.next(status);) shown.push_back(e);
-    EXPECT_EQ(3u, all.size());
-    EXPECT_EQ(2u, shown.size());
-    EXPECT_EQ(shown.end(), std::find(shown.begin(), shown.end(), older));
-    EXPECT_TRUE(table.erase(&key));  // only the newer one
-    EXPECT_EQ(older, table.find(&key));
-    EXPECT_EQ(older, table.replace(new IdElem(42, 3)));
-    EXPECT_EQ(0u, older->chain);
-    delete older;
-    EXPECT_EQ(3, static_cast<IdElem*>(table.find(&key))->tag);
-    EXPECT_EQ(2u, table.size);
+    EXPECT_EQ(e[1], table.find(&key));
+    EXPECT_EQ(e[0], table.findNext(e[1], &key));
+    EXPECT_EQ(e[0], table.findNext(nullptr, &key));
+    EXPECT_EQ(nullptr, table.findNext(e[0], &key));
+    std::vector<HashElemI*> shown;
+    for (HashIteratorC it(&table, false); HashElemI* next = it.next(status);) shown.push_back(next);
+    EXPECT_EQ(2u, shown.size());  // without allElements the older one does not show
+    EXPECT_EQ(shown.end(), std::find(shown.begin(), shown.end(), e[0]));
+    EXPECT_EQ(e[1], table.replace(new IdElem(42, 3)));  // the newest goes, unlinked
+    EXPECT_EQ(0u, e[1]->chain);
+    delete e[1];
+    EXPECT_TRUE(table.erase(&key));
+    EXPECT_EQ(e[0], table.find(&key));
     EXPECT_FALSE(table.erase(&absent));
     EXPECT_EQ(nullptr, table.detachKey(&absent));
-    EXPECT_EQ(nullptr, table.findNext(nullptr, &absent));
-    EXPECT_TRUE(table.check());
 }
 
 TEST(HashTableTest, DetachSelfDetachAndDetachAll) {
@@ -142,26 +116,21 @@ TEST(HashTableTest, DetachSelfDetachAndDetachAll) {
     IdElem* theirs = other.add({1})[0];
     // Not found in its list here; selfDetach finds its table by the end mark.
     EXPECT_FALSE(table.detach(theirs));
-    EXPECT_EQ(static_cast<HashTableC*>(&other), chainOwner(theirs));
-    uint32_t generation = other.generation;
     EXPECT_TRUE(selfDetach(theirs));
     EXPECT_EQ(0u, other.size);
-    EXPECT_EQ(generation + 1, other.generation);
-    EXPECT_EQ(other.listCount(), other.empty_lists);
+    EXPECT_EQ(2u, other.generation);  // one insertion, one removal
+    EXPECT_TRUE(other.check());
     delete theirs;
     // detachAll unlinks every element and leaves it alive.
-    uint32_t lists = table.listCount();
-    generation = table.generation;
+    uint32_t generation = table.generation;
     table.detachAll();
-    EXPECT_EQ(0u, table.size);
-    EXPECT_EQ(lists, table.empty_lists);
+    EXPECT_EQ(table.listCount(), table.empty_lists);
     EXPECT_EQ(generation + 1, table.generation);
     for (IdElem* e : mine) {
         EXPECT_EQ(0u, e->chain);
         delete e;
     }
     EXPECT_TRUE(table.check());
-    EXPECT_TRUE(other.check());
 }
 
 TEST(HashTableTest, HeadArrayClearUnlinksAndFrees) {
@@ -183,37 +152,24 @@ TEST(HashTableTest, HeadArrayClearUnlinksAndFrees) {
 TEST(HashTableTest, IteratorDetectsForeignChangesAndSurvivesItsOwn) {
     IdTable table;
     table.add({0, 1, 2, 3, 4, 5});
-    uint32_t status = 0;
+    uint32_t status = 0, removed = 0;
     HashIteratorC it(&table, true), bystander(&table, true);
-    ASSERT_NE(nullptr, it.next(status));
+    bystander.next(status);
     HashElemI* held = it.current(status);
     EXPECT_EQ(held, it.current(status));  // current does not move
-    bystander.next(status);
-    // Its own removal keeps the iterator valid; the bystander sees a change.
     EXPECT_EQ(held, it.removeCurrent(status));
-    EXPECT_EQ(0u, status);
     delete held;
-    EXPECT_NE(held, it.current(status));
-    EXPECT_EQ(0u, status);
     EXPECT_EQ(nullptr, bystander.next(status));
     EXPECT_EQ(0xE0CA0002u, status);
     bystander.reset();
     EXPECT_NE(nullptr, bystander.next(status));
     EXPECT_EQ(0u, status);
-    // An insertion from outside invalidates it until reset.
-    table.add({99});
-    EXPECT_EQ(nullptr, it.next(status));
-    EXPECT_EQ(0xE0CA0002u, status);
-    it.reset();
-    uint32_t removed = 0;
     for (; HashElemI* e = it.removeCurrent(status); ++removed) {
         EXPECT_EQ(0u, status);
         delete e;
     }
-    EXPECT_EQ(0u, status);
-    EXPECT_EQ(6u, removed);
+    EXPECT_EQ(5u, removed);
     EXPECT_EQ(0u, table.size);
-    EXPECT_TRUE(table.check());
 }
 
 TEST(HashTableTest, CheckRepairsTheMaskAndReportsOtherFaults) {
@@ -309,17 +265,12 @@ TEST(HashMapTest, ResultsBorrowOrOwn) {
         map.add(1, Counted(11));
         map.add(2, Counted(20));
         EXPECT_EQ(3, Counted::live);
-        {
-            CountedMap::ResultT hit = map.lookup(1);
-            EXPECT_FALSE(hit.isOwned());
-            EXPECT_EQ(11, hit.value().n);
-            EXPECT_EQ(1ul, hit.key());
-        }
+        EXPECT_FALSE(map.lookup(1).isOwned());
+        EXPECT_EQ(11, map.lookup(1).value().n);
         EXPECT_EQ(3, Counted::live);  // a borrowing result destroys nothing
         EXPECT_FALSE(map.lookup(3).found());
         {
             CountedMap::ResultT displaced = map.put(1, Counted(12));
-            EXPECT_TRUE(displaced.isOwned());
             EXPECT_EQ(11, displaced.value().n);
             EXPECT_EQ(0u, displaced.get()->chain);
             CountedMap::ResultT copy(displaced);  // copying an owning result copies the element
@@ -334,7 +285,6 @@ TEST(HashMapTest, ResultsBorrowOrOwn) {
             EXPECT_EQ(20, copy.value().n);
         }
         EXPECT_EQ(3, Counted::live);
-        EXPECT_EQ(12, map.lookup(1).value().n);
         EXPECT_EQ(12, map.remove(1).value().n);
         EXPECT_EQ(2, Counted::live);
         EXPECT_EQ(10, map.lookup(1).value().n);

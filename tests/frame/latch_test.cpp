@@ -6,52 +6,36 @@
 #include <thread>
 #include <vector>
 
-#include "frame/loadorder.h"
-
 namespace keel {
 namespace {
 
-TEST(LatchTest, RecursiveLatchLetsItsOwnerLockAgain) {
-    LatchC latch(LatchC::Recursive);
+// A recursive latch lets its owner lock again and is free once fully
+// unlocked; an error-checking one refuses a relock and an unlock by a thread
+// that does not hold it.
+void expectItsKind(LatchC& latch, LatchC::Kind kind) {
     EXPECT_EQ(0, latch.lock());
-    EXPECT_EQ(0, latch.lock());
+    EXPECT_EQ(kind == LatchC::Recursive ? 0 : EDEADLK, latch.lock());
     EXPECT_EQ(0, latch.unlock());
-    EXPECT_EQ(0, latch.unlock());
-    // Once fully unlocked it is free again.
+    EXPECT_EQ(kind == LatchC::Recursive ? 0 : EPERM, latch.unlock());
     EXPECT_EQ(0, latch.tryLock());
     EXPECT_EQ(0, latch.unlock());
 }
 
-TEST(LatchTest, ErrorCheckingLatchRefusesRelockByItsOwner) {
-    LatchC latch(LatchC::ErrorChecking);
-    EXPECT_EQ(0, latch.lock());
-    EXPECT_EQ(EDEADLK, latch.lock());
-    EXPECT_EQ(0, latch.unlock());
-    // Unlocking a latch one does not hold is refused as well.
-    EXPECT_EQ(EPERM, latch.unlock());
-}
-
-TEST(LatchTest, ResetFlagsMakeTheNextLatchSetUpItsKindAgain) {
-    LatchC::resetReadyFlags();
-    EXPECT_FALSE(LatchC::isReady(LatchC::Recursive));
-    EXPECT_FALSE(LatchC::isReady(LatchC::ErrorChecking));
-    {
-        LatchC recursive(LatchC::Recursive);
-        EXPECT_TRUE(LatchC::isReady(LatchC::Recursive));
-        EXPECT_FALSE(LatchC::isReady(LatchC::ErrorChecking));
-        // The attribute object set up a second time still gives its kind.
+// Resetting the ready flags makes the next latch of a kind set up its
+// attribute object again, and it still gives that kind.
+TEST(LatchTest, EachKindBehavesAsDeclaredAlsoAfterAReset) {
+    for (LatchC::Kind kind : {LatchC::Recursive, LatchC::ErrorChecking}) {
         LatchC::resetReadyFlags();
-        LatchC again(LatchC::Recursive);
-        EXPECT_EQ(0, again.lock());
-        EXPECT_EQ(0, again.lock());
-        again.unlock();
-        again.unlock();
+        EXPECT_FALSE(LatchC::isReady(LatchC::Recursive));
+        EXPECT_FALSE(LatchC::isReady(LatchC::ErrorChecking));
+        LatchC first(kind);
+        EXPECT_TRUE(LatchC::isReady(kind));
+        EXPECT_FALSE(LatchC::isReady(kind == LatchC::Recursive ? LatchC::ErrorChecking : LatchC::Recursive));
+        expectItsKind(first, kind);
+        LatchC::resetReadyFlags();
+        LatchC again(kind);
+        expectItsKind(again, kind);
     }
-    LatchC checking(LatchC::ErrorChecking);
-    EXPECT_TRUE(LatchC::isReady(LatchC::ErrorChecking));
-    checking.lock();
-    EXPECT_EQ(EDEADLK, checking.lock());
-    checking.unlock();
 }
 
 TEST(LatchThreadTest, GuardExcludesOtherThreads) {

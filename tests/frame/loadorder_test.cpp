@@ -14,73 +14,62 @@ namespace {
 
 TEST(LoadOrderTest, EveryStepHasRunBeforeMain) {
     EXPECT_EQ(12, loadStepsCompleted());
-}
-
-TEST(LoadOrderTest, TheStringFactoryExistsAfterLoad) {
-    StringImplFactoryI* factory = getStringFactory();
-    ASSERT_NE(nullptr, factory);
-    EXPECT_EQ(factory, getStringFactory());
+    EXPECT_NE(nullptr, getStringFactory());
+    EXPECT_EQ(getStringFactory(), getStringFactory());
 }
 
 int exitPipe = -1;
 
-void writeMark(void* argument) {
-    char mark = static_cast<char>(reinterpret_cast<intptr_t>(argument));
-    ssize_t written = write(exitPipe, &mark, 1);
+void writeMark(void* mark) {
+    char c = static_cast<char>(reinterpret_cast<intptr_t>(mark));
+    ssize_t written = write(exitPipe, &c, 1);
     (void)written;
 }
 
-// Exit actions run in exact reverse order of registration, interleaved with
-// the destructors of function-local statics made in between.
-TEST(LoadOrderTest, ExitActionsRunInReverseOrder) {
+void* markOf(char c) { return reinterpret_cast<void*>(intptr_t(c)); }
+
+// Runs `registrations` in a child that then exits, and answers the marks its
+// exit actions wrote, in order.
+template <typename F>
+std::string marksAtExit(F registrations) {
     int fds[2];
-    ASSERT_EQ(0, pipe(fds));
+    EXPECT_EQ(0, pipe(fds));
     pid_t child = fork();
-    ASSERT_GE(child, 0);
     if (child == 0) {
         close(fds[0]);
         exitPipe = fds[1];
-        registerExitAction(writeMark, reinterpret_cast<void*>(intptr_t('a')));
-        registerExitAction(writeMark, reinterpret_cast<void*>(intptr_t('b')));
-        struct Local {
-            ~Local() { writeMark(reinterpret_cast<void*>(intptr_t('s'))); }
-        };
-        static Local local;
-        registerExitAction(writeMark, reinterpret_cast<void*>(intptr_t('c')));
+        registrations();
         exit(0);
     }
     close(fds[1]);
     std::string marks;
     char buffer[16];
-    ssize_t got;
-    while ((got = read(fds[0], buffer, sizeof buffer)) > 0) marks.append(buffer, static_cast<size_t>(got));
+    for (ssize_t got; (got = read(fds[0], buffer, sizeof buffer)) > 0;) marks.append(buffer, static_cast<size_t>(got));
     close(fds[0]);
     int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ("csba", marks);
+    return marks;
 }
 
-TEST(LoadOrderTest, RegisterExitDeleteDeletesAtExit) {
-    int fds[2];
-    ASSERT_EQ(0, pipe(fds));
-    pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        close(fds[0]);
-        exitPipe = fds[1];
-        struct Owned {
-            ~Owned() { writeMark(reinterpret_cast<void*>(intptr_t('d'))); }
-        };
-        registerExitDelete(new Owned());
-        exit(0);
-    }
-    close(fds[1]);
-    char mark = 0;
-    EXPECT_EQ(1, read(fds[0], &mark, 1));
-    EXPECT_EQ('d', mark);
-    close(fds[0]);
-    waitpid(child, nullptr, 0);
+// Exit actions run in exact reverse order of registration, interleaved with
+// the destructors of function-local statics made in between.
+TEST(LoadOrderTest, ExitActionsRunInReverseOrder) {
+    EXPECT_EQ("csba", marksAtExit([] {
+                  registerExitAction(writeMark, markOf('a'));
+                  registerExitAction(writeMark, markOf('b'));
+                  struct Local {
+                      ~Local() { writeMark(markOf('s')); }
+                  };
+                  static Local local;
+                  registerExitAction(writeMark, markOf('c'));
+              }));
+    EXPECT_EQ("d", marksAtExit([] {
+                  struct Owned {
+                      ~Owned() { writeMark(markOf('d')); }
+                  };
+                  registerExitDelete(new Owned());
+              }));
 }
 
 }  // namespace
