@@ -42,21 +42,16 @@ TEST(StringImplTest, ConstructionAndInternalForm) {
     EXPECT_EQ(1, s->referenceCount());
     // StringImplI is the first base: its table is the object's first word.
     EXPECT_EQ(static_cast<void*>(s.impl), static_cast<void*>(static_cast<StringImplI*>(s.impl)));
-    EXPECT_EQ(16u, s->byteCapacity());  // 12 rounded up to 8
     EXPECT_EQ(0, s->bytes()[11]);
     EXPECT_EQ(std::string(kMixed) + "|-1", state(s.impl));  // internal form is not counted
-    EXPECT_EQ(-1, s->storedCursorIndex());
     EXPECT_EQ(5, s->length());
     EXPECT_EQ(5, s->storedCharCount());
     Held<StringImplC> empty(new StringImplC(nullptr, 5, "vutf8"));
     EXPECT_EQ("|0", state(empty.impl));
-    EXPECT_EQ(8u, empty->byteCapacity());
-    EXPECT_FALSE(empty->isShared());
     // Internal form is copied without any check; walking stops at a NUL.
     Held<StringImplC> odd(new StringImplC("x\0\xFFy", 4, "vutf8"));
     EXPECT_EQ(std::string("x\0\xFFy|-1", 7), state(odd.impl));
     EXPECT_EQ(1, odd->length());
-    EXPECT_FALSE(odd->isEmpty());
 }
 
 // A peek at the protected growth rule.
@@ -80,10 +75,16 @@ TEST(StringImplTest, ReserveGrowthFigures) {
         }
     }
     EXPECT_EQ(32u, GrowthPeek::grownCapacity(16, 17));
-    Held<StringImplC> s(internal("keep me"));
-    s->reserve(500);
-    EXPECT_EQ("keep me|-1", state(s.impl));
-    EXPECT_EQ(0, s->bytes()[7]);
+    // A reserve that moves the text keeps it, its NUL and the cursor.
+    Held<StringImplC> s(internal(kMixed));
+    s->seek(3);
+    const uint8_t* before = s->bytes();
+    s->reserve(4096);
+    EXPECT_NE(before, s->bytes());
+    EXPECT_EQ(std::string(kMixed) + "|-1", state(s.impl));
+    EXPECT_EQ(0, s->bytes()[11]);
+    EXPECT_EQ(3, s->storedCursorIndex());
+    EXPECT_EQ(0x1F600u, s->charAt(3));
 }
 
 TEST(StringImplCursorTest, WalksForwardAndBackward) {
@@ -127,15 +128,6 @@ TEST(StringImplCursorTest, SeekAtTheEdges) {
     EXPECT_EQ(0u, cut->charAt(3));
     Held<StringImplI> tail(cut->substring(2, 5));
     EXPECT_EQ("\xF0\x9F", textOf(tail.impl));
-    // The cursor survives a reserve that moves the text.
-    Held<StringImplC> s(internal(kMixed));
-    s->seek(3);
-    const uint8_t* before = s->bytes();
-    s->reserve(4096);
-    EXPECT_NE(before, s->bytes());
-    EXPECT_EQ(3, s->storedCursorIndex());
-    EXPECT_EQ(0x1F600u, s->charAt(3));
-    EXPECT_EQ(uint32_t('b'), s->charAt(4));
 }
 
 // The stored count loses the count asked for, not the characters removed; an
@@ -231,20 +223,13 @@ TEST(StringImplTest, TextAndCopyText) {
     EXPECT_EQ(0u, s->textLength("no-such-encoding"));
     EXPECT_FALSE(s->text(&text, "no-such-encoding"));
     EXPECT_EQ(nullptr, text);
-    char buffer[8];
-    // {size in, answer, size out, bytes}: too small, the full length is still
-    // reported and the text cut.
-    const std::pair<uint32_t, const char*> sizes[] = {{8, "abcdef\0#"}, {6, "abcdef##"}};
-    for (const auto& size : sizes) {
-        memset(buffer, '#', sizeof buffer);
-        uint32_t inOut = size.first;
-        EXPECT_TRUE(s->copyText(buffer, &inOut, "utf8"));
-        EXPECT_EQ(6u, inOut);
-        EXPECT_EQ(0, memcmp(buffer, size.second, 8)) << size.first;
-    }
-    uint32_t inOut = sizeof buffer;
-    EXPECT_FALSE(s->copyText(buffer, &inOut, "no-such-encoding"));
-    EXPECT_EQ(0u, inOut);
+    char buffer[8] = "#######";
+    uint32_t size = 6;  // one byte short of the terminator: cut, the full length reported
+    EXPECT_TRUE(s->copyText(buffer, &size, "utf8"));
+    EXPECT_EQ(6u, size);
+    EXPECT_EQ(0, memcmp(buffer, "abcdef#", 7));
+    EXPECT_FALSE(s->copyText(buffer, &size, "no-such-encoding"));
+    EXPECT_EQ(0u, size);
 }
 
 // An unknown encoding name leaves a representation without a buffer, which
@@ -281,16 +266,12 @@ TEST(StringImplTest, StaticAndEmptyRepresentations) {
     EmptyStringImplC empty;
     Held<StringImplC> other(internal("x"));
     EXPECT_TRUE(empty.isShared());
-    EXPECT_EQ(0, empty.compare(&empty));
     for (int answer : {empty.compare(other.impl), empty.compareNoCase(other.impl), empty.compareNatural(other.impl, true),
                        empty.findChar('x', -1), empty.findLastNotOf(other.impl, -1)}) {
         EXPECT_EQ(-1, answer);
     }
-    EXPECT_EQ(0u, empty.charAt(0));
     EXPECT_EQ(&empty, empty.substring(3, 4));
-    void* text = &text;
-    EXPECT_FALSE(empty.text(&text, "no-such-encoding"));
-    EXPECT_EQ(nullptr, text);
+    void* text = nullptr;
     EXPECT_TRUE(empty.text(&text, "utf8"));
     EXPECT_STREQ("", static_cast<const char*>(text));
 }
