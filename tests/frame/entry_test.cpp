@@ -63,28 +63,6 @@ TEST(SlotOrderTest, PublicInterfaces) {
                              SLOT(StringImplFactoryI, secureFromBytes)}));
 }
 
-// A reference-counted object that records its destruction.
-class CountedC : public RefCountC {
-public:
-    explicit CountedC(int* destroyed) : destroyed_(destroyed) {}
-    ~CountedC() override { ++*destroyed_; }
-
-private:
-    int* destroyed_;
-};
-
-TEST(RefCountTest, NewObjectStartsAtZeroAndDiesOnceAtZero) {
-    int destroyed = 0;
-    CountedC* object = new CountedC(&destroyed);
-    EXPECT_EQ(0, object->refCount());
-    EXPECT_EQ(1, object->addRef());
-    EXPECT_EQ(2, object->addRef());
-    EXPECT_EQ(1, object->release());
-    EXPECT_EQ(0, destroyed);
-    EXPECT_EQ(0, object->release());
-    EXPECT_EQ(1, destroyed);
-}
-
 // The shared object shows the entry points and nothing else.
 TEST(ExportTest, SharedObjectExportsOnlyEntryPoints) {
     FILE* pipe = popen((std::string("nm -D --defined-only '") + KEEL_SHARED_LIBRARY + "'").c_str(), "r");
