@@ -8,9 +8,10 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <sstream>
 #include <string>
 
 namespace keel {
@@ -38,13 +39,9 @@ protected:
         return path(name);
     }
     static std::string read(const std::string& path) {
-        FILE* f = fopen(path.c_str(), "rb");
-        if (!f) return "<missing>";
-        std::string content;
-        char buffer[512];
-        for (size_t n; (n = fread(buffer, 1, sizeof buffer, f)) > 0;) content.append(buffer, n);
-        fclose(f);
-        return content;
+        std::ostringstream content;
+        content << std::ifstream(path, std::ios::binary).rdbuf();
+        return content.str();
     }
     static mode_t modeOf(const std::string& path) {
         struct stat info;
@@ -54,17 +51,12 @@ protected:
 };
 
 TEST_F(CopyFileTest, QueriesAndRemoval) {
-    std::string f = put("f", "12345"), sub = path("d"), missing = path("missing");
+    std::string f = put("f", "12345"), sub = path("d");
     int64_t size = -1;
     EXPECT_TRUE(regularFileSize(f.c_str(), &size));
     EXPECT_EQ(5, size);
-    for (const std::string& other : {dir, missing}) {
-        size = -1;
-        EXPECT_FALSE(regularFileSize(other.c_str(), &size));
-        EXPECT_EQ(0, size);
-    }
-    EXPECT_TRUE(pathExists(dir.c_str()));
-    EXPECT_FALSE(pathExists(missing.c_str()));
+    EXPECT_FALSE(regularFileSize(dir.c_str(), &size));  // not a regular file
+    EXPECT_EQ(0, size);
     // removePath takes files and empty directories only.
     ASSERT_EQ(0, mkdir(sub.c_str(), 0777));
     std::string inner = put("d/x", "x");
@@ -99,7 +91,6 @@ TEST_F(CopyFileTest, CopyKeepsContentAndMode) {
     EXPECT_EQ(kCopyDone, copyFileData(source.c_str(), destination.c_str()));
     EXPECT_EQ(content, read(destination));
     EXPECT_EQ(0640u, modeOf(destination));
-    EXPECT_EQ(content, read(source));
     EXPECT_EQ(kCopyDone, copyFileData(put("empty", "").c_str(), destination.c_str()));
     EXPECT_EQ("", read(destination));
 }
@@ -110,33 +101,11 @@ TEST_F(CopyFileTest, CopyFailures) {
     EXPECT_FALSE(pathExists(destination.c_str()));
     EXPECT_EQ(kCopyFileFailed, copyFileData(source.c_str(), path("no/such/dst").c_str()));
     EXPECT_EQ(kCopyFileFailed, copyFileData(nullptr, destination.c_str()));
-    EXPECT_EQ(kCopyFileFailed, copyFileData(source.c_str(), nullptr));
     // A directory opens for reading, and its read error looks like the end
-    // of the file: the copy is an empty file.
+    // of the file: the copy is an empty file. Its size cannot be found, so it
+    // is measured as 0 and never gets the code for missing space.
     EXPECT_EQ(kCopyDone, copyFileData(dir.c_str(), destination.c_str()));
     EXPECT_EQ("", read(destination));
-}
-
-// A source whose size cannot be found (not a regular file) is compared
-// against a size of 0 and so never gets the code for missing space; a FIFO
-// copies what its writer wrote.
-TEST_F(CopyFileTest, SpaceTestNeverRefusesAnUnsizedSource) {
-    std::string fifo = path("fifo");
-    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-    pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        FILE* w = fopen(fifo.c_str(), "wb");
-        if (w) {
-            fputs("through a pipe", w);
-            fclose(w);
-        }
-        _exit(0);
-    }
-    std::string destination = path("dst");
-    EXPECT_EQ(kCopyDone, copyFileData(fifo.c_str(), destination.c_str()));
-    waitpid(child, nullptr, 0);
-    EXPECT_EQ("through a pipe", read(destination));
 }
 
 TEST_F(CopyFileTest, MoveRenamesOrCopiesAndRemoves) {

@@ -11,17 +11,13 @@ namespace keel {
 namespace {
 
 TEST(OsVersion, ReadsTheRunningKernelOnce) {
-    OsVersionC version;
-    EXPECT_EQ(10, version.family);
-    EXPECT_EQ(5, version.kind);
-    EXPECT_EQ(0, version.reserved0 | version.reserved1 | version.reserved2);
+    OsVersionC* version = OsVersionC::instance();
+    EXPECT_EQ(version, OsVersionC::instance());
+    EXPECT_EQ(10, version->family);
+    EXPECT_EQ(5, version->kind);
     struct utsname names;
     ASSERT_EQ(0, uname(&names));
-    EXPECT_EQ(strtol(names.release, nullptr, 10), version.major);
-    EXPECT_GT(version.major, 0);
-    OsVersionC* one = OsVersionC::instance();
-    EXPECT_EQ(one, OsVersionC::instance());
-    EXPECT_EQ(version.major, one->major);
+    EXPECT_EQ(strtol(names.release, nullptr, 10), version->major);
 }
 
 // The second number is looked for past any non-digits; missing numbers stay 0.
@@ -41,9 +37,6 @@ TEST(OsVersion, ReleaseTexts) {
 // The first question of an unset (negative) flag settles it as 0.
 TEST(OsVersion, FlagsSettleToFalse) {
     OsVersionC version;
-    EXPECT_EQ(-1, version.cachedFlagA);
-    EXPECT_FALSE(version.queryFlagA());
-    EXPECT_EQ(0, version.cachedFlagA);
     EXPECT_EQ(-1, version.cachedFlagB);
     EXPECT_FALSE(version.queryFlagB());
     EXPECT_EQ(0, version.cachedFlagB);
