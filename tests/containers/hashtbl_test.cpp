@@ -17,27 +17,14 @@ namespace keel {
 namespace {
 
 // A table whose hash is the key itself, so tests can place elements.
-struct IdElem : HashElemI {
-    explicit IdElem(uint32_t key, int tag = 0) : keyValue(key), tag(tag) {}
-    uintptr_t* nextLink() override { return &chain; }
-    uint32_t* hashSlot() override { return &hash; }
-    const void* key() override { return &keyValue; }
-    bool matchesKey(const void* key, HashTableC*) override { return keyValue == *static_cast<const uint32_t*>(key); }
-    uintptr_t chain = 0;
-    uint32_t hash = 0;
-    uint32_t keyValue;
-    int tag;
+struct IdHash {
+    uint32_t operator()(const uint32_t& key) const { return key; }
 };
-
-struct IdTable : HashTableC {
-    ~IdTable() override { eraseAll(); }
-    uint32_t hashValue(const void* key) override { return *static_cast<const uint32_t*>(key); }
+typedef HashElemM<uint32_t, int> IdElem;
+struct IdTable : HashMapM<uint32_t, int, IdHash, equal<uint32_t>> {
     std::vector<IdElem*> add(const std::vector<uint32_t>& keys) {
         std::vector<IdElem*> added;
-        for (uint32_t key : keys) {
-            added.push_back(new IdElem(key));
-            insert(added.back());
-        }
+        for (uint32_t key : keys) insert(*added.insert(added.end(), new IdElem(key, 0)));
         return added;
     }
 };
@@ -99,7 +86,7 @@ TEST(HashTableTest, HeadArrayClearUnlinksAndFrees) {
     HashArrayC heads;
     int owner = 0;
     for (int i = 0; i < 40; ++i) heads.appendList(&owner);
-    IdElem a(1), b(2);
+    IdElem a(1, 0), b(2, 0);
     chainAppend(heads.heads() + 3, &a);
     chainAppend(heads.heads() + 39, &b);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(&owner) | 1, b.chain);
@@ -162,7 +149,7 @@ TEST(HashTableTest, CheckRepairsTheMaskAndReportsOtherFaults) {
 }
 
 TEST(HashTableTest, PrintHashedForm) {
-    IdElem e(0x1234);
+    IdElem e(0x1234, 0);
     e.hash = 0x1234;
     EXPECT_EQ(pointerText(&e) + "(0x34)", captured([&](FILE* s) { e.printHashed(s, 0xFF); }));
     EXPECT_EQ(pointerText(&e) + "(n " + pointerText(nullptr) + ")", captured([&](FILE* s) { e.print(s); }));
