@@ -6,6 +6,13 @@
 #include "text/textencoding.h"
 #include "text/utf8.h"
 
+#if defined(__i386__) || defined(__x86_64__)
+#include <immintrin.h>
+#define KEEL_CLEAN_AVX2 1
+#else
+#define KEEL_CLEAN_AVX2 0
+#endif
+
 namespace keel {
 
 namespace {
@@ -52,6 +59,221 @@ template <typename Byte>
 Byte* stepForward(Byte* p, const uint8_t* end) {
     Byte* next = p + utf8SequenceLength(p);
     return next > end ? p + (end - p) : next;
+}
+
+// --- Clean UTF-8 in one pass ------------------------------------------------
+//
+// A string made from "utf8" or "system-8" bytes is mostly made from text that
+// is already what the UTF-8 decoder would write: whole sequences in their
+// shortest form. For such a head the decoder's two passes (size, then decode)
+// come down to a copy and a character count, which copyCleanUtf8 does in one
+// pass. It is only a short cut: whatever it does not take goes through the
+// decoder as before, and it stops in front of anything it is unsure of.
+
+inline bool isContinuationByte(uint8_t b) { return (b & 0xC0) == 0x80; }
+
+// The length of the sequence at `p` when it is whole before `end`, of one to
+// four bytes, in its shortest form and at most U+10FFFF: utf8Next reads it
+// and utf8Put writes the same bytes back. 0 for anything else.
+inline uint32_t cleanSequenceLength(const uint8_t* p, const uint8_t* end) {
+    uint8_t b = p[0];
+    if (b < 0x80) return 1;
+    size_t left = static_cast<size_t>(end - p);
+    if (b < 0xC2) return 0;  // continuation byte, or C0/C1 (overlong)
+    if (b < 0xE0) return left >= 2 && isContinuationByte(p[1]) ? 2 : 0;
+    if (b < 0xF0) {
+        return left >= 3 && isContinuationByte(p[1]) && isContinuationByte(p[2]) &&
+                       (b != 0xE0 || p[1] >= 0xA0)
+                   ? 3
+                   : 0;
+    }
+    if (b < 0xF5) {
+        return left >= 4 && isContinuationByte(p[1]) && isContinuationByte(p[2]) &&
+                       isContinuationByte(p[3]) && (b != 0xF0 || p[1] >= 0x90) &&
+                       (b != 0xF4 || p[1] < 0x90)
+                   ? 4
+                   : 0;
+    }
+    return 0;
+}
+
+#if KEEL_CLEAN_AVX2
+// Thirty-two bytes at a time: a byte-pair classification by three table
+// lookups (high and low half of the previous byte, high half of this one)
+// whose results AND to 0 only for a valid pair, and a test that the second
+// and third bytes behind a three- or four-byte lead are continuation bytes.
+// It accepts exactly UTF-8 in the strict sense (no surrogates, nothing above
+// U+10FFFF), all of which is clean; what it refuses goes the careful way.
+namespace avx2 {
+
+#define KEEL_AVX2 __attribute__((target("avx2,popcnt")))
+
+const uint8_t kTooShort = 1 << 0;   // a lead byte not followed by a continuation
+const uint8_t kTooLong = 1 << 1;    // a continuation behind ASCII
+const uint8_t kOverlong3 = 1 << 2;  // E0 80-9F
+const uint8_t kTooLarge = 1 << 3;   // F4 90-BF, F5-FF
+const uint8_t kSurrogate = 1 << 4;  // ED A0-BF
+const uint8_t kOverlong2 = 1 << 5;  // C0, C1
+const uint8_t kTooLarge1000 = 1 << 6;
+const uint8_t kOverlong4 = 1 << 6;  // F0 80-8F
+const uint8_t kTwoConts = 1 << 7;   // a continuation behind a continuation
+const uint8_t kCarry = kTooShort | kTooLong | kTwoConts;
+
+KEEL_AVX2 inline __m256i table16(uint8_t t0, uint8_t t1, uint8_t t2, uint8_t t3, uint8_t t4, uint8_t t5,
+                                 uint8_t t6, uint8_t t7, uint8_t t8, uint8_t t9, uint8_t t10,
+                                 uint8_t t11, uint8_t t12, uint8_t t13, uint8_t t14, uint8_t t15) {
+    return _mm256_setr_epi8(char(t0), char(t1), char(t2), char(t3), char(t4), char(t5), char(t6),
+                            char(t7), char(t8), char(t9), char(t10), char(t11), char(t12), char(t13),
+                            char(t14), char(t15), char(t0), char(t1), char(t2), char(t3), char(t4),
+                            char(t5), char(t6), char(t7), char(t8), char(t9), char(t10), char(t11),
+                            char(t12), char(t13), char(t14), char(t15));
+}
+
+struct TablesT {
+    __m256i high1, low1, high2, nibble, incompleteLimit;
+};
+
+KEEL_AVX2 inline TablesT makeTables() {
+    TablesT t;
+    const uint8_t L = kTooLong, C = kTwoConts, S = kTooShort;
+    t.high1 = table16(L, L, L, L, L, L, L, L, C, C, C, C, S | kOverlong2, S,
+                      S | kOverlong3 | kSurrogate, S | kTooLarge | kTooLarge1000 | kOverlong4);
+    const uint8_t big = kCarry | kTooLarge | kTooLarge1000;
+    t.low1 = table16(kCarry | kOverlong3 | kOverlong2 | kOverlong4, kCarry | kOverlong2, kCarry, kCarry,
+                     kCarry | kTooLarge, big, big, big, big, big, big, big, big, big | kSurrogate, big,
+                     big);
+    const uint8_t cont = kTooLong | kOverlong2 | kTwoConts;
+    t.high2 = table16(S, S, S, S, S, S, S, S, cont | kOverlong3 | kTooLarge1000 | kOverlong4,
+                      cont | kOverlong3 | kTooLarge, cont | kSurrogate | kTooLarge,
+                      cont | kSurrogate | kTooLarge, S, S, S, S);
+    t.nibble = _mm256_set1_epi8(0x0F);
+    // A lead byte among the last three that its sequence does not fit behind.
+    t.incompleteLimit = _mm256_setr_epi8(
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xF0 - 1), char(0xE0 - 1),
+        char(0xC0 - 1));
+    return t;
+}
+
+// The 32 bytes that end `n` bytes before the start of `input`.
+template <int n>
+KEEL_AVX2 inline __m256i previous(__m256i input, __m256i before) {
+    return _mm256_alignr_epi8(input, _mm256_permute2x128_si256(before, input, 0x21), 16 - n);
+}
+
+KEEL_AVX2 inline __m256i highNibble(__m256i v, __m256i nibble) {
+    return _mm256_and_si256(_mm256_srli_epi16(v, 4), nibble);
+}
+
+// Nonzero bytes where the 32 bytes of `input`, behind `before`, are not valid.
+KEEL_AVX2 inline __m256i blockErrors(const TablesT& t, __m256i input, __m256i before) {
+    __m256i prev1 = previous<1>(input, before);
+    __m256i special = _mm256_and_si256(
+        _mm256_and_si256(_mm256_shuffle_epi8(t.high1, highNibble(prev1, t.nibble)),
+                         _mm256_shuffle_epi8(t.low1, _mm256_and_si256(prev1, t.nibble))),
+        _mm256_shuffle_epi8(t.high2, highNibble(input, t.nibble)));
+    __m256i prev2 = previous<2>(input, before);
+    __m256i prev3 = previous<3>(input, before);
+    __m256i third = _mm256_subs_epu8(prev2, _mm256_set1_epi8(char(0xE0 - 1)));
+    __m256i fourth = _mm256_subs_epu8(prev3, _mm256_set1_epi8(char(0xF0 - 1)));
+    __m256i must = _mm256_cmpgt_epi8(_mm256_or_si256(third, fourth), _mm256_setzero_si256());
+    return _mm256_xor_si256(_mm256_and_si256(must, _mm256_set1_epi8(char(0x80))), special);
+}
+
+// Characters in 32 bytes: the bytes that are not continuation bytes.
+KEEL_AVX2 inline uint32_t charactersIn(__m256i v) {
+    uint32_t starts = static_cast<uint32_t>(
+        _mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(char(0xBF)))));
+    return static_cast<uint32_t>(__builtin_popcount(starts));
+}
+
+// Copies and checks whole blocks of 64 bytes; answers how many bytes it took
+// as clean, always at the end of a sequence, and counts their characters.
+KEEL_AVX2 uint32_t copyClean(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters) {
+    const TablesT t = makeTables();
+    __m256i before = _mm256_setzero_si256();
+    __m256i incomplete = _mm256_setzero_si256();
+    uint32_t chars = 0;
+    uint32_t at = 0;
+    for (; length - at >= 64; at += 64) {
+        __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + at));
+        __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + at + 32));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + at), a);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + at + 32), b);
+        if (_mm256_movemask_epi8(_mm256_or_si256(a, b)) == 0) {
+            // ASCII: valid unless the block in front ended inside a sequence.
+            if (!_mm256_testz_si256(incomplete, incomplete)) break;
+            chars += 64;
+        } else {
+            __m256i errors = _mm256_or_si256(blockErrors(t, a, before), blockErrors(t, b, a));
+            if (!_mm256_testz_si256(errors, errors)) break;
+            incomplete = _mm256_subs_epu8(b, t.incompleteLimit);
+            chars += charactersIn(a) + charactersIn(b);
+        }
+        before = b;
+    }
+    // The pairs that the last lead byte in front of `at` makes with the bytes
+    // behind `at` were not checked: a sequence that runs on behind `at`, or
+    // a lead byte that no sequence may start with (F5 to FF) at the very
+    // end, is left with its lead byte to the caller.
+    for (uint32_t back = 1; back <= 3 && back <= at; ++back) {
+        uint8_t byte = in[at - back];
+        if (isContinuationByte(byte)) continue;
+        if (byte >= 0xC0 && cleanSequenceLength(in + at - back, in + at) == 0) {
+            at -= back;
+            --chars;
+        }
+        break;
+    }
+    *characters = chars;
+    return at;
+}
+
+#undef KEEL_AVX2
+
+}  // namespace avx2
+
+bool haveAvx2() {
+    static const bool have = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+    return have;
+}
+#endif
+
+// Copies the longest head of `in` that is made of clean sequences (see
+// cleanSequenceLength) to `out`, which has room for `length` bytes, answers
+// its length and counts its characters.
+uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters) {
+    uint32_t at = 0;
+    uint32_t chars = 0;
+#if KEEL_CLEAN_AVX2
+    if (length >= 64 && haveAvx2()) at = avx2::copyClean(out, in, length, &chars);
+#endif
+    const uint8_t* p = in + at;
+    const uint8_t* end = in + length;
+    uint8_t* o = out + at;
+    while (p < end) {
+        if (end - p >= 8) {
+            uint64_t word;
+            memcpy(&word, p, 8);
+            if ((word & 0x8080808080808080ull) == 0) {
+                memcpy(o, &word, 8);
+                p += 8;
+                o += 8;
+                chars += 8;
+                continue;
+            }
+        }
+        uint32_t n = cleanSequenceLength(p, end);
+        if (n == 0) break;
+        for (uint32_t i = 0; i < n; ++i) o[i] = p[i];
+        p += n;
+        o += n;
+        ++chars;
+    }
+    *characters = chars;
+    return static_cast<uint32_t>(p - in);
 }
 
 }  // namespace
@@ -110,6 +332,10 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
     }
     TextEncodingI* found = encoding ? findEncoding(encoding) : nullptr;
     if (!found) return;  // unknown name: no buffer, byteLength 0, charCount -1
+    if ((found == utf8Encoding() || found == system8Encoding()) &&
+        storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, found)) {
+        return;
+    }
     TextDecoderI* decoder = found->newDecoder();
     uint32_t size = decoder->decodedSize(bytes, byteCount);
     byteLength = size;
@@ -121,6 +347,45 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
     data[size] = 0;
     charCount = static_cast<int32_t>(characters);
     delete decoder;
+}
+
+// The UTF-8 decoder writes clean sequences as they are, so a clean head is
+// copied in one pass (copyCleanUtf8) into a buffer of the size the bytes have,
+// and only the rest, if any, is decoded. The result is that of the decoder on
+// the whole input: the head ends at a character boundary, where a fresh
+// decoder holds nothing. When the rest makes the text a size that would give
+// another capacity, the head is dropped by reset and the answer is false: the
+// caller then decodes everything the ordinary way.
+bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodingI* encoding) {
+    reserve(byteCount + 1);
+    uint32_t characters = 0;
+    uint32_t clean = copyCleanUtf8(data, bytes, byteCount, &characters);
+    if (clean == byteCount) {
+        byteLength = byteCount;
+        data[byteCount] = 0;
+        charCount = static_cast<int32_t>(characters);
+        return true;
+    }
+    TextDecoderI* decoder = encoding->newDecoder();
+    uint32_t restSize = decoder->decodedSize(bytes + clean, byteCount - clean);
+    uint32_t size = clean + restSize;
+    if (grownCapacity(0, size + 1) != capacity) {
+        delete decoder;
+        // What was copied is in the buffer up to `clean`; a secure string
+        // wipes it there.
+        byteLength = clean;
+        data[clean] = 0;
+        reset();
+        return false;
+    }
+    uint32_t restCharacters = 0;
+    uint32_t written = decoder->decode(bytes + clean, byteCount - clean, data + clean, restSize, &restCharacters);
+    if (written < restSize) memset(data + clean + written, 0, restSize - written);
+    delete decoder;
+    byteLength = size;
+    data[size] = 0;
+    charCount = static_cast<int32_t>(characters + restCharacters);
+    return true;
 }
 
 StringImplC::~StringImplC() { freeBuffer(); }

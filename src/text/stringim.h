@@ -23,6 +23,8 @@
 
 namespace keel {
 
+class TextEncodingI;
+
 // Maps one character to another (case mapping and the like).
 typedef uint32_t (*CharMapFn)(uint32_t character);
 
@@ -96,6 +98,9 @@ protected:
 
     // Stores the text by the construction rule (see the constructor above).
     void store(const void* bytes, uint32_t byteCount, const char* encoding);
+    // The part of store for the UTF-8 decoder's encodings; false when it
+    // left the representation reset for the ordinary way.
+    bool storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodingI* encoding);
     // Stores the two texts one behind the other, with the sum of their
     // character counts.
     void storeJoined(StringImplI* first, StringImplI* second);

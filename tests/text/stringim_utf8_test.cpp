@@ -1,0 +1,139 @@
+// Strings made from "utf8" and "system-8" bytes take a one-pass copy of the
+// clean head of the input (with a 64-byte block check where the processor
+// has AVX2). These tests hold that path to what the UTF-8 decoder alone
+// gives: the same bytes, character count and capacity for every input.
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "text/stringim.h"
+#include "text/textencoding.h"
+
+namespace keel {
+namespace {
+
+struct DecodedT {
+    std::string bytes;
+    uint32_t characters;
+    uint32_t capacity;
+};
+
+// What the decoder gives for the whole input in one go, and the capacity
+// that the first reserve picks for it.
+DecodedT byDecoder(const std::string& input) {
+    UTF8TextDecoderC decoder;
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(input.data());
+    uint32_t n = static_cast<uint32_t>(input.size());
+    uint32_t size = decoder.decodedSize(p, n);
+    std::vector<uint8_t> out(size + 1, 0);
+    uint32_t characters = 0;
+    decoder.decode(p, n, out.data(), size, &characters);
+    return DecodedT{std::string(reinterpret_cast<const char*>(out.data()), size), characters,
+                    ((size + 1 - 1) | 7) + 1};
+}
+
+void expectAsDecoder(const std::string& input, const char* encoding = "utf8") {
+    DecodedT expected = byDecoder(input);
+    StringImplC* s = new StringImplC(input.data(), static_cast<uint32_t>(input.size()), encoding);
+    s->addRef();
+    ASSERT_EQ(expected.bytes.size(), s->byteCount());
+    EXPECT_EQ(0, memcmp(expected.bytes.data(), s->bytes(), s->byteCount()));
+    EXPECT_EQ(0, s->bytes()[s->byteCount()]);
+    EXPECT_EQ(static_cast<int32_t>(expected.characters), s->storedCharCount());
+    EXPECT_EQ(expected.capacity, s->byteCapacity());
+    s->release();
+}
+
+// Pieces of input: clean sequences and every kind of thing the decoder
+// rewrites or replaces.
+// "" stands for the NUL byte.
+const char* const kClean[] = {"a", "Z", "", "\xC3\xA9", "\xDF\xBF",
+                              "\xE0\xA0\x80", "\xE4\xB8\xAD", "\xEF\xBF\xBF", "\xF0\x90\x80\x80",
+                              "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF"};
+const char* const kUnclean[] = {
+    "\x80",                  // stray continuation byte
+    "\xBF\xBF",              // two of them
+    "\xC0\x80",              // overlong NUL
+    "\xC1\xBF",              // overlong
+    "\xE0\x80\x80",          // overlong three bytes
+    "\xED\xA0\x80",          // a surrogate: clean for the decoder, refused by the block check
+    "\xF0\x80\x80\x80",      // overlong four bytes
+    "\xF4\x90\x80\x80",      // above U+10FFFF
+    "\xF7\xBF\xBF\xBF",      // the largest four-byte value
+    "\xF8\x88\x80\x80\x80",  // five bytes
+    "\xFC\x84\x80\x80\x80\x80",  // six bytes
+    "\xFE",
+    "\xFF",
+    "\xC3",   // a lead byte with no continuation
+    "\xE4\xB8",  // cut three-byte sequence
+    "\xF0\x9F\x98",  // cut four-byte sequence
+};
+
+TEST(StringUtf8HeadTest, CleanTextOfEveryLengthAndMix) {
+    std::string ascii, mixed;
+    uint32_t seed = 99;
+    for (int i = 0; i < 300; ++i) {
+        ascii += static_cast<char>('a' + i % 26);
+        seed = seed * 1103515245u + 12345u;
+        const char* piece = kClean[(seed >> 16) % (sizeof kClean / sizeof kClean[0])];
+        mixed += *piece ? std::string(piece) : std::string("\0", 1);
+    }
+    for (size_t n = 0; n <= ascii.size(); n += (n < 140 ? 1 : 7)) {
+        SCOPED_TRACE(n);
+        expectAsDecoder(ascii.substr(0, n));
+        expectAsDecoder(mixed.substr(0, n));  // cut anywhere, also inside a sequence
+    }
+}
+
+TEST(StringUtf8HeadTest, OneBadSequenceAtEveryPlace) {
+    const std::string clean =
+        std::string(70, 'x') + "\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80" + std::string(70, 'y') + "\xE2\x82\xAC";
+    for (const char* bad : kUnclean) {
+        for (size_t at = 0; at <= clean.size(); ++at) {
+            SCOPED_TRACE(testing::Message() << "at " << at << " bad " << static_cast<int>(static_cast<uint8_t>(bad[0])));
+            expectAsDecoder(clean.substr(0, at) + bad + clean.substr(at));
+        }
+    }
+}
+
+TEST(StringUtf8HeadTest, RandomMixturesAndSystem8) {
+    uint32_t seed = 4242;
+    for (int round = 0; round < 400; ++round) {
+        std::string input;
+        seed = seed * 1103515245u + 12345u;
+        int pieces = static_cast<int>((seed >> 16) % 120);
+        for (int i = 0; i < pieces; ++i) {
+            seed = seed * 1103515245u + 12345u;
+            uint32_t r = seed >> 16;
+            if (r % 23 == 0) {
+                input += kUnclean[r % (sizeof kUnclean / sizeof kUnclean[0])];
+            } else if (r % 3 == 0) {
+                input += std::string(r % 40, static_cast<char>('A' + r % 26));
+            } else {
+                const char* piece = kClean[r % (sizeof kClean / sizeof kClean[0])];
+                input += *piece ? std::string(piece) : std::string("\0", 1);
+            }
+        }
+        SCOPED_TRACE(round);
+        expectAsDecoder(input, round % 2 ? "utf8" : "system-8");
+    }
+}
+
+TEST(StringUtf8HeadTest, SecureStringsTakeTheSameText) {
+    const std::string clean = std::string(100, 'k') + "\xC3\xA9";
+    const std::string unclean = std::string(100, 'k') + "\xFF" + std::string(20, 'q');
+    for (const std::string& input : {clean, unclean}) {
+        DecodedT expected = byDecoder(input);
+        SecureStringImplC* s = new SecureStringImplC(input.data(), static_cast<uint32_t>(input.size()), "utf8");
+        s->addRef();
+        EXPECT_EQ(expected.bytes, std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount()));
+        EXPECT_EQ(static_cast<int32_t>(expected.characters), s->storedCharCount());
+        EXPECT_EQ(expected.capacity, s->byteCapacity());
+        s->release();
+    }
+}
+
+}  // namespace
+}  // namespace keel
