@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include <string>
+#include <vector>
 
 #include <keel/keel.h>
 
@@ -80,22 +81,67 @@ BENCHMARK(constructStd)->Name("construct_utf8/std_string")->ArgsProduct({{64, 40
 // Indexed walks over a long non-ASCII text. The cursor keeps each step near
 // the previous one, so the time per character must not grow with the size;
 // the anchor is a plain UTF-8 decoding loop over the same bytes.
+//
+// Each size walks texts of that size cut from one long text, about 2 MiB of
+// them in all, one after the other. A single short text walked over and over
+// would be learnt by the branch predictor, and its walk would look cheaper
+// per character than the same walk over text the processor has not just seen.
+std::vector<std::vector<uint32_t>> distinctPieces(size_t bytes) {
+    size_t count = (size_t(2) << 20) / bytes;
+    if (count < 2) count = 2;
+    std::vector<uint32_t> all = bench::makeCodePoints(bench::Mixed, bytes * count + bytes);
+    std::vector<std::vector<uint32_t>> pieces(1);
+    size_t size = 0;
+    for (uint32_t c : all) {
+        if (size >= bytes) {
+            if (pieces.size() == count) break;
+            pieces.emplace_back();
+            size = 0;
+        }
+        pieces.back().push_back(c);
+        size += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    }
+    return pieces;
+}
+
+std::vector<std::string> distinctTexts(size_t bytes) {
+    std::vector<std::string> texts;
+    for (const std::vector<uint32_t>& piece : distinctPieces(bytes)) {
+        texts.emplace_back();
+        for (uint32_t c : piece) bench::putUtf8(texts.back(), c);
+    }
+    return texts;
+}
+
+std::vector<StringC> distinctStrings(size_t bytes) {
+    std::vector<StringC> strings;
+    for (const std::string& text : distinctTexts(bytes)) {
+        strings.emplace_back(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+    }
+    return strings;
+}
+
 void charAtKeel(benchmark::State& state) {
-    std::string text = bench::makeUtf8(bench::Mixed, state.range(0));
-    StringC s(text.data(), static_cast<uint32_t>(text.size()), "utf8");
-    int32_t n = s.length();
+    std::vector<StringC> strings = distinctStrings(state.range(0));
+    size_t next = 0;
+    int64_t characters = 0;
     for (auto _ : state) {
+        const StringC& s = strings[next++ % strings.size()];
+        int32_t n = s.length();
         uint32_t sum = 0;
         for (int32_t i = 0; i < n; ++i) sum += s.charAt(i);
         benchmark::DoNotOptimize(sum);
+        characters += n;
     }
-    state.SetItemsProcessed(state.iterations() * n);
+    state.SetItemsProcessed(characters);
 }
 BENCHMARK(charAtKeel)->Name("charat_walk/keel")->Arg(10 << 10)->Arg(1 << 20);
 
 void decodeLoop(benchmark::State& state) {
-    std::string text = bench::makeUtf8(bench::Mixed, state.range(0));
+    std::vector<std::string> texts = distinctTexts(state.range(0));
+    size_t next = 0;
     for (auto _ : state) {
+        const std::string& text = texts[next++ % texts.size()];
         uint32_t sum = 0;
         const unsigned char* p = reinterpret_cast<const unsigned char*>(text.data());
         const unsigned char* end = p + text.size();
@@ -114,10 +160,11 @@ void decodeLoop(benchmark::State& state) {
 BENCHMARK(decodeLoop)->Name("charat_walk/utf8_decode_loop")->Arg(10 << 10)->Arg(1 << 20);
 
 void findKeel(benchmark::State& state) {
-    std::string text = bench::makeUtf8(bench::Mixed, state.range(0));
-    StringC s(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+    std::vector<StringC> strings = distinctStrings(state.range(0));
+    size_t next = 0;
     uint32_t target = 'e';
     for (auto _ : state) {
+        const StringC& s = strings[next++ % strings.size()];
         int32_t found = 0;
         for (int32_t at = s.find(target); at >= 0; at = s.find(target, at)) ++found;
         benchmark::DoNotOptimize(found);
@@ -126,9 +173,14 @@ void findKeel(benchmark::State& state) {
 BENCHMARK(findKeel)->Name("find_char_loop/keel")->Arg(10 << 10)->Arg(1 << 20);
 
 void findU32(benchmark::State& state) {
-    std::u32string text;
-    for (uint32_t c : bench::makeCodePoints(bench::Mixed, state.range(0))) text += char32_t(c);
+    std::vector<std::u32string> texts;
+    for (const std::vector<uint32_t>& piece : distinctPieces(state.range(0))) {
+        texts.emplace_back();
+        for (uint32_t c : piece) texts.back() += char32_t(c);
+    }
+    size_t next = 0;
     for (auto _ : state) {
+        const std::u32string& text = texts[next++ % texts.size()];
         int32_t found = 0;
         for (size_t at = text.find(U'e'); at != std::u32string::npos; at = text.find(U'e', at + 1)) ++found;
         benchmark::DoNotOptimize(found);

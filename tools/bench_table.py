@@ -1,12 +1,17 @@
 #!/usr/bin/env python3
 """Runs every benchmark program of a build and prints keel beside its anchors.
 
-    tools/bench_table.py BUILD_DIR OUTPUT.md [--repetitions N] [--filter REGEX]
+    tools/bench_table.py BUILD_DIR OUTPUT.md [--repetitions N] [--min-time S] [--filter REGEX]
 
 Benchmark names follow "<work>/<implementation>/<size>": rows of the same work
 and size are paired, and every implementation other than "keel" is an anchor.
 The ratio is keel's time over the anchor's: below 1 keel is faster. The table
 is printed and written to OUTPUT.md so that runs can be compared.
+
+Times are CPU time per iteration, the median of the repetitions. Every
+benchmark is single-threaded, and on a shared machine CPU time leaves out the
+time the process waited for a core, which wall time would count. The load
+average before and after the run goes into the table's header line.
 """
 import argparse
 import datetime
@@ -20,9 +25,9 @@ import sys
 UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
-def run(binary, repetitions, filter_regex):
+def run(binary, repetitions, min_time, filter_regex):
     args = [binary, "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
-            "--benchmark_report_aggregates_only=true"]
+            f"--benchmark_min_time={min_time}", "--benchmark_report_aggregates_only=true"]
     if filter_regex:
         args.append(f"--benchmark_filter={filter_regex}")
     out = subprocess.run(args, check=True, capture_output=True, text=True).stdout
@@ -45,8 +50,15 @@ def fmt_time(ns):
     return f"{ns:.1f} ns"
 
 
-def machine_line(context, repetitions):
-    when = datetime.datetime.now().strftime("%Y-%m-%d %H:%M")
+def load_average():
+    try:
+        with open("/proc/loadavg") as f:
+            return f.read().split()[0]
+    except OSError:
+        return "?"
+
+
+def machine_line(context, repetitions, when, load_before, load_after):
     cpu = context.get("num_cpus", "?")
     mhz = context.get("mhz_per_cpu", "?")
     model = ""
@@ -58,8 +70,9 @@ def machine_line(context, repetitions):
                     break
     except OSError:
         pass
-    return (f"Run of {when} on {platform.machine()} ({model}), {cpu} CPUs at {mhz} MHz; "
-            f"median of {repetitions} repetitions, time per iteration.")
+    return (f"Run of {when} on {platform.machine()} ({model}), {cpu} CPUs at {mhz} MHz, "
+            f"load average {load_before} before and {load_after} after; "
+            f"median of {repetitions} repetitions, CPU time per iteration.")
 
 
 def main():
@@ -67,22 +80,31 @@ def main():
     ap.add_argument("build")
     ap.add_argument("output")
     ap.add_argument("--repetitions", type=int, default=5)
+    # Seconds each repetition runs at least: with 5 repetitions the whole set
+    # of programs takes about three minutes.
+    ap.add_argument("--min-time", type=float, default=0.1)
     ap.add_argument("--filter", default="")
     a = ap.parse_args()
 
     rows = {}
     context = {}
-    for binary in sorted(glob.glob(os.path.join(a.build, "bench", "*_bench"))):
-        data = run(binary, a.repetitions, a.filter)
+    when = datetime.datetime.now().strftime("%Y-%m-%d %H:%M")
+    load_before = load_average()
+    binaries = sorted(glob.glob(os.path.join(a.build, "bench", "*_bench")))
+    if not binaries:
+        sys.exit(f"no benchmark programs under {a.build}/bench")
+    for binary in binaries:
+        print(f"running {os.path.basename(binary)}", file=sys.stderr, flush=True)
+        data = run(binary, a.repetitions, a.min_time, a.filter)
         context = context or data.get("context", {})
         for b in data["benchmarks"]:
             if b.get("aggregate_name") != "median":
                 continue
-            ns = b["real_time"] * UNITS[b["time_unit"]]
+            ns = b["cpu_time"] * UNITS[b["time_unit"]]
             work, impl, size = split_name(b["run_name"])
             rows.setdefault((work, size), {})[impl] = ns
 
-    lines = [machine_line(context, a.repetitions), "",
+    lines = [machine_line(context, a.repetitions, when, load_before, load_average()), "",
              "| work | size | keel | anchor | anchor time | keel / anchor |",
              "|---|---|---|---|---|---|"]
     for (work, size), impls in sorted(rows.items()):
