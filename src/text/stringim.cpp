@@ -231,13 +231,74 @@ KEEL_AVX2 uint32_t copyClean(uint8_t* out, const uint8_t* in, uint32_t length, u
     return at;
 }
 
+// The walk of findChar for an ASCII character other than NUL, from the walk
+// position `place` with character index `index`, 32 bytes a step. In a block
+// that the check finds valid, each walk step is one valid sequence, so the
+// characters are the bytes that are not continuation bytes, every ASCII byte
+// is a character of its own value, and no other character has an ASCII
+// value. Answers 1 with `place` and `index` at the match, -1 when a NUL
+// character ends the walk first, or 0 with `place` and `index` at a walk
+// position from which the caller goes on the careful way: in front of the
+// first block it was not sure of, or of the end.
+KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t character, int32_t& index) {
+    const TablesT t = makeTables();
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i needle = _mm256_set1_epi8(static_cast<char>(character));
+    const __m256i lastContinuation = _mm256_set1_epi8(char(0xBF));
+    // What stands in front of `place` is taken as ASCII: a walk position
+    // inside a sequence then shows up as a continuation byte behind ASCII.
+    __m256i before = zero;
+    __m256i incomplete = zero;
+    const uint8_t* q = place;
+    int32_t at = index;
+    while (end - q >= 32) {
+        __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+        if (_mm256_movemask_epi8(v) == 0) {
+            if (!_mm256_testz_si256(incomplete, incomplete)) break;
+        } else {
+            __m256i errors = blockErrors(t, v, before);
+            if (!_mm256_testz_si256(errors, errors)) break;
+            incomplete = _mm256_subs_epu8(v, t.incompleteLimit);
+        }
+        uint32_t hits = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, needle)));
+        uint32_t stops = hits | static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero)));
+        uint32_t starts = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, lastContinuation)));
+        if (stops) {
+            uint32_t k = static_cast<uint32_t>(__builtin_ctz(stops));
+            at += __builtin_popcount(starts & ((1u << k) - 1));
+            place = q + k;
+            index = at;
+            return (hits >> k) & 1 ? 1 : -1;
+        }
+        at += __builtin_popcount(starts);
+        before = v;
+        q += 32;
+    }
+    // As in copyClean: a sequence that runs on behind `q`, or a lead byte
+    // that starts none right in front of it, is walked by the caller.
+    for (uint32_t back = 1; back <= 3 && back <= static_cast<uint32_t>(q - place); ++back) {
+        uint8_t byte = q[-static_cast<int32_t>(back)];
+        if (isContinuationByte(byte)) continue;
+        if (byte >= 0xC0 && cleanSequenceLength(q - back, q) == 0) {
+            q -= back;
+            --at;
+        }
+        break;
+    }
+    place = q;
+    index = at;
+    return 0;
+}
+
 #undef KEEL_AVX2
 
 }  // namespace avx2
 
+bool vectorPathsOff = false;
+
 bool haveAvx2() {
     static const bool have = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
-    return have;
+    return have && !__atomic_load_n(&vectorPathsOff, __ATOMIC_RELAXED);
 }
 #endif
 
@@ -277,6 +338,14 @@ uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length, uint32_
 }
 
 }  // namespace
+
+void StringImplC::setVectorPaths(bool on) {
+#if KEEL_CLEAN_AVX2
+    __atomic_store_n(&vectorPathsOff, !on, __ATOMIC_RELAXED);
+#else
+    (void)on;
+#endif
+}
 
 // --- Construction ------------------------------------------------------------
 
@@ -1271,6 +1340,18 @@ int32_t StringImplC::findChar(uint32_t character, int32_t after) {
         setCursor(index + 1, hit + 1);
         return index;
     }
+#if KEEL_CLEAN_AVX2
+    // Separators and the like in non-ASCII text: a block step over valid
+    // text, the careful walk below for the rest.
+    if (character - 1 < 0x7F && end - p >= 64 && haveAvx2()) {
+        int found = avx2::findAscii(p, end, static_cast<uint8_t>(character), index);
+        if (found < 0) return -1;
+        if (found > 0) {
+            setCursor(index + 1, p + 1);
+            return index;
+        }
+    }
+#endif
     while (*p != 0) {
         const uint8_t* next = nextPlace(p, end);
         if (charValue(p) == character) {

@@ -86,6 +86,10 @@ public:
     int32_t storedCursorIndex() const { return cursorIndex.load(); }
     int32_t storedCursorOffset() const { return cursorOffset.load(); }
     int32_t referenceCount() const { return refCount(); }
+    // Test hook: with false, the 32- and 64-byte block paths (construction
+    // from UTF-8, search for an ASCII character) are left out, so that tests
+    // can hold them to the character-by-character ones. On by default.
+    static void setVectorPaths(bool on);
 
     // The place of the character at `index` (see the cursor rules in
     // stringim.cpp); null when there is no buffer or a backward walk ran in

@@ -135,5 +135,69 @@ TEST(StringUtf8HeadTest, SecureStringsTakeTheSameText) {
     }
 }
 
+
+// findChar of an ASCII character takes 32-byte steps over text that the
+// block check finds valid. Every answer and the cursor behind it must be
+// those of the character-by-character walk, also on broken text, where the
+// walk's steps are not those of a decoder, and whatever the cursor held.
+struct TraceT {
+    std::vector<int32_t> answers;
+    bool operator==(const TraceT& other) const { return answers == other.answers; }
+};
+
+TraceT runFinds(const std::string& text, const char* encoding, uint32_t character, bool vector) {
+    StringImplC::setVectorPaths(vector);
+    StringImplC* s = new StringImplC(text.data(), static_cast<uint32_t>(text.size()), encoding);
+    s->addRef();
+    TraceT trace;
+    auto note = [&](int32_t answer) {
+        trace.answers.push_back(answer);
+        trace.answers.push_back(s->storedCursorIndex());
+        trace.answers.push_back(s->storedCursorOffset());
+    };
+    int32_t count = s->length();
+    uint32_t seed = static_cast<uint32_t>(text.size());
+    for (int32_t after = -1; after <= count; ++after) {
+        // Now and then the cursor is put somewhere else first.
+        seed = seed * 1103515245u + 12345u;
+        if ((seed >> 16) % 5 == 0) note(static_cast<int32_t>(s->charAt(static_cast<int32_t>((seed >> 8) % (count + 1)))));
+        note(s->findChar(character, after));
+    }
+    for (int32_t at = s->findChar(character, -1); at >= 0; at = s->findChar(character, at)) note(at);
+    s->release();
+    StringImplC::setVectorPaths(true);
+    return trace;
+}
+
+TEST(StringFindAsciiTest, BlocksOfValidTextAndEveryKindOfBreak) {
+    const char* const kPieces[] = {"e", ",", "abc", "\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80",
+                                   "\xE2\x82\xAC", "eeee", "xyz,", "\xC1\xA5" /* overlong e */,
+                                   "\x80", "\xFF", "\xE4\x65" /* cut by an e */, "\xF8\x88\x80\x80\x80",
+                                   "\xED\xA0\x80", "\xF4\x90\x80\x80"};
+    const size_t kinds = sizeof kPieces / sizeof kPieces[0];
+    uint32_t seed = 2718;
+    for (int round = 0; round < 160; ++round) {
+        std::string text;
+        seed = seed * 1103515245u + 12345u;
+        int pieces = static_cast<int>((seed >> 16) % 160);
+        // Most rounds are clean for long stretches, some break often.
+        uint32_t breakEvery = round % 4 == 0 ? 7 : 97;
+        for (int i = 0; i < pieces; ++i) {
+            seed = seed * 1103515245u + 12345u;
+            uint32_t r = seed >> 16;
+            size_t kind = r % breakEvery == 0 ? 9 + r % (kinds - 9) : r % 9;
+            text += kPieces[kind];
+            if (r % 211 == 0) text += std::string(1, '\0');
+        }
+        SCOPED_TRACE(round);
+        for (const char* encoding : {"vutf8", "utf8"}) {
+            EXPECT_TRUE(runFinds(text, encoding, 'e', true) == runFinds(text, encoding, 'e', false));
+        }
+        if (round % 8 == 0) {
+            EXPECT_TRUE(runFinds(text, "vutf8", ',', true) == runFinds(text, "vutf8", ',', false));
+        }
+    }
+}
+
 }  // namespace
 }  // namespace keel
