@@ -52,12 +52,6 @@ inline uint64_t load64(const uint8_t* p) {
     return x;
 }
 
-inline uint32_t load32(const uint8_t* p) {
-    uint32_t x;
-    memcpy(&x, p, 4);
-    return x;
-}
-
 // The number of bytes that have bit 7 set in a word with no other bits set.
 // A multiplication adds them up: the machine's baseline instruction set has no
 // population count, and the library call would cost more than the loop.
@@ -73,6 +67,7 @@ inline uint64_t swapUnits(uint64_t x) {
     return ((x >> 8) & 0x00FF00FF00FF00FFull) | ((x & 0x00FF00FF00FF00FFull) << 8);
 }
 
+#if !KEEL_TEXT_SSE2
 // Eight ASCII bytes widened to eight 16-bit units in the given order.
 inline void widen8To16(uint8_t* o, uint64_t x, bool swapped) {
     uint64_t lo = x & 0xFFFFFFFFu;
@@ -95,27 +90,13 @@ inline void widen8To32(uint8_t* o, uint64_t x) {
     for (int i = 0; i < 8; ++i) w[i] = static_cast<uint8_t>(x >> (8 * i));
     memcpy(o, w, 32);
 }
+#endif
 
 inline uint32_t left(const uint8_t* p, const uint8_t* end) {
     return static_cast<uint32_t>(end - p);
 }
 
 inline bool isContinuation(uint8_t b) { return (b & 0xC0) == 0x80; }
-
-// A two-byte sequence in its shortest form: C2 to DF and a continuation byte.
-inline bool wholeShortest2(const uint8_t* p) { return p[0] >= 0xC2 && isContinuation(p[1]); }
-
-// A three-byte sequence in its shortest form; surrogate values are allowed,
-// as everywhere in the internal form.
-inline bool wholeShortest3(const uint8_t* p) {
-    return isContinuation(p[1]) && isContinuation(p[2]) && (p[0] != 0xE0 || p[1] >= 0xA0);
-}
-
-// A four-byte sequence of a value from 0x10000 to 0x10FFFF.
-inline bool wholeShortest4(const uint8_t* p) {
-    return isContinuation(p[1]) && isContinuation(p[2]) && isContinuation(p[3]) &&
-           (p[0] != 0xF0 || p[1] >= 0x90) && (p[0] < 0xF4 || (p[0] == 0xF4 && p[1] < 0x90));
-}
 
 // utf8Next for input without a terminator: false, and nothing read, in front
 // of a sequence that the input does not hold whole. The common short
@@ -145,6 +126,7 @@ __attribute__((always_inline)) inline bool readChar(const uint8_t*& p, const uin
     return true;
 }
 
+#if !KEEL_TEXT_SSE2
 // What scanClean found at the head of a block of internal form.
 struct CleanRunT {
     uint32_t length;  // bytes of whole clean sequences at the front; 0 for none
@@ -201,6 +183,9 @@ __attribute__((always_inline)) inline CleanRunT scanClean8(const uint8_t* p) {
     return run;
 }
 
+#endif
+
+#if KEEL_TEXT_SSE2
 inline uint32_t countBits(uint32_t x) {
     x = x - ((x >> 1) & 0x55555555u);
     x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
@@ -208,71 +193,8 @@ inline uint32_t countBits(uint32_t x) {
     return (x * 0x01010101u) >> 24;
 }
 
-#if KEEL_TEXT_SSE2
-// scanClean8 for sixteen bytes, with the byte classes taken by comparisons
-// (bytes as signed values: 0x80 is -128, 0xC0 is -64, 0xFF is -1) into
-// sixteen-bit masks, one bit per byte.
-__attribute__((always_inline)) inline CleanRunT scanClean16(const uint8_t* p) {
-    CleanRunT run = {0, 0, 0, 0};
-    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    uint32_t hi = static_cast<uint32_t>(_mm_movemask_epi8(v));
-    if (hi == 0) {
-        run.length = 16;
-        run.chars = 16;
-        run.starts = 0xFFFF;
-        return run;
-    }
-    auto above = [v](int limit) {
-        return static_cast<uint32_t>(
-            _mm_movemask_epi8(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(limit)))));
-    };
-    auto below = [v](int limit) {
-        return static_cast<uint32_t>(
-            _mm_movemask_epi8(_mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(limit)))));
-    };
-    auto equal = [v](int value) {
-        return static_cast<uint32_t>(
-            _mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(value)))));
-    };
-    uint32_t lead2 = above(-65) & hi;  // C0 and up
-    uint32_t lead3 = above(-33) & hi;  // E0 and up
-    uint32_t lead4 = above(-17) & hi;  // F0 and up
-    uint32_t cont = hi & ~lead2;
-    uint32_t expected = (lead2 << 1) | (lead3 << 2) | (lead4 << 3);
-    if ((expected & 0xFFFF) != cont || (above(-9) & hi)) return run;
-    uint32_t length = 16;
-    uint32_t keep = 0xFFFF;
-    if (expected >> 16) {
-        length = static_cast<uint32_t>(31 - __builtin_clz(lead2));
-        keep = (1u << length) - 1;
-    }
-    // The following byte of each, moved to its place: 80-8F and 80-9F.
-    uint32_t next90 = below(-112) >> 1;
-    uint32_t nextA0 = below(-96) >> 1;
-    uint32_t bad = (equal(-64) | equal(-63))  // C0, C1
-                   | (equal(-32) & nextA0)    // E0 80-9F
-                   | (equal(-16) & next90)    // F0 80-8F
-                   | (equal(-12) & ~next90)   // F4 90 and up
-                   | (above(-12) & hi);       // F5 to F7
-    if (bad & keep) return run;
-    run.length = length;
-    run.starts = ~cont & keep;
-    run.chars = countBits(~cont & keep);
-    run.quads = countBits(lead4 & keep);
-    return run;
-}
-
+// The width of the block paths.
 const uint32_t kScanBytes = 16;
-__attribute__((always_inline)) inline CleanRunT scanClean(const uint8_t* p) {
-    return scanClean16(p);
-}
-inline bool asciiBlock(const uint8_t* p) {
-    return _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))) == 0;
-}
-// The byte index of the lowest flag of `starts`.
-inline uint32_t startOf(uint64_t starts) {
-    return static_cast<uint32_t>(__builtin_ctz(static_cast<uint32_t>(starts)));
-}
 
 // What walkClean16 found in a block of sixteen bytes.
 struct CleanBlockT {
@@ -290,7 +212,7 @@ struct CleanBlockT {
 // clean, or when fewer than 19 bytes are left before `end` (visitors read up
 // to three bytes behind a block; a block of ASCII needs only its own 16). A character started by the last visited
 // block whose continuation was not checked is given back: undo(lead, bytes)
-// is told its lead byte and how many of its bytes the visits covered, and
+// is told where it starts and how many of its bytes the visits covered, and
 // the walk answers the place of that lead. So the answer is always where a
 // character starts.
 template <class Visit, class Undo>
@@ -342,7 +264,7 @@ __attribute__((always_inline)) inline const uint8_t* walkClean16(const uint8_t* 
         do {
             --lead;
         } while ((*lead & 0xC0) == 0x80);
-        undo(*lead, static_cast<uint32_t>(p - lead));
+        undo(lead, static_cast<uint32_t>(p - lead));
         p = lead;
     }
     return p;
@@ -767,7 +689,8 @@ uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
 #if KEEL_TEXT_SSE2
         // A clean sequence keeps its bytes: the size is the bytes walked.
         const uint8_t* start = p;
-        p = walkClean16(p, end, [](const uint8_t*, CleanBlockT) {}, [](uint8_t, uint32_t) {});
+        p = walkClean16(p, end, [](const uint8_t*, CleanBlockT) {},
+                        [](const uint8_t*, uint32_t) {});
         size += static_cast<uint32_t>(p - start);
         if (p >= end) break;
 #else
@@ -810,7 +733,7 @@ uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint
                     q += 16;
                     chars += countBits(b.starts);
                 },
-                [&chars](uint8_t, uint32_t) { --chars; });
+                [&chars](const uint8_t*, uint32_t) { --chars; });
             o += p - start;
             if (p >= end) break;
         }
@@ -1459,9 +1382,9 @@ inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t*
                 chars += b.ascii ? 16 : countBits(b.starts);
                 q += b.quads ? countBits(b.quads) : 0;
             },
-            [&chars, &q](uint8_t lead, uint32_t) {
+            [&chars, &q](const uint8_t* lead, uint32_t) {
                 --chars;
-                if (lead >= 0xF0) --q;
+                if (*lead >= 0xF0) --q;
             });
         *quads += q;
         if (p >= end) break;
@@ -1485,7 +1408,7 @@ inline uint32_t countCharacters(const uint8_t* bytes, uint32_t length, uint32_t*
     return chars;
 }
 
-// The value of a clean sequence (see scanClean8), without branches: in text
+// The value of a clean sequence (see walkClean16), without branches: in text
 // of mixed lengths each branch would be a guess. Reads up to three bytes
 // behind the lead byte, which the callers have.
 __attribute__((always_inline)) inline uint32_t cleanValue(const uint8_t* p) {
@@ -1569,7 +1492,7 @@ uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8
                         }
                     }
                 },
-                [&q, &target](uint8_t lead, uint32_t) { target.undo(q, lead); });
+                [&q, &target](const uint8_t* lead, uint32_t) { target.undo(q, lead); });
             o = q;
             anyLost = l;
         }
@@ -1657,7 +1580,7 @@ struct ByteTargetT {
     bool careful(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uint8_t* end, bool& lost) {
         return carefulByte(o, oend, p, end, lost, limit);
     }
-    void undo(uint8_t*& o, uint8_t) { --o; }
+    void undo(uint8_t*& o, const uint8_t*) { --o; }
 };
 
 struct Utf16TargetT {
@@ -1677,7 +1600,12 @@ struct Utf16TargetT {
         o += 2 * kScanBytes;
     }
     void put(uint8_t*& o, uint32_t v, bool&) { utf16Put(o, v, swapped); }
-    void undo(uint8_t*& o, uint8_t lead) { o -= lead >= 0xF0 ? 4 : 2; }
+    // What put or block wrote for the character at `lead`: a character cut
+    // by the end of the walk was decoded from whatever followed its lead
+    // byte, and that value tells how many units went out.
+    void undo(uint8_t*& o, const uint8_t* lead) {
+        o -= *lead >= 0xF0 ? 2 * utf16UnitsFor(cleanValue(lead)) : 2;
+    }
 #if KEEL_TEXT_SSE2
     void block(uint8_t*& o, const uint8_t* p, uint32_t starts, bool&) {
         __m128i lo, hi;
@@ -1732,7 +1660,7 @@ struct WCharTargetT {
         o += 4 * kScanBytes;
     }
     void put(uint8_t*& o, uint32_t v, bool&) { ucs4Put(o, v); }
-    void undo(uint8_t*& o, uint8_t) { o -= 4; }
+    void undo(uint8_t*& o, const uint8_t*) { o -= 4; }
 #if KEEL_TEXT_SSE2
     void block(uint8_t*& o, const uint8_t* p, uint32_t starts, bool&) {
         __m128i lo, hi;

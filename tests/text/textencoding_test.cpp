@@ -253,7 +253,8 @@ const char* const kEdgeSequences[] = {
     "\xED\xA0\x80", "\xEF\xBF\xBF", "\xF0\x80\x80\x80", "\xF0\x8F\xBF\xBF",
     "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80",
     "\xF7\xBF\xBF\xBF", "\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80",
-    "\xFD\xBF\xBF\xBF\xBF\xBF", "\xFE", "\xFF", "\x80", "\xBF", "\xE4\xB8", "\xF0\x9F\x98"};
+    "\xFD\xBF\xBF\xBF\xBF\xBF", "\xFE", "\xFF", "\x80", "\xBF", "\xE4\xB8", "\xF0\x9F\x98",
+    "\xF0", "\xF0\x80", "\xF4", "\xC3", "\xE4", "\xF0\x9F\x98\x80"};
 
 void putEdge(Bytes& r, std::mt19937& rng) {
     const char* e = kEdgeSequences[rng() % (sizeof kEdgeSequences / sizeof kEdgeSequences[0])];
@@ -797,7 +798,7 @@ TEST(TextEncodingPieces, EdgeSequencesAtEveryOffsetOfTheFastPaths) {
     const size_t edges = sizeof kEdgeSequences / sizeof kEdgeSequences[0];
     for (size_t e = 0; e < edges; ++e) {
         for (size_t f = 0; f <= edges; ++f) {
-            for (size_t offset = 0; offset < 10; ++offset) {
+            for (size_t offset = 0; offset < 18; ++offset) {
                 Bytes text(offset, 'a');
                 text.insert(text.end(), kEdgeSequences[e], kEdgeSequences[e] + strlen(kEdgeSequences[e]));
                 if (f < edges) {
