@@ -4,8 +4,10 @@
 // Every loop here runs over input that has no terminator, so each one asks how
 // long a sequence is before it reads it and stops in front of one that the
 // input does not hold whole; the caller keeps that tail for the next call.
-// Runs of ASCII take a path of their own, eight bytes at a time, which gives
-// exactly what the character-by-character loop would give.
+// Blocks of ASCII and of well-formed text take paths of their own, sixteen
+// bytes at a time with SSE2 and eight without, which give exactly what the
+// character-by-character loop would give: the tests hold them to it, in
+// every split of the input and at every offset of a block.
 #include "text/textencoding.h"
 
 #include <string.h>
@@ -362,6 +364,8 @@ void loadStepTextencoding() {
     utf16BeWord = utf16beEncoding();
     utf16LeWord = utf16leEncoding();
 }
+
+TextEncodingI* utf16OrderObject(bool bigEndian) { return bigEndian ? utf16BeWord : utf16LeWord; }
 
 bool encodingNamesEqual(const char* a, const char* b) {
     if (a == b) return true;
@@ -1458,6 +1462,9 @@ __attribute__((always_inline)) inline void cleanValues16(const uint8_t* p, __m12
 // at once), everything else one character at a time through utf8Next.
 // `Target` gives the output side:
 //   kPerByte          most output bytes for one input byte
+//   kBlockOut         most output bytes for a block of sixteen, a sequence
+//                     cut by its end included (it is taken back later, but
+//                     written first)
 //   ascii(o, p)       writes the kScanBytes ASCII characters at p
 //   put(o, v, lost)   writes a value of a clean sequence
 //   careful(o, oend, p, end, lost)  one character with every test; false
@@ -1474,7 +1481,7 @@ uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8
 #if KEEL_TEXT_SSE2
         {
             // As many blocks as the room takes for certain.
-            uint32_t blocks = left(o, oend) / (Target::kPerByte * 16);
+            uint32_t blocks = left(o, oend) / Target::kBlockOut;
             const uint8_t* walkEnd =
                 left(p, end) / 16 > blocks ? p + 16 * blocks + 3 : end;
             uint8_t* q = o;
@@ -1547,6 +1554,7 @@ inline bool carefulByte(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uin
 
 struct ByteTargetT {
     static const uint32_t kPerByte = 1;
+    static const uint32_t kBlockOut = 16;
     uint32_t limit;
     void ascii(uint8_t*& o, const uint8_t* p) {
         memcpy(o, p, kScanBytes);
@@ -1585,6 +1593,8 @@ struct ByteTargetT {
 
 struct Utf16TargetT {
     static const uint32_t kPerByte = 2;
+    // Fifteen units and a pair for a four-byte sequence cut after its lead.
+    static const uint32_t kBlockOut = 34;
     bool swapped;
     void ascii(uint8_t*& o, const uint8_t* p) {
 #if KEEL_TEXT_SSE2
@@ -1644,6 +1654,7 @@ struct Utf16TargetT {
 
 struct WCharTargetT {
     static const uint32_t kPerByte = 4;
+    static const uint32_t kBlockOut = 64;
     void ascii(uint8_t*& o, const uint8_t* p) {
 #if KEEL_TEXT_SSE2
         __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));

@@ -83,6 +83,10 @@ bool encodingNamesEqual(const char* a, const char* b);
 // the UTF-16 classes compare against to know their byte order.
 void loadStepTextencoding();
 
+// The address kept by loadStepTextencoding for the big-endian or the
+// little-endian object; null before that step has run.
+TextEncodingI* utf16OrderObject(bool bigEndian);
+
 // Bytes held between calls: the end of a piece that cut a sequence.
 class UnusedByteBufferC {
 public:
