@@ -591,15 +591,18 @@ uint32_t ASCIITextDecoderC::decode(const void* bytes, uint32_t length, void* out
     const uint8_t* end = p + length;
     uint8_t* o = static_cast<uint8_t*>(output);
     uint8_t* oend = o ? o + room : o;
-    // Eight bytes at a time while the room takes eight replacements.
-    while (left(p, end) >= 8 && left(o, oend) >= 8 * 3 + 1) {
+    // Eight bytes at a time: ASCII as it is, others while the room takes
+    // eight replacements.
+    while (left(p, end) >= 8 && left(o, oend) >= 8) {
         uint64_t x = load64(p);
-        p += 8;
         if ((x & kHighBits) == 0) {
             memcpy(o, &x, 8);
+            p += 8;
             o += 8;
             continue;
         }
+        if (left(o, oend) < 8 * 3 + 1) break;
+        p += 8;
         for (int i = 0; i < 8; ++i) {
             uint32_t b = static_cast<uint8_t>(x >> (8 * i));
             store32(o, b < 0x80 ? b : 0xBDBFEFu);
@@ -642,14 +645,16 @@ uint32_t Latin1TextDecoderC::decode(const void* bytes, uint32_t length, void* ou
     const uint8_t* end = p + length;
     uint8_t* o = static_cast<uint8_t*>(output);
     uint8_t* oend = o ? o + room : o;
-    while (left(p, end) >= 8 && left(o, oend) >= 8 * 2) {
+    while (left(p, end) >= 8 && left(o, oend) >= 8) {
         uint64_t x = load64(p);
-        p += 8;
         if ((x & kHighBits) == 0) {
             memcpy(o, &x, 8);
+            p += 8;
             o += 8;
             continue;
         }
+        if (left(o, oend) < 8 * 2) break;
+        p += 8;
         for (int i = 0; i < 8; ++i) {
             uint32_t b = static_cast<uint8_t>(x >> (8 * i));
             uint32_t two = (0xC0 | (b >> 6)) | ((0x80 | (b & 0x3F)) << 8);

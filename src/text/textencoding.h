@@ -112,6 +112,7 @@ public:
     // Brings a kept copy back and frees it.
     void restore();
 
+    // What is held now (for tests; heldBytes may be null when none is).
     uint32_t heldCount() const { return heldUsed; }
     const uint8_t* heldBytes() const { return held; }
 
@@ -125,11 +126,11 @@ protected:
     uint32_t heldWalk(const uint8_t* input, uint32_t length, uint8_t* output, uint32_t room,
                       bool sizing, Raw& raw);
 
-    uint8_t* held;
-    uint32_t heldUsed;
-    uint32_t heldSize;
-    uint8_t* savedHeld;
-    uint32_t savedUsed;
+    uint8_t* held;       // new[] of heldSize bytes, made when bytes are first held
+    uint32_t heldUsed;   // how many are held
+    uint32_t heldSize;   // fixed at construction
+    uint8_t* savedHeld;  // copy kept by snapshot, null when there is none
+    uint32_t savedUsed;  // heldUsed at the snapshot
 
 private:
     UnusedByteBufferC(const UnusedByteBufferC&) = delete;
