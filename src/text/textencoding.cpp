@@ -1467,9 +1467,8 @@ __attribute__((always_inline)) inline void cleanValues16(const uint8_t* p, __m12
 // at once), everything else one character at a time through utf8Next.
 // `Target` gives the output side:
 //   kPerByte          most output bytes for one input byte
-//   kBlockOut         most output bytes for a block of sixteen, a sequence
-//                     cut by its end included (it is taken back later, but
-//                     written first)
+//   kSlack            output bytes that a sequence cut by the end of a block
+//                     may take beyond kPerByte for each of its bytes there
 //   ascii(o, p)       writes the kScanBytes ASCII characters at p
 //   put(o, v, lost)   writes a value of a clean sequence
 //   careful(o, oend, p, end, lost)  one character with every test; false
@@ -1486,7 +1485,9 @@ uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8
 #if KEEL_TEXT_SSE2
         {
             // As many blocks as the room takes for certain.
-            uint32_t blocks = left(o, oend) / Target::kBlockOut;
+            uint32_t room = left(o, oend);
+            uint32_t blocks =
+                room >= Target::kSlack ? (room - Target::kSlack) / (Target::kPerByte * 16) : 0;
             const uint8_t* walkEnd =
                 left(p, end) / 16 > blocks ? p + 16 * blocks + 3 : end;
             uint8_t* q = o;
@@ -1559,7 +1560,7 @@ inline bool carefulByte(uint8_t*& o, uint8_t* oend, const uint8_t*& p, const uin
 
 struct ByteTargetT {
     static const uint32_t kPerByte = 1;
-    static const uint32_t kBlockOut = 16;
+    static const uint32_t kSlack = 0;
     uint32_t limit;
     void ascii(uint8_t*& o, const uint8_t* p) {
         memcpy(o, p, kScanBytes);
@@ -1598,8 +1599,9 @@ struct ByteTargetT {
 
 struct Utf16TargetT {
     static const uint32_t kPerByte = 2;
-    // Fifteen units and a pair for a four-byte sequence cut after its lead.
-    static const uint32_t kBlockOut = 34;
+    // A pair for a four-byte sequence whose lead byte ends a block: four
+    // bytes for one. (A pair in full is four bytes for four.)
+    static const uint32_t kSlack = 2;
     bool swapped;
     void ascii(uint8_t*& o, const uint8_t* p) {
 #if KEEL_TEXT_SSE2
@@ -1659,7 +1661,7 @@ struct Utf16TargetT {
 
 struct WCharTargetT {
     static const uint32_t kPerByte = 4;
-    static const uint32_t kBlockOut = 64;
+    static const uint32_t kSlack = 0;
     void ascii(uint8_t*& o, const uint8_t* p) {
 #if KEEL_TEXT_SSE2
         __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
