@@ -1052,8 +1052,14 @@ uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
         // lane would need the next block: the careful loop takes it.
         const __m128i ones = _mm_set1_epi16(1);
         __m128i sums = _mm_setzero_si128();
+        uint32_t ascii = 0;
         while (left(p, end) >= 16) {
             __m128i u = loadUnits(p, swapped);
+            if (_mm_movemask_epi8(below80(u)) == 0xFFFF) {
+                ascii += 8;
+                p += 16;
+                continue;
+            }
             __m128i top6 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00)));
             __m128i high = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
             __m128i low = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xDC00)));
@@ -1066,7 +1072,7 @@ uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
             sums = _mm_add_epi32(sums, _mm_madd_epi16(lanes, ones));
             p += 16;
         }
-        size += sumLanes32(sums);
+        size += ascii + sumLanes32(sums);
         if (left(p, end) < 2) break;
 #endif
         if (left(p, end) >= 8) {
@@ -1122,16 +1128,20 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
                 o += 8;
                 chars += 8;
             } else {
-                if (left(o, oend) < 8 * 3 + 1) break;
-                // Surrogates only in proper pairs within the eight; anything
-                // else goes the careful way.
-                __m128i top5 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800)));
+                // At most two bytes each, stored two at a time: sixteen.
+                if (left(o, oend) < 8 * 2) break;
                 if (_mm_movemask_epi8(below800(u)) == 0xFFFF) {
                     putUtf8Below800(o, u);
                     chars += 8;
                     p += 16;
                     continue;
                 }
+                // At most three bytes each, or four for a pair of two units,
+                // stored four at a time.
+                if (left(o, oend) < 8 * 3 + 1) break;
+                // Surrogates only in proper pairs within the eight; anything
+                // else goes the careful way.
+                __m128i top5 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800)));
                 if (_mm_movemask_epi8(
                         _mm_cmpeq_epi16(top5, _mm_set1_epi16(static_cast<short>(0xD800)))) == 0) {
                     if (_mm_movemask_epi8(below800(u)) == 0) {
