@@ -670,7 +670,8 @@ bool StringImplC::copyText(void* buffer, uint32_t* size, const char* encoding) {
     } else {
         uint8_t* temporary = new uint8_t[needed];
         output.encode(textBytes(), byteLength + 1, temporary, needed, &lost);
-        memcpy(buffer, temporary, *size);
+        // A caller that only asks for the size may pass no buffer at all.
+        if (*size != 0) memcpy(buffer, temporary, *size);
         delete[] temporary;
     }
     *size = needed - output.unitWidth();

@@ -230,6 +230,10 @@ TEST(StringImplTest, TextAndCopyText) {
     EXPECT_EQ(0, memcmp(buffer, "abcdef#", 7));
     EXPECT_FALSE(s->copyText(buffer, &size, "no-such-encoding"));
     EXPECT_EQ(0u, size);
+    // Asking for the size alone, with no buffer, touches no memory.
+    size = 0;
+    EXPECT_TRUE(s->copyText(nullptr, &size, "utf16"));
+    EXPECT_EQ(12u, size);
 }
 
 // An unknown encoding name leaves a representation without a buffer, which
