@@ -10,8 +10,11 @@ is printed and written to OUTPUT.md so that runs can be compared.
 
 Times are CPU time per iteration, the median of the repetitions. Every
 benchmark is single-threaded, and on a shared machine CPU time leaves out the
-time the process waited for a core, which wall time would count. The load
-average before and after the run goes into the table's header line.
+time the process waited for a core, which wall time would count. The
+repetitions of all benchmarks of a program run in random order, so that a
+spell of load elsewhere falls on keel and its anchors alike rather than on
+one of them. The load average before and after the run goes into the table's
+header line.
 """
 import argparse
 import datetime
@@ -27,7 +30,8 @@ UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 def run(binary, repetitions, min_time, filter_regex):
     args = [binary, "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
-            f"--benchmark_min_time={min_time}", "--benchmark_report_aggregates_only=true"]
+            f"--benchmark_min_time={min_time}", "--benchmark_enable_random_interleaving=true",
+            "--benchmark_report_aggregates_only=true"]
     if filter_regex:
         args.append(f"--benchmark_filter={filter_regex}")
     out = subprocess.run(args, check=True, capture_output=True, text=True).stdout
