@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <new>
+
 #include "text/case.h"
 #include "text/textencoding.h"
 #include "text/utf8.h"
@@ -24,15 +26,91 @@ bool isInternalForm(const char* encoding) { return encoding && encodingNamesEqua
 
 bool isUtf8(const char* encoding) { return encoding && encodingNamesEqual(encoding, "utf8"); }
 
+// A decoder or encoder of one conversion, made in place inside this object
+// instead of on the heap: for the library's own encoding objects, the class
+// that their newDecoder or newEncoder would make, given the same encoding;
+// for any other object, what it hands out. One allocation less for every
+// string made from outside bytes and every text given out.
+template <class Interface, size_t kRoom>
+class LocalCoderM {
+public:
+    LocalCoderM() : coder_(nullptr), onHeap_(false) {}
+    ~LocalCoderM() {
+        if (onHeap_) {
+            delete coder_;
+        } else if (coder_) {
+            coder_->~Interface();
+        }
+    }
+    LocalCoderM(const LocalCoderM&) = delete;
+    LocalCoderM& operator=(const LocalCoderM&) = delete;
+    Interface* get() const { return coder_; }
+
+protected:
+    template <class Coder>
+    void place(TextEncodingI* encoding) {
+        static_assert(sizeof(Coder) <= kRoom && alignof(Coder) <= alignof(void*), "room for the coder");
+        coder_ = new (room_) Coder(encoding);
+    }
+    void adopt(Interface* coder) {
+        coder_ = coder;
+        onHeap_ = true;
+    }
+
+private:
+    alignas(void*) unsigned char room_[kRoom];
+    Interface* coder_;
+    bool onHeap_;
+};
+
+class LocalDecoderC : public LocalCoderM<TextDecoderI, 64> {
+public:
+    explicit LocalDecoderC(TextEncodingI* encoding) {
+        if (encoding == utf8Encoding() || encoding == system8Encoding()) {
+            place<UTF8TextDecoderC>(encoding);
+        } else if (encoding == utf16Encoding() || encoding == utf16leEncoding() || encoding == utf16beEncoding()) {
+            place<UTF16TextDecoderC>(encoding);
+        } else if (encoding == wcharEncoding()) {
+            place<WCharTextDecoderC>(encoding);
+        } else if (encoding == latin1Encoding()) {
+            place<Latin1TextDecoderC>(encoding);
+        } else if (encoding == asciiEncoding()) {
+            place<ASCIITextDecoderC>(encoding);
+        } else {
+            adopt(encoding->newDecoder());
+        }
+    }
+};
+
+// With no encoding (an unknown name) it holds no encoder.
+class LocalEncoderC : public LocalCoderM<TextEncoderI, 64> {
+public:
+    explicit LocalEncoderC(TextEncodingI* encoding) {
+        if (!encoding) return;
+        if (encoding == utf16Encoding() || encoding == utf16leEncoding() || encoding == utf16beEncoding()) {
+            place<UTF16TextEncoderC>(encoding);
+        } else if (encoding == wcharEncoding()) {
+            place<WCharTextEncoderC>(encoding);
+        } else if (encoding == latin1Encoding()) {
+            place<Latin1TextEncoderC>(encoding);
+        } else if (encoding == utf8Encoding() || encoding == system8Encoding()) {
+            place<UTF8TextEncoderC>(encoding);
+        } else if (encoding == asciiEncoding()) {
+            place<ASCIITextEncoderC>(encoding);
+        } else {
+            adopt(encoding->newEncoder());
+        }
+    }
+};
+
 // An encoder for `encoding` while it is in scope; unknown names have none.
 class OutputC {
 public:
-    explicit OutputC(const char* encoding) {
-        TextEncodingI* found = encoding ? findEncoding(encoding) : nullptr;
-        encoder_ = found ? found->newEncoder() : nullptr;
-        unitWidth_ = found ? found->unitWidth() : 0;
+    explicit OutputC(const char* encoding)
+        : found_(encoding ? findEncoding(encoding) : nullptr), local_(found_) {
+        encoder_ = local_.get();
+        unitWidth_ = found_ ? found_->unitWidth() : 0;
     }
-    ~OutputC() { delete encoder_; }
     OutputC(const OutputC&) = delete;
     OutputC& operator=(const OutputC&) = delete;
 
@@ -46,6 +124,8 @@ public:
     }
 
 private:
+    TextEncodingI* found_;
+    LocalEncoderC local_;
     TextEncoderI* encoder_;
     uint32_t unitWidth_;
 };
@@ -405,7 +485,8 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
         storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, found)) {
         return;
     }
-    TextDecoderI* decoder = found->newDecoder();
+    LocalDecoderC local(found);
+    TextDecoderI* decoder = local.get();
     uint32_t size = decoder->decodedSize(bytes, byteCount);
     byteLength = size;
     reserve(size + 1);
@@ -415,7 +496,6 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
     if (written < size) memset(data + written, 0, size - written);
     data[size] = 0;
     charCount = static_cast<int32_t>(characters);
-    delete decoder;
 }
 
 // The UTF-8 decoder writes clean sequences as they are, so a clean head is
@@ -435,11 +515,11 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
         charCount = static_cast<int32_t>(characters);
         return true;
     }
-    TextDecoderI* decoder = encoding->newDecoder();
+    LocalDecoderC local(encoding);
+    TextDecoderI* decoder = local.get();
     uint32_t restSize = decoder->decodedSize(bytes + clean, byteCount - clean);
     uint32_t size = clean + restSize;
     if (grownCapacity(0, size + 1) != capacity) {
-        delete decoder;
         // What was copied is in the buffer up to `clean`; a secure string
         // wipes it there.
         byteLength = clean;
@@ -450,7 +530,6 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
     uint32_t restCharacters = 0;
     uint32_t written = decoder->decode(bytes + clean, byteCount - clean, data + clean, restSize, &restCharacters);
     if (written < restSize) memset(data + clean + written, 0, restSize - written);
-    delete decoder;
     byteLength = size;
     data[size] = 0;
     charCount = static_cast<int32_t>(characters + restCharacters);
