@@ -199,5 +199,27 @@ TEST(StringFindAsciiTest, BlocksOfValidTextAndEveryKindOfBreak) {
     }
 }
 
+// A string from NUL-terminated 16-bit text counts the units a block at a
+// time from the first 16-byte boundary on, reading whole aligned blocks.
+// Every length at every alignment of the units, with the terminator in the
+// last two bytes of its allocation.
+TEST(StringFromUtf16Test, EveryLengthAtEveryAlignment) {
+    for (size_t offset = 0; offset < 16; offset += 2) {
+        for (size_t n = 0; n <= 40; ++n) {
+            uint8_t* buffer = new uint8_t[offset + 2 * n + 2];
+            std::vector<uint16_t> units;
+            for (size_t i = 0; i < n; ++i) units.push_back(i % 5 == 4 ? 0x4E2D : static_cast<uint16_t>('a' + i % 26));
+            units.push_back(0);
+            memcpy(buffer + offset, units.data(), 2 * units.size());
+            StringC s(reinterpret_cast<const uint16_t*>(buffer + offset));
+            EXPECT_EQ(static_cast<int32_t>(n), s.length()) << "offset " << offset << " length " << n;
+            const uint16_t* back = s.textUtf16();
+            EXPECT_EQ(0, memcmp(back, units.data(), 2 * units.size()));
+            s.releaseUtf16(back);
+            delete[] buffer;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace keel
