@@ -1,5 +1,6 @@
-// Small helpers shared by the scanner tests: strings from UTF-8 literals and
-// the internal text of a string back as a std::string for comparisons.
+// Helpers shared by the text tests, in namespace keel for them: strings from
+// UTF-8 literals or raw bytes, and a string's internal text back as a
+// std::string, NULs included.
 #ifndef KEEL_TESTS_TEXT_SCANTEST_H
 #define KEEL_TESTS_TEXT_SCANTEST_H
 
@@ -12,7 +13,11 @@ namespace scantest {
 
 inline StringC u8(const char* text) { return StringC(text, "utf8"); }
 
-// All bytes of the string's internal text, NULs included.
+// The bytes as they are, broken sequences included.
+inline StringC raw(const std::string& bytes) {
+    return StringC(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");
+}
+
 inline std::string str(const StringC& s) {
     const char* text = s.textUtf8();
     std::string copy(text ? text : "", s.textUtf8Length());
@@ -21,6 +26,11 @@ inline std::string str(const StringC& s) {
 }
 
 }  // namespace scantest
+
+using scantest::raw;
+using scantest::str;
+using scantest::u8;
+
 }  // namespace keel
 
 #endif
