@@ -1,127 +1,67 @@
+// The UTF-8 walker: lengths by lead byte and by value, writing and reading
+// back up to 31 bits, and how broken sequences are stepped over.
 #include "text/utf8.h"
 
 #include <gtest/gtest.h>
 
+#include <utility>
+#include <vector>
+
 namespace keel {
 namespace {
 
-uint32_t decodeAt(const uint8_t* bytes, size_t* moved) {
-    const uint8_t* p = bytes;
-    uint32_t value = utf8Next(p);
-    *moved = static_cast<size_t>(p - bytes);
-    return value;
-}
-
 TEST(Utf8Test, SequenceLengthByLeadingBits) {
-    const struct {
-        uint8_t first;
-        uint32_t length;
-    } cases[] = {{0x00, 1}, {0x41, 1}, {0x7F, 1}, {0x80, 1}, {0xBF, 1}, {0xC0, 2}, {0xDF, 2},
-                 {0xE0, 3}, {0xEF, 3}, {0xF0, 4}, {0xF7, 4}, {0xF8, 5}, {0xFB, 5}, {0xFC, 6},
-                 {0xFD, 6}, {0xFE, 1}, {0xFF, 1}};
+    const struct { uint8_t first; uint32_t length; } cases[] = {
+        {0x00, 1}, {0x7F, 1}, {0x80, 1}, {0xBF, 1}, {0xC0, 2}, {0xDF, 2}, {0xE0, 3}, {0xEF, 3}, {0xF0, 4},
+        {0xF7, 4}, {0xF8, 5}, {0xFB, 5}, {0xFC, 6}, {0xFD, 6}, {0xFE, 1}, {0xFF, 1}};
     for (const auto& c : cases) EXPECT_EQ(c.length, utf8SequenceLength(&c.first)) << int(c.first);
 }
 
-TEST(Utf8Test, EncodedLengthAtEveryBoundary) {
-    EXPECT_EQ(1u, utf8EncodedLength(0));
-    EXPECT_EQ(1u, utf8EncodedLength(0x7F));
-    EXPECT_EQ(2u, utf8EncodedLength(0x80));
-    EXPECT_EQ(2u, utf8EncodedLength(0x7FF));
-    EXPECT_EQ(3u, utf8EncodedLength(0x800));
-    EXPECT_EQ(3u, utf8EncodedLength(0xFFFF));
-    EXPECT_EQ(4u, utf8EncodedLength(0x10000));
-    EXPECT_EQ(4u, utf8EncodedLength(0x1FFFFF));
-    EXPECT_EQ(5u, utf8EncodedLength(0x200000));
-    EXPECT_EQ(5u, utf8EncodedLength(0x3FFFFFF));
-    EXPECT_EQ(6u, utf8EncodedLength(0x4000000));
-    EXPECT_EQ(6u, utf8EncodedLength(0x7FFFFFFF));
-    EXPECT_EQ(0u, utf8EncodedLength(0x80000000u));
-    EXPECT_EQ(0u, utf8EncodedLength(0xFFFFFFFFu));
-}
-
 TEST(Utf8Test, PutAndNextRoundTripUpTo31Bits) {
-    const uint32_t values[] = {0,       0x41,     0x7F,     0x80,      0xE9,      0x7FF,
-                               0x800,   0x20AC,   0xD800,   0xFFFD,    0xFFFF,    0x10000,
-                               0x1F600, 0x10FFFF, 0x110000, 0x1FFFFF,  0x200000,  0x3FFFFFF,
-                               0x4000000, 0x40000000, 0x7FFFFFFF};
-    for (uint32_t value : values) {
-        uint8_t buffer[8] = {0};
+    // Values at every length boundary; above 31 bits nothing is written.
+    const struct { uint32_t value, length; uint8_t lead; } cases[] = {
+        {0, 1, 0x00},          {0x7F, 1, 0x7F},         {0x80, 2, 0xC2},         {0x7FF, 2, 0xDF},
+        {0x800, 3, 0xE0},      {0xD800, 3, 0xED},       {0xFFFF, 3, 0xEF},       {0x10000, 4, 0xF0},
+        {0x10FFFF, 4, 0xF4},   {0x1FFFFF, 4, 0xF7},     {0x200000, 5, 0xF8},     {0x3FFFFFF, 5, 0xFB},
+        {0x4000000, 6, 0xFC},  {0x3FFFFFFF, 6, 0xFC},   {0x40000000, 6, 0xFD},   {0x7FFFFFFF, 6, 0xFD},
+        {0x80000000u, 0, 0xAA}, {0xFFFFFFFFu, 0, 0xAA},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        uint8_t buffer[8] = {0xAA, 0xAA};
         uint8_t* end = buffer;
-        utf8Put(end, value);
-        ASSERT_EQ(utf8EncodedLength(value), static_cast<uint32_t>(end - buffer)) << value;
-        EXPECT_EQ(utf8EncodedLength(value), utf8SequenceLength(buffer)) << value;
-        size_t moved = 0;
-        EXPECT_EQ(value, decodeAt(buffer, &moved)) << value;
-        EXPECT_EQ(static_cast<size_t>(end - buffer), moved) << value;
+        utf8Put(end, c.value);
+        EXPECT_EQ(c.length, utf8EncodedLength(c.value));
+        ASSERT_EQ(c.length, static_cast<uint32_t>(end - buffer));
+        EXPECT_EQ(c.lead, buffer[0]);
+        if (c.length == 0) continue;
+        EXPECT_EQ(c.length, utf8SequenceLength(buffer));
+        const uint8_t* p = buffer;
+        EXPECT_EQ(c.value, utf8Next(p));
+        EXPECT_EQ(end, p);
     }
 }
 
-TEST(Utf8Test, SixByteLeadCarriesBit30) {
-    uint8_t buffer[8] = {0};
-    uint8_t* end = buffer;
-    utf8Put(end, 0x40000000);
-    EXPECT_EQ(0xFD, buffer[0]);
-    end = buffer;
-    utf8Put(end, 0x3FFFFFFF);
-    EXPECT_EQ(0xFC, buffer[0]);
-}
-
-TEST(Utf8Test, PutWritesNothingForValuesWithoutAForm) {
-    uint8_t buffer[4] = {0xAA, 0xAA, 0xAA, 0xAA};
-    uint8_t* end = buffer;
-    utf8Put(end, 0x80000000u);
-    EXPECT_EQ(buffer, end);
-    EXPECT_EQ(0xAA, buffer[0]);
-    // Zero is one NUL byte.
-    utf8Put(end, 0);
-    EXPECT_EQ(buffer + 1, end);
-    EXPECT_EQ(0, buffer[0]);
-}
-
-TEST(Utf8Test, SequenceCutByTheTerminatorStopsInFrontOfIt) {
-    const uint8_t bytes[] = {0xE4, 0xB8, 0x00};
-    size_t moved = 0;
-    EXPECT_EQ(0xFFFDu, decodeAt(bytes, &moved));
-    EXPECT_EQ(2u, moved);
-}
-
-TEST(Utf8Test, BrokenSequenceMovesOneByteWhenNoContinuationFollows) {
-    const uint8_t bytes[] = {0xF0, 0x41, 0x00};
-    const uint8_t* p = bytes;
-    EXPECT_EQ(0xFFFDu, utf8Next(p));
-    EXPECT_EQ(bytes + 1, p);
-    EXPECT_EQ(0x41u, utf8Next(p));
-}
-
-TEST(Utf8Test, BrokenSequenceSkipsItsContinuationsAtMostItsLength) {
-    // A four-byte lead with two continuations and then an ASCII byte: one
-    // replacement for the first three bytes.
-    const uint8_t bytes[] = {0xF0, 0x9F, 0x98, 0x41, 0x00};
-    const uint8_t* p = bytes;
-    EXPECT_EQ(0xFFFDu, utf8Next(p));
-    EXPECT_EQ(bytes + 3, p);
-    EXPECT_EQ(0x41u, utf8Next(p));
-}
-
-TEST(Utf8Test, StrayAndInvalidBytesAreOneReplacementEach) {
-    const uint8_t bytes[] = {0x80, 0xFF, 0xFE, 0xBF, 0x00};
-    const uint8_t* p = bytes;
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(0xFFFDu, utf8Next(p));
-        EXPECT_EQ(bytes + i + 1, p);
+TEST(Utf8Test, BrokenSequencesAndUncheckedForms) {
+    // Each step: the value read and the bytes it moved over.
+    const struct { const char* bytes; std::vector<std::pair<uint32_t, int>> steps; } cases[] = {
+        {"\xE4\xB8", {{0xFFFD, 2}}},                   // cut by the terminator: stops in front of it
+        {"\xF0\x41", {{0xFFFD, 1}, {0x41, 1}}},        // no continuation: one byte
+        {"\xF0\x9F\x98\x41", {{0xFFFD, 3}, {0x41, 1}}},  // continuations skipped, at most the length
+        {"\x80\xFF\xFE\xBF", {{0xFFFD, 1}, {0xFFFD, 1}, {0xFFFD, 1}, {0xFFFD, 1}}},
+        {"\xC0\x80", {{0, 2}}},  // overlong forms and surrogates pass unchecked
+        {"\xE0\x80\x80", {{0, 3}}},
+        {"\xED\xA0\x80", {{0xD800, 3}}},
+    };
+    for (const auto& c : cases) {
+        const uint8_t* p = reinterpret_cast<const uint8_t*>(c.bytes);
+        for (const auto& step : c.steps) {
+            const uint8_t* before = p;
+            EXPECT_EQ(step.first, utf8Next(p)) << c.bytes;
+            EXPECT_EQ(step.second, p - before) << c.bytes;
+        }
+        EXPECT_EQ(0, *p);
     }
-}
-
-TEST(Utf8Test, OverlongFormsAndSurrogatesPassUnchecked) {
-    size_t moved = 0;
-    const uint8_t overlongZero[] = {0xC0, 0x80, 0x00};
-    EXPECT_EQ(0u, decodeAt(overlongZero, &moved));
-    EXPECT_EQ(2u, moved);
-    const uint8_t overlongThree[] = {0xE0, 0x80, 0x80, 0x00};
-    EXPECT_EQ(0u, decodeAt(overlongThree, &moved));
-    EXPECT_EQ(3u, moved);
-    const uint8_t surrogate[] = {0xED, 0xA0, 0x80, 0x00};
-    EXPECT_EQ(0xD800u, decodeAt(surrogate, &moved));
 }
 
 }  // namespace
