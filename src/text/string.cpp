@@ -91,8 +91,18 @@ EmptyStringImplC* StringImplFactoryC::secureEmptyString() {
 StaticStringImplC* StringImplFactoryC::asciiString(uint8_t byte) {
     StaticStringImplC* entry = __atomic_load_n(&asciiTable[byte & 0x7F], __ATOMIC_ACQUIRE);
     if (!entry) {
-        entry = new StaticStringImplC(&byte, 1, "utf8");
-        __atomic_store_n(&asciiTable[byte & 0x7F], entry, __ATOMIC_RELEASE);
+        // Several threads may make the same character at once: the first to
+        // publish wins and the others drop their copy, so the table never
+        // loses an object that some handle already points at.
+        StaticStringImplC* made = new StaticStringImplC(&byte, 1, "utf8");
+        StaticStringImplC* expected = nullptr;
+        if (__atomic_compare_exchange_n(&asciiTable[byte & 0x7F], &expected, made, false,
+                                        __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+            entry = made;
+        } else {
+            delete made;
+            entry = expected;
+        }
     }
     return entry;
 }
