@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <random>
@@ -67,10 +68,8 @@ private:
         return found;
     }
     int indexOf(HashElemI* element) const {
-        for (size_t i = 0; i < model.size(); ++i) {
-            if (static_cast<HashElemI*>(model[i].element) == element) return static_cast<int>(i);
-        }
-        return -1;
+        auto found = std::find_if(model.begin(), model.end(), [&](const Entry& e) { return e.element == element; });
+        return found == model.end() ? -1 : static_cast<int>(found - model.begin());
     }
     void add(uint32_t keyIndex, Elem* element) {
         model.push_back(Entry{Traits::norm(keyIndex), nextSeq++, element});
@@ -148,16 +147,12 @@ private:
         std::multiset<uint32_t> seen, expected;
         uint32_t status = 1;
         while (HashElemI* e = it.next(status)) seen.insert(Traits::seq(static_cast<Elem*>(e)));
-        EXPECT_EQ(0u, status);
         EXPECT_EQ(nullptr, it.next(status));  // past the end it stays at the end
         EXPECT_EQ(0u, status);
         std::map<std::string, uint32_t> newestByKey;
+        for (const Entry& entry : model) newestByKey[entry.norm] = entry.seq;
         for (const Entry& entry : model) {
-            if (all) expected.insert(entry.seq);
-            newestByKey[entry.norm] = entry.seq;
-        }
-        if (!all) {
-            for (const auto& pair : newestByKey) expected.insert(pair.second);
+            if (all || newestByKey[entry.norm] == entry.seq) expected.insert(entry.seq);
         }
         EXPECT_EQ(expected, seen);
     }
@@ -181,9 +176,7 @@ private:
             }
         }
         EXPECT_EQ(0u, status);
-        if (removeAll) {
-            EXPECT_EQ(0u, table->size);
-        }
+        EXPECT_TRUE(!removeAll || table->size == 0);
     }
 
     void verify() {
