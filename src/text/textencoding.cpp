@@ -576,23 +576,80 @@ uint32_t FromUTF8TextEncoderC::encode(const void* internal, uint32_t length, voi
 // ---------------------------------------------------------------------------
 // "ascii" and "iso-8859-1" in: no held bytes, every byte is a character.
 
-uint32_t ASCIITextDecoderC::decodedSize(const void* bytes, uint32_t length) {
-    const uint8_t* p = static_cast<const uint8_t*>(bytes);
+namespace {
+
+// Bytes of 0x80 and above, eight at a time.
+inline uint32_t countHighBytes(const uint8_t* p, uint32_t length) {
     const uint8_t* end = p + length;
     uint32_t high = 0;
     for (; left(p, end) >= 8; p += 8) high += highBytes(load64(p));
     for (; p < end; ++p) high += *p >> 7;
-    return length + 2 * high;
+    return high;
 }
 
-uint32_t ASCIITextDecoderC::decode(const void* bytes, uint32_t length, void* output,
-                                   uint32_t room, uint32_t* characters) {
+}  // namespace
+
+// What a byte of 0x80 and above becomes is the only difference between the
+// two decoders. `High` gives
+//   kBytes            the bytes it writes for such a byte
+//   kBlockRoom        the room the eight-byte loop needs for eight of them
+//   putInBlock(o, b)  writes any byte in the eight-byte loop (it may store a
+//                     little ahead, inside kBlockRoom)
+//   put(o, b)         writes kBytes for a byte of 0x80 and above
+
+// "ascii": U+FFFD.
+struct AsciiHighByteT {
+    static const uint32_t kBytes = 3;
+    // Eight replacements, stored four bytes at a time.
+    static const uint32_t kBlockRoom = 8 * 3 + 1;
+    static void putInBlock(uint8_t*& o, uint32_t b) {
+        store32(o, b < 0x80 ? b : 0xBDBFEFu);
+        o += b < 0x80 ? 1 : 3;
+    }
+    static void put(uint8_t*& o, uint32_t) {
+        o[0] = 0xEF;
+        o[1] = 0xBF;
+        o[2] = 0xBD;
+        o += 3;
+    }
+};
+
+// "iso-8859-1": the code point of the same value.
+struct Latin1HighByteT {
+    static const uint32_t kBytes = 2;
+    static const uint32_t kBlockRoom = 8 * 2;
+    static void putInBlock(uint8_t*& o, uint32_t b) {
+        uint32_t two = (0xC0 | (b >> 6)) | ((0x80 | (b & 0x3F)) << 8);
+        uint16_t w = static_cast<uint16_t>(b < 0x80 ? b : two);
+        memcpy(o, &w, 2);
+        o += 1 + (b >> 7);
+    }
+    static void put(uint8_t*& o, uint32_t b) {
+        o[0] = static_cast<uint8_t>(0xC0 | (b >> 6));
+        o[1] = static_cast<uint8_t>(0x80 | (b & 0x3F));
+        o += 2;
+    }
+};
+
+template <class High>
+uint32_t ByteTextDecoderM<High>::maxOutput(uint32_t inputBytes) {
+    return High::kBytes * inputBytes;
+}
+
+template <class High>
+uint32_t ByteTextDecoderM<High>::decodedSize(const void* bytes, uint32_t length) {
+    return length + (High::kBytes - 1) * countHighBytes(static_cast<const uint8_t*>(bytes), length);
+}
+
+template <class High>
+uint32_t ByteTextDecoderM<High>::decode(const void* bytes, uint32_t length, void* output,
+                                        uint32_t room, uint32_t* characters) {
     const uint8_t* p = static_cast<const uint8_t*>(bytes);
     const uint8_t* end = p + length;
     uint8_t* o = static_cast<uint8_t*>(output);
     uint8_t* oend = o ? o + room : o;
     // Eight bytes at a time: ASCII as it is, others while the room takes
-    // eight replacements.
+    // eight of their longest output.
     while (left(p, end) >= 8 && left(o, oend) >= 8) {
         uint64_t x = load64(p);
         if ((x & kHighBits) == 0) {
@@ -601,13 +658,9 @@ uint32_t ASCIITextDecoderC::decode(const void* bytes, uint32_t length, void* out
             o += 8;
             continue;
         }
-        if (left(o, oend) < 8 * 3 + 1) break;
+        if (left(o, oend) < High::kBlockRoom) break;
         p += 8;
-        for (int i = 0; i < 8; ++i) {
-            uint32_t b = static_cast<uint8_t>(x >> (8 * i));
-            store32(o, b < 0x80 ? b : 0xBDBFEFu);
-            o += b < 0x80 ? 1 : 3;
-        }
+        for (int i = 0; i < 8; ++i) High::putInBlock(o, static_cast<uint8_t>(x >> (8 * i)));
     }
     while (p < end) {
         uint8_t b = *p;
@@ -615,13 +668,10 @@ uint32_t ASCIITextDecoderC::decode(const void* bytes, uint32_t length, void* out
             if (o == oend) break;
             *o++ = b;
         } else {
-            // The replacement takes three bytes; one that would run past the
-            // room ends the loop instead of being written outside it.
-            if (left(o, oend) < 3) break;
-            o[0] = 0xEF;
-            o[1] = 0xBF;
-            o[2] = 0xBD;
-            o += 3;
+            // A byte whose output would run past the room ends the loop
+            // instead of being written outside it.
+            if (left(o, oend) < High::kBytes) break;
+            High::put(o, b);
         }
         ++p;
     }
@@ -630,55 +680,8 @@ uint32_t ASCIITextDecoderC::decode(const void* bytes, uint32_t length, void* out
     return static_cast<uint32_t>(o - static_cast<uint8_t*>(output));
 }
 
-uint32_t Latin1TextDecoderC::decodedSize(const void* bytes, uint32_t length) {
-    const uint8_t* p = static_cast<const uint8_t*>(bytes);
-    const uint8_t* end = p + length;
-    uint32_t high = 0;
-    for (; left(p, end) >= 8; p += 8) high += highBytes(load64(p));
-    for (; p < end; ++p) high += *p >> 7;
-    return length + high;
-}
-
-uint32_t Latin1TextDecoderC::decode(const void* bytes, uint32_t length, void* output,
-                                    uint32_t room, uint32_t* characters) {
-    const uint8_t* p = static_cast<const uint8_t*>(bytes);
-    const uint8_t* end = p + length;
-    uint8_t* o = static_cast<uint8_t*>(output);
-    uint8_t* oend = o ? o + room : o;
-    while (left(p, end) >= 8 && left(o, oend) >= 8) {
-        uint64_t x = load64(p);
-        if ((x & kHighBits) == 0) {
-            memcpy(o, &x, 8);
-            p += 8;
-            o += 8;
-            continue;
-        }
-        if (left(o, oend) < 8 * 2) break;
-        p += 8;
-        for (int i = 0; i < 8; ++i) {
-            uint32_t b = static_cast<uint8_t>(x >> (8 * i));
-            uint32_t two = (0xC0 | (b >> 6)) | ((0x80 | (b & 0x3F)) << 8);
-            uint16_t w = static_cast<uint16_t>(b < 0x80 ? b : two);
-            memcpy(o, &w, 2);
-            o += 1 + (b >> 7);
-        }
-    }
-    while (p < end) {
-        uint8_t b = *p;
-        if (b < 0x80) {
-            if (o == oend) break;
-            *o++ = b;
-        } else {
-            if (left(o, oend) < 2) break;
-            o[0] = static_cast<uint8_t>(0xC0 | (b >> 6));
-            o[1] = static_cast<uint8_t>(0x80 | (b & 0x3F));
-            o += 2;
-        }
-        ++p;
-    }
-    if (characters) *characters = length;
-    return static_cast<uint32_t>(o - static_cast<uint8_t*>(output));
-}
+template class ByteTextDecoderM<AsciiHighByteT>;
+template class ByteTextDecoderM<Latin1HighByteT>;
 
 // ---------------------------------------------------------------------------
 // "utf8" and "system-8" in

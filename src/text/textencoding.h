@@ -165,12 +165,15 @@ public:
                                uint32_t room, bool* lost, uint32_t* consumed) = 0;
 };
 
-// "ascii" in: bytes of 0x80 and above become U+FFFD.
-class ASCIITextDecoderC : public TextDecoderI {
+// An 8-bit source: no held bytes, every byte is one character, an ASCII byte
+// stands for itself and `High` (in textencoding.cpp) tells what one of 0x80
+// and above becomes. maxOutput is the input times the bytes of that.
+template <class High>
+class ByteTextDecoderM : public TextDecoderI {
 public:
-    explicit ASCIITextDecoderC(TextEncodingI* encoding) : encoding(encoding) {}
+    explicit ByteTextDecoderM(TextEncodingI* encoding) : encoding(encoding) {}
     TextEncodingI* getEncoding() override { return encoding; }
-    uint32_t maxOutput(uint32_t inputBytes) override { return 3 * inputBytes; }
+    uint32_t maxOutput(uint32_t inputBytes) override;
     uint32_t decodedSize(const void* bytes, uint32_t length) override;
     uint32_t decode(const void* bytes, uint32_t length, void* output, uint32_t room,
                     uint32_t* characters) override;
@@ -179,19 +182,14 @@ private:
     TextEncodingI* encoding;
 };
 
-// "iso-8859-1" in: every byte is the code point of the same value.
-class Latin1TextDecoderC : public TextDecoderI {
-public:
-    explicit Latin1TextDecoderC(TextEncodingI* encoding) : encoding(encoding) {}
-    TextEncodingI* getEncoding() override { return encoding; }
-    uint32_t maxOutput(uint32_t inputBytes) override { return 2 * inputBytes; }
-    uint32_t decodedSize(const void* bytes, uint32_t length) override;
-    uint32_t decode(const void* bytes, uint32_t length, void* output, uint32_t room,
-                    uint32_t* characters) override;
-
-private:
-    TextEncodingI* encoding;
-};
+// "ascii" in: bytes of 0x80 and above become U+FFFD (maxOutput 3n).
+struct AsciiHighByteT;
+using ASCIITextDecoderC = ByteTextDecoderM<AsciiHighByteT>;
+extern template class ByteTextDecoderM<AsciiHighByteT>;
+// "iso-8859-1" in: every byte is the code point of the same value (2n).
+struct Latin1HighByteT;
+using Latin1TextDecoderC = ByteTextDecoderM<Latin1HighByteT>;
+extern template class ByteTextDecoderM<Latin1HighByteT>;
 
 // "utf8" and "system-8" in: a validating copy; each broken sequence becomes
 // one U+FFFD, and the bytes are rewritten from the decoded values.
