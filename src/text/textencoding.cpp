@@ -833,6 +833,13 @@ inline __m128i loadUnits(const uint8_t* p, bool swapped) {
     return swapped ? _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8)) : v;
 }
 
+// Lanes (all ones) of the high and of the low surrogates among eight units.
+inline void surrogateUnits(__m128i u, __m128i* high, __m128i* low) {
+    __m128i top6 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00)));
+    *high = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
+    *low = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xDC00)));
+}
+
 // Lanes (all ones) of 16-bit values below 0x80 and below 0x800.
 inline __m128i below80(__m128i u) {
     return _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFF80))),
@@ -861,17 +868,35 @@ inline __m128i utf8Words(__m128i u) {
     return _mm_or_si128(_mm_and_si128(isOne, u), _mm_andnot_si128(isOne, w));
 }
 
-// utf8Words for values below 0x200000, which take up to four bytes.
-inline __m128i utf8Words4(__m128i u) {
+// The four UTF-8 bytes of four values from 0x10000 to 0x1FFFFF, in the
+// order they are written.
+inline __m128i utf8FourByteWords(__m128i u) {
     __m128i six = _mm_set1_epi32(0x3F), top = _mm_set1_epi32(0x80);
     __m128i b0 = _mm_or_si128(_mm_srli_epi32(u, 18), _mm_set1_epi32(0xF0));
     __m128i b1 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 12), six), top);
     __m128i b2 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 6), six), top);
     __m128i b3 = _mm_or_si128(_mm_and_si128(u, six), top);
-    __m128i four = _mm_or_si128(_mm_or_si128(b0, _mm_slli_epi32(b1, 8)),
-                                _mm_or_si128(_mm_slli_epi32(b2, 16), _mm_slli_epi32(b3, 24)));
+    return _mm_or_si128(_mm_or_si128(b0, _mm_slli_epi32(b1, 8)),
+                        _mm_or_si128(_mm_slli_epi32(b2, 16), _mm_slli_epi32(b3, 24)));
+}
+
+// utf8Words for values below 0x200000, which take up to four bytes.
+inline __m128i utf8Words4(__m128i u) {
     __m128i isFour = _mm_cmpgt_epi32(u, _mm_set1_epi32(0xFFFF));
-    return _mm_or_si128(_mm_and_si128(isFour, four), _mm_andnot_si128(isFour, utf8Words(u)));
+    return _mm_or_si128(_mm_and_si128(isFour, utf8FourByteWords(u)),
+                        _mm_andnot_si128(isFour, utf8Words(u)));
+}
+
+// The four 32-bit lanes of a vector, taken out into registers.
+struct LanesT {
+    uint32_t w0, w1, w2, w3;
+};
+
+inline LanesT lanesOf(__m128i x) {
+    return LanesT{static_cast<uint32_t>(_mm_cvtsi128_si32(x)),
+                  static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(x, 1))),
+                  static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(x, 2))),
+                  static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(x, 3)))};
 }
 
 // Writes four words of one to four UTF-8 bytes each (see utf8Words): each
@@ -881,19 +906,16 @@ inline __m128i utf8Words4(__m128i u) {
 inline void putUtf8Words(uint8_t*& o, __m128i words) {
     // All four are taken out before the first store: a store through a byte
     // pointer could change anything in memory as far as the compiler knows.
-    uint32_t w0 = static_cast<uint32_t>(_mm_cvtsi128_si32(words));
-    uint32_t w1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(words, 1)));
-    uint32_t w2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(words, 2)));
-    uint32_t w3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(words, 3)));
+    LanesT w = lanesOf(words);
     uint8_t* q = o;
-    store32(q, w0);
-    q += 1 + (w0 > 0xFF) + (w0 > 0xFFFF) + (w0 > 0xFFFFFF);
-    store32(q, w1);
-    q += 1 + (w1 > 0xFF) + (w1 > 0xFFFF) + (w1 > 0xFFFFFF);
-    store32(q, w2);
-    q += 1 + (w2 > 0xFF) + (w2 > 0xFFFF) + (w2 > 0xFFFFFF);
-    store32(q, w3);
-    q += 1 + (w3 > 0xFF) + (w3 > 0xFFFF) + (w3 > 0xFFFFFF);
+    auto put = [&q](uint32_t x) {
+        store32(q, x);
+        q += 1 + (x > 0xFF) + (x > 0xFFFF) + (x > 0xFFFFFF);
+    };
+    put(w.w0);
+    put(w.w1);
+    put(w.w2);
+    put(w.w3);
     o = q;
 }
 
@@ -947,24 +969,16 @@ inline void putUtf8Below800(uint8_t*& o, __m128i u) {
 // three bytes each.
 inline void putUtf8Three(uint8_t*& o, __m128i u) {
     const __m128i zero = _mm_setzero_si128();
-    __m128i a = utf8Words(_mm_unpacklo_epi16(u, zero));
-    __m128i b = utf8Words(_mm_unpackhi_epi16(u, zero));
-    uint32_t a0 = static_cast<uint32_t>(_mm_cvtsi128_si32(a));
-    uint32_t a1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 1)));
-    uint32_t a2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 2)));
-    uint32_t a3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 3)));
-    uint32_t b0 = static_cast<uint32_t>(_mm_cvtsi128_si32(b));
-    uint32_t b1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 1)));
-    uint32_t b2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 2)));
-    uint32_t b3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 3)));
-    store32(o, a0);
-    store32(o + 3, a1);
-    store32(o + 6, a2);
-    store32(o + 9, a3);
-    store32(o + 12, b0);
-    store32(o + 15, b1);
-    store32(o + 18, b2);
-    store32(o + 21, b3);
+    LanesT a = lanesOf(utf8Words(_mm_unpacklo_epi16(u, zero)));
+    LanesT b = lanesOf(utf8Words(_mm_unpackhi_epi16(u, zero)));
+    store32(o, a.w0);
+    store32(o + 3, a.w1);
+    store32(o + 6, a.w2);
+    store32(o + 9, a.w3);
+    store32(o + 12, b.w0);
+    store32(o + 15, b.w1);
+    store32(o + 18, b.w2);
+    store32(o + 21, b.w3);
     o += 24;
 }
 
@@ -980,14 +994,8 @@ inline void putUtf8UnitsAndPairs(uint8_t*& o, __m128i u, __m128i pairHigh) {
         // 0x10000 + (high - 0xD800) * 0x400 + (low - 0xDC00)
         __m128i v = _mm_sub_epi32(_mm_add_epi32(_mm_slli_epi32(value, 10), low),
                                   _mm_set1_epi32(0x35FDC00));
-        __m128i six = _mm_set1_epi32(0x3F), top = _mm_set1_epi32(0x80);
-        __m128i b0 = _mm_or_si128(_mm_srli_epi32(v, 18), _mm_set1_epi32(0xF0));
-        __m128i b1 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 12), six), top);
-        __m128i b2 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(v, 6), six), top);
-        __m128i b3 = _mm_or_si128(_mm_and_si128(v, six), top);
-        __m128i four = _mm_or_si128(_mm_or_si128(b0, _mm_slli_epi32(b1, 8)),
-                                    _mm_or_si128(_mm_slli_epi32(b2, 16), _mm_slli_epi32(b3, 24)));
-        return _mm_or_si128(_mm_and_si128(isPair, four), _mm_andnot_si128(isPair, w));
+        return _mm_or_si128(_mm_and_si128(isPair, utf8FourByteWords(v)),
+                            _mm_andnot_si128(isPair, w));
     };
     __m128i a = words(_mm_unpacklo_epi16(u, zero), _mm_unpacklo_epi16(next, zero),
                       _mm_unpacklo_epi16(pairHigh, pairHigh));
@@ -1001,30 +1009,23 @@ inline void putUtf8UnitsAndPairs(uint8_t*& o, __m128i u, __m128i pairHigh) {
     n = _mm_add_epi16(n, _mm_add_epi16(pairLow, _mm_add_epi16(pairLow, pairLow)));
     // Everything is taken out of the vectors before the first store (see
     // putUtf8Below800).
-    uint32_t a0 = static_cast<uint32_t>(_mm_cvtsi128_si32(a));
-    uint32_t a1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 1)));
-    uint32_t a2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 2)));
-    uint32_t a3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(a, 3)));
-    uint32_t b0 = static_cast<uint32_t>(_mm_cvtsi128_si32(b));
-    uint32_t b1 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 1)));
-    uint32_t b2 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 2)));
-    uint32_t b3 = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi32(b, 3)));
+    LanesT wa = lanesOf(a), wb = lanesOf(b);
     uint8_t* q = o;
-    store32(q, a0);
+    store32(q, wa.w0);
     q += _mm_extract_epi16(n, 0);
-    store32(q, a1);
+    store32(q, wa.w1);
     q += _mm_extract_epi16(n, 1);
-    store32(q, a2);
+    store32(q, wa.w2);
     q += _mm_extract_epi16(n, 2);
-    store32(q, a3);
+    store32(q, wa.w3);
     q += _mm_extract_epi16(n, 3);
-    store32(q, b0);
+    store32(q, wb.w0);
     q += _mm_extract_epi16(n, 4);
-    store32(q, b1);
+    store32(q, wb.w1);
     q += _mm_extract_epi16(n, 5);
-    store32(q, b2);
+    store32(q, wb.w2);
     q += _mm_extract_epi16(n, 6);
-    store32(q, b3);
+    store32(q, wb.w3);
     q += _mm_extract_epi16(n, 7);
     o = q;
 }
@@ -1063,9 +1064,8 @@ uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
                 p += 16;
                 continue;
             }
-            __m128i top6 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00)));
-            __m128i high = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
-            __m128i low = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xDC00)));
+            __m128i high, low;
+            surrogateUnits(u, &high, &low);
             if (_mm_movemask_epi8(high) & 0xC000) break;
             __m128i pairHigh = _mm_and_si128(high, _mm_srli_si128(low, 2));
             __m128i inPair = _mm_or_si128(pairHigh, _mm_slli_si128(pairHigh, 2));
@@ -1156,9 +1156,8 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
                     p += 16;
                     continue;
                 }
-                __m128i top6 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00)));
-                __m128i high = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
-                __m128i low = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xDC00)));
+                __m128i high, low;
+                surrogateUnits(u, &high, &low);
                 __m128i pairHigh = _mm_and_si128(high, _mm_srli_si128(low, 2));
                 __m128i pairLow = _mm_slli_si128(pairHigh, 2);
                 uint32_t strays = static_cast<uint32_t>(_mm_movemask_epi8(
