@@ -10,6 +10,20 @@ namespace keel {
 
 namespace {
 
+// Calls step(p, end) while p is in front of the end of `text` and of its first
+// NUL; step moves p on by at least one character. The bytes are borrowed for
+// the walk only.
+template <class Step>
+void walkText(const StringC& text, Step step) {
+    const char* bytes = text.textUtf8();
+    if (bytes) {
+        const uint8_t* p = reinterpret_cast<const uint8_t*>(bytes);
+        const uint8_t* end = p + text.textUtf8Length();
+        while (p < end && *p != 0) step(p, end);
+    }
+    text.releaseUtf8(bytes);
+}
+
 // A small set of characters: a bitmap for ASCII, a list for the rest.
 class CharMembersC {
 public:
@@ -22,13 +36,7 @@ public:
         }
     }
     void addAll(const StringC& set) {
-        const char* text = set.textUtf8();
-        if (text) {
-            const uint8_t* p = reinterpret_cast<const uint8_t*>(text);
-            const uint8_t* end = p + set.textUtf8Length();
-            while (p < end && *p != 0) add(utf8Next(p));
-        }
-        set.releaseUtf8(text);
+        walkText(set, [this](const uint8_t*& p, const uint8_t*) { add(utf8Next(p)); });
     }
     bool contains(uint32_t c) const {
         if (c < 0x80) return (ascii_[c >> 5] >> (c & 31)) & 1u;
@@ -61,18 +69,12 @@ void appendEscaped(std::string& out, const StringC& source, const CharMembersC& 
     utf8Put(put, escape);
     size_t escapeLength = static_cast<size_t>(put - escapeBytes);
 
-    const char* text = source.textUtf8();
-    if (text) {
-        const uint8_t* p = reinterpret_cast<const uint8_t*>(text);
-        const uint8_t* end = p + source.textUtf8Length();
-        while (p < end && *p != 0) {
-            const uint8_t* start = p;
-            uint32_t c = utf8Next(p);
-            if (specials.contains(c)) out.append(reinterpret_cast<const char*>(escapeBytes), escapeLength);
-            out.append(reinterpret_cast<const char*>(start), static_cast<size_t>(p - start));
-        }
-    }
-    source.releaseUtf8(text);
+    walkText(source, [&](const uint8_t*& p, const uint8_t*) {
+        const uint8_t* start = p;
+        uint32_t c = utf8Next(p);
+        if (specials.contains(c)) out.append(reinterpret_cast<const char*>(escapeBytes), escapeLength);
+        out.append(reinterpret_cast<const char*>(start), static_cast<size_t>(p - start));
+    });
 }
 
 StringC fromInternal(const std::string& bytes) {
@@ -116,24 +118,18 @@ StringC escapeString(const StringC& source, StringC& specials, uint32_t escape) 
 
 StringC unescapeString(const StringC& source, uint32_t escape) {
     std::string out;
-    const char* text = source.textUtf8();
-    if (text) {
-        const uint8_t* p = reinterpret_cast<const uint8_t*>(text);
-        const uint8_t* end = p + source.textUtf8Length();
-        while (p < end && *p != 0) {
-            const uint8_t* start = p;
-            uint32_t c = utf8Next(p);
-            if (c == escape) {
-                // Drop the escape and keep the character behind it as it is;
-                // a lone escape at the end is dropped.
-                if (p >= end || *p == 0) break;
-                start = p;
-                utf8Next(p);
-            }
-            out.append(reinterpret_cast<const char*>(start), static_cast<size_t>(p - start));
+    walkText(source, [&out, escape](const uint8_t*& p, const uint8_t* end) {
+        const uint8_t* start = p;
+        uint32_t c = utf8Next(p);
+        if (c == escape) {
+            // Drop the escape and keep the character behind it as it is; a
+            // lone escape at the end is dropped (and ends the walk).
+            if (p >= end || *p == 0) return;
+            start = p;
+            utf8Next(p);
         }
-    }
-    source.releaseUtf8(text);
+        out.append(reinterpret_cast<const char*>(start), static_cast<size_t>(p - start));
+    });
     return fromInternal(out);
 }
 
