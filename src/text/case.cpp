@@ -3,6 +3,8 @@
 
 #include <stddef.h>
 
+#include <algorithm>
+
 namespace keel {
 
 namespace {
@@ -55,17 +57,7 @@ const uint32_t kTitleCount = sizeof(kTitleMap) / sizeof(kTitleMap[0]);
 const uint32_t kCaselessCount = sizeof(kCaselessLetters) / sizeof(kCaselessLetters[0]);
 
 bool isCaseless(uint32_t c) {
-    uint32_t low = 0;
-    uint32_t high = kCaselessCount;
-    while (low < high) {
-        uint32_t middle = (low + high) / 2;
-        if (kCaselessLetters[middle] < c) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
-    }
-    return low < kCaselessCount && kCaselessLetters[low] == c;
+    return std::binary_search(kCaselessLetters, kCaselessLetters + kCaselessCount, c);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <new>
 
 #include "text/case.h"
@@ -1078,17 +1079,7 @@ public:
     }
     // The place of the first item not below `c`, in a sorted buffer.
     uint32_t lowerBound(uint32_t c) const {
-        uint32_t low = 0;
-        uint32_t high = count_;
-        while (low < high) {
-            uint32_t middle = (low + high) / 2;
-            if (items_[middle] < c) {
-                low = middle + 1;
-            } else {
-                high = middle;
-            }
-        }
-        return low;
+        return static_cast<uint32_t>(std::lower_bound(items_, items_ + count_, c) - items_);
     }
 
 private:
