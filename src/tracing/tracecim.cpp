@@ -371,6 +371,15 @@ uint32_t TraceControllerC::getInfo(const char** result) {
     return 0;
 }
 
+void TraceControllerC::walkVariables(void (*visit)(void* context, TraceControlVarC* variable), void* context) {
+    LatchGuardC guard(traceControlLatch());
+    HashIteratorC walk(this);
+    uint32_t status = 0;
+    for (HashElemI* element = walk.next(status); element; element = walk.next(status)) {
+        visit(context, static_cast<TraceControlVarC*>(element));
+    }
+}
+
 void TraceControllerC::notifyValueChanged(const char* path, int32_t indent) {
     // Under the latch: another thread's addConsumer may grow (and move) the
     // table at any time, and reading it unguarded could read freed storage.

@@ -128,6 +128,9 @@ public:
     void computeActive(TraceControlVarC* variable);
     // Number of variables in the tree.
     uint32_t variableCount() const { return HashTableC::size; }
+    // Calls `visit` for every variable in the order of the hash table, the
+    // order in which setConsumerLevel recomputes them. Under the latch.
+    void walkVariables(void (*visit)(void* context, TraceControlVarC* variable), void* context);
 
 protected:
     uint32_t hashValue(const void* key) override;
