@@ -11,7 +11,7 @@ JOBS ?= $(shell nproc)
 CMAKE ?= cmake
 GEN := -G Ninja
 APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev python3
-BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev
+BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev libspdlog-dev
 FUZZ_PACKAGES := clang libclang-rt-dev
 
 .PHONY: deps bench-deps fuzz-deps demo check check-native check-i386 sanitize asan tsan bench fuzz clean
