@@ -310,7 +310,7 @@ uint32_t TraceControllerC::setVariable(const char* path, const TraceValuesT* val
     variable->enabled = values->enabled;
     variable->explicit_ = values->explicit_;
     __atomic_store_n(&variable->counter, values->counter, __ATOMIC_RELAXED);
-    __atomic_store_n(&variable->total, values->total, __ATOMIC_RELAXED);
+    variable->total = values->total;
     variable->detail = static_cast<int16_t>(values->detail < 0 ? 0 : values->detail > 9 ? 9 : values->detail);
     computeActive(variable);
     return 0;

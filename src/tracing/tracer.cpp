@@ -118,7 +118,7 @@ uint32_t TracerC::startTimer(const char* path, TraceValuesT** handle) {
     TraceControlVarC* variable = variableOf(path, handle);
     if (!variable) return 0;
     int64_t now = 0;
-    if (getTime(&now) == 0) __atomic_store_n(&variable->started, now, __ATOMIC_RELAXED);
+    if (getTime(&now) == 0) variable->started = now;
     return 1;
 }
 
@@ -126,13 +126,15 @@ void TracerC::stopTimer(const char* path, TraceValuesT** handle) {
     if (!handle) return;
     TraceValuesT* values = __atomic_load_n(handle, __ATOMIC_ACQUIRE);
     if (!values) return;
-    int64_t started = __atomic_load_n(&values->started, __ATOMIC_RELAXED);
+    // A timer is meant for one thread at a time: `started` and `total` are
+    // plain fields (64-bit, and only 4-byte aligned on i386).
+    int64_t started = values->started;
     if (started == 0) return;
     int64_t now = 0;
     getTime(&now);
-    __atomic_add_fetch(&values->total, now - started, __ATOMIC_RELAXED);
+    values->total += now - started;
     notifyValueChanged(path, currentIndent());
-    __atomic_store_n(&values->started, int64_t(0), __ATOMIC_RELAXED);
+    values->started = 0;
 }
 
 uint32_t TracerC::getValues(const char* path, TraceValuesT** handle, int32_t* counter, int64_t* total,
@@ -140,7 +142,7 @@ uint32_t TracerC::getValues(const char* path, TraceValuesT** handle, int32_t* co
     TraceControlVarC* variable = variableOf(path, handle);
     if (!variable) return 0;
     if (counter) *counter = __atomic_load_n(&variable->counter, __ATOMIC_RELAXED);
-    if (total) *total = __atomic_load_n(&variable->total, __ATOMIC_RELAXED);
+    if (total) *total = variable->total;
     if (ticksPerSecond) getTicksPerSecond(ticksPerSecond);
     return 1;
 }
