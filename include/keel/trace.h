@@ -185,13 +185,28 @@ inline uint32_t traceActive(TracePointT& point) {
     return tracerI()->isEnabled(point.path, &point.handle);
 }
 
+// The argument list of an 8-bit format and its variadic block, as
+// ArgListC::fromFormat makes it, read straight from the format's bytes:
+// conversions are ASCII, so the string that fromFormat would decode first
+// is not needed to find them. A null format takes nothing.
+inline ArgListC argListFromText(const char* format, va_list arguments) {
+    formatparse::PositionTableT table;
+    if (format) formatparse::scanFormat(table, reinterpret_cast<const uint8_t*>(format));
+    if (table.top < 0) return ArgListC();
+    va_list copy;
+    va_copy(copy, arguments);
+    ArgListC list = formatparse::takeArguments(table, copy);
+    va_end(copy);
+    return list;
+}
+
 // A line at the point, formatted like formatString; the arguments are only
 // looked at when the point is active.
 inline uint32_t traceLine(TracePointT& point, const char* format, ...) {
     if (!traceActive(point)) return 0;
     va_list arguments;
     va_start(arguments, format);
-    ArgListC args = ArgListC::fromFormat(StringC(format, "system-8"), arguments);
+    ArgListC args = argListFromText(format, arguments);
     va_end(arguments);
     return tracerI()->trace(point.path, &point.handle, format, args);
 }

@@ -2,6 +2,7 @@
 
 #include <keel/errors.h>
 #include <keel/format.h>
+#include <keel/trace.h>
 
 #include "errors/error.h"
 #include "errors/errimpl.h"
@@ -20,9 +21,8 @@ uint32_t store(uint32_t code, uint32_t severity, const StringC& text) {
 
 StringC renderedV(uint32_t* severity, uint32_t code, const char* format, va_list arguments) {
     if (!format) format = "";
-    StringC pattern(format, "system-8");
-    ArgListC args = ArgListC::fromFormat(pattern, arguments);
-    return errorText(severity, code, format, args);
+    // The list is the one fromFormat makes of the format in "system-8".
+    return errorText(severity, code, format, argListFromText(format, arguments));
 }
 
 }  // namespace

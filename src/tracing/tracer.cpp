@@ -72,10 +72,9 @@ uint32_t TracerC::trace(const char* path, TraceValuesT** handle, const char* for
 
 uint32_t TracerC::traceFormat(const char* path, TraceValuesT** handle, const char* format, ...) {
     if (!format) format = "";
-    StringC pattern(format, "system-8");
     va_list arguments;
     va_start(arguments, format);
-    ArgListC args = ArgListC::fromFormat(pattern, arguments);
+    ArgListC args = argListFromText(format, arguments);
     va_end(arguments);
     return trace(path, handle, format, args);
 }

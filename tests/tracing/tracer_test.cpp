@@ -172,14 +172,16 @@ void callBack() {
     --depth;
 }
 
-TEST(TracerTest, ConsumerCallsBackFromWrite) {
+TEST(TracerThreadTest, ConsumerCallsBackFromWriteOnAnotherThread) {
     LineConsumerC consumer;
     consumer.onWrite = callBack;
     callingBack = &consumer;
     Added added(&consumer);
     getTraceController()->enablePath(&consumer, "Back/Line");
     static TracePointT line = {nullptr, "Back/Line"};
-    EXPECT_EQ(1u, traceLine(line, "outer"));
+    uint32_t passed = 0;
+    std::thread([&passed] { passed = traceLine(line, "outer"); }).join();
+    EXPECT_EQ(1u, passed);
     EXPECT_EQ((std::vector<std::string>{"Back/Line|0|outer", "Back/Other|0|nested"}), consumer.lines);
     EXPECT_EQ((std::vector<std::string>{"Back/Counted"}), consumer.changes);
 }
