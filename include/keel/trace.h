@@ -206,9 +206,10 @@ inline uint32_t traceLine(TracePointT& point, const char* format, ...) {
     if (!traceActive(point)) return 0;
     va_list arguments;
     va_start(arguments, format);
-    ArgListC args = argListFromText(format, arguments);
+    // The list is made in the argument's place: no handle copy on the way.
+    uint32_t passed = tracerI()->trace(point.path, &point.handle, format, argListFromText(format, arguments));
     va_end(arguments);
-    return tracerI()->trace(point.path, &point.handle, format, args);
+    return passed;
 }
 
 }  // namespace keel

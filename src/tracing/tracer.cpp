@@ -74,9 +74,9 @@ uint32_t TracerC::traceFormat(const char* path, TraceValuesT** handle, const cha
     if (!format) format = "";
     va_list arguments;
     va_start(arguments, format);
-    ArgListC args = argListFromText(format, arguments);
+    uint32_t passed = trace(path, handle, format, argListFromText(format, arguments));
     va_end(arguments);
-    return trace(path, handle, format, args);
+    return passed;
 }
 
 uint32_t TracerC::enter(const char* path, TraceValuesT** handle) {
