@@ -1,7 +1,6 @@
 #include "errors/errimpl.h"
 
 #include <pthread.h>
-#include <stdio.h>
 
 #include <keel/arglist.h>
 
@@ -23,6 +22,24 @@ void releaseLeftBuffer(void* buffer) {
 void deleteErrorKey(void*) { pthread_key_delete(errorKey); }
 
 StringC ascii(const char* text) { return StringC(text, "ascii"); }
+
+// Copies at most `limit` bytes of `text` to `out`; answers the end.
+char* appendText(char* out, const char* text, int limit) {
+    while (limit-- > 0 && *text) *out++ = *text++;
+    return out;
+}
+
+// Writes `value` in decimal (at most 10 digits); answers the end.
+char* appendDecimal(char* out, uint32_t value) {
+    char digits[10];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    while (count > 0) *out++ = digits[--count];
+    return out;
+}
 
 }  // namespace
 
@@ -154,12 +171,20 @@ void traceError(const char* role, uint32_t code, uint32_t severity, StringC& tex
     const char* name = severityName(severity);
     char number[16];
     if (!name) {
-        snprintf(number, sizeof number, "%u", severity);
+        *appendDecimal(number, severity) = 0;
         name = number;
     }
-    char path[128];
-    snprintf(path, sizeof path, "0,Error/%s/%s/%d/%d", role, name, static_cast<int>(errorSet(code)),
-             static_cast<int>(errorNumber(code)));
+    // "0,Error/%s/%s/%d/%d", put together by hand: it is made for every
+    // entry, and a printf of it costs more than the lookup it serves.
+    char path[96];
+    char* end = appendText(path, "0,Error/", 8);
+    end = appendText(end, role, 16);
+    *end++ = '/';
+    end = appendText(end, name, 16);
+    *end++ = '/';
+    end = appendDecimal(end, errorSet(code));
+    *end++ = '/';
+    *appendDecimal(end, errorNumber(code)) = 0;
     TraceValuesT* handle = nullptr;
     if (tracer->isEnabled(path, &handle) == 0) return;
     int32_t first = text.find(1u);
