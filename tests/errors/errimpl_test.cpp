@@ -1,8 +1,8 @@
-// The per-thread error buffer: reports, entries, marks and recovery, taking
-// the text, the trace line of each entry, and one buffer per thread.
+// The per-thread error buffer: reports and their entries, marks and
+// recovery, taking the text, the trace line of each entry, one buffer per
+// thread.
 #include <gtest/gtest.h>
 #include <errno.h>
-#include <pthread.h>
 
 #include <string>
 #include <thread>
@@ -24,6 +24,7 @@ using testing_errors::utf8Of;
 struct ErrBufTest : ::testing::Test {
     ErrBufTest() : errors(getErrBuf()) { errors->takeText(nullptr); }
     ~ErrBufTest() override { errors->takeText(nullptr); }
+    std::string last() { return utf8Of(errors->getEntry(errors->getCount() - 1)->getText()); }
     ErrBufI* errors;
 };
 
@@ -32,55 +33,47 @@ TEST_F(ErrBufTest, ReportsStoreTheirRenderedText) {
     ArgListC args;
     args.add(StringC("/no/such", "ascii"));
     EXPECT_EQ(0xE0CB0011u, reportError(0xE0CB0011, "\x01\x01" "e\x01" "Cannot change to directory '%1$S'", args));
-    ASSERT_EQ(1u, errors->getCount());
     ErrEntryI* entry = errors->getEntry(0);
     EXPECT_EQ(0xE0CB0011u, entry->getCode());
     EXPECT_EQ(4u, entry->getSeverity());
-    EXPECT_EQ("Cannot change to directory '/no/such'", utf8Of(entry->getText()));
+    EXPECT_EQ("Cannot change to directory '/no/such'", last());
     EXPECT_EQ(mark, entry->getSequence());
     EXPECT_EQ(nullptr, errors->getEntry(1));
-
     struct {
         uint32_t code;
         const char* text;
-        bool withList;
         const char* stored;  // null: nothing stored
         uint32_t severity;
     } const cases[] = {
-        {0, nullptr, true, "", 4},
-        {0xE0CB0005, "keeps %1$S", false, "keeps %1$S", 4},
-        {0xE0CB0005, "{#} silent", false, nullptr, 0},
-        {0xE0CB0005, "{i} told", true, "told", 2},
-        {0xE0000002, nullptr, false, strerror(2), 4},
+        {0, nullptr, "", 4},
+        {0xE0CB0005, "keeps %1$S", "keeps %1$S", 4},
+        {0xE0CB0005, "{#} silent", nullptr, 0},
+        {0xE0CB0005, "{i} told", "told", 2},
+        {0xE0000002, nullptr, strerror(2), 4},
     };
     for (const auto& c : cases) {
         errors->takeText(nullptr);
-        uint32_t answer = c.withList ? reportError(c.code, c.text, ArgListC()) : reportError(c.code, c.text);
-        EXPECT_EQ(c.code, answer);
+        EXPECT_EQ(c.code, reportError(c.code, c.text));
         ASSERT_EQ(c.stored ? 1u : 0u, errors->getCount()) << (c.text ? c.text : "(null)");
         if (!c.stored) continue;
-        EXPECT_EQ(c.stored, utf8Of(errors->getEntry(0)->getText()));
+        EXPECT_EQ(c.stored, last());
         EXPECT_EQ(c.severity, errors->getEntry(0)->getSeverity());
-        EXPECT_EQ(c.code, errors->getEntry(0)->getCode());
     }
-    errors->takeText(nullptr);
+    EXPECT_EQ(0u, reportError(0, nullptr, ArgListC()));
     EXPECT_EQ(0xE3E80065u, reportErrorFormat(0xE3E80065, "Invalid date/time %04d/%02d/%02d", 2024, 2, 30));
-    EXPECT_EQ("Invalid date/time 2024/02/30", utf8Of(errors->getEntry(0)->getText()));
+    EXPECT_EQ("Invalid date/time 2024/02/30", last());
     errno = EEXIST;
     EXPECT_EQ(0xE0000011u, reportSystemError());
-    EXPECT_EQ(strerror(EEXIST), utf8Of(errors->getEntry(1)->getText()));
+    EXPECT_EQ(strerror(EEXIST), last());
     errno = 0;
     EXPECT_EQ(0u, reportSystemError());
-    EXPECT_EQ(3u, errors->getCount());
+    EXPECT_EQ(5u, errors->getCount());
 }
 
 TEST_F(ErrBufTest, EntriesSplitTheirText) {
     struct {
         const char* text;
-        const char* problem;
-        const char* reason;
-        const char* solution;
-        const char* joined;
+        const char *problem, *reason, *solution, *joined;
     } const cases[] = {
         {"P", "P", "", "", "P"},
         {"P\x01R", "P", "R", "", "P\nR"},
@@ -94,14 +87,12 @@ TEST_F(ErrBufTest, EntriesSplitTheirText) {
         EXPECT_EQ(c.problem, utf8Of(entry->getProblem())) << c.text;
         EXPECT_EQ(c.reason, utf8Of(entry->getReason())) << c.text;
         EXPECT_EQ(c.solution, utf8Of(entry->getSolution())) << c.text;
-        EXPECT_EQ(c.joined, utf8Of(entry->getText())) << c.text;
+        EXPECT_EQ(c.joined, last()) << c.text;
     }
     EXPECT_EQ(5u, errors->getEntry(0)->setSeverity(5)->getSeverity());
     errors->removeEntry(99);
     errors->removeEntry(0);
     EXPECT_EQ(4u, errors->getCount());
-    EXPECT_EQ(0u, errors->addRef());
-    EXPECT_EQ(0u, errors->release());
 }
 
 TEST_F(ErrBufTest, MarksRecoverAndTakeText) {
@@ -112,7 +103,6 @@ TEST_F(ErrBufTest, MarksRecoverAndTakeText) {
     TraceLinesC trace("Error/Recovery");
     errors->recover(mark);
     ASSERT_EQ(1u, errors->getCount());
-    EXPECT_EQ(0xE0CB0005u, errors->getEntry(0)->getCode());
     EXPECT_EQ((std::vector<std::string>{"0,Error/Recovery/Error/203/7 Error Recovery (s203m7): second",
                                         "0,Error/Recovery/Error/203/6 Error Recovery (s203m6): first"}),
               trace.lines);
@@ -122,48 +112,38 @@ TEST_F(ErrBufTest, MarksRecoverAndTakeText) {
     EXPECT_EQ("older\nlater", utf8Of(errors->takeText(&highest)));
     EXPECT_EQ(4u, highest);
     EXPECT_EQ(0u, errors->getCount());
-    highest = 9;
     EXPECT_EQ("", utf8Of(errors->takeText(&highest)));
     EXPECT_EQ(0u, highest);
-    reportError(0xE0CB0005, "{w}w");
-    reportError(0xE0CB0005, "{i}i");
-    errors->takeText(&highest);
-    EXPECT_EQ(3u, highest);
 }
 
 TEST_F(ErrBufTest, TraceLinesOfEntries) {
     TraceLinesC trace("Error/Occurrence");
     trace.enable("Error/Report");
     struct {
-        const char* text;
-        const char* line;
+        const char *text, *line;
     } const cases[] = {
         {"plain", "plain"},
         {"P\x01R\x01S", "Problem: P, Reason: R, Solution: S"},
         {"P\x01R", "Problem: P"},
         {"P\x01\x01S", "Problem: P, Solution: S"},
         {"P\x01R\x01", "Problem: P, Reason: R"},
-        {"\x01\x01S", "Solution: S"},
         {"\x01\x01", "Solution: "},
         {"P\x01R\x01S\x01T", "Problem: P, Reason: R, Solution: S\x01T"},
     };
     for (const auto& c : cases) {
         trace.lines.clear();
         errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
-        ASSERT_EQ(1u, trace.lines.size());
-        EXPECT_EQ(std::string("0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ") + c.line,
-                  trace.lines[0]);
+        EXPECT_EQ((std::vector<std::string>{
+                      std::string("0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ") + c.line}),
+                  trace.lines);
     }
-    trace.lines.clear();
-    errors->addError(0xE0CB0005, 9, StringC("odd", "utf8"));
-    EXPECT_EQ("0,Error/Occurrence/9/203/5 9 Occurrence (s203m5): odd", trace.lines.at(0));
     errors->takeText(nullptr);
     trace.lines.clear();
-    errors->addError(0xE0000002, 4, StringC("a", "utf8"));
+    errors->addError(0xE0000002, 9, StringC("a", "utf8"));
     errors->reportAll();
     EXPECT_EQ(0u, errors->getCount());
-    EXPECT_EQ((std::vector<std::string>{"0,Error/Occurrence/Error/0/2 Error Occurrence (s0m2): a",
-                                        "0,Error/Report/Error/0/2 Error Report (s0m2): a"}),
+    EXPECT_EQ((std::vector<std::string>{"0,Error/Occurrence/9/0/2 9 Occurrence (s0m2): a",
+                                        "0,Error/Report/9/0/2 9 Report (s0m2): a"}),
               trace.lines);
 }
 
@@ -171,47 +151,43 @@ TEST_F(ErrBufTest, TraceLinesOfEntries) {
 TEST(ErrBufThreadTest, EachThreadSeesOnlyItsOwnEntries) {
     std::vector<std::thread> threads;
     std::vector<int> wrong(8, 0);
-    for (int t = 0; t < 8; ++t) {
+    for (uint32_t t = 0; t < 8; ++t) {
         threads.emplace_back([t, &wrong] {
             ErrBufI* errors = getErrBuf();
-            if (errors != getErrBuf()) ++wrong[t];
-            for (int i = 0; i < 200; ++i) {
+            for (uint32_t i = 0; i < 200; ++i) {
                 uint32_t mark = errors->getMark();
-                reportErrorFormat(0xE0CB0005 + static_cast<uint32_t>(t), "thread %d item %d", t, i);
-                reportError(0xE0CB0005 + static_cast<uint32_t>(t), "expected");
-                if (errors->getCount() != static_cast<uint32_t>(i / 2 * 2 + 2)) ++wrong[t];
+                reportErrorFormat(0xE0CB0005 + t, "thread %d item %d", t, i);
+                reportError(0xE0CB0005 + t, "expected");
+                if (errors->getCount() != i / 2 * 2 + 2) ++wrong[t];
                 if (i % 2 == 0) errors->recover(mark);
             }
-            for (uint32_t i = 0; i < errors->getCount(); ++i) {
-                if (errors->getEntry(i)->getCode() != 0xE0CB0005 + static_cast<uint32_t>(t)) ++wrong[t];
-            }
-            if (errors->getCount() != 200) ++wrong[t];
-            // The rest is left for the thread's end to free.
+            for (uint32_t i = 0; i < errors->getCount(); ++i) wrong[t] += errors->getEntry(i)->getCode() != 0xE0CB0005 + t;
+            if (errors->getCount() != 200 || errors != getErrBuf()) ++wrong[t];
+            // The entries are left for the thread's end to free.
         });
     }
     for (std::thread& thread : threads) thread.join();
     for (int t = 0; t < 8; ++t) EXPECT_EQ(0, wrong[t]) << "thread " << t;
 }
 
-// A thread that ends releases its buffer through the key; a buffer held by
-// another reference outlives it until that one is released too.
+// A thread that ends releases its buffer through the key (the leak check
+// of the sanitizer build sees one that is not); a buffer with another
+// reference outlives the thread until that is released too.
 TEST(ErrBufThreadTest, ThreadEndReleasesItsBuffer) {
     ErrBufI* kept = nullptr;
-    std::thread first([&kept] {
+    std::thread([&kept] {
         kept = getErrBuf();
         kept->addRef();
         reportError(0xE0CB0005, "left behind");
-    });
-    first.join();
+    }).join();
     EXPECT_EQ(1u, kept->getCount());
     kept->release();
-    std::thread second([] {
+    std::thread([] {
         reportError(0xE0CB0005, "left behind");
         releaseErrBuf();
         releaseErrBuf();
         EXPECT_EQ(0u, getErrBuf()->getCount()) << "a fresh buffer after the release";
-    });
-    second.join();
+    }).join();
 }
 
 }  // namespace

@@ -4,21 +4,15 @@
 //
 // The model keeps variables in a std::map by name and computes masks by
 // plain recursion over the rules: budgets from the top, one budget array per
-// subtree walk, children left alone under a variable whose mask became 0.
-// The one thing it takes from the real controller is the order of its hash
-// table, in which setConsumerLevel recomputes variables.
-//
-// An operation is four bytes: what to do, two bytes that make a path, and
-// one argument.
+// subtree walk, no visit below a variable whose mask became 0. It takes one
+// thing from the controller: the order of its hash table, in which
+// setConsumerLevel recomputes variables. An operation is four bytes: what to
+// do, two bytes that make a path, and an argument.
 #ifndef KEEL_TESTS_TRACING_TRACEMODEL_H
 #define KEEL_TESTS_TRACING_TRACEMODEL_H
 
-#include <stdint.h>
-#include <stdio.h>
-
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tracing/tracecim.h"
@@ -26,10 +20,9 @@
 namespace keel {
 namespace tracemodel {
 
-// Records what the controller tells it into a log shared by all consumers.
+// Logs what the controller tells it ("c<id> <path>", "w<id> <path>").
 class LogConsumerC : public TraceConsumerI {
 public:
-    LogConsumerC() : id(0), fail(false), log(nullptr) {}
     uint32_t write(const char* path, int32_t, const char*, ArgListC) override {
         log->push_back("w" + std::to_string(id) + " " + path);
         return fail ? 1 : 0;
@@ -39,269 +32,198 @@ public:
         log->push_back("c" + std::to_string(id) + " " + path);
         return 0;
     }
-    int id;
-    bool fail;
-    std::vector<std::string>* log;
+    int id = 0;
+    bool fail = false;
+    std::vector<std::string>* log = nullptr;
 };
 
-class ModelC {
-public:
+struct ModelC {
     struct VarT {
-        std::string parent;
+        std::string parent;  // "" with hasParent false at the top
         bool hasParent = false;
         std::vector<std::string> children;
         int detail = 1;
         uint32_t enabled = 0, explicit_ = 0, active = 0;
     };
-    struct SlotT {
-        int consumer;  // -1 when free
-        int level;
-    };
+    std::map<std::string, VarT> vars;
+    std::vector<std::pair<int, int>> slots;  // consumer (-1 free), level
+    std::vector<std::string> log;
 
-    static size_t prefixLength(const std::string& path) {
-        if (path.empty() || path[0] < '0' || path[0] > '9') return 0;
-        return path.size() > 1 && path[1] == ',' ? 2 : 1;
+    static size_t prefix(const std::string& p) {
+        return p.empty() || p[0] < '0' || p[0] > '9' ? 0 : p.size() > 1 && p[1] == ',' ? 2 : 1;
     }
-    static int digit(const std::string& path) { return prefixLength(path) ? path[0] - '0' : -1; }
-    static std::string nameOf(const std::string& path) { return path.substr(prefixLength(path)); }
-
+    static std::string nameOf(const std::string& p) { return p.substr(prefix(p)); }
     int slotOf(int consumer) const {
         for (size_t i = 0; i < slots.size(); ++i) {
-            if (slots[i].consumer == consumer) return static_cast<int>(i);
+            if (slots[i].first == consumer) return static_cast<int>(i);
         }
         return -1;
     }
+    size_t inUse() const { return slots.size() < 32 ? slots.size() : 32; }
 
     void mention(const std::string& path) {
         std::string name = nameOf(path);
-        auto found = vars.find(name);
-        if (found != vars.end()) {
-            if (digit(path) >= 0) found->second.detail = digit(path);
+        int digit = prefix(path) ? path[0] - '0' : -1;
+        if (vars.count(name)) {
+            if (digit >= 0) vars[name].detail = digit;
             return;
         }
-        VarT variable;
+        VarT v;
         size_t cut = path.rfind('/');
-        if (cut != std::string::npos && cut >= prefixLength(path)) {
-            std::string parentPath = path.substr(0, cut);
-            if (!vars.count(nameOf(parentPath))) mention(parentPath);
-            variable.parent = nameOf(parentPath);
-            variable.hasParent = true;
-            vars[variable.parent].children.push_back(name);
+        if (cut != std::string::npos && cut >= prefix(path)) {
+            if (!vars.count(nameOf(path.substr(0, cut)))) mention(path.substr(0, cut));
+            v.parent = nameOf(path.substr(0, cut));
+            v.hasParent = true;
+            vars[v.parent].children.push_back(name);
         }
-        variable.detail = digit(path) >= 0 ? digit(path) : 1;
-        vars[name] = variable;
+        v.detail = digit >= 0 ? digit : 1;
+        vars[name] = v;
         compute(name);
-        for (const SlotT& slot : slots) {
-            if (slot.consumer >= 0) log.push_back("c" + std::to_string(slot.consumer) + " " + path);
+        for (const auto& slot : slots) {
+            if (slot.first >= 0) log.push_back("c" + std::to_string(slot.first) + " " + path);
         }
     }
-
     void compute(const std::string& name) {
         int levels[32] = {0};
-        std::vector<std::string> line;
-        for (std::string at = name;;) {
-            line.push_back(at);
-            if (!vars[at].hasParent) break;
-            at = vars[at].parent;
-        }
-        size_t inUse = slots.size() < 32 ? slots.size() : 32;
+        std::vector<std::string> line{name};
+        while (vars[line.back()].hasParent) line.push_back(vars[line.back()].parent);
         for (size_t k = line.size(); k-- > 0;) {
-            const VarT& v = vars[line[k]];
-            for (size_t i = 0; i < inUse; ++i) {
-                if (slots[i].consumer < 0) continue;
-                if (v.explicit_ & (1u << i)) levels[i] = slots[i].level;
-                if (k != 0) levels[i] -= v.detail;
+            for (size_t i = 0; i < inUse(); ++i) {
+                if (slots[i].first < 0) continue;
+                if (vars[line[k]].explicit_ & (1u << i)) levels[i] = slots[i].second;
+                if (k != 0) levels[i] -= vars[line[k]].detail;
             }
         }
         computeFrom(name, levels);
     }
-
     void computeFrom(const std::string& name, int* levels) {
         VarT& v = vars[name];
         v.active = v.enabled & v.explicit_;
         uint32_t reach = 0;
-        size_t inUse = slots.size() < 32 ? slots.size() : 32;
-        for (size_t i = 0; i < inUse; ++i) {
-            if (slots[i].consumer < 0) continue;
-            levels[i] = ((v.explicit_ & (1u << i)) ? slots[i].level : levels[i]) - v.detail;
+        for (size_t i = 0; i < inUse(); ++i) {
+            if (slots[i].first < 0) continue;
+            levels[i] = ((v.explicit_ & (1u << i)) ? slots[i].second : levels[i]) - v.detail;
             if (levels[i] >= 0) reach |= 1u << i;
         }
         if (v.hasParent) v.active |= reach & ~v.explicit_ & vars[v.parent].active;
         if (v.active == 0) return;
-        std::vector<std::string> children = v.children;
-        for (const std::string& child : children) computeFrom(child, levels);
+        for (const std::string& child : std::vector<std::string>(v.children)) computeFrom(child, levels);
     }
-
     uint32_t setLevel(int consumer, int level, const std::vector<std::string>& tableOrder) {
         int slot = slotOf(consumer);
         if (slot < 0) return kTraceNoConsumer;
-        slots[slot].level = level < 0 ? 0 : level > 9 ? 9 : level;
+        slots[slot].second = level < 0 ? 0 : level > 9 ? 9 : level;
         for (const std::string& name : tableOrder) {
             if (!vars[name].hasParent || (vars[name].explicit_ & (1u << slot))) compute(name);
         }
         return 0;
     }
-
     uint32_t add(int consumer, int level, const std::vector<std::string>& tableOrder) {
         int slot = slotOf(-1);
+        if (slot < 0) slots.push_back({consumer, 9});
         if (slot >= 0) {
-            slots[slot] = SlotT{consumer, 9};
-            for (auto& entry : vars) {
-                entry.second.enabled &= ~(1u << slot);
-                entry.second.active &= ~(1u << slot);
-            }
-        } else {
-            slots.push_back(SlotT{consumer, 9});
+            slots[slot] = {consumer, 9};
+            for (auto& entry : vars) entry.second.enabled &= ~(1u << slot), entry.second.active &= ~(1u << slot);
         }
         return setLevel(consumer, level, tableOrder);
     }
-
     uint32_t setPath(int consumer, const std::string& path, bool setting, bool on) {
         int slot = slotOf(consumer);
         if (slot < 0) return kTraceNoConsumer;
         mention(path);
         VarT& v = vars[nameOf(path)];
-        uint32_t bit = 1u << slot;
-        v.explicit_ = setting ? v.explicit_ | bit : v.explicit_ & ~bit;
-        v.enabled = on ? v.enabled | bit : v.enabled & ~bit;
+        v.explicit_ = setting ? v.explicit_ | (1u << slot) : v.explicit_ & ~(1u << slot);
+        v.enabled = on ? v.enabled | (1u << slot) : v.enabled & ~(1u << slot);
         compute(nameOf(path));
         return 0;
     }
-
-    std::map<std::string, VarT> vars;
-    std::vector<SlotT> slots;
-    std::vector<std::string> log;
 };
 
 class DriverC {
 public:
-    enum { consumerCount = 4 };
-
     DriverC() {
-        for (int i = 0; i < consumerCount; ++i) {
-            consumers[i].id = i;
-            consumers[i].log = &realLog;
-        }
+        for (int i = 0; i < 4; ++i) consumers[i].id = i, consumers[i].log = &realLog;
     }
 
     static std::string makePath(uint8_t shape, uint8_t parts) {
         static const char* const prefixes[] = {"", "0", "3,", "9"};
         static const char* const components[] = {"A", "B", "7", ""};
         std::string path = prefixes[(shape >> 2) & 3];
-        int depth = 1 + (shape & 3);
-        for (int k = 0; k < depth; ++k) {
-            if (k) path += '/';
-            path += components[(parts >> (2 * k)) & 3];
-        }
+        for (int k = 0; k <= (shape & 3); ++k) path += std::string(k ? "/" : "") + components[(parts >> (2 * k)) & 3];
         return path;
     }
 
     // Applies one operation to both; answers "" or what differs.
     std::string step(uint8_t op, uint8_t shape, uint8_t parts, uint8_t argument) {
         std::string path = makePath(shape, parts);
-        int consumer = argument % consumerCount;
-        int level = static_cast<int>(argument % 15) - 2;
-        uint32_t realCode = 0, modelCode = 0;
-        std::string what;
+        int c = argument % 4, level = argument % 15 - 2;
+        TraceConsumerI* consumer = &consumers[c];
+        uint32_t real = 0, expected = 0;
         switch (op % 9) {
-        case 0:
-            if (model.slotOf(consumer) >= 0) return "";  // each consumer in at most one slot
-            what = "add";
-            realCode = controller.addConsumer(&consumers[consumer], 0, level);
-            modelCode = model.add(consumer, level, tableOrder());
+        case 0:  // each consumer holds at most one slot
+            if (model.slotOf(c) < 0) real = controller.addConsumer(consumer, 0, level), expected = model.add(c, level, order());
             break;
         case 1:
-            what = "remove";
-            realCode = controller.removeConsumer(&consumers[consumer]);
-            modelCode = model.slotOf(consumer) < 0 ? kTraceNoConsumer : 0;
-            if (modelCode == 0) model.slots[model.slotOf(consumer)].consumer = -1;
+            real = controller.removeConsumer(consumer);
+            expected = model.slotOf(c) < 0 ? kTraceNoConsumer : (model.slots[model.slotOf(c)].first = -1, 0);
             break;
         case 2:
-            what = "level";
-            realCode = controller.setConsumerLevel(&consumers[consumer], level);
-            modelCode = model.setLevel(consumer, level, tableOrder());
+            real = controller.setConsumerLevel(consumer, level), expected = model.setLevel(c, level, order());
             break;
         case 3:
-        case 4:
-        case 5: {
-            static const char* const names[] = {"enable", "disable", "inherit"};
-            what = names[op % 9 - 3];
-            TraceConsumerI* target = &consumers[consumer];
-            realCode = op % 9 == 3 ? controller.enablePath(target, path.c_str())
-                       : op % 9 == 4 ? controller.disablePath(target, path.c_str())
-                                     : controller.inheritPath(target, path.c_str());
-            modelCode = model.setPath(consumer, path, op % 9 != 5, op % 9 == 3);
+            real = controller.enablePath(consumer, path.c_str()), expected = model.setPath(c, path, true, true);
             break;
-        }
+        case 4:
+            real = controller.disablePath(consumer, path.c_str()), expected = model.setPath(c, path, true, false);
+            break;
+        case 5:
+            real = controller.inheritPath(consumer, path.c_str()), expected = model.setPath(c, path, false, false);
+            break;
         case 6: {
-            what = "mention";
             TraceValuesT* values = nullptr;
-            realCode = controller.getVariable(path.c_str(), &values);
+            controller.getVariable(path.c_str(), &values);
             model.mention(path);
-            if (!values) return "getVariable gave null for " + path;
+            if (!values) return "no variable for " + path;
             break;
         }
         case 7: {
-            what = "set";
-            TraceValuesT values = TraceValuesT();
-            values.enabled = argument & 15;
-            values.explicit_ = (argument >> 2) & 15;
-            values.detail = static_cast<int16_t>(static_cast<int>(argument % 16) - 3);
-            realCode = controller.setVariable(path.c_str(), &values);
+            TraceValuesT in = TraceValuesT();
+            in.enabled = argument & 15, in.explicit_ = (argument >> 2) & 15, in.detail = int16_t(argument % 16 - 3);
+            controller.setVariable(path.c_str(), &in);
             model.mention(path);
             ModelC::VarT& v = model.vars[ModelC::nameOf(path)];
-            v.enabled = values.enabled;
-            v.explicit_ = values.explicit_;
-            v.detail = values.detail < 0 ? 0 : values.detail > 9 ? 9 : values.detail;
+            v.enabled = in.enabled, v.explicit_ = in.explicit_, v.detail = in.detail < 0 ? 0 : in.detail > 9 ? 9 : in.detail;
             model.compute(ModelC::nameOf(path));
             break;
         }
-        default: {
-            // A line through a dispatch like the tracer's: consumers in the
-            // mask get it, and one that fails loses its slot.
-            what = "line";
-            consumers[consumer].fail = (argument & 0x80) != 0;
-            TraceControlVarC* variable = controller.findVariable(path.c_str());
+        default:  // a line, dispatched as the tracer does; a failing consumer loses its slot
+            consumers[c].fail = (argument & 0x80) != 0;
+            dispatch(path.c_str(), controller.findVariable(path.c_str()));
             model.mention(path);
-            dispatch(path.c_str(), variable);
-            uint32_t mask = model.vars[ModelC::nameOf(path)].active;
             for (size_t i = 0; i < model.slots.size(); ++i) {
-                int c = model.slots[i].consumer;
-                if (c < 0 || !(mask & (1u << (i % 32)))) continue;
-                model.log.push_back("w" + std::to_string(c) + " " + path);
-                if (consumers[c].fail) model.slots[i].consumer = -1;
+                int owner = model.slots[i].first;
+                if (owner < 0 || !(model.vars[ModelC::nameOf(path)].active & (1u << (i % 32)))) continue;
+                model.log.push_back("w" + std::to_string(owner) + " " + path);
+                if (consumers[owner].fail) model.slots[i].first = -1;
             }
-            consumers[consumer].fail = false;
-            break;
+            consumers[c].fail = false;
         }
-        }
-        if (realCode != modelCode) return what + " " + path + ": code differs";
-        return compare(what + " " + path);
+        if (real != expected) return "op " + std::to_string(op % 9) + " " + path + ": code differs";
+        return compare("op " + std::to_string(op % 9) + " " + path);
     }
 
     std::string compare(const std::string& after) {
-        if (controller.variableCount() != model.vars.size()) return after + ": variable count differs";
-        if (realLog != model.log) return after + ": consumer calls differ";
+        if (controller.variableCount() != model.vars.size() || realLog != model.log) return after + ": tree or log";
         for (const auto& entry : model.vars) {
-            std::string key = "0," + entry.first;
+            std::string key = "0," + entry.first;  // a neutral prefix: the name may start with a digit
             TraceControlVarC* real = controller.lookupVariable(key.c_str());
             const ModelC::VarT& v = entry.second;
-            if (!real) return after + ": missing " + entry.first;
-            if (real->active != v.active || real->enabled != v.enabled || real->explicit_ != v.explicit_ ||
-                real->detail != v.detail) {
-                char text[160];
-                snprintf(text, sizeof text, ": '%s' real %x/%x/%x/%d model %x/%x/%x/%d", entry.first.c_str(),
-                         real->active, real->enabled, real->explicit_, real->detail, v.active, v.enabled,
-                         v.explicit_, v.detail);
-                return after + text;
+            if (!real || real->active != v.active || real->enabled != v.enabled || real->explicit_ != v.explicit_ ||
+                real->detail != v.detail || real->childCount() != v.children.size()) {
+                return after + ": variable '" + entry.first + "' differs";
             }
-            uint32_t children = 0;
-            controller.getChildCount(key.c_str(), &children);
-            if (children != v.children.size()) return after + ": child count of " + entry.first;
-            for (uint32_t i = 0; i < children; ++i) {
-                const char* name = nullptr;
-                controller.getChildName(key.c_str(), static_cast<int32_t>(i), &name);
-                if (!name || v.children[i] != name) return after + ": child order of " + entry.first;
+            for (uint32_t i = 0; i < real->childCount(); ++i) {
+                if (v.children[i] != real->child(i)->name) return after + ": children of '" + entry.first + "'";
             }
         }
         return "";
@@ -309,25 +231,20 @@ public:
 
     TraceControllerC controller;
     ModelC model;
-    LogConsumerC consumers[consumerCount];
+    LogConsumerC consumers[4];
     std::vector<std::string> realLog;
 
 private:
-    std::vector<std::string> tableOrder() {
-        std::vector<std::string> order;
-        controller.walkVariables(
-            [](void* context, TraceControlVarC* variable) {
-                static_cast<std::vector<std::string>*>(context)->push_back(variable->name);
-            },
-            &order);
-        return order;
+    std::vector<std::string> order() {
+        std::vector<std::string> names;
+        controller.walkVariables([](void* n, TraceControlVarC* v) { static_cast<decltype(names)*>(n)->push_back(v->name); },
+                                 &names);
+        return names;
     }
-
     void dispatch(const char* path, TraceControlVarC* variable) {
-        uint32_t mask = variable ? variable->active : 0;
-        for (uint32_t i = 0; i < controller.TraceConsumerArrayC::size(); ++i) {
+        for (uint32_t i = 0; variable && i < controller.TraceConsumerArrayC::size(); ++i) {
             TraceConsumerI* consumer = controller.at(i)->consumer;
-            if (!consumer || !(mask & (1u << (i % 32)))) continue;
+            if (!consumer || !(variable->active & (1u << (i % 32)))) continue;
             if (consumer->write(path, 0, "", ArgListC()) != 0) controller.removeConsumer(consumer);
         }
     }
