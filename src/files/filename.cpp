@@ -74,9 +74,28 @@ StringC fromBytes(const uint8_t* bytes, size_t count) {
     return StringC(bytes, static_cast<uint32_t>(count), "vutf8");
 }
 
-// The separator as a string, made once in "system-8" like every one-byte
-// ASCII string (the factory keeps those for the life of the process).
-StringC separatorString() { return StringC("/", "system-8"); }
+// A new representation of internal-form bytes, not yet referenced.
+StringImplI* newText(const uint8_t* bytes, size_t count) {
+    return getStringFactory()->fromBytes(bytes, static_cast<uint32_t>(count), "vutf8");
+}
+
+// Puts a new representation into `target` and drops the old one: one
+// reference taken, one exchange, one reference dropped, where a temporary
+// handle and an assignment would cost three times the atomic operations.
+// Every view of the old text must have been given back.
+void replaceText(StringC& target, StringImplI* fresh) {
+    StringImplI* old = target.getImpl();
+    target.adopt(fresh);
+    if (old) old->release();
+}
+
+// The separator as a string made in "system-8". The factory keeps every
+// one-byte ASCII string for the life of the process, so the pointer is asked
+// for once and stays good.
+StringImplI* separatorImpl() {
+    static StringImplI* const separator = getStringFactory()->fromText("/", "system-8");
+    return separator;
+}
 
 const uint8_t* findByte(const uint8_t* from, const uint8_t* end, uint8_t byte) {
     const void* hit = memchr(from, byte, static_cast<size_t>(end - from));
@@ -103,7 +122,7 @@ bool isNormal(const uint8_t* p, uint32_t n) {
 // The normal form of `n` raw bytes into `out`, which has room for `n`: the
 // leading run of separators dropped (and reported through `rooted`), every
 // inner run made one "/", the trailing run dropped. Answers the length.
-uint32_t normaliseInto(const uint8_t* p, uint32_t n, uint8_t* out, bool* rooted) {
+size_t normaliseInto(const uint8_t* p, size_t n, uint8_t* out, bool* rooted) {
     const uint8_t* end = p + n;
     const uint8_t* q = p;
     while (q != end && *q == kSeparator) ++q;
@@ -118,7 +137,7 @@ uint32_t normaliseInto(const uint8_t* p, uint32_t n, uint8_t* out, bool* rooted)
         *o++ = kSeparator;
         q = s;
     }
-    return static_cast<uint32_t>(o - out);
+    return static_cast<size_t>(o - out);
 }
 
 // The number of characters in `n` bytes, as the string's walks count them,
@@ -291,8 +310,8 @@ FileNameC::FileNameC(const StringArrayC& components) : driveFlag(false), rooted(
         o += element.size();
     }
     ByteScratchC normal(total);
-    uint32_t length = normaliseInto(joined.data(), static_cast<uint32_t>(o - joined.data()), normal.data(), &rooted);
-    text = fromBytes(normal.data(), length);
+    size_t length = normaliseInto(joined.data(), static_cast<size_t>(o - joined.data()), normal.data(), &rooted);
+    replaceText(text, newText(normal.data(), length));
 }
 
 FileNameC::FileNameC(const FileNameC* directory, const StringC& name)
@@ -321,18 +340,18 @@ FileNameC& FileNameC::operator=(const FileNameC& other) {
 void FileNameC::normalise() {
     driveFlag = false;
     shareFlag = false;
-    StringC normal;
+    StringImplI* normal;
     {
         BytesC raw(text);
         if (isNormal(raw.data(), raw.size())) return;
         ByteScratchC room(raw.size());
         bool leading = false;
-        uint32_t length = normaliseInto(raw.data(), raw.size(), room.data(), &leading);
+        size_t length = normaliseInto(raw.data(), raw.size(), room.data(), &leading);
         if (leading) rooted = true;
-        normal = fromBytes(room.data(), length);
+        normal = newText(room.data(), length);
     }
     // Only now, with the view of the old text given back, may it go.
-    text = normal;
+    replaceText(text, normal);
 }
 
 // The directory text and the name are put together with one "/" between
@@ -355,16 +374,14 @@ void FileNameC::join(const StringC& directory, const StringC& name) {
     driveFlag = false;
     rooted = false;
     shareFlag = false;
-    StringC joined;
+    StringImplI* joined = nullptr;
     bool plain;
     {
         BytesC dir(directory);
         const uint8_t* d = dir.data();
         uint32_t dn = dir.size();
         plain = dn == 0;
-        if (plain) {
-            joined = name;
-        } else {
+        if (!plain) {
             BytesC rest(name);
             const uint8_t* m = rest.data();
             const uint32_t mn = rest.size();
@@ -390,12 +407,16 @@ void FileNameC::join(const StringC& directory, const StringC& name) {
             if (slash) *o++ = kSeparator;
             memcpy(o, m + mStart, mn - mStart);
             ByteScratchC normal(total);
-            uint32_t length = normaliseInto(raw.data(), static_cast<uint32_t>(total), normal.data(), &rooted);
-            joined = fromBytes(normal.data(), length);
+            size_t length = normaliseInto(raw.data(), total, normal.data(), &rooted);
+            joined = newText(normal.data(), length);
         }
     }
-    text = joined;
-    if (plain) normalise();
+    if (plain) {
+        text = name;
+        normalise();
+    } else {
+        replaceText(text, joined);
+    }
 }
 
 // --- Queries -----------------------------------------------------------------
@@ -404,7 +425,7 @@ StringC FileNameC::toString() const { return withRoot(text); }
 
 StringC FileNameC::withRoot(const StringC& string) const {
     if (!rooted) return string;
-    return StringC(separatorString(), string);
+    return StringC::fromNew(getStringFactory()->concat(separatorImpl(), string.getImpl()));
 }
 
 // With the same root on both sides the "/" in front cannot decide anything,
@@ -638,17 +659,17 @@ FileNameC FileNameC::replaceSuffix(const StringC& newSuffix, const StringC& oldS
 // On the bytes: a text that ends in the suffix's bytes ends in its characters,
 // since the suffix begins where a character begins.
 void FileNameC::stripSuffix(StringC& string, const StringC& suffix) {
-    StringC shorter;
+    StringImplI* shorter;
     {
         BytesC bytes(string);
         BytesC cut(suffix);
         if (cut.size() == 0 || cut.size() > bytes.size()) return;
         uint32_t keep = bytes.size() - cut.size();
         if (memcmp(bytes.data() + keep, cut.data(), cut.size()) != 0) return;
-        shorter = fromBytes(bytes.data(), keep);
+        shorter = newText(bytes.data(), keep);
     }
     // The views are given back before the old text may go.
-    string = shorter;
+    replaceText(string, shorter);
 }
 
 bool FileNameC::wildcardMatch(const StringC& name, const StringC& pattern, bool caseSensitive) {
