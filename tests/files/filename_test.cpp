@@ -55,6 +55,13 @@ TEST(FileName, NormalFormAndCollapse) {
         EXPECT_EQ(c.collapsed, str(name.getCollapsedText())) << c.input;
         EXPECT_FALSE(name.getDriveFlag() || name.getShareFlag());
     }
+    // Names of 4,096 bytes and more have no limit of their own.
+    std::string deep, collapsed = "/";
+    for (int i = 0; i < 1000; ++i) deep += "//dir/.";
+    for (int i = 0; i < 999; ++i) collapsed += "dir/";
+    FileNameC deepName = N(deep + "/../x/");
+    EXPECT_EQ(2002, deepName.getComponentCount());
+    EXPECT_EQ(collapsed + "x", str(deepName.getCollapsedText()));
     // Text in normal form keeps its representation.
     StringC normal = S("usr/lib/x.so");
     EXPECT_EQ(normal.getImpl(), FileNameC(normal).getText().getImpl());
