@@ -1,5 +1,5 @@
 // The tree of control variables driven by fuzzer-chosen operations beside
-// the plain model of tests/tracing/tracemodel.h: add, remove and re-level
+// the plain model of tests/testing/tracemodel.h: add, remove and re-level
 // consumers, enable, disable and inherit paths, mention paths with and
 // without detail prefixes, set variables, and dispatch lines to consumers
 // that may fail. After each operation the controller must agree with the
@@ -18,7 +18,7 @@
 
 #include <keel/keel.h>
 
-#include "../tests/tracing/tracemodel.h"
+#include "../tests/testing/tracemodel.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     keel::tracemodel::DriverC driver;

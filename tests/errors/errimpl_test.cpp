@@ -12,7 +12,7 @@
 
 #include "errors/errapi.h"
 #include "errors/errimpl.h"
-#include "tracelines.h"
+#include "testing/tracelines.h"
 
 namespace keel {
 namespace {

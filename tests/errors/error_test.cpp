@@ -8,7 +8,7 @@
 
 #include "errors/errapi.h"
 #include "errors/error.h"
-#include "tracelines.h"
+#include "testing/tracelines.h"
 
 namespace keel {
 namespace {

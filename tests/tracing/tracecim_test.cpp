@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tracing/tracemodel.h"
+#include "testing/tracemodel.h"
 
 namespace keel {
 namespace {

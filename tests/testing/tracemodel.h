@@ -8,8 +8,8 @@
 // thing from the controller: the order of its hash table, in which
 // setConsumerLevel recomputes variables. An operation is four bytes: what to
 // do, two bytes that make a path, and an argument.
-#ifndef KEEL_TESTS_TRACING_TRACEMODEL_H
-#define KEEL_TESTS_TRACING_TRACEMODEL_H
+#ifndef KEEL_TESTS_TESTING_TRACEMODEL_H
+#define KEEL_TESTS_TESTING_TRACEMODEL_H
 
 #include <map>
 #include <string>

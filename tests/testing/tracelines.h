@@ -1,7 +1,7 @@
 // A consumer that keeps the rendered trace lines of the paths it enables,
 // added to the one tracer for the life of the object.
-#ifndef KEEL_TESTS_ERRORS_TRACELINES_H
-#define KEEL_TESTS_ERRORS_TRACELINES_H
+#ifndef KEEL_TESTS_TESTING_TRACELINES_H
+#define KEEL_TESTS_TESTING_TRACELINES_H
 
 #include <string>
 #include <vector>
