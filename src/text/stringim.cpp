@@ -887,8 +887,13 @@ void StringImplC::appendChar(uint32_t character) {
     utf8Put(end, character);
     byteLength = static_cast<uint32_t>(end - data);
     *end = 0;
+    // A value of 0x80000000 or more has no encoded form and adds nothing.
+    // Counting it anyway would leave a known count one above the text, and
+    // length, the end of backward walks and the one-byte test of seek would
+    // answer from that wrong count; the count goes up only for what was
+    // written.
     int32_t known = charCount.load();
-    if (known >= 0) charCount = known + 1;
+    if (known >= 0 && utf8EncodedLength(character) != 0) charCount = known + 1;
 }
 
 void StringImplC::insert(int32_t index, StringImplI* other) {
