@@ -14,7 +14,7 @@ APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev pytho
 BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev
 FUZZ_PACKAGES := clang libclang-rt-dev
 
-.PHONY: deps bench-deps fuzz-deps demo check check-native check-i386 sanitize asan tsan bench fuzz clean
+.PHONY: deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz clean
 
 # Installs only what dpkg does not already report as installed.
 define apt_install
@@ -37,8 +37,28 @@ fuzz-deps: deps
 build/native/build.ninja: | deps
 	$(CMAKE) -S . -B build/native $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-build/i386/build.ninja: | deps
-	$(CMAKE) -S . -B build/i386 $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEEL_M32=ON
+# The i386 programs run natively where the kernel executes 32-bit programs and
+# under qemu-user elsewhere (or wherever KEEL_I386_EMULATOR=qemu-i386 asks for
+# it). The probe here only decides whether qemu-user must be installed; CMake
+# probes again and says in its output which way the suite runs.
+KEEL_I386_EMULATOR ?=
+I386_BUILD ?= build/i386
+i386-deps: deps
+	@probe=$$(mktemp -d); \
+	printf 'int main(void) { return 0; }\n' >$$probe/p.c; \
+	if [ -n "$(KEEL_I386_EMULATOR)" ] || ! { gcc -m32 -o $$probe/p $$probe/p.c && $$probe/p; } >/dev/null 2>&1; then \
+	  echo qemu-user >$$probe/need; \
+	fi; \
+	need=$$(cat $$probe/need 2>/dev/null); rm -rf $$probe; \
+	if [ -n "$$need" ]; then $(MAKE) --no-print-directory qemu-deps; fi
+
+qemu-deps:
+	$(call apt_install,qemu-user)
+
+# Configured on every run (cheap once cached), so that a change of
+# KEEL_I386_EMULATOR takes effect in an existing tree.
+i386-configure: i386-deps
+	$(CMAKE) -S . -B $(I386_BUILD) $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEEL_M32=ON -DKEEL_I386_EMULATOR=$(KEEL_I386_EMULATOR)
 
 demo: build/native/build.ninja
 	$(CMAKE) --build build/native -j $(JOBS)
@@ -48,9 +68,9 @@ check-native: build/native/build.ninja
 	$(CMAKE) --build build/native -j $(JOBS)
 	cd build/native && ctest --output-on-failure -j $(JOBS)
 
-check-i386: build/i386/build.ninja
-	$(CMAKE) --build build/i386 -j $(JOBS)
-	cd build/i386 && ctest --output-on-failure -j $(JOBS)
+check-i386: i386-configure
+	$(CMAKE) --build $(I386_BUILD) -j $(JOBS)
+	cd $(I386_BUILD) && ctest --output-on-failure -j $(JOBS)
 
 check: check-native check-i386
 

@@ -10,6 +10,8 @@
 
 #include <keel/keel.h>
 
+#include "testing/process.h"
+
 namespace keel {
 namespace {
 
@@ -85,8 +87,9 @@ TEST(ExportTest, SharedObjectExportsOnlyEntryPoints) {
 // A handle released by an exit handler that runs after the empty string
 // cache has gone does not crash the program.
 TEST(ExitTest, LateReleaseOfAnEmptyStringDuringExit) {
-    int status = system((std::string(KEEL_BINARY_DIR) + "/tests/lateexit_main").c_str());
+    int status = testkit::runProgram(testkit::builtProgram("tests/lateexit_main"));
     ASSERT_TRUE(WIFEXITED(status)) << "helper died";
+    ASSERT_NE(127, WEXITSTATUS(status)) << "helper could not be started";
     EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
