@@ -17,8 +17,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     keel::StringImplC::setVectorPaths((data[0] & 1) == 0);
-    keel::testing::ByteChoicesC choices(data + 1, size - 1);
-    std::string failure = keel::testing::StringModelRunC(choices).run();
+    keel::testkit::ByteChoicesC choices(data + 1, size - 1);
+    std::string failure = keel::testkit::StringModelRunC(choices).run();
     keel::StringImplC::setVectorPaths(true);
     if (!failure.empty()) {
         fprintf(stderr, "mismatch: %s\n", failure.c_str());

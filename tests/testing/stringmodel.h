@@ -29,7 +29,7 @@
 #include <keel/string.h>
 
 namespace keel {
-namespace testing {
+namespace testkit {
 
 // Where the run takes its choices from: a number below `bound` (at least 1).
 // `exhausted` ends the run.
@@ -405,7 +405,7 @@ private:
     std::string failure_;
 };
 
-}  // namespace testing
+}  // namespace testkit
 }  // namespace keel
 
 #endif

@@ -18,7 +18,7 @@
 namespace keel {
 namespace {
 
-using testing::utf8Of;
+using testkit::utf8Of;
 
 std::string utf8(const StringC& s) {
     const char* text = s.textUtf8();
@@ -32,8 +32,8 @@ std::string utf8(const StringC& s) {
 TEST(StringModelTest, RandomOperationsAgreeWithTheModel) {
     for (uint32_t seed = 1; seed <= 800; ++seed) {
         StringImplC::setVectorPaths(seed % 2 == 0);
-        testing::SeededChoicesC choices(seed, 3000);
-        std::string failure = testing::StringModelRunC(choices).run();
+        testkit::SeededChoicesC choices(seed, 3000);
+        std::string failure = testkit::StringModelRunC(choices).run();
         ASSERT_EQ("", failure) << "seed " << seed;
     }
     StringImplC::setVectorPaths(true);
