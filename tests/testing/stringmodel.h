@@ -317,8 +317,19 @@ private:
         return text(3, false);
     }
 
-    static bool inSet(const std::u32string& set, char32_t c) { return set.find(c) != std::u32string::npos; }
+    // The model's answer of a character search: the first index from
+    // `first` on, or the last in front of `limit`, whose character is in the
+    // set (`wanted`) or not in it.
+    int64_t modelScan(const std::u32string& set, bool wanted, bool last, int32_t first, int32_t limit) const {
+        for (int32_t k = 0, n = last ? limit : size() - first; k < n; ++k) {
+            int32_t i = last ? limit - 1 - k : first + k;
+            if ((set.find(model_[i]) != std::u32string::npos) == wanted) return i;
+        }
+        return -1;
+    }
 
+    // 0-1: a character forward and backward, 2-3: a string, 4-7: the set
+    // searches (of, last of, not of, last not of).
     void search() {
         int op = static_cast<int>(below(8));
         std::u32string n = needle();
@@ -326,74 +337,32 @@ private:
         StringC other = made(n, below(2) == 0);
         log_ << "\n  search " << op << " of " << n.size() << " from " << at;
         // Forward: from `at` + 1 (the start for anything below -1) on.
-        // Backward: in front of `at` (the end for -1 and past the end; none
-        // for anything below -1).
+        // Backward: in front of `at` (the end for -1 and past the end; no
+        // answer for anything below -1).
         int32_t first = at < -1 ? 0 : at + 1;
-        int32_t limit = at == -1 || at > size() ? size() : at;
-        int64_t want = -1;
+        int32_t limit = at < -1 ? 0 : at == -1 || at > size() ? size() : at;
+        bool last = op % 2 == 1;
+        uint32_t c = n.empty() ? 'a' : n[0];
         int32_t got;
-        switch (op) {
-        case 0: {
-            uint32_t c = n.empty() ? 'a' : n[0];
-            got = string_.find(c, at);
-            for (int32_t i = first; i < size(); ++i) {
-                if (model_[i] == c) {
-                    want = i;
-                    break;
-                }
-            }
-            break;
-        }
-        case 1: {
-            uint32_t c = n.empty() ? 'a' : n[0];
-            got = string_.findLast(c, at);
-            for (int32_t i = limit - 1; at >= -1 && i >= 0; --i) {
-                if (model_[i] == c) {
-                    want = i;
-                    break;
-                }
-            }
-            break;
-        }
-        case 2:
-            got = string_.find(other, at);
-            if (!n.empty() && first <= size()) {
-                size_t hit = model_.find(n, first);
-                if (hit != std::u32string::npos) want = static_cast<int64_t>(hit);
-            }
-            break;
-        case 3:
-            got = string_.findLast(other, at);
-            if (!n.empty() && at >= -1 && static_cast<size_t>(limit) >= n.size()) {
-                size_t hit = model_.rfind(n, limit - n.size());
-                if (hit != std::u32string::npos) want = static_cast<int64_t>(hit);
-            }
-            break;
-        default: {
-            bool last = op == 5 || op == 7;
-            bool wanted = op == 4 || op == 5;
+        int64_t want = -1;
+        if (op < 2) {
+            got = last ? string_.findLast(c, at) : string_.find(c, at);
+            want = modelScan(std::u32string(1, c), true, last, first, limit);
+        } else if (op < 4) {
+            got = last ? string_.findLast(other, at) : string_.find(other, at);
+            // Backward, the match must end at or in front of `limit`.
+            size_t hit = n.empty() ? std::u32string::npos
+                         : last    ? (static_cast<size_t>(limit) < n.size() ? std::u32string::npos
+                                                                            : model_.rfind(n, limit - n.size()))
+                                   : model_.find(n, first);
+            if (hit != std::u32string::npos) want = static_cast<int64_t>(hit);
+        } else {
+            bool wanted = op < 6;
             got = op == 4 ? string_.findFirstOf(other, at)
                   : op == 5 ? string_.findLastOf(other, at)
                   : op == 6 ? string_.findFirstNotOf(other, at)
                             : string_.findLastNotOf(other, at);
-            if (wanted && n.empty()) break;
-            if (last) {
-                for (int32_t i = limit - 1; at >= -1 && i >= 0; --i) {
-                    if (inSet(n, model_[i]) == wanted) {
-                        want = i;
-                        break;
-                    }
-                }
-            } else {
-                for (int32_t i = first; i < size(); ++i) {
-                    if (inSet(n, model_[i]) == wanted) {
-                        want = i;
-                        break;
-                    }
-                }
-            }
-            break;
-        }
+            if (!wanted || !n.empty()) want = modelScan(n, wanted, last, first, limit);
         }
         expect("search", got, want);
     }

@@ -99,7 +99,6 @@ TEST(StringCompare, NoCaseDriftOnDifferentEncodedLengths) {
 TEST(StringSearch, AnswersOnBothForms) {
     struct Case { std::string text; char op; std::string needle; int32_t at, want; };
     const std::string banana = "banana", hello = "hello, world", fffd = "\xEF\xBF\xBD";
-    const std::string umlauts = "b\xC3\xA4n\xC3\xA4n\xC3\xA4 \xE2\x82\xAC", ae = "\xC3\xA4", euro = "\xE2\x82\xAC";
     const Case cases[] = {
         {banana, 'c', "a", -1, 1}, {banana, 'c', "a", 1, 3}, {banana, 'c', "a", 5, -1}, {banana, 'c', "x", -1, -1},
         {banana, 'C', "a", -1, 5}, {banana, 'C', "a", 5, 3}, {banana, 'C', "a", 1, -1}, {banana, 'C', "b", 0, -1},
@@ -121,15 +120,6 @@ TEST(StringSearch, AnswersOnBothForms) {
         // An empty set: the first character visited is the answer.
         {hello, 'n', "", -1, 0}, {hello, 'n', "", 3, 4}, {hello, 'N', "", -1, 11}, {hello, 'N', "", 3, 2},
         {hello, 'n', "", 11, -1}, {hello, 'N', "", 0, -1},
-        // Two- and three-byte characters: b ä n ä n ä space €.
-        {umlauts, 'c', ae, -1, 1}, {umlauts, 'c', ae, 1, 3}, {umlauts, 'C', ae, -1, 5}, {umlauts, 'C', ae, 5, 3},
-        {umlauts, 'c', euro, -1, 7}, {umlauts, 'C', euro, -1, 7}, {umlauts, 's', ae + "n" + ae, -1, 1},
-        {umlauts, 's', ae + "n" + ae, 1, 3}, {umlauts, 'S', ae + "n" + ae, -1, 3}, {umlauts, 'S', ae + "n" + ae, 4, 1},
-        {umlauts, 'o', euro + " ", -1, 6}, {umlauts, 'O', euro + " ", -1, 7}, {umlauts, 'n', "bn" + ae, -1, 6},
-        {umlauts, 'N', " " + euro, -1, 5}, {umlauts, 's', euro + "!", -1, -1},
-        {"a\xF0\x9F\x98\x80" "b\xF0\x9F\x98\x80", 'c', "\xF0\x9F\x98\x80", -1, 1},
-        {"a\xF0\x9F\x98\x80" "b\xF0\x9F\x98\x80", 'C', "\xF0\x9F\x98\x80", -1, 3},
-        {"a\xF0\x9F\x98\x80" "b\xF0\x9F\x98\x80", 's', "b\xF0\x9F\x98\x80", -1, 2},
         // Broken sequences read as U+FFFD; in a one-byte text every byte at or
         // above 0x80 does.
         {"a\xFF" "b", 'c', fffd, -1, 1}, {"x\x80y\xFEz", 'c', fffd, -1, 1}, {"x\x80y\xFEz", 'c', fffd, 1, 3},
