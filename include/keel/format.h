@@ -124,6 +124,8 @@ void addArgument(ArgListC& list, const T& value) {
         } else {
             list.add(StringC());
         }
+    } else if constexpr (std::is_same<U, std::nullptr_t>::value) {
+        list.add(static_cast<const void*>(nullptr));
     } else if constexpr (std::is_same<U, const char*>::value || std::is_same<U, char*>::value) {
         list.add(static_cast<const char*>(value));
     } else if constexpr (std::is_array<U>::value) {
@@ -148,9 +150,7 @@ void addArgument(ArgListC& list, const T& value) {
         list.addDateTime(kDateTimeEpoch1970 + std::chrono::duration_cast<TicksT>(value.time_since_epoch()).count());
     } else if constexpr (std::is_same<U, ArgGuidT>::value || std::is_same<U, ArgListC>::value) {
         list.add(value);
-    } else if constexpr (std::is_same<U, std::nullptr_t>::value) {
-        list.add(static_cast<const void*>(nullptr));
-    } else if constexpr (std::is_pointer<U>::value && std::is_object<typename std::remove_pointer<U>::type>::value) {
+    } else if constexpr (std::is_pointer<U>::value && !std::is_function<typename std::remove_pointer<U>::type>::value) {
         list.add(static_cast<const void*>(value));
     } else {
         static_assert(unsupportedM<U>::value, "keel::format: no argument-list entry for this type");

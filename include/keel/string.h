@@ -23,18 +23,21 @@
 // write). Representations are made only by a StringImplFactoryI, normally the
 // one getStringFactory() hands out.
 //
-// Encoding names are plain C texts, spelled exactly so: "ascii",
-// "iso-8859-1", "system-8" (the platform's 8-bit text; UTF-8 here), "utf8",
-// "utf16", "utf16le", "utf16be", "wchar_t"; "vutf8" marks bytes that are
-// internal form already.
+// Encoding names are plain C texts: "ascii", "iso-8859-1", "system-8" (the
+// platform's 8-bit text; UTF-8 here), "utf8", "utf16", "utf16le",
+// "utf16be", "wchar_t"; "vutf8" marks bytes that are internal form already.
+// ASCII case does not matter ("UTF8" is "utf8"), anything else does:
+// "UTF-8", "latin1" and "utf-16" are no names.
 //
 // What happens on bad input. The string layer never fails visibly: it
 // replaces and goes on.
 //
-// - An encoding name that is not one of the above ("UTF-8", "latin1",
-//   "utf-16") is not an error: the string is made without any text. It reads
-//   as empty (length() 0, isEmpty() true), its textUtf8() is null, and
-//   valid() is false. valid() is the way to tell it from a real empty string.
+// - An encoding name that is not one of the above is not an error: the
+//   string is made without any text. It reads as empty (length() 0,
+//   isEmpty() true), its textUtf8() is null, and valid() is false; valid()
+//   is the way to tell it from a real empty string. (The empty text and a
+//   single ASCII byte come from the factory's shared strings whatever the
+//   name, so those stay valid.)
 // - Bytes that are not valid in their encoding become U+FFFD, one for each
 //   broken sequence; in "ascii" every byte of 0x80 or above does.
 // - A sequence cut off by the end of the bytes is dropped without a
@@ -177,6 +180,16 @@ inline uint32_t nextChar(const uint8_t*& p) {
     return value;
 }
 
+// The place of the next character as the string's own indexing steps: by
+// the length that the first byte announces (1 for a stray continuation byte,
+// 0xFE and 0xFF), but never past `end`. On broken text this can differ from
+// where nextChar stops; charAt, length and the searches step this way.
+inline const uint8_t* nextPlace(const uint8_t* p, const uint8_t* end) {
+    uint8_t b = *p;
+    uint32_t n = b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
+    return static_cast<size_t>(end - p) < n ? end : p + n;
+}
+
 }  // namespace textform
 
 class StringCharsC;
@@ -313,14 +326,16 @@ public:
     // compare: the bytes of the "utf8" texts, shorter first on a tie; on
     // valid text that is code-point order ("Z" < "a" < "\u00e9").
     int compare(const StringC& other) const { return getImpl()->compare(other.getImpl()); }
-    // compareNatural: runs of digits 1-9 compare by their value, so "file9" <
-    // "file10". A digit 0 does not start a number: it is compared as a
-    // character, and sorts after every other character, digits included. So
-    // zero-padded numbers do not sort by value against unpadded ones:
-    //     "file2" < "file10" < "file007" < "file08"
-    // ("file007" against "file10" meets 0 against 1, and 0 sorts last).
-    // Characters that are no digits compare one by one, folded to lower case
-    // with `foldCase`. Numbers above 4294967295 wrap.
+    // compareNatural: a run of digits that starts with 1-9 compares by its
+    // value, so "file9" < "file10". A digit 0 starts no number: it compares
+    // as a character and sorts after everything else, so zero-padded numbers
+    // do not sort by value against unpadded ones, and a longer run of zeros
+    // sorts later:
+    //     "file2" < "file9" < "file10" < "file0" < "file08" < "file007"
+    // ("file10" against "file08" meets 1 against 0). A character that is no
+    // digit against a digit 1-9 reads as the number 0, so "filea" < "file2".
+    // Other characters compare one by one, folded to lower case with
+    // `foldCase`. Numbers wrap at 32 bits.
     int compareNatural(const StringC& other, bool foldCase) const {
         return getImpl()->compareNatural(other.getImpl(), foldCase);
     }
@@ -361,7 +376,7 @@ public:
     int32_t findLastNotOf(const StringC& set, int32_t before = -1) const {
         return getImpl()->findLastNotOf(set.getImpl(), before);
     }
-    // The character at `index`; 0 at or past the end (and for a negative index).
+    // The character at `index`; 0 at or past the end.
     uint32_t charAt(int32_t index) const { return getImpl()->charAt(index); }
 
     // Text in an encoding. Each text...() must be paired with its release...():
@@ -525,7 +540,8 @@ std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& o
     return out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
-// The characters of a string as 32-bit values, for range-for.
+// The characters of a string as 32-bit values, for range-for: the same
+// characters, in the same places, as charAt(0) to charAt(length() - 1).
 class StringCharsC {
 public:
     class iterator {
@@ -536,11 +552,11 @@ public:
         typedef const char32_t* pointer;
         typedef char32_t reference;
 
-        iterator() : at_(nullptr), next_(nullptr), value_(0) {}
-        explicit iterator(const uint8_t* at) : at_(at), next_(at), value_(0) { load(); }
+        iterator() : at_(nullptr), end_(nullptr), value_(0) {}
+        iterator(const uint8_t* at, const uint8_t* end) : at_(at), end_(end), value_(0) { load(); }
         char32_t operator*() const { return value_; }
         iterator& operator++() {
-            at_ = next_;
+            at_ = textform::nextPlace(at_, end_);
             load();
             return *this;
         }
@@ -549,20 +565,22 @@ public:
             ++*this;
             return before;
         }
-        // The end is a null position: a walk stops at the first NUL.
+        // The end is a null position: a walk ends at the end of the text or
+        // at a NUL, as length() counts.
         bool operator==(const iterator& other) const { return at_ == other.at_; }
         bool operator!=(const iterator& other) const { return at_ != other.at_; }
 
     private:
         void load() {
-            if (!at_ || *at_ == 0) {
-                at_ = next_ = nullptr;
+            if (!at_ || at_ >= end_ || *at_ == 0) {
+                at_ = end_ = nullptr;
                 return;
             }
-            value_ = textform::nextChar(next_);
+            const uint8_t* p = at_;
+            value_ = textform::nextChar(p);
         }
         const uint8_t* at_;
-        const uint8_t* next_;
+        const uint8_t* end_;
         char32_t value_;
     };
 
@@ -571,7 +589,10 @@ public:
     StringCharsC(const StringCharsC& other) : string_(other.string_), text_(string_.textUtf8()) {}
     StringCharsC& operator=(const StringCharsC&) = delete;
 
-    iterator begin() const { return iterator(reinterpret_cast<const uint8_t*>(text_)); }
+    iterator begin() const {
+        const uint8_t* start = reinterpret_cast<const uint8_t*>(text_);
+        return text_ ? iterator(start, start + string_.textUtf8Length()) : iterator();
+    }
     iterator end() const { return iterator(); }
 
 private:
