@@ -1,5 +1,7 @@
 // The last component of a plain 8-bit path.
 //
+//     #include <keel/basename.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     const char* name = keel::baseNameOf("/usr/lib/libkeel.so");   // "libkeel.so"
 //     char stem[64];
 //     keel::baseNameInto("/a/b.txt/", stem, sizeof stem, ".txt");    // "b"

@@ -6,6 +6,8 @@
 // PlainArrayM<T> the same three fields without a virtual table, for arrays
 // embedded in other classes.
 //
+//     #include <keel/blobarr.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     class PtrArrayC : public BlobArrayC { ... destroyElement ... };
 //     void* slot = array.insertAt(array.size());   // stale bytes: construct them
 //     array.removeAt(0);                           // destroys, closes the gap

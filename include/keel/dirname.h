@@ -4,6 +4,8 @@
 // directoryOf works like POSIX dirname, except that the "/" behind the
 // directory stays, so the result can be joined with a file name directly:
 //
+//     #include <keel/dirname.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     char dir[PATH_MAX];
 //     keel::directoryOf(path, dir, sizeof dir);   // "a/b" -> "a/", "b" -> "."
 //

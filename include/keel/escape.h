@@ -4,6 +4,8 @@
 // (and in front of every escape character itself); unescapeString takes the
 // escapes out again, so the two make a round trip:
 //
+//     #include <keel/escape.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     StringC specials(";", "ascii");
 //     StringC safe = escapeString(text, specials, '\\');   // specials is now ";\"
 //     StringC back = unescapeString(safe, '\\');            // equals text

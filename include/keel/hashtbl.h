@@ -12,6 +12,8 @@
 // (a key against an element); a key is passed as the untyped address of the
 // key value. HashMapM gives typed maps over it:
 //
+//     #include <keel/hashtbl.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     keel::HashMapM<unsigned long, int, keel::hashOf<unsigned long>,
 //                    keel::equal<unsigned long>> map;
 //     map.add(7, 70);                       // equal keys may coexist

@@ -10,6 +10,8 @@
 // hash table keeps its heads in a growable array for exactly that reason).
 // Elements and owners must lie at even addresses.
 //
+//     #include <keel/list.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     struct NodeC : keel::ListElemI {
 //         uintptr_t next = 0;
 //         uintptr_t* nextLink() override { return &next; }

@@ -1,6 +1,8 @@
 // Text to numbers and booleans: the scanners behind configuration values,
 // date texts and format arguments.
 //
+//     #include <keel/number.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     uint32_t error, end;
 //     int32_t port = keel::parseInt32(text, &error, 0, &end);   // "0x1F" -> 31
 //     if (error == keel::kScanTrailingText) { ... a number, then other text at `end` ... }

@@ -2,6 +2,8 @@
 // elements are objects on the heap (StringArrayArrayC, FileNameArrayC,
 // ErrEntryArrayC).
 //
+//     #include <keel/objarray.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     ObjArrayC list;
 //     list.append(object);
 //     Thing* first = static_cast<Thing*>(list.objectAt(0));

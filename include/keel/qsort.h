@@ -2,6 +2,8 @@
 // elements of any fixed size. Every array sorts through it
 // (BlobArrayC::sortWith and the typed sorts built on that).
 //
+//     #include <keel/qsort.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     static int byValue(void*, const void* a, const void* b) { ... }
 //     quickSort(base, count, sizeof(uint32_t), byValue, nullptr);
 //

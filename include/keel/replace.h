@@ -1,6 +1,8 @@
 // Rebuilding strings by simple rules: replacing text, translating single
 // characters, and case conversion in place or into a copy.
 //
+//     #include <keel/replace.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     StringC path = keel::replaceString(raw, StringC("\\", "ascii"), StringC("/", "ascii"),
 //                                        true, -1, false);
 //     StringC key = keel::upperCaseCopy(name);

@@ -1,5 +1,7 @@
 // Splitting a string into pieces at any character of a separator set.
 //
+//     #include <keel/split.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     StringArrayC* parts = keel::splitString(line, StringC(",", "ascii"), true, false, '\\');
 //     ...
 //     delete parts;

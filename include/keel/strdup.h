@@ -1,5 +1,7 @@
 // Duplicating plain 8-bit text onto the heap.
 //
+//     #include <keel/strdup.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     char* copy = keel::duplicateText(name);   // null for a null name
 //     ...
 //     delete[] copy;

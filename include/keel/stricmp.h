@@ -1,6 +1,10 @@
 // Case-blind comparison of plain 8-bit text by the C library's case rules
 // (ASCII in the default locale). Used where names from the system are
 // compared without regard to case.
+//
+//     #include <keel/stricmp.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
+//     if (keel::compareTextNoCase(name, "README") == 0) { ... }   // "readme" matches
 #ifndef KEEL_STRICMP_H
 #define KEEL_STRICMP_H
 

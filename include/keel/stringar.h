@@ -1,6 +1,8 @@
 // StringArrayC: an array of strings held by value (one StringC handle per
 // element), and StringArrayArrayC, an array of such arrays.
 //
+//     #include <keel/stringar.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     StringArrayC words;
 //     words.append(StringC("b", "ascii"));
 //     words.append(*words.at(0));          // appending an own element is safe

@@ -5,6 +5,8 @@
 // and compares it under the table's flag. An element deleted while still
 // linked takes itself out of its table first.
 //
+//     #include <keel/strkeyed.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     struct EntryC : keel::StringKeyedHashElemC {
 //         explicit EntryC(const keel::StringC& name) : StringKeyedHashElemC(name) {}
 //         int payload = 0;

@@ -4,6 +4,8 @@
 // terminates it, and answers the length of the whole source, so a caller
 // tells a cut copy by a result that is not below the buffer's size:
 //
+//     #include <keel/strlcpy.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     char name[64];
 //     if (keel::copyTextBounded(name, source, sizeof name) >= sizeof name) { ... cut ... }
 #ifndef KEEL_STRLCPY_H

@@ -3,6 +3,8 @@
 // A set holds a key once: adding a key that is there replaces the entry, so
 // the newest spelling wins.
 //
+//     #include <keel/strset.h>   // link keel::toolkit (-lkeel_toolkit -lkeel)
+//
 //     keel::StringSetC names(true);
 //     names.add(keel::StringC("Alpha", "ascii"));
 //     names.contains(keel::StringC("ALPHA", "ascii"));   // true
