@@ -1,0 +1,155 @@
+// Invariants of file names on fuzzer-made text: the normal form, the
+// collapse of "." and "..", split and join, components, prefixes and the
+// wildcard matcher.
+//
+// Input layout: byte 0 flags (bit 0: the bytes are taken as internal form
+// as they are instead of being decoded from UTF-8; bit 1: the name is
+// repeated up to 4,096 bytes and more; bit 2: match without case), then the
+// name up to a 0xFF byte, then a second text behind it, used as a directory
+// and as a wildcard pattern. NULs may stand anywhere.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <memory>
+#include <string>
+
+#include <keel/keel.h>
+
+#include "containers/stringar.h"
+#include "files/filename.h"
+
+namespace {
+
+using keel::FileNameC;
+using keel::StringC;
+
+void check(bool ok, const char* what) {
+    if (!ok) {
+        fprintf(stderr, "invariant broken: %s\n", what);
+        abort();
+    }
+}
+
+std::string bytesOf(const StringC& s) {
+    const char* t = s.textUtf8();
+    std::string out = t ? std::string(t, s.textUtf8Length()) : std::string();
+    s.releaseUtf8(t);
+    return out;
+}
+
+// Same text, same root.
+bool same(const FileNameC& a, const FileNameC& b) {
+    return a.isRooted() == b.isRooted() && a.getText().compare(b.getText()) == 0 && a.compare(b) == 0;
+}
+
+void checkNormalForm(const FileNameC& name) {
+    std::string text = bytesOf(name.getText());
+    check(text.empty() || (text.front() != '/' && text.back() != '/'), "separator at an end of the text");
+    check(text.find("//") == std::string::npos, "two separators in a row");
+    check(!name.getDriveFlag() && !name.getShareFlag(), "a flag that is always false was set");
+    check(same(name, FileNameC(name.toString())), "parsing toString again gives another name");
+}
+
+// Text made of components, "." only alone and ".." only in front.
+void checkCollapsedText(const std::string& text) {
+    if (text == "." || text == "/.") return;
+    size_t at = text.empty() || text[0] != '/' ? 0 : 1;
+    bool front = true;
+    while (at < text.size()) {
+        size_t end = text.find('/', at);
+        if (end == std::string::npos) end = text.size();
+        std::string component = text.substr(at, end - at);
+        check(component != ".", "a '.' survived the collapse");
+        if (component == "..") {
+            check(front, "a '..' behind an ordinary component survived the collapse");
+        } else {
+            front = false;
+        }
+        at = end + 1;
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 1 || size > 8192) return 0;
+    const uint8_t flags = data[0];
+    const char* encoding = (flags & 1) ? "vutf8" : "utf8";
+    const uint8_t* rest = data + 1;
+    const size_t restSize = size - 1;
+    const uint8_t* cut = static_cast<const uint8_t*>(memchr(rest, 0xFF, restSize));
+    const size_t nameSize = cut ? size_t(cut - rest) : restSize;
+    std::string nameBytes(reinterpret_cast<const char*>(rest), nameSize);
+    if ((flags & 2) && !nameBytes.empty()) {
+        while (nameBytes.size() < 4100) nameBytes += nameBytes;
+    }
+    std::string otherBytes = cut ? std::string(reinterpret_cast<const char*>(cut + 1), restSize - nameSize - 1) : "";
+    // The matcher's work grows with the product of the lengths.
+    if (nameBytes.size() > 4096 && otherBytes.size() > 64) otherBytes.resize(64);
+    StringC raw(nameBytes.data(), static_cast<uint32_t>(nameBytes.size()), encoding);
+    StringC other(otherBytes.data(), static_cast<uint32_t>(otherBytes.size()), encoding);
+
+    FileNameC name(raw);
+    checkNormalForm(name);
+
+    // The collapse settles after one step, except that a name collapsed to
+    // "." or "/." collapses once more, to the empty name or the root.
+    FileNameC once = name.getCollapsed();
+    FileNameC twice = once.getCollapsed();
+    checkNormalForm(once);
+    checkCollapsedText(bytesOf(name.getCollapsedText()));
+    check(same(twice, twice.getCollapsed()), "collapse is not idempotent");
+    std::string onceText = bytesOf(name.getCollapsedText());
+    if (onceText != "." && onceText != "/.") check(same(once, twice), "collapse changed a collapsed name");
+
+    // Split and join: directory and base name give the name back, except
+    // that a directory that is exactly "." stands for nothing in a join.
+    StringC directory = name.getDirectoryText();
+    StringC base = name.getBaseName(StringC());
+    FileNameC joined(directory, base);
+    if (bytesOf(directory) == ".") {
+        check(same(joined, FileNameC(base)), "join with '.' kept the dot");
+    } else {
+        check(same(joined, name), "join of split differs from the name");
+        FileNameC parent = name.getParent();
+        check(same(FileNameC(&parent, base), name), "join below the parent differs from the name");
+    }
+    check(name.hasBaseName() == !base.isEmpty(), "hasBaseName disagrees with getBaseName");
+    check(name.hasPrefix(name.getParent()), "a name does not begin with its parent");
+    check(name.hasPrefix(name) && name.compare(name) == 0, "a name is not its own prefix");
+
+    // Components put back together make the text.
+    int32_t count = name.getComponentCount();
+    std::unique_ptr<keel::StringArrayC> parts(name.getComponents(0, -1));
+    check(parts && static_cast<int32_t>(parts->size()) == count, "component count and array disagree");
+    check(FileNameC(*parts).getText().compare(name.getText()) == 0, "components do not make the text");
+    if (count > 0) check(name.getComponent(count - 1).compare(base) == 0, "last component is not the base name");
+
+    // The extension is a tail of the full text.
+    std::string full = bytesOf(name.toString());
+    std::string extension = bytesOf(name.getExtension('.'));
+    check(full.size() >= extension.size() && full.compare(full.size() - extension.size(), std::string::npos, extension) == 0,
+          "extension is not a tail of the name");
+
+    std::unique_ptr<FileNameC> relative(name.relativeTo(name.getParent()));
+    checkNormalForm(*relative);
+
+    // Any directory text joined with any name gives a name in normal form.
+    checkNormalForm(FileNameC(other, raw));
+    checkNormalForm(FileNameC(raw, other));
+
+    // Matching: "*" takes everything, a text without metacharacters matches
+    // itself, and ignoring case never loses a match.
+    check(FileNameC::wildcardMatch(raw, StringC("*", "ascii"), true), "'*' does not match");
+    if (nameBytes.find_first_of("*?") == std::string::npos) {
+        check(FileNameC::wildcardMatch(raw, raw, true), "a plain text does not match itself");
+    }
+    bool exact = FileNameC::wildcardMatch(raw, other, true);
+    bool folded = FileNameC::wildcardMatch(raw, other, false);
+    check(!exact || folded, "a match was lost by ignoring case");
+    if (flags & 4) name.matchesBaseName(other);
+    return 0;
+}

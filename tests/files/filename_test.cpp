@@ -1,0 +1,241 @@
+#include "files/filename.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <string>
+
+#include "containers/stringar.h"
+#include "text/case.h"
+
+namespace keel {
+namespace {
+
+StringC S(const std::string& text) { return StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8"); }
+
+std::string str(const StringC& s) {
+    const char* t = s.textUtf8();
+    std::string out = t ? std::string(t, s.textUtf8Length()) : std::string();
+    s.releaseUtf8(t);
+    return out;
+}
+
+FileNameC N(const std::string& text) { return FileNameC(S(text)); }
+
+// What the normal form holds and how it collapses. The last rows: Windows
+// syntax is ordinary text, a NUL is an ordinary character, and the "fewer
+// than three characters" rule counts characters, not bytes.
+TEST(FileName, NormalFormAndCollapse) {
+    struct Case { std::string input, text; bool rooted; std::string string, collapsed; };
+    const Case cases[] = {
+        {"", "", false, "", ""},                     {"/", "", true, "/", "/"},
+        {"//", "", true, "/", "/"},                  {"///a", "a", true, "/a", "/a"},
+        {"a//b", "a/b", false, "a/b", "a/b"},        {"a/b//", "a/b", false, "a/b", "a/b"},
+        {".", ".", false, ".", ""},                  {"./", ".", false, ".", ""},
+        {"./a", "./a", false, "./a", "a"},           {"a/.", "a/.", false, "a/.", "a/"},
+        {"ab/.", "ab/.", false, "ab/.", "ab"},       {"..", "..", false, "..", ".."},
+        {"a/..", "a/..", false, "a/..", "."},        {"/a/..", "a/..", true, "/a/..", "/."},
+        {"a/b/..", "a/b/..", false, "a/b/..", "a/"}, {"a/../..", "a/../..", false, "a/../..", ".."},
+        {"/..", "..", true, "/..", "/.."},           {"/a/../..", "a/../..", true, "/a/../..", "/.."},
+        {"../..", "../..", false, "../..", "../.."}, {"a/b/../../c", "a/b/../../c", false, "a/b/../../c", "c"},
+        {"/./a", "./a", true, "/./a", "/a"},         {"...", "...", false, "...", "..."},
+        {"a/../../b/./c/", "a/../../b/./c", false, "a/../../b/./c", "../b/c"},
+        {"x/../a/..", "x/../a/..", false, "x/../a/..", "."},
+        {"C:\\dir\\f", "C:\\dir\\f", false, "C:\\dir\\f", "C:\\dir\\f"},
+        {std::string("a\0//b/", 6), std::string("a\0/b", 4), false, std::string("a\0/b", 4), std::string("a\0/b", 4)},
+        {"\xc3\xa9/.", "\xc3\xa9/.", false, "\xc3\xa9/.", "\xc3\xa9/"},
+        {"\xc3\xa9x/.", "\xc3\xa9x/.", false, "\xc3\xa9x/.", "\xc3\xa9x"},
+    };
+    for (const Case& c : cases) {
+        FileNameC name = N(c.input);
+        EXPECT_EQ(c.text, str(name.getText())) << c.input;
+        EXPECT_EQ(c.rooted, name.isRooted()) << c.input;
+        EXPECT_EQ(c.string, str(name.toString())) << c.input;
+        EXPECT_EQ(c.collapsed, str(name.getCollapsedText())) << c.input;
+        EXPECT_FALSE(name.getDriveFlag() || name.getShareFlag());
+    }
+    // Names of 4,096 bytes and more have no limit of their own.
+    std::string deep, collapsed = "/";
+    for (int i = 0; i < 1000; ++i) deep += "//dir/.";
+    for (int i = 0; i < 999; ++i) collapsed += "dir/";
+    FileNameC deepName = N(deep + "/../x/");
+    EXPECT_EQ(2002, deepName.getComponentCount());
+    EXPECT_EQ(collapsed + "x", str(deepName.getCollapsedText()));
+    // Text in normal form keeps its representation.
+    StringC normal = S("usr/lib/x.so");
+    EXPECT_EQ(normal.getImpl(), FileNameC(normal).getText().getImpl());
+}
+
+// Joining a directory and a name looks only at the raw ends.
+TEST(FileName, Join) {
+    struct Case { std::string dir, name, result; };
+    const Case cases[] = {
+        {"a", "b", "a/b"},      {"a", "/b", "ab"},   {"a/", "/b", "a/b"}, {".", "/b", "b"},  {".", "//b", "b"},
+        {".", "b", "b"},        {"", "/b", "/b"},    {"", "b//", "b"},    {"/", "b", "/b"},  {"a", "//", "a"},
+        {"/a", "../b", "/a/../b"}, {"b", "/", "b"}, {"", "", ""},        {"a", "", "a"},    {"./", "b", "./b"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.result, str(FileNameC(S(c.dir), S(c.name)).toString())) << c.dir << " + " << c.name;
+        FileNameC dir = N(c.dir);
+        EXPECT_EQ(FileNameC(dir.toString(), S(c.name)).compare(FileNameC(&dir, S(c.name))), 0);
+    }
+    EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr), S("/x")).toString().isEmpty());
+    EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr)).toString().isEmpty());
+
+    StringArrayC parts;
+    EXPECT_TRUE(FileNameC(parts).getText().isEmpty());
+    for (const char* part : {"", "usr", "", "lib/"}) parts.append(S(part));
+    FileNameC joined(parts);
+    EXPECT_EQ("/usr/lib", str(joined.toString()));
+}
+
+// The questions each name answers; "-" marks an empty answer where the
+// column would otherwise read as a blank.
+TEST(FileName, Queries) {
+    struct Case { std::string input; int components; std::string dir, base, baseTxt, ext; };
+    const Case cases[] = {
+        {"", 0, "", "", "", ""},          {"/", 0, "/", "", "", ""},
+        {"a", 1, "", "a", "a", ""},       {"/a", 1, "/", "a", "a", ""},
+        {"a/b.txt", 2, "a", "b.txt", "b", "txt"}, {"/x/a.b/c", 3, "/x/a.b", "c", "c", "b/c"},
+        {".txt", 1, "", ".txt", "", "txt"},       {"a/.txt", 2, "a", ".txt", "", "txt"},
+        {"a/b", 2, "a", "b", "b", ""},
+    };
+    for (const Case& c : cases) {
+        FileNameC name = N(c.input);
+        EXPECT_EQ(c.components, name.getComponentCount()) << c.input;
+        EXPECT_EQ(c.dir, str(name.getDirectoryText())) << c.input;
+        EXPECT_EQ(c.base, str(name.getBaseName(StringC()))) << c.input;
+        EXPECT_EQ(c.baseTxt, str(name.getBaseName(S(".txt")))) << c.input;
+        EXPECT_EQ(c.ext, str(name.getExtension('.'))) << c.input;
+        EXPECT_EQ(!c.base.empty(), name.hasBaseName()) << c.input;
+        EXPECT_EQ(0, name.getParent().compare(FileNameC(S(c.dir))));
+    }
+    EXPECT_EQ("", str(N("a/b").getBaseName(S("b"))));  // the suffix is cut before the split
+    EXPECT_TRUE(N("a").getParent().toString().isEmpty());
+    EXPECT_TRUE(N("/").getParent().isRoot());
+    EXPECT_EQ("a", str(N("/a").getExtension('/')));
+    EXPECT_EQ("\xc3\xa9", str(N("x\xe2\x82\xac\xc3\xa9").getExtension(0x20AC)));
+
+    FileNameC path = N("/usr/lib/x");
+    const char* expected[] = {"usr", "lib", "x", "", ""};
+    for (int i = -1; i < 4; ++i) EXPECT_EQ(i < 0 ? "" : expected[i], str(path.getComponent(i))) << i;
+    EXPECT_EQ("", str(N("/").getComponent(0)));
+    struct Range { int start, count; const char* joined; };
+    const Range ranges[] = {{0, -1, "usr lib x"}, {1, 1, "lib"}, {9, 5, "x"}, {-3, 2, "usr lib"}, {1, -7, ""}};
+    for (const Range& r : ranges) {
+        std::unique_ptr<StringArrayC> parts(path.getComponents(r.start, r.count));
+        ASSERT_NE(nullptr, parts);
+        std::string joined;
+        for (uint32_t i = 0; i < parts->size(); ++i) joined += (i ? " " : "") + str(*parts->at(i));
+        EXPECT_EQ(r.joined, joined) << r.start << "," << r.count;
+    }
+    EXPECT_EQ(nullptr, path.getComponents(0, 0));
+    std::unique_ptr<StringArrayC> none(N("/").getComponents(0, -1));
+    EXPECT_EQ(0u, none->size());
+}
+
+TEST(FileName, PrefixRelativeSuffixAndCompare) {
+    struct Case { std::string name, base; bool prefix; std::string relative; };
+    const Case cases[] = {
+        {"/a/b", "/a", true, "b"},   {"/a", "/a", true, "."},    {"/a", "/", true, "/a"},
+        {"/ab", "/a", false, "/ab"}, {"a/b", "/a", false, "a/b"}, {"a/b/c", "a/b", true, "c"},
+        {"a", "a/b", false, "a"},    {"", "", true, "."},         {"a", "", true, "a"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.prefix, N(c.name).hasPrefix(N(c.base))) << c.name << " " << c.base;
+        std::unique_ptr<FileNameC> relative(N(c.name).relativeTo(N(c.base)));
+        EXPECT_EQ(c.relative, str(relative->toString())) << c.name << " " << c.base;
+    }
+    EXPECT_EQ("/d/x.bak", str(N("/d/x.txt").replaceSuffix(S(".bak"), S(".txt")).toString()));
+    EXPECT_EQ("/d/x.txt.bak", str(N("/d/x.txt").replaceSuffix(S(".bak"), S(".c")).toString()));
+    struct Strip { const char* text; const char* suffix; const char* result; };
+    for (const Strip& c : {Strip{"abc", "", "abc"}, Strip{"abc", "abc", ""}, Strip{"abc", "xabc", "abc"},
+                           Strip{"abc", "bc", "a"}, Strip{"abc", "b", "abc"}}) {
+        StringC text = S(c.text);
+        FileNameC::stripSuffix(text, S(c.suffix));
+        EXPECT_EQ(c.result, str(text)) << c.text << " - " << c.suffix;
+    }
+    // compare orders by the full text, root included, case-sensitive.
+    EXPECT_EQ(0, N("//a//b").compare(N("/a/b")));
+    EXPECT_LT(N("/b").compare(N("a")), 0);
+    EXPECT_GT(N("a/c").compare(N("a/b")), 0);
+    EXPECT_NE(0, N("A").compare(N("a")));
+    EXPECT_LT(N("/a").compare(N("/a/b")), 0);
+}
+
+TEST(FileName, WildcardTable) {
+    struct Case { const char* name; const char* pattern; bool caseSensitive, match; };
+    const Case cases[] = {
+        {"", "", true, true},         {"", "*", true, true},          {"", "**", true, true},
+        {"", "?", true, false},       {"axxbyy", "a*b*", true, true}, {"abc", "ab", true, false},
+        {"ab", "ab*c", true, false},  {"a/b", "a*", true, true},      {"a/b", "a?b", true, true},
+        {"x.TXT", "*.txt", true, false}, {"x.TXT", "*.txt", false, true}, {"abcbc", "*bc*bc", true, true},
+        {"abab", "*ab*ab*", true, true}, {"ab", "*a*b*c", true, false}, {"\xc3\x89t\xc3\xa9", "?T*", false, true},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.match, FileNameC::wildcardMatch(S(c.name), S(c.pattern), c.caseSensitive))
+            << c.name << " ~ " << c.pattern;
+    }
+    EXPECT_TRUE(N("/d/notes.txt").matchesBaseName(S("*.txt")));
+    EXPECT_FALSE(N("/d/notes.TXT").matchesBaseName(S("*.txt")));
+    EXPECT_FALSE(N("/d.txt/notes").matchesBaseName(S("*.txt")));
+    // Many stars against a long name: the literal recursion would not end in
+    // a lifetime; each star's answers are worked out once.
+    std::string longName(4096, 'a');
+    EXPECT_FALSE(FileNameC::wildcardMatch(S(longName), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
+    EXPECT_TRUE(FileNameC::wildcardMatch(S(longName + "b"), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
+}
+
+// The matcher's steps taken literally, recursion and all, on short strings.
+bool literalMatch(const std::u32string& name, const std::u32string& pattern, bool caseSensitive) {
+    auto at = [](const std::u32string& s, size_t i) -> char32_t { return i < s.size() ? s[i] : 0; };
+    size_t i = 0;
+    for (; i < name.size() && i < pattern.size(); ++i) {
+        char32_t p = pattern[i];
+        if (p == '*') {
+            if (i + 1 == pattern.size()) return true;
+            if (pattern.find('*', i + 1) == std::u32string::npos) {
+                long tail = long(name.size()) + long(i) + 1 - long(pattern.size());
+                if (tail < long(i)) return false;
+                return literalMatch(name.substr(tail), pattern.substr(i + 1), caseSensitive);
+            }
+            for (long k = long(name.size()) - 1; k >= long(i); --k) {
+                if (literalMatch(name.substr(k), pattern.substr(i + 1), caseSensitive)) return true;
+            }
+            return false;
+        }
+        if (p == '?' || p == name[i]) continue;
+        if (caseSensitive || toLowerChar(p) != toLowerChar(name[i])) return false;
+    }
+    size_t j = i;
+    while (at(pattern, j) == '*' && j < pattern.size()) ++j;
+    return at(pattern, j) == at(name, i);
+}
+
+// Random names and patterns over a small alphabet, NUL and a case pair
+// included, against the literal steps.
+TEST(FileName, WildcardAgreesWithTheLiteralSteps) {
+    std::mt19937 random(18);
+    const char32_t alphabet[] = {'a', 'b', 'A', '/', 0, '*', '?', '*'};
+    auto make = [&](size_t length, size_t letters) {
+        std::u32string s;
+        for (size_t i = 0; i < length; ++i) s += alphabet[random() % letters];
+        return s;
+    };
+    auto toString = [](const std::u32string& s) {
+        std::string bytes;
+        for (char32_t c : s) bytes += static_cast<char>(c);
+        return StringC(bytes.data(), static_cast<uint32_t>(bytes.size()), "utf8");
+    };
+    for (int round = 0; round < 20000; ++round) {
+        std::u32string name = make(random() % 9, 5), pattern = make(random() % 8, 8);
+        bool caseSensitive = random() % 2;
+        ASSERT_EQ(literalMatch(name, pattern, caseSensitive),
+                  FileNameC::wildcardMatch(toString(name), toString(pattern), caseSensitive))
+            << str(toString(name)) << " ~ " << str(toString(pattern)) << " " << caseSensitive;
+    }
+}
+
+}  // namespace
+}  // namespace keel
