@@ -19,7 +19,7 @@
 #include <keel/keel.h>
 
 #include "containers/stringar.h"
-#include "files/filename.h"
+#include <keel/filename.h>
 
 namespace {
 

@@ -35,6 +35,7 @@
 #include <keel/replace.h>   // replaceString, translateChars, lowerCaseCopy, upperCaseCopy
 #include <keel/escape.h>    // escapeString, unescapeString, joinStrings, joinEscaped
 
+#include <keel/filename.h>  // FileNameC: paths in normal form, collapse, match
 #include <keel/basename.h>  // baseNameOf, baseNameInto
 #include <keel/dirname.h>   // directoryOf, getWorkingDirectoryText
 #include <keel/strdup.h>    // duplicateText

@@ -1,4 +1,4 @@
-#include "files/filename.h"
+#include <keel/filename.h>
 
 #include <string.h>
 

@@ -97,6 +97,10 @@ TEST(ToolkitArchiveTest, ScannersAndCopies) {
     EXPECT_EQ(10u, copyTextBounded(name, "libkeel.so", sizeof name));
     EXPECT_STREQ("libkeel", name);
     EXPECT_STREQ("libkeel.so", baseNameOf("/usr/lib/libkeel.so"));
+    FileNameC path(u8("//usr/./lib//x.so/"));
+    EXPECT_EQ("/usr/./lib/x.so", path.toString().toStdString());
+    EXPECT_EQ("/usr/lib/x.so", path.getCollapsedText().toStdString());
+    EXPECT_EQ("x", path.getBaseName(u8(".so")).toStdString());
 }
 
 }  // namespace
