@@ -3,12 +3,17 @@
 //
 // Makes strings in several ways, shares them, changes them with copy on
 // write and reads them back; then formats, counts and sorts with the SDK.
+// Then it enables a trace path for a consumer of its own, reports an error in
+// another thread and shows the trace line the report produced and the text
+// the thread's error buffer kept.
 #include <keel/keel.h>
 #include <keel/toolkit.h>
 
 #include <stdio.h>
 
 #include <iostream>
+#include <string>
+#include <thread>
 
 using keel::StringC;
 
@@ -17,6 +22,52 @@ static void show(const char* label, const StringC& string) {
     printf("%-28s \"%s\"  (%d characters, %u bytes%s)\n", label, text ? text : "", string.length(),
            string.textUtf8Length(), string.getImpl()->isShared() ? ", shared" : "");
     string.releaseUtf8(text);
+}
+
+// Receives trace lines and prints them.
+class PrintingConsumer : public keel::TraceConsumerI {
+public:
+    uint32_t write(const char* path, int32_t indent, const char* format, keel::ArgListC args) override {
+        StringC line = StringC::format(StringC(format, "system-8"), args);
+        const char* text = line.textUtf8();
+        printf("trace  %*s[%s] %s\n", indent * 2, "", path, text);
+        lastLine = text;
+        line.releaseUtf8(text);
+        return 0;
+    }
+    uint32_t valueChanged(const char*, int32_t) override { return 0; }
+    uint32_t variableCreated(const char*) override { return 0; }
+    std::string lastLine;
+};
+
+static bool traceAnError() {
+    PrintingConsumer consumer;
+    keel::TraceControllerI* controller = getTraceController();
+    controller->addConsumer(&consumer, 0, 9);
+    // Every error stored in any thread's buffer is traced below this path.
+    controller->enablePath(&consumer, "Error/Occurrence");
+
+    std::string kept;
+    std::thread worker([&kept] {
+        StringC file("report.txt", "utf8");
+        keel::ErrBufI* errors = getErrBuf();
+        errors->addError(0xE0CB0010, 4, keel::formatString("Failed to open file '%S' (attempt %d)", &file, 3));
+        uint32_t severity = 0;
+        StringC text = errors->takeText(&severity);
+        const char* utf8 = text.textUtf8();
+        kept = utf8;
+        text.releaseUtf8(utf8);
+        printf("buffer of the worker thread: \"%s\" (severity %u)\n", kept.c_str(), severity);
+    });
+    worker.join();
+
+    // A trace point of our own on a path nobody enabled costs two loads.
+    static keel::TracePointT quiet = {nullptr, "Demo/Quiet"};
+    keel::traceLine(quiet, "never shown %d", 1);
+
+    controller->removeConsumer(&consumer);
+    printf("the report produced: \"%s\"\n", consumer.lastLine.c_str());
+    return consumer.lastLine == "Error Occurrence (s203m16): " + kept;
 }
 
 int main() {
@@ -78,5 +129,6 @@ int main() {
     const char* text = copy.textUtf8();
     int ok = text != nullptr && copy.length() == 11;
     copy.releaseUtf8(text);
+    if (!traceAnError()) ok = 0;
     return ok ? 0 : 1;
 }

@@ -11,5 +11,7 @@
 #include <keel/string.h>
 #include <keel/arglist.h>
 #include <keel/format.h>
+#include <keel/trace.h>
+#include <keel/errors.h>
 
 #endif

@@ -3,9 +3,11 @@
 #include <string.h>
 #include <sys/wait.h>
 
+#include <cstddef>
 #include <numeric>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <keel/keel.h>
@@ -65,6 +67,67 @@ TEST(SlotOrderTest, PublicInterfaces) {
                              SLOT(StringImplFactoryI, secureFromBytes)}));
 }
 
+TEST(SlotOrderTest, TracingInterfaces) {
+    EXPECT_EQ(slots(3), (std::vector<size_t>{SLOT(TraceConsumerI, write), SLOT(TraceConsumerI, valueChanged),
+                                             SLOT(TraceConsumerI, variableCreated)}));
+    EXPECT_EQ(slots(12), (std::vector<size_t>{
+                             SLOT(TraceDefaultConsumerI, write), SLOT(TraceDefaultConsumerI, valueChanged),
+                             SLOT(TraceDefaultConsumerI, variableCreated), SLOT(TraceDefaultConsumerI, setOption),
+                             SLOT(TraceDefaultConsumerI, setTimestamp), SLOT(TraceDefaultConsumerI, setTimeDeltas),
+                             SLOT(TraceDefaultConsumerI, setTraceTimers), SLOT(TraceDefaultConsumerI, setTraceCounters),
+                             SLOT(TraceDefaultConsumerI, setFilename), SLOT(TraceDefaultConsumerI, setFlushFrequency),
+                             SLOT(TraceDefaultConsumerI, setMaxIndent), SLOT(TraceDefaultConsumerI, setMaxDetail)}));
+    EXPECT_EQ(slots(13), (std::vector<size_t>{
+                             SLOT(TracerI, init), SLOT(TracerI, reserved1), SLOT(TracerI, getDefaultConsumer),
+                             SLOT(TracerI, reserved2), SLOT(TracerI, isEnabled), SLOT(TracerI, trace),
+                             SLOT(TracerI, enter), SLOT(TracerI, leave), SLOT(TracerI, count), SLOT(TracerI, uncount),
+                             SLOT(TracerI, startTimer), SLOT(TracerI, stopTimer), SLOT(TracerI, getValues)}));
+    EXPECT_EQ(slots(12), (std::vector<size_t>{
+                             SLOT(TracerV1I, init), SLOT(TracerV1I, reserved1), SLOT(TracerV1I, getDefaultConsumer),
+                             SLOT(TracerV1I, reserved2), SLOT(TracerV1I, isEnabled), SLOT(TracerV1I, traceFormat),
+                             SLOT(TracerV1I, enter), SLOT(TracerV1I, leave), SLOT(TracerV1I, count),
+                             SLOT(TracerV1I, uncount), SLOT(TracerV1I, startTimer), SLOT(TracerV1I, stopTimer)}));
+    EXPECT_EQ(slots(15), (std::vector<size_t>{
+                             SLOT(TraceControllerI, addConsumer), SLOT(TraceControllerI, removeConsumer),
+                             SLOT(TraceControllerI, setConsumerLevel), SLOT(TraceControllerI, enablePath),
+                             SLOT(TraceControllerI, disablePath), SLOT(TraceControllerI, inheritPath),
+                             SLOT(TraceControllerI, getVariable), SLOT(TraceControllerI, setVariable),
+                             SLOT(TraceControllerI, getChildCount), SLOT(TraceControllerI, getChildName),
+                             SLOT(TraceControllerI, getTime), SLOT(TraceControllerI, getTicksPerSecond),
+                             SLOT(TraceControllerI, getName), SLOT(TraceControllerI, getProcessId),
+                             SLOT(TraceControllerI, getInfo)}));
+    // The mask lies first, so a trace point's test is one load behind the cell.
+    EXPECT_EQ(0u, offsetof(TraceValuesT, active));
+}
+
+TEST(SlotOrderTest, ErrorInterfaces) {
+    // ErrEntryI and ErrBufI end with their two destructors; ErrCatalogI
+    // begins with them.
+    EXPECT_EQ(slots(8), (std::vector<size_t>{SLOT(ErrEntryI, getCode), SLOT(ErrEntryI, getText),
+                                             SLOT(ErrEntryI, getSeverity), SLOT(ErrEntryI, getSequence),
+                                             SLOT(ErrEntryI, setSeverity), SLOT(ErrEntryI, getProblem),
+                                             SLOT(ErrEntryI, getReason), SLOT(ErrEntryI, getSolution)}));
+    EXPECT_EQ(slots(10), (std::vector<size_t>{SLOT(ErrBufI, addError), SLOT(ErrBufI, getCount),
+                                              SLOT(ErrBufI, getEntry), SLOT(ErrBufI, reportAll),
+                                              SLOT(ErrBufI, getMark), SLOT(ErrBufI, recover),
+                                              SLOT(ErrBufI, takeText), SLOT(ErrBufI, addRef),
+                                              SLOT(ErrBufI, release), SLOT(ErrBufI, removeEntry)}));
+    EXPECT_EQ((std::vector<size_t>{2, 3}),
+              (std::vector<size_t>{SLOT(ErrCatalogI, fetch), SLOT(ErrCatalogI, setQualifiers)}));
+}
+
+// The entry points hand out the faces their headers promise.
+TEST(EntryTest, TracerFacesAndErrorBuffer) {
+    EXPECT_EQ(getTracer(2), getTracer(7));
+    EXPECT_NE(getTracer(1), getTracer(2));
+    EXPECT_NE(nullptr, getTraceController());
+    EXPECT_EQ(static_cast<void*>(tracerI()), getTracer(2));
+    EXPECT_EQ(getErrBuf(), getErrBuf());
+    ErrBufI* other = nullptr;
+    std::thread([&other] { other = getErrBuf(); }).join();
+    EXPECT_NE(nullptr, other);
+}
+
 // The shared object shows the entry points and nothing else.
 TEST(ExportTest, SharedObjectExportsOnlyEntryPoints) {
     FILE* pipe = popen((std::string("nm -D --defined-only '") + KEEL_SHARED_LIBRARY + "'").c_str(), "r");
@@ -81,7 +144,9 @@ TEST(ExportTest, SharedObjectExportsOnlyEntryPoints) {
     const std::set<std::string> allowed = {"getConfiguration", "getErrBuf",          "getLocale",
                                            "getStringFactory", "getTraceController", "getTracer"};
     for (const std::string& name : seen) EXPECT_TRUE(allowed.count(name)) << "unexpected export: " << name;
-    EXPECT_TRUE(seen.count("getStringFactory"));
+    for (const char* name : {"getStringFactory", "getTracer", "getTraceController", "getErrBuf"}) {
+        EXPECT_TRUE(seen.count(name)) << name;
+    }
 }
 
 // A handle released by an exit handler that runs after the empty string

@@ -1,5 +1,7 @@
 #include "frame/loadorder.h"
 
+#include <errno.h>
+
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -9,6 +11,9 @@
 
 #include <keel/string.h>
 
+#include "tracing/tracecim.h"
+#include "tracing/tracing.h"
+
 namespace keel {
 namespace {
 
@@ -16,6 +21,18 @@ TEST(LoadOrderTest, EveryStepHasRunBeforeMain) {
     EXPECT_EQ(12, loadStepsCompleted());
     EXPECT_NE(nullptr, getStringFactory());
     EXPECT_EQ(getStringFactory(), getStringFactory());
+}
+
+// Steps 3 and 4 made the tracer latch (error-checking) and the trace control
+// latch (recursive).
+TEST(LoadOrderTest, TracingLatchesAreOfTheirKinds) {
+    ASSERT_EQ(0, tracerLatch().lock());
+    EXPECT_EQ(EDEADLK, tracerLatch().lock());
+    EXPECT_EQ(0, tracerLatch().unlock());
+    ASSERT_EQ(0, traceControlLatch().lock());
+    EXPECT_EQ(0, traceControlLatch().lock());
+    EXPECT_EQ(0, traceControlLatch().unlock());
+    EXPECT_EQ(0, traceControlLatch().unlock());
 }
 
 int exitPipe = -1;

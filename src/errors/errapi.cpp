@@ -1,0 +1,80 @@
+#include "errors/errapi.h"
+
+#include <keel/errors.h>
+#include <keel/format.h>
+#include <keel/trace.h>
+
+#include "errors/error.h"
+#include "errors/errimpl.h"
+#include "text/arglist.h"
+
+namespace keel {
+
+namespace {
+
+uint32_t store(uint32_t code, uint32_t severity, const StringC& text) {
+    // Severity 0 (the letter '#' in a catalog) silences a message.
+    if (severity == 0) return code;
+    if (ErrBufI* buffer = threadErrBuf()) buffer->addError(code, severity, text);
+    return code;
+}
+
+StringC renderedV(uint32_t* severity, uint32_t code, const char* format, va_list arguments) {
+    if (!format) format = "";
+    // The list is the one fromFormat makes of the format in "system-8".
+    return errorText(severity, code, format, argListFromText(format, arguments));
+}
+
+}  // namespace
+
+StringC errorText(uint32_t* severity, uint32_t code, const char* defaultText) {
+    return getCatalogSwitch()->fetch(severity, code, defaultText, nullptr);
+}
+
+StringC errorText(uint32_t* severity, uint32_t code, const char* defaultText, ArgListC args) {
+    return StringC::format(getCatalogSwitch()->fetch(severity, code, defaultText, nullptr), args);
+}
+
+StringC errorTextFormat(uint32_t* severity, uint32_t code, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    StringC text = renderedV(severity, code, format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+StringC errorText(uint32_t code, const char* defaultText) { return errorText(nullptr, code, defaultText); }
+
+StringC errorText(uint32_t code, const char* defaultText, ArgListC args) {
+    return errorText(nullptr, code, defaultText, args);
+}
+
+uint32_t reportError(uint32_t code, const char* defaultText) {
+    uint32_t severity = 4;
+    StringC text = errorText(&severity, code, defaultText);
+    return store(code, severity, text);
+}
+
+uint32_t reportError(uint32_t code, const char* defaultText, ArgListC args) {
+    uint32_t severity = 4;
+    StringC text = errorText(&severity, code, defaultText, args);
+    return store(code, severity, text);
+}
+
+uint32_t reportErrorV(uint32_t code, const char* format, va_list arguments) {
+    uint32_t severity = 4;
+    StringC text = renderedV(&severity, code, format, arguments);
+    return store(code, severity, text);
+}
+
+uint32_t reportErrorFormat(uint32_t code, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    uint32_t result = reportErrorV(code, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+uint32_t reportSystemError() { return reportError(systemErrorCode(errno), nullptr, emptyArgList()); }
+
+}  // namespace keel

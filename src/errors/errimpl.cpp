@@ -1,0 +1,215 @@
+#include "errors/errimpl.h"
+
+#include <pthread.h>
+
+#include <keel/arglist.h>
+
+#include "errors/error.h"
+#include "frame/loadorder.h"
+#include "tracing/tracer.h"
+
+namespace keel {
+
+namespace {
+
+pthread_key_t errorKey;
+
+// The key's destructor: a thread that ends releases the buffer it leaves.
+void releaseLeftBuffer(void* buffer) {
+    if (buffer) static_cast<ErrBufImplC*>(buffer)->release();
+}
+
+void deleteErrorKey(void*) { pthread_key_delete(errorKey); }
+
+StringC ascii(const char* text) { return StringC(text, "ascii"); }
+
+// Copies at most `limit` bytes of `text` to `out`; answers the end.
+char* appendText(char* out, const char* text, int limit) {
+    while (limit-- > 0 && *text) *out++ = *text++;
+    return out;
+}
+
+// Writes `value` in decimal (at most 10 digits); answers the end.
+char* appendDecimal(char* out, uint32_t value) {
+    char digits[10];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    while (count > 0) *out++ = digits[--count];
+    return out;
+}
+
+}  // namespace
+
+void loadStepErrimpl() {
+    pthread_key_create(&errorKey, releaseLeftBuffer);
+    pthread_setspecific(errorKey, nullptr);
+    registerExitAction(deleteErrorKey, nullptr);
+}
+
+ErrBufI* threadErrBuf() {
+    void* buffer = pthread_getspecific(errorKey);
+    if (buffer) return static_cast<ErrBufImplC*>(buffer);
+    ErrBufImplC* fresh = new ErrBufImplC();
+    pthread_setspecific(errorKey, fresh);
+    return fresh;
+}
+
+void releaseErrBuf() {
+    void* buffer = pthread_getspecific(errorKey);
+    if (!buffer) return;
+    static_cast<ErrBufImplC*>(buffer)->release();
+    pthread_setspecific(errorKey, nullptr);
+}
+
+// --- entries ------------------------------------------------------------
+
+ErrEntryC::ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint32_t sequence)
+    : code(code), severity(severity), sequence(sequence) {
+    int32_t first = text.find(1u);
+    if (first < 0) {
+        problem = text;
+        return;
+    }
+    problem = text.substring(0, first);
+    int32_t second = text.find(1u, first);
+    if (second < 0) {
+        reason = text.substring(first + 1);
+        return;
+    }
+    reason = text.substring(first + 1, second - first - 1);
+    int32_t third = text.find(1u, second);
+    solution = third < 0 ? text.substring(second + 1) : text.substring(second + 1, third - second - 1);
+}
+
+StringC ErrEntryC::getText() {
+    StringC text = problem;
+    if (!reason.isEmpty()) text = StringC(text, 10u).append(reason);
+    if (!solution.isEmpty()) text = StringC(text, 10u).append(solution);
+    return text;
+}
+
+void ErrEntryArrayC::destroyElement(void* object) { delete static_cast<ErrEntryC*>(object); }
+
+// --- the buffer ---------------------------------------------------------
+
+ErrBufImplC::ErrBufImplC() : nextSequence(1), references(1) {}
+
+ErrBufImplC::~ErrBufImplC() { removeAllEntries(); }
+
+void ErrBufImplC::removeAllEntries() {
+    while (size() != 0) removeAt(size() - 1);
+}
+
+void ErrBufImplC::addError(uint32_t code, uint32_t severity, const StringC& text) {
+    // A private copy: the caller's string may change after this.
+    StringC copy(text, StringC());
+    uint32_t sequence = __atomic_fetch_add(&nextSequence, 1u, __ATOMIC_RELAXED);
+    append(new ErrEntryC(code, copy, severity, sequence));
+    traceError("Occurrence", code, severity, copy);
+}
+
+void ErrBufImplC::reportAll() {
+    for (uint32_t i = 0; i < size(); ++i) {
+        ErrEntryC* entry = entryAt(i);
+        StringC text = entry->getText();
+        traceError("Report", entry->code, entry->severity, text);
+    }
+    removeAllEntries();
+}
+
+void ErrBufImplC::recover(uint32_t mark) {
+    for (uint32_t i = size(); i-- > 0;) {
+        ErrEntryC* entry = entryAt(i);
+        if (entry->sequence < mark) continue;
+        StringC text = entry->getText();
+        traceError("Recovery", entry->code, entry->severity, text);
+        removeAt(i);
+    }
+}
+
+StringC ErrBufImplC::takeText(uint32_t* highestSeverity) {
+    StringC result;
+    uint32_t highest = 0;
+    for (uint32_t i = 0; i < size(); ++i) {
+        ErrEntryC* entry = entryAt(i);
+        StringC text = entry->getText();
+        traceError("Report", entry->code, entry->severity, text);
+        if (i != 0) result.append(10u);
+        result.append(entry->getText());
+        if (entry->severity > highest) highest = entry->severity;
+    }
+    if (highestSeverity) *highestSeverity = highest;
+    removeAllEntries();
+    return result;
+}
+
+uint32_t ErrBufImplC::addRef() {
+    __atomic_add_fetch(&references, 1, __ATOMIC_ACQ_REL);
+    return 0;
+}
+
+uint32_t ErrBufImplC::release() {
+    if (__atomic_sub_fetch(&references, 1, __ATOMIC_ACQ_REL) == 0) delete this;
+    return 0;
+}
+
+uint32_t ErrBufImplC::removeEntry(uint32_t index) {
+    removeAt(index);
+    return 0;
+}
+
+// --- tracing of entries -------------------------------------------------
+
+void traceError(const char* role, uint32_t code, uint32_t severity, StringC& text) {
+    TracerC* tracer = tracerInstance();
+    // The names are indexed by the severity; one outside the table (which
+    // only a direct addError can store) is named by its number rather than
+    // read from beyond it.
+    const char* name = severityName(severity);
+    char number[16];
+    if (!name) {
+        *appendDecimal(number, severity) = 0;
+        name = number;
+    }
+    // "0,Error/%s/%s/%d/%d", put together by hand: it is made for every
+    // entry, and a printf of it costs more than the lookup it serves.
+    char path[96];
+    char* end = appendText(path, "0,Error/", 8);
+    end = appendText(end, role, 16);
+    *end++ = '/';
+    end = appendText(end, name, 16);
+    *end++ = '/';
+    end = appendDecimal(end, errorSet(code));
+    *end++ = '/';
+    *appendDecimal(end, errorNumber(code)) = 0;
+    TraceValuesT* handle = nullptr;
+    if (tracer->isEnabled(path, &handle) == 0) return;
+    int32_t first = text.find(1u);
+    if (first >= 0) {
+        StringC sentence;
+        StringC problem = text.substring(0, first);
+        if (!problem.isEmpty()) sentence = ascii("Problem: ") + problem;
+        int32_t second = text.find(1u, first);
+        if (second >= 0) {
+            if (!sentence.isEmpty()) sentence.append(ascii(", "));
+            StringC reason = text.substring(first + 1, second - first - 1);
+            StringC rest = text.substring(second + 1);
+            if (!reason.isEmpty()) {
+                sentence.append(ascii("Reason: ")).append(reason);
+                if (!rest.isEmpty()) sentence.append(ascii(", Solution: ")).append(rest);
+            } else {
+                sentence.append(ascii("Solution: ")).append(rest);
+            }
+        }
+        text = sentence;
+    }
+    ArgListC list;
+    list.add(name).add(role).add(static_cast<int32_t>(errorSet(code)));
+    list.add(static_cast<int32_t>(errorNumber(code))).add(text);
+    tracer->trace(path, &handle, "%s %s (s%dm%d): %S", list);
+}
+
+}  // namespace keel

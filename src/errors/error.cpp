@@ -1,0 +1,188 @@
+#include "errors/error.h"
+
+#include <string.h>
+
+#include <new>
+
+#include <keel/arglist.h>
+#include <keel/trace.h>
+
+#include "errors/systemcat.h"
+#include "frame/loadorder.h"
+#include "tracing/tracer.h"
+
+namespace keel {
+
+namespace {
+
+const char* const severityNames[] = {"None", "Monitor", "Information", "Warning", "Error", "Fatal"};
+
+// Raw storage for the two cells: static storage starts as null pointers, and
+// the load step constructs them without a static initialiser of their own.
+alignas(AtomicM<ErrCatalogI*>) unsigned char moduleCatalogStorage[sizeof(AtomicM<ErrCatalogI*>)];
+alignas(AtomicM<ErrCatalogI*>) unsigned char processCatalogStorage[sizeof(AtomicM<ErrCatalogI*>)];
+
+ErrCatSwitchC* theSwitch = nullptr;
+
+TracePointT fetchPoint = {nullptr, "Error/Catalog/Fetch"};
+
+// The language facet's catalog face of the default locale, or null while
+// there is no locale to ask. The facet looks the code up in its catalog and
+// hands what it lacks to the system catalog; with no facet the switch acts
+// as that facet would with an empty catalog.
+ErrCatalogI* languageCatalog() { return nullptr; }
+
+StringC emptyCatalogFetch(uint32_t* severity, uint32_t code, const char* selector) {
+    *severity = 4;
+    if (errorHasText(code) && errorSet(code) != 0) return StringC();
+    return systemCatalog()->fetch(severity, code, "", selector);
+}
+
+void traceFetched(const char* format, uint32_t code, const StringC& text) {
+    ArgListC list;
+    list.add(static_cast<int32_t>(errorSet(code))).add(static_cast<int32_t>(errorNumber(code))).add(text);
+    tracerInstance()->trace(fetchPoint.path, &fetchPoint.handle, format, list);
+}
+
+uint32_t letterSeverity(char letter) {
+    switch (letter) {
+    case '#':
+        return 0;
+    case 'm':
+        return 1;
+    case 'i':
+        return 2;
+    case 'w':
+        return 3;
+    case 'e':
+        return 4;
+    case 'f':
+        return 5;
+    default:
+        return 6;
+    }
+}
+
+}  // namespace
+
+void loadStepError() {
+    new (processCatalogStorage) AtomicM<ErrCatalogI*>(nullptr);
+    new (moduleCatalogStorage) AtomicM<ErrCatalogI*>(nullptr);
+}
+
+AtomicM<ErrCatalogI*>& moduleCatalogCell() { return *reinterpret_cast<AtomicM<ErrCatalogI*>*>(moduleCatalogStorage); }
+
+AtomicM<ErrCatalogI*>& processCatalogCell() {
+    return *reinterpret_cast<AtomicM<ErrCatalogI*>*>(processCatalogStorage);
+}
+
+const char* severityName(uint32_t severity) { return severity <= 5 ? severityNames[severity] : nullptr; }
+
+const char* scanSeverityLetters(const char* letters, uint32_t* severity) {
+    bool afterCapital = false;
+    const char* p = letters;
+    for (; *p != 0 && *p != 1 && *p != '}'; ++p) {
+        char c = *p;
+        if (c >= 'A' && c <= 'Z') {
+            // No qualifier is ever set, so the letter behind a capital is off.
+            afterCapital = true;
+            continue;
+        }
+        uint32_t value = letterSeverity(c);
+        if (value <= 5 && !afterCapital) *severity = value;
+        afterCapital = false;
+    }
+    return p;
+}
+
+StringC parseMessageText(const char* text, uint32_t* severity, const char* selector) {
+    *severity = 4;
+    if (*text == '{') {
+        const char* rest = scanSeverityLetters(text + 1, severity);
+        if (*rest == '}') {
+            ++rest;
+            if (*rest == ' ' || *rest == '\t') ++rest;
+        }
+        return StringC(rest, "utf8");
+    }
+    if (*text != 1) return StringC(text, "utf8");
+    // The text is read where it stands: each field is a start and an end, so
+    // nothing has to be cut with a NUL. Field 3 runs to the end of field 5,
+    // keeping the separators towards the reason and the solution.
+    const char* fallback = nullptr;
+    size_t fallbackLength = 0;
+    for (const char* group = text; group && *group == 1;) {
+        const char* fields[5];
+        const char* p = group + 1;
+        fields[0] = p;
+        for (int k = 1; k < 5; ++k) {
+            const char* separator = strchr(p, 1);
+            p = separator ? separator + 1 : p + strlen(p);
+            fields[k] = p;
+        }
+        // The 0x01 that ends field 5 starts the next group's selector.
+        const char* next = strchr(fields[4], 1);
+        const char* end = next ? next : fields[4] + strlen(fields[4]);
+        size_t length = static_cast<size_t>(end - fields[2]);
+        if (*fields[0] == 1 || *fields[0] == 0) {
+            scanSeverityLetters(fields[1], severity);
+            fallback = fields[2];
+            fallbackLength = length;
+        } else if (selector && fields[0] == selector) {
+            scanSeverityLetters(fields[1], severity);
+            return StringC(fields[2], static_cast<uint32_t>(length), "utf8");
+        }
+        group = next;
+    }
+    if (!fallback) return StringC();
+    return StringC(fallback, static_cast<uint32_t>(fallbackLength), "utf8");
+}
+
+StringC ErrCatSwitchC::fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) {
+    uint32_t ignored = 4;
+    if (!severity) severity = &ignored;
+    *severity = 4;
+    if (ErrCatalogI* module = moduleCatalogCell().load()) {
+        StringC text = module->fetch(severity, code, "", selector);
+        if (!text.isEmpty()) {
+            traceFetched("Message s%dm%d from module catalog: %S", code, text);
+            return text;
+        }
+    }
+    ErrCatalogI* language = languageCatalog();
+    StringC text = language ? language->fetch(severity, code, "", selector) : emptyCatalogFetch(severity, code, selector);
+    if (!text.isEmpty()) {
+        // Here the point is tested before the list is made.
+        if (traceActive(fetchPoint)) traceFetched("Message s%dm%d from process catalog: %S", code, text);
+        return text;
+    }
+    if (!defaultText || *defaultText == 0) return StringC();
+    if (*defaultText != 1 && *defaultText != '{') {
+        *severity = 4;
+        return StringC(defaultText, "system-8");
+    }
+    return parseMessageText(defaultText, severity, selector);
+}
+
+uint32_t ErrCatSwitchC::setQualifiers(StringC qualifiers) {
+    if (ErrCatalogI* module = moduleCatalogCell().load()) module->setQualifiers(qualifiers);
+    if (ErrCatalogI* language = languageCatalog()) language->setQualifiers(qualifiers);
+    return 0;
+}
+
+ErrCatalogI* getCatalogSwitch() {
+    ErrCatSwitchC* made = __atomic_load_n(&theSwitch, __ATOMIC_ACQUIRE);
+    if (!made) {
+        ErrCatSwitchC* fresh = new ErrCatSwitchC();
+        if (__atomic_compare_exchange_n(&theSwitch, &made, fresh, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+            made = fresh;
+        } else {
+            delete fresh;
+        }
+    }
+    // The module catalog is opened here, while its cell is null, once the
+    // configuration that names the installation directory exists.
+    return made;
+}
+
+}  // namespace keel

@@ -1,0 +1,149 @@
+#include "tracing/tracer.h"
+
+#include <stdarg.h>
+#include <unistd.h>
+
+#include <keel/format.h>
+
+#include "files/strdup.h"
+
+namespace keel {
+
+TracerC::TracerC() : indent(0), fileConsumer(nullptr) {}
+
+// Never run in practice (the tracer lives to the end of the process); the
+// controller's destructor empties the tree. Consumers that others added are
+// theirs to delete.
+TracerC::~TracerC() {}
+
+uint32_t TracerC::init(const char* newName, const char* controlFile, const char* newInfo) {
+    LatchGuardC guard(traceControlLatch());
+    if (newName) {
+        delete[] name;
+        name = duplicateText(newName);
+    }
+    if (newInfo) {
+        delete[] info;
+        info = duplicateText(newInfo);
+    }
+    processId = static_cast<uint32_t>(getpid());
+    if (!controlFile) return 0;
+    // The default consumer reads the control file here and its max_detail
+    // becomes its level; without one there is nothing to read it.
+    return 0;
+}
+
+uint32_t TracerC::reserved1() { return 0; }
+
+TraceDefaultConsumerI* TracerC::getDefaultConsumer() { return fileConsumer; }
+
+void TracerC::reserved2() {}
+
+uint32_t TracerC::isEnabled(const char* path, TraceValuesT** handle) {
+    if (handle) {
+        if (TraceValuesT* values = __atomic_load_n(handle, __ATOMIC_ACQUIRE)) {
+            return __atomic_load_n(&values->active, __ATOMIC_RELAXED);
+        }
+    }
+    TraceControlVarC* variable = findVariable(path);
+    if (!variable) return 0;
+    // Racing threads store the same pointer: a path's variable never changes.
+    if (handle) __atomic_store_n(handle, static_cast<TraceValuesT*>(variable), __ATOMIC_RELEASE);
+    return __atomic_load_n(&variable->active, __ATOMIC_RELAXED);
+}
+
+uint32_t TracerC::trace(const char* path, TraceValuesT** handle, const char* format, ArgListC args) {
+    if (!handle) return 0;
+    uint32_t mask = isEnabled(path, handle);
+    if (mask == 0) return 0;
+    LatchGuardC guard(traceControlLatch());
+    int32_t lineIndent = currentIndent();
+    // Read by index on every turn: a consumer may add or remove consumers
+    // from inside write.
+    for (uint32_t i = 0; i < TraceConsumerArrayC::size(); ++i) {
+        if (!(mask & (1u << (i % 32)))) continue;
+        TraceConsumerI* consumer = at(i)->consumer;
+        if (!consumer) continue;
+        // A consumer that fails once is out for good.
+        if (consumer->write(path, lineIndent, format, args) != 0) removeConsumer(consumer);
+    }
+    return 1;
+}
+
+uint32_t TracerC::traceFormat(const char* path, TraceValuesT** handle, const char* format, ...) {
+    if (!format) format = "";
+    va_list arguments;
+    va_start(arguments, format);
+    uint32_t passed = trace(path, handle, format, argListFromText(format, arguments));
+    va_end(arguments);
+    return passed;
+}
+
+uint32_t TracerC::enter(const char* path, TraceValuesT** handle) {
+    if (isEnabled(path, handle) == 0) return 0;
+    __atomic_add_fetch(&indent, 1, __ATOMIC_RELAXED);
+    return 1;
+}
+
+void TracerC::leave() { __atomic_sub_fetch(&indent, 1, __ATOMIC_RELAXED); }
+
+TraceControlVarC* TracerC::variableOf(const char* path, TraceValuesT** handle) {
+    if (handle) {
+        if (TraceValuesT* values = __atomic_load_n(handle, __ATOMIC_ACQUIRE)) {
+            return static_cast<TraceControlVarC*>(values);
+        }
+    }
+    TraceControlVarC* variable = findVariable(path);
+    if (variable && handle) __atomic_store_n(handle, static_cast<TraceValuesT*>(variable), __ATOMIC_RELEASE);
+    return variable;
+}
+
+uint32_t TracerC::count(const char* path, TraceValuesT** handle, int32_t delta) {
+    TraceControlVarC* variable = variableOf(path, handle);
+    if (!variable) return 0;
+    // Atomic but unordered: a counter shared by threads loses nothing, and
+    // nothing else is ordered by it.
+    __atomic_add_fetch(&variable->counter, delta, __ATOMIC_RELAXED);
+    notifyValueChanged(path, currentIndent());
+    return 0;
+}
+
+uint32_t TracerC::uncount(const char* path, TraceValuesT** handle, int32_t delta) {
+    // The negation of the most negative delta is itself, in 32-bit arithmetic.
+    return count(path, handle, static_cast<int32_t>(0u - static_cast<uint32_t>(delta)));
+}
+
+uint32_t TracerC::startTimer(const char* path, TraceValuesT** handle) {
+    TraceControlVarC* variable = variableOf(path, handle);
+    if (!variable) return 0;
+    int64_t now = 0;
+    if (getTime(&now) == 0) variable->started = now;
+    return 1;
+}
+
+void TracerC::stopTimer(const char* path, TraceValuesT** handle) {
+    if (!handle) return;
+    TraceValuesT* values = __atomic_load_n(handle, __ATOMIC_ACQUIRE);
+    if (!values) return;
+    // A timer is meant for one thread at a time: `started` and `total` are
+    // plain fields (64-bit, and only 4-byte aligned on i386).
+    int64_t started = values->started;
+    if (started == 0) return;
+    int64_t now = 0;
+    getTime(&now);
+    values->total += now - started;
+    notifyValueChanged(path, currentIndent());
+    values->started = 0;
+}
+
+uint32_t TracerC::getValues(const char* path, TraceValuesT** handle, int32_t* counter, int64_t* total,
+                            uint64_t* ticksPerSecond) {
+    TraceControlVarC* variable = variableOf(path, handle);
+    if (!variable) return 0;
+    if (counter) *counter = __atomic_load_n(&variable->counter, __ATOMIC_RELAXED);
+    if (total) *total = variable->total;
+    if (ticksPerSecond) getTicksPerSecond(ticksPerSecond);
+    return 1;
+}
+
+}  // namespace keel

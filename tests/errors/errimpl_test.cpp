@@ -1,0 +1,194 @@
+// The per-thread error buffer: reports and their entries, marks and
+// recovery, taking the text, the trace line of each entry, one buffer per
+// thread.
+#include <gtest/gtest.h>
+#include <errno.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <keel/keel.h>
+
+#include "errors/errapi.h"
+#include "errors/errimpl.h"
+#include "testing/tracelines.h"
+
+namespace keel {
+namespace {
+
+using testing_errors::TraceLinesC;
+using testing_errors::utf8Of;
+
+// Each test starts and ends with an empty buffer.
+struct ErrBufTest : ::testing::Test {
+    ErrBufTest() : errors(getErrBuf()) { errors->takeText(nullptr); }
+    ~ErrBufTest() override { errors->takeText(nullptr); }
+    std::string last() { return utf8Of(errors->getEntry(errors->getCount() - 1)->getText()); }
+    ErrBufI* errors;
+};
+
+TEST_F(ErrBufTest, ReportsStoreTheirRenderedText) {
+    uint32_t mark = errors->getMark();
+    ArgListC args;
+    args.add(StringC("/no/such", "ascii"));
+    EXPECT_EQ(0xE0CB0011u, reportError(0xE0CB0011, "\x01\x01" "e\x01" "Cannot change to directory '%1$S'", args));
+    ErrEntryI* entry = errors->getEntry(0);
+    EXPECT_EQ(0xE0CB0011u, entry->getCode());
+    EXPECT_EQ(4u, entry->getSeverity());
+    EXPECT_EQ("Cannot change to directory '/no/such'", last());
+    EXPECT_EQ(mark, entry->getSequence());
+    EXPECT_EQ(nullptr, errors->getEntry(1));
+    struct {
+        uint32_t code;
+        const char* text;
+        const char* stored;  // null: nothing stored
+        uint32_t severity;
+    } const cases[] = {
+        {0, nullptr, "", 4},
+        {0xE0CB0005, "keeps %1$S", "keeps %1$S", 4},
+        {0xE0CB0005, "{#} silent", nullptr, 0},
+        {0xE0CB0005, "{i} told", "told", 2},
+        {0xE0000002, nullptr, strerror(2), 4},
+    };
+    for (const auto& c : cases) {
+        errors->takeText(nullptr);
+        EXPECT_EQ(c.code, reportError(c.code, c.text));
+        ASSERT_EQ(c.stored ? 1u : 0u, errors->getCount()) << (c.text ? c.text : "(null)");
+        if (!c.stored) continue;
+        EXPECT_EQ(c.stored, last());
+        EXPECT_EQ(c.severity, errors->getEntry(0)->getSeverity());
+    }
+    EXPECT_EQ(0u, reportError(0, nullptr, ArgListC()));
+    EXPECT_EQ(0xE3E80065u, reportErrorFormat(0xE3E80065, "Invalid date/time %04d/%02d/%02d", 2024, 2, 30));
+    EXPECT_EQ("Invalid date/time 2024/02/30", last());
+    errno = EEXIST;
+    EXPECT_EQ(0xE0000011u, reportSystemError());
+    EXPECT_EQ(strerror(EEXIST), last());
+    errno = 0;
+    EXPECT_EQ(0u, reportSystemError());
+    EXPECT_EQ(5u, errors->getCount());
+}
+
+TEST_F(ErrBufTest, EntriesSplitTheirText) {
+    struct {
+        const char* text;
+        const char *problem, *reason, *solution, *joined;
+    } const cases[] = {
+        {"P", "P", "", "", "P"},
+        {"P\x01R", "P", "R", "", "P\nR"},
+        {"P\x01\x01S", "P", "", "S", "P\nS"},
+        {"P\x01R\x01S\x01" "dropped", "P", "R", "S", "P\nR\nS"},
+        {"\x01R", "", "R", "", "\nR"},
+    };
+    for (const auto& c : cases) {
+        errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
+        ErrEntryI* entry = errors->getEntry(errors->getCount() - 1);
+        EXPECT_EQ(c.problem, utf8Of(entry->getProblem())) << c.text;
+        EXPECT_EQ(c.reason, utf8Of(entry->getReason())) << c.text;
+        EXPECT_EQ(c.solution, utf8Of(entry->getSolution())) << c.text;
+        EXPECT_EQ(c.joined, last()) << c.text;
+    }
+    EXPECT_EQ(5u, errors->getEntry(0)->setSeverity(5)->getSeverity());
+    errors->removeEntry(99);
+    errors->removeEntry(0);
+    EXPECT_EQ(4u, errors->getCount());
+}
+
+TEST_F(ErrBufTest, MarksRecoverAndTakeText) {
+    reportError(0xE0CB0005, "{w}older");
+    uint32_t mark = errors->getMark();
+    reportError(0xE0CB0006, "first");
+    reportError(0xE0CB0007, "second");
+    TraceLinesC trace("Error/Recovery");
+    errors->recover(mark);
+    ASSERT_EQ(1u, errors->getCount());
+    EXPECT_EQ((std::vector<std::string>{"0,Error/Recovery/Error/203/7 Error Recovery (s203m7): second",
+                                        "0,Error/Recovery/Error/203/6 Error Recovery (s203m6): first"}),
+              trace.lines);
+    reportError(0xE0CB0008, "later");
+    EXPECT_EQ(mark + 2, errors->getEntry(1)->getSequence()) << "numbers are not reused";
+    uint32_t highest = 0;
+    EXPECT_EQ("older\nlater", utf8Of(errors->takeText(&highest)));
+    EXPECT_EQ(4u, highest);
+    EXPECT_EQ(0u, errors->getCount());
+    EXPECT_EQ("", utf8Of(errors->takeText(&highest)));
+    EXPECT_EQ(0u, highest);
+}
+
+TEST_F(ErrBufTest, TraceLinesOfEntries) {
+    TraceLinesC trace("Error/Occurrence");
+    trace.enable("Error/Report");
+    struct {
+        const char *text, *line;
+    } const cases[] = {
+        {"plain", "plain"},
+        {"P\x01R\x01S", "Problem: P, Reason: R, Solution: S"},
+        {"P\x01R", "Problem: P"},
+        {"P\x01\x01S", "Problem: P, Solution: S"},
+        {"P\x01R\x01", "Problem: P, Reason: R"},
+        {"\x01\x01", "Solution: "},
+        {"P\x01R\x01S\x01T", "Problem: P, Reason: R, Solution: S\x01T"},
+    };
+    for (const auto& c : cases) {
+        trace.lines.clear();
+        errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
+        EXPECT_EQ((std::vector<std::string>{
+                      std::string("0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ") + c.line}),
+                  trace.lines);
+    }
+    errors->takeText(nullptr);
+    trace.lines.clear();
+    errors->addError(0xE0000002, 9, StringC("a", "utf8"));
+    errors->reportAll();
+    EXPECT_EQ(0u, errors->getCount());
+    EXPECT_EQ((std::vector<std::string>{"0,Error/Occurrence/9/0/2 9 Occurrence (s0m2): a",
+                                        "0,Error/Report/9/0/2 9 Report (s0m2): a"}),
+              trace.lines);
+}
+
+// Threads report, mark and recover at once; each sees only its own entries.
+TEST(ErrBufThreadTest, EachThreadSeesOnlyItsOwnEntries) {
+    std::vector<std::thread> threads;
+    std::vector<int> wrong(8, 0);
+    for (uint32_t t = 0; t < 8; ++t) {
+        threads.emplace_back([t, &wrong] {
+            ErrBufI* errors = getErrBuf();
+            for (uint32_t i = 0; i < 200; ++i) {
+                uint32_t mark = errors->getMark();
+                reportErrorFormat(0xE0CB0005 + t, "thread %d item %d", t, i);
+                reportError(0xE0CB0005 + t, "expected");
+                if (errors->getCount() != i / 2 * 2 + 2) ++wrong[t];
+                if (i % 2 == 0) errors->recover(mark);
+            }
+            for (uint32_t i = 0; i < errors->getCount(); ++i) wrong[t] += errors->getEntry(i)->getCode() != 0xE0CB0005 + t;
+            if (errors->getCount() != 200 || errors != getErrBuf()) ++wrong[t];
+            // The entries are left for the thread's end to free.
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (int t = 0; t < 8; ++t) EXPECT_EQ(0, wrong[t]) << "thread " << t;
+}
+
+// A thread that ends releases its buffer through the key (the leak check
+// of the sanitizer build sees one that is not); a buffer with another
+// reference outlives the thread until that is released too.
+TEST(ErrBufThreadTest, ThreadEndReleasesItsBuffer) {
+    ErrBufI* kept = nullptr;
+    std::thread([&kept] {
+        kept = getErrBuf();
+        kept->addRef();
+        reportError(0xE0CB0005, "left behind");
+    }).join();
+    EXPECT_EQ(1u, kept->getCount());
+    kept->release();
+    std::thread([] {
+        reportError(0xE0CB0005, "left behind");
+        releaseErrBuf();
+        releaseErrBuf();
+        EXPECT_EQ(0u, getErrBuf()->getCount()) << "a fresh buffer after the release";
+    }).join();
+}
+
+}  // namespace
+}  // namespace keel

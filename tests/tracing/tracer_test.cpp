@@ -1,0 +1,202 @@
+// The tracer through its public faces: trace points, dispatch, counters and
+// timers, the older face, and threads tracing while settings and consumers
+// change. The tests share the one tracer: each uses paths of its own and
+// removes the consumers it added.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <keel/keel.h>
+
+#include "tracing/tracer.h"
+
+namespace keel {
+namespace {
+
+// Keeps "path|indent|text" of each line; can fail, or call back from write.
+class LineConsumerC : public TraceConsumerI {
+public:
+    LineConsumerC() { getTraceController()->addConsumer(this, 0, 9); }
+    ~LineConsumerC() { getTraceController()->removeConsumer(this); }
+    uint32_t write(const char* path, int32_t indent, const char* format, ArgListC args) override {
+        StringC text = StringC::format(StringC(format, "system-8"), args);
+        const char* utf8 = text.textUtf8();
+        lines.push_back(std::string(path) + "|" + std::to_string(indent) + "|" + utf8);
+        text.releaseUtf8(utf8);
+        if (onWrite) onWrite(this);
+        return failing ? 0xE0000005u : 0;
+    }
+    uint32_t valueChanged(const char* path, int32_t) override { return changes.push_back(path), 0; }
+    uint32_t variableCreated(const char*) override { return 0; }
+    void enable(const char* path) { getTraceController()->enablePath(this, path); }
+
+    std::vector<std::string> lines, changes;
+    bool failing = false;
+    void (*onWrite)(LineConsumerC*) = nullptr;
+};
+
+// An enter through one face shows through the other (the faces themselves
+// are checked with the entry points).
+TEST(TracerTest, IndentIsSharedByTheFaces) {
+    LineConsumerC consumer;
+    consumer.enable("Faces");
+    int32_t before = tracerInstance()->currentIndent();
+    EXPECT_EQ(1u, tracerV1I()->enter("Faces", nullptr));
+    EXPECT_EQ(before + 1, tracerInstance()->currentIndent());
+    EXPECT_EQ(0u, tracerI()->enter("Faces/Out/Of/The/Budget/Of/Nine/At/Level/Nine", nullptr));
+    tracerI()->leave();
+    EXPECT_EQ(before, tracerInstance()->currentIndent());
+}
+
+TEST(TracerTest, DispatchHandlesAndFailingConsumers) {
+    LineConsumerC first, second;
+    first.enable("Dispatch");
+    second.enable("Dispatch/Two");
+    static TracePointT one = {nullptr, "Dispatch/One"}, two = {nullptr, "Dispatch/Two"};
+    EXPECT_EQ(1u, traceLine(one, "one %d", 1));
+    EXPECT_NE(nullptr, one.handle);
+    EXPECT_EQ(1u, traceLine(two, "two %s", "x"));
+    EXPECT_EQ((std::vector<std::string>{"Dispatch/One|0|one 1", "Dispatch/Two|0|two x"}), first.lines);
+    EXPECT_EQ((std::vector<std::string>{"Dispatch/Two|0|two x"}), second.lines);
+    // A point without a cell never traces, though its path is on.
+    EXPECT_NE(0u, tracerI()->isEnabled("Dispatch/One", nullptr));
+    EXPECT_EQ(0u, tracerI()->trace("Dispatch/One", nullptr, "x", ArgListC()));
+    // A consumer that fails once gets no further lines.
+    second.failing = true;
+    traceLine(two, "again");
+    traceLine(two, "and again");
+    EXPECT_EQ(2u, second.lines.size());
+    EXPECT_EQ(4u, first.lines.size());
+    EXPECT_EQ(kTraceNoConsumer, getTraceController()->removeConsumer(&second));
+    // The older face builds its list from the variadic block.
+    TraceValuesT* cell = nullptr;
+    EXPECT_EQ(1u, tracerV1I()->traceFormat("Dispatch/Old", &cell, "%s=%d", "n", 42));
+    EXPECT_EQ("Dispatch/Old|0|n=42", first.lines.back());
+    // Bad paths are off and fill no cell.
+    TraceValuesT* fresh = nullptr;
+    std::string tooLong(kTraceMaxPath + 1, 'D');
+    EXPECT_EQ(0u, tracerI()->isEnabled(nullptr, &fresh));
+    EXPECT_EQ(0u, tracerI()->trace(tooLong.c_str(), &fresh, "x", ArgListC()));
+    EXPECT_EQ(0u, tracerI()->enter(nullptr, &fresh));
+    EXPECT_EQ(nullptr, fresh);
+}
+
+TEST(TracerTest, CountersTimersAndInit) {
+    LineConsumerC consumer;
+    TracerI* tracer = tracerI();
+    TraceValuesT* cell = nullptr;
+    tracer->count("Values/Count", &cell, 5);
+    tracer->uncount("Values/Count", &cell, 2);
+    tracer->uncount("Values/Count", nullptr, INT32_MIN);
+    int32_t counter = 0;
+    int64_t total = -1;
+    uint64_t perSecond = 0;
+    EXPECT_EQ(1u, tracer->getValues("Values/Count", nullptr, &counter, &total, &perSecond));
+    EXPECT_EQ(static_cast<int32_t>(3u + 0x80000000u), counter);
+    EXPECT_EQ(0, total);
+    EXPECT_EQ(1000000u, perSecond);
+    EXPECT_EQ(3u, consumer.changes.size()) << "every consumer hears of a change, whatever the masks";
+    // A stop needs the cell that its start filled, and a running timer.
+    TraceValuesT* timer = nullptr;
+    tracer->stopTimer("Values/Timer", &timer);
+    EXPECT_EQ(1u, tracer->startTimer("Values/Timer", &timer));
+    ASSERT_NE(nullptr, timer);
+    if (timer->started == 0) timer->started = -1;  // started in the tracer's first microsecond
+    tracer->stopTimer("Values/Timer", &timer);
+    tracer->stopTimer("Values/Timer", &timer);
+    EXPECT_EQ(0, timer->started);
+    EXPECT_GE(timer->total, 0);
+    EXPECT_EQ(4u, consumer.changes.size());
+
+    EXPECT_EQ(0u, tracer->init("prog", nullptr, "info"));
+    EXPECT_EQ(0u, tracer->init(nullptr, "/nonexistent/control", nullptr));
+    const char* text = nullptr;
+    getTraceController()->getName(&text);
+    EXPECT_STREQ("prog", text);
+    getTraceController()->getInfo(&text);
+    EXPECT_STREQ("info", text);
+    uint32_t process = 0;
+    getTraceController()->getProcessId(&process);
+    EXPECT_EQ(static_cast<uint32_t>(getpid()), process);
+}
+
+// A consumer calls back into the tracer from write, on another thread than
+// the test's: the latch is recursive, and the nested line reaches it too.
+TEST(TracerThreadTest, ConsumerCallsBackFromWrite) {
+    LineConsumerC consumer;
+    consumer.enable("Back/Line");
+    consumer.onWrite = [](LineConsumerC* self) {
+        self->onWrite = nullptr;
+        TraceValuesT* values = nullptr;
+        getTraceController()->getVariable("Back/Nested/Made", &values);
+        self->enable("Back/Other");
+        static TracePointT other = {nullptr, "Back/Other"};
+        traceLine(other, "nested");
+        tracerI()->count("Back/Counted", nullptr, 1);
+    };
+    static TracePointT line = {nullptr, "Back/Line"};
+    uint32_t passed = 0;
+    std::thread([&passed] { passed = traceLine(line, "outer"); }).join();
+    EXPECT_EQ(1u, passed);
+    EXPECT_EQ((std::vector<std::string>{"Back/Line|0|outer", "Back/Other|0|nested"}), consumer.lines);
+    EXPECT_EQ((std::vector<std::string>{"Back/Counted"}), consumer.changes);
+}
+
+// Threads trace and count at points of their own while another thread
+// enables, disables and re-levels those paths and adds and removes consumers.
+TEST(TracerThreadTest, TracingWhileSettingsAndConsumersChange) {
+    LineConsumerC steady;
+    steady.enable("Busy");
+    std::atomic<int> passed(0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t, &passed] {
+            std::string path = "Busy/T" + std::to_string(t) + "/Line";
+            TracePointT point = {nullptr, path.c_str()};
+            for (int i = 0; i < 3000; ++i) {
+                passed += static_cast<int>(traceLine(point, "%d %d", t, i));
+                tracerI()->count(point.path, &point.handle, 1);
+            }
+        });
+    }
+    threads.emplace_back([&steady] {
+        TraceControllerI* controller = getTraceController();
+        for (int i = 0; i < 300; ++i) {
+            LineConsumerC extra;
+            controller->setConsumerLevel(&extra, i % 11);
+            extra.enable("Busy/T1");
+            controller->disablePath(&steady, i % 2 ? "Busy/T2" : "Busy/T3");
+            controller->setConsumerLevel(&steady, i % 10);
+            controller->inheritPath(&steady, i % 2 ? "Busy/T3" : "Busy/T2");
+        }
+    });
+    for (std::thread& thread : threads) thread.join();
+    int32_t counter = 0;
+    tracerI()->getValues("Busy/T0/Line", nullptr, &counter, nullptr, nullptr);
+    EXPECT_EQ(3000, counter);
+    // A line may have passed to an extra consumer only; steady saw no more.
+    EXPECT_LE(steady.lines.size(), static_cast<size_t>(passed.load()));
+}
+
+// Threads mention the same fresh paths at once: each gets one variable.
+TEST(TracerThreadTest, RacingFirstMentionsMakeOneVariable) {
+    std::vector<TraceValuesT*> seen(8, nullptr);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([t, &seen] {
+            for (int i = 0; i < 200; ++i) tracerI()->isEnabled(("Race/" + std::to_string(i)).c_str(), nullptr);
+            tracerI()->isEnabled("Race/Same/Leaf", &seen[t]);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (TraceValuesT* cell : seen) EXPECT_EQ(seen[0], cell);
+    uint32_t children = 0;
+    getTraceController()->getChildCount("Race", &children);
+    EXPECT_EQ(201u, children);
+}
+
+}  // namespace
+}  // namespace keel
