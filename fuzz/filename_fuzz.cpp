@@ -18,7 +18,7 @@
 
 #include <keel/keel.h>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 #include <keel/filename.h>
 
 namespace {

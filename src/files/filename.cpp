@@ -2,7 +2,7 @@
 
 #include <string.h>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 #include "text/case.h"
 #include "text/utf8.h"
 

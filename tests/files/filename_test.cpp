@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 #include "text/case.h"
 
 namespace keel {
