@@ -209,6 +209,34 @@ void formatTo(Sink&& sink, std::string_view format, const Args&... args) {
     formatTo(sink, StringC(format), args...);
 }
 
+namespace formatargs {
+
+// What may pass through the C-variadic forms: numbers, enumerations and
+// pointers (arrays decay to pointers). A class object, a StringC above all,
+// cannot: %S takes a pointer to one.
+template <typename... Args>
+struct variadicSafeM : std::true_type {};
+template <typename First, typename... Rest>
+struct variadicSafeM<First, Rest...>
+    : std::integral_constant<bool, (std::is_arithmetic<typename std::decay<First>::type>::value ||
+                                    std::is_enum<typename std::decay<First>::type>::value ||
+                                    std::is_pointer<typename std::decay<First>::type>::value ||
+                                    std::is_null_pointer<typename std::decay<First>::type>::value) &&
+                                       variadicSafeM<Rest...>::value> {};
+
+}  // namespace formatargs
+
+// A class object passed to formatString, such as a StringC for %S (which
+// takes const StringC*), would be read as the wrong type. These overloads
+// catch that at compile time: they are chosen over the C-variadic ones and
+// deleted. keel::format takes a StringC by value, and any other type it knows.
+template <typename... Args,
+          typename std::enable_if<!formatargs::variadicSafeM<Args...>::value, int>::type = 0>
+StringC formatString(const char* format, const Args&... args) = delete;
+template <typename... Args,
+          typename std::enable_if<!formatargs::variadicSafeM<Args...>::value, int>::type = 0>
+StringC formatString(const StringC* format, const Args&... args) = delete;
+
 // Formats with the arguments of a variadic call; the format is 8-bit text in
 // "system-8".
 inline StringC formatStringV(const char* format, va_list arguments) {

@@ -11,6 +11,8 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -197,6 +199,22 @@ TEST(FormatFrontTest, VariadicFormsAgreeWhereLettersFit) {
     ArgTimeValT time = {1700000000, 5000};
     EXPECT_EQ(text(formatString("%d %u %lld %S %s %C %.26t", -1, 7u, -6000000000LL, &name, "s", 0x141u, &time)),
               text(format("%d %u %lld %S %s %C %.26t", -1, 7u, -6000000000LL, name, "s", U'\u0141', time)));
+}
+
+// Whether formatString can be called with these arguments at all.
+template <typename Void, typename... Args>
+struct callableM : std::false_type {};
+template <typename... Args>
+struct callableM<std::void_t<decltype(formatString(std::declval<Args>()...))>, Args...> : std::true_type {};
+
+// A class object given to the C-variadic form (a StringC for %S, which takes
+// a pointer) does not compile; numbers, pointers and texts do.
+TEST(FormatFrontTest, VariadicFormsRefuseClassObjects) {
+    EXPECT_FALSE((callableM<void, const char*, StringC>::value));
+    EXPECT_FALSE((callableM<void, const char*, int, std::string>::value));
+    EXPECT_FALSE((callableM<void, const StringC*, StringC>::value));
+    EXPECT_TRUE((callableM<void, const char*, const StringC*, int, const char (&)[3], double, std::nullptr_t>::value));
+    EXPECT_TRUE((callableM<void, const char*>::value));
 }
 
 struct CollectT {
