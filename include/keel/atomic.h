@@ -10,6 +10,12 @@
 // cursor keeps its index and offset in one), all without a lock on both
 // targets: on i386 an 8-byte cell is aligned to 8 so that its load is one
 // memory access and its exchange a cmpxchg8b.
+//
+// Below the cell, the few atomic operations on plain fields that AtomicM
+// deliberately leaves out (a counter's increment, a relaxed flag, a
+// compare-and-swap publication). Every atomic access in the library goes
+// through AtomicM or one of these, never through the compiler's builtins
+// directly, so that the memory order of each is named where it is used.
 #ifndef KEEL_ATOMIC_H
 #define KEEL_ATOMIC_H
 
@@ -50,6 +56,49 @@ public:
 private:
     alignas(sizeof(T)) T value_;
 };
+
+// Loads and stores by memory order.
+template <typename T>
+inline T atomicLoadRelaxed(const T* cell) {
+    return __atomic_load_n(cell, __ATOMIC_RELAXED);
+}
+template <typename T>
+inline T atomicLoadAcquire(const T* cell) {
+    return __atomic_load_n(cell, __ATOMIC_ACQUIRE);
+}
+template <typename T, typename U>
+inline void atomicStoreRelaxed(T* cell, U value) {
+    __atomic_store_n(cell, static_cast<T>(value), __ATOMIC_RELAXED);
+}
+template <typename T, typename U>
+inline void atomicStoreRelease(T* cell, U value) {
+    __atomic_store_n(cell, static_cast<T>(value), __ATOMIC_RELEASE);
+}
+
+// Read-modify-write on a counter. The add-and-fetch forms answer the new
+// value, the fetch-and-add form the value before.
+template <typename T, typename U>
+inline T atomicAddRelaxed(T* cell, U delta) {
+    return __atomic_add_fetch(cell, static_cast<T>(delta), __ATOMIC_RELAXED);
+}
+template <typename T, typename U>
+inline T atomicAddAcqRel(T* cell, U delta) {
+    return __atomic_add_fetch(cell, static_cast<T>(delta), __ATOMIC_ACQ_REL);
+}
+template <typename T, typename U>
+inline T atomicFetchAddRelaxed(T* cell, U delta) {
+    return __atomic_fetch_add(cell, static_cast<T>(delta), __ATOMIC_RELAXED);
+}
+
+// Publication of a value made without a lock: stores `desired` when the cell
+// still holds `expected` and answers true; otherwise answers false with
+// `expected` set to what the cell holds (acquired, so the winner's object is
+// seen whole).
+template <typename T>
+inline bool atomicCompareExchange(T* cell, T& expected, T desired) {
+    return __atomic_compare_exchange_n(cell, &expected, desired, false, __ATOMIC_ACQ_REL,
+                                       __ATOMIC_ACQUIRE);
+}
 
 }  // namespace keel
 

@@ -9,6 +9,8 @@
 
 #include <stdint.h>
 
+#include <keel/atomic.h>
+
 namespace keel {
 
 class RefCountI {
@@ -21,9 +23,9 @@ public:
 class RefCountC : public RefCountI {
 public:
     RefCountC() : count_(0) {}
-    int32_t addRef() override { return __atomic_add_fetch(&count_, 1, __ATOMIC_ACQ_REL); }
+    int32_t addRef() override { return atomicAddAcqRel(&count_, 1); }
     int32_t release() override {
-        int32_t left = __atomic_sub_fetch(&count_, 1, __ATOMIC_ACQ_REL);
+        int32_t left = atomicAddAcqRel(&count_, -1);
         if (left == 0) delete this;
         return left;
     }
@@ -34,7 +36,7 @@ public:
     // must be ordered after every other handle's reads, which ended with
     // their release (a relaxed load would let those reads see the change).
     // On x86 it is still a plain load.
-    int32_t refCount() const { return __atomic_load_n(&count_, __ATOMIC_ACQUIRE); }
+    int32_t refCount() const { return atomicLoadAcquire(&count_); }
 
 private:
     int32_t count_;

@@ -492,10 +492,10 @@ private:
     // constructions only read the remembered pointer.
     static StringImplI* emptyImpl() {
         static StringImplI* remembered = nullptr;
-        StringImplI* empty = __atomic_load_n(&remembered, __ATOMIC_ACQUIRE);
+        StringImplI* empty = atomicLoadAcquire(&remembered);
         if (!empty) {
             empty = getStringFactory()->fromBytes(nullptr, 0, "utf8");
-            __atomic_store_n(&remembered, empty, __ATOMIC_RELEASE);
+            atomicStoreRelease(&remembered, empty);
         }
         return empty;
     }

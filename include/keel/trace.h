@@ -180,8 +180,8 @@ struct TracePointT {
 // The point's `active` mask. With the cell filled this is a load of the
 // cell, a load of the mask and a test: no call, no lock.
 inline uint32_t traceActive(TracePointT& point) {
-    TraceValuesT* values = __atomic_load_n(&point.handle, __ATOMIC_ACQUIRE);
-    if (__builtin_expect(values != nullptr, 1)) return __atomic_load_n(&values->active, __ATOMIC_RELAXED);
+    TraceValuesT* values = atomicLoadAcquire(&point.handle);
+    if (__builtin_expect(values != nullptr, 1)) return atomicLoadRelaxed(&values->active);
     return tracerI()->isEnabled(point.path, &point.handle);
 }
 

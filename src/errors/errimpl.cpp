@@ -106,7 +106,7 @@ void ErrBufImplC::removeAllEntries() {
 void ErrBufImplC::addError(uint32_t code, uint32_t severity, const StringC& text) {
     // A private copy: the caller's string may change after this.
     StringC copy(text, StringC());
-    uint32_t sequence = __atomic_fetch_add(&nextSequence, 1u, __ATOMIC_RELAXED);
+    uint32_t sequence = atomicFetchAddRelaxed(&nextSequence, 1u);
     append(new ErrEntryC(code, copy, severity, sequence));
     traceError("Occurrence", code, severity, copy);
 }
@@ -147,12 +147,12 @@ StringC ErrBufImplC::takeText(uint32_t* highestSeverity) {
 }
 
 uint32_t ErrBufImplC::addRef() {
-    __atomic_add_fetch(&references, 1, __ATOMIC_ACQ_REL);
+    atomicAddAcqRel(&references, 1);
     return 0;
 }
 
 uint32_t ErrBufImplC::release() {
-    if (__atomic_sub_fetch(&references, 1, __ATOMIC_ACQ_REL) == 0) delete this;
+    if (atomicAddAcqRel(&references, -1) == 0) delete this;
     return 0;
 }
 

@@ -59,7 +59,7 @@ public:
     uint32_t getCount() override { return size(); }
     ErrEntryI* getEntry(uint32_t index) override { return entryAt(index); }
     void reportAll() override;
-    uint32_t getMark() override { return __atomic_load_n(&nextSequence, __ATOMIC_RELAXED); }
+    uint32_t getMark() override { return atomicLoadRelaxed(&nextSequence); }
     void recover(uint32_t mark) override;
     StringC takeText(uint32_t* highestSeverity) override;
     uint32_t addRef() override;

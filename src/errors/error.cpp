@@ -9,6 +9,7 @@
 
 #include "errors/systemcat.h"
 #include "frame/loadorder.h"
+#include "frame/nodestroy.h"
 #include "tracing/tracer.h"
 
 namespace keel {
@@ -17,12 +18,11 @@ namespace {
 
 const char* const severityNames[] = {"None", "Monitor", "Information", "Warning", "Error", "Fatal"};
 
-// Raw storage for the two cells: static storage starts as null pointers, and
-// the load step constructs them without a static initialiser of their own.
-alignas(AtomicM<ErrCatalogI*>) unsigned char moduleCatalogStorage[sizeof(AtomicM<ErrCatalogI*>)];
-alignas(AtomicM<ErrCatalogI*>) unsigned char processCatalogStorage[sizeof(AtomicM<ErrCatalogI*>)];
-
-ErrCatSwitchC* theSwitch = nullptr;
+// The two cells, made by the load step: static storage starts as null
+// pointers, and there is no static initialiser of their own. They are never
+// destroyed.
+InPlaceM<AtomicM<ErrCatalogI*>> moduleCatalogStorage;
+InPlaceM<AtomicM<ErrCatalogI*>> processCatalogStorage;
 
 TracePointT fetchPoint = {nullptr, "Error/Catalog/Fetch"};
 
@@ -66,14 +66,14 @@ uint32_t letterSeverity(char letter) {
 }  // namespace
 
 void loadStepError() {
-    new (processCatalogStorage) AtomicM<ErrCatalogI*>(nullptr);
-    new (moduleCatalogStorage) AtomicM<ErrCatalogI*>(nullptr);
+    processCatalogStorage.make(nullptr);
+    moduleCatalogStorage.make(nullptr);
 }
 
-AtomicM<ErrCatalogI*>& moduleCatalogCell() { return *reinterpret_cast<AtomicM<ErrCatalogI*>*>(moduleCatalogStorage); }
+AtomicM<ErrCatalogI*>& moduleCatalogCell() { return *moduleCatalogStorage; }
 
 AtomicM<ErrCatalogI*>& processCatalogCell() {
-    return *reinterpret_cast<AtomicM<ErrCatalogI*>*>(processCatalogStorage);
+    return *processCatalogStorage;
 }
 
 const char* severityName(uint32_t severity) { return severity <= 5 ? severityNames[severity] : nullptr; }
@@ -171,18 +171,10 @@ uint32_t ErrCatSwitchC::setQualifiers(StringC qualifiers) {
 }
 
 ErrCatalogI* getCatalogSwitch() {
-    ErrCatSwitchC* made = __atomic_load_n(&theSwitch, __ATOMIC_ACQUIRE);
-    if (!made) {
-        ErrCatSwitchC* fresh = new ErrCatSwitchC();
-        if (__atomic_compare_exchange_n(&theSwitch, &made, fresh, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
-            made = fresh;
-        } else {
-            delete fresh;
-        }
-    }
+    static NoDestroyM<ErrCatSwitchC> theSwitch;
     // The module catalog is opened here, while its cell is null, once the
     // configuration that names the installation directory exists.
-    return made;
+    return theSwitch.get();
 }
 
 }  // namespace keel

@@ -4,6 +4,7 @@
 
 #include "errors/error.h"
 #include "frame/latch.h"
+#include "frame/nodestroy.h"
 
 namespace keel {
 
@@ -28,8 +29,8 @@ StringC ErrSystemCatalogC::fetch(uint32_t* severity, uint32_t code, const char*,
 uint32_t ErrSystemCatalogC::setQualifiers(StringC) { return 0; }
 
 ErrSystemCatalogC* systemCatalog() {
-    static ErrSystemCatalogC* const catalog = new ErrSystemCatalogC();
-    return catalog;
+    static NoDestroyM<ErrSystemCatalogC> catalog;
+    return catalog.get();
 }
 
 }  // namespace keel

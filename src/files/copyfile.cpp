@@ -7,6 +7,8 @@
 #include <sys/statfs.h>
 #include <unistd.h>
 
+#include <keel/atomic.h>
+
 #include "files/dirname.h"
 #include "files/fopen.h"
 
@@ -61,13 +63,13 @@ namespace {
 CopyCloseFn copyClose = nullptr;
 
 int closeDestination(FILE* stream) {
-    CopyCloseFn close = __atomic_load_n(&copyClose, __ATOMIC_ACQUIRE);
+    CopyCloseFn close = atomicLoadAcquire(&copyClose);
     return close ? close(stream) : fclose(stream);
 }
 
 }  // namespace
 
-void setCopyCloseFunction(CopyCloseFn close) { __atomic_store_n(&copyClose, close, __ATOMIC_RELEASE); }
+void setCopyCloseFunction(CopyCloseFn close) { atomicStoreRelease(&copyClose, close); }
 
 int copyFileData(const char* source, const char* destination) {
     const size_t kBlock = 1024;

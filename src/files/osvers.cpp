@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <sys/utsname.h>
 
+#include <keel/atomic.h>
+
 namespace keel {
 
 OsVersionC::OsVersionC()
@@ -39,16 +41,17 @@ void OsVersionC::readRelease(const char* release) {
     minor = static_cast<int32_t>(strtol(p, nullptr, 10));
 }
 
-// No lock: two first calls at once may each make an object, and one of them
+// Made on the heap and not guarded, as the class promises (the one object
+// made once and never destroyed that does not use NoDestroyM). No lock: two first calls at once may each make an object, and one of them
 // is then left alive unused. The cell is read and written atomically so that
 // the race stays a harmless duplicate and never a torn pointer.
 static OsVersionC* theOsVersion = nullptr;
 
 OsVersionC* OsVersionC::instance() {
-    OsVersionC* one = __atomic_load_n(&theOsVersion, __ATOMIC_ACQUIRE);
+    OsVersionC* one = atomicLoadAcquire(&theOsVersion);
     if (!one) {
         one = new OsVersionC();
-        __atomic_store_n(&theOsVersion, one, __ATOMIC_RELEASE);
+        atomicStoreRelease(&theOsVersion, one);
     }
     return one;
 }

@@ -6,22 +6,15 @@
 #include <keel/trace.h>
 
 #include "errors/errimpl.h"
+#include "frame/nodestroy.h"
 #include "text/string.h"
 #include "tracing/tracer.h"
 
-namespace {
 // Made by the first string of the process, at load, while one thread runs;
 // never destroyed, so strings stay usable through exit.
-keel::StringImplFactoryI* stringFactory = nullptr;
-}  // namespace
-
 extern "C" KEEL_EXPORT keel::StringImplFactoryI* getStringFactory() {
-    keel::StringImplFactoryI* factory = __atomic_load_n(&stringFactory, __ATOMIC_ACQUIRE);
-    if (!factory) {
-        factory = new keel::StringImplFactoryC();
-        __atomic_store_n(&stringFactory, factory, __ATOMIC_RELEASE);
-    }
-    return factory;
+    static keel::NoDestroyM<keel::StringImplFactoryC> factory;
+    return factory.get();
 }
 
 extern "C" KEEL_EXPORT void* getTracer(int version) {

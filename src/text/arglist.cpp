@@ -3,28 +3,27 @@
 #include <new>
 
 #include "frame/loadorder.h"
+#include "frame/nodestroy.h"
 
 namespace keel {
 
 namespace {
 
-// Raw storage, so that the handle is made by the load step (and not by
+// Storage made in place, so that the handle is made by the load step (and not by
 // whatever order the static initialisers happen to run in) and released by
 // the exit action the step registers. Static storage starts zeroed, which is
 // the null cell of an empty list, so even a read before the step answers
 // "no entries".
-alignas(ArgListC) unsigned char emptyStorage[sizeof(ArgListC)];
+InPlaceM<ArgListC> emptyStorage;
 
-ArgListC* emptyHandle() { return reinterpret_cast<ArgListC*>(emptyStorage); }
-
-void releaseEmptyArgList(void*) { emptyHandle()->~ArgListC(); }
+void releaseEmptyArgList(void*) { emptyStorage.destroy(); }
 
 }  // namespace
 
-const ArgListC& emptyArgList() { return *emptyHandle(); }
+const ArgListC& emptyArgList() { return *emptyStorage; }
 
 void loadStepArglist() {
-    new (emptyStorage) ArgListC();
+    emptyStorage.make();
     registerExitAction(releaseEmptyArgList, nullptr);
 }
 

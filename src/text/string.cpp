@@ -9,6 +9,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "frame/nodestroy.h"
 #include "text/format.h"
 #include "text/stringim.h"
 #include "text/utf8.h"
@@ -25,18 +26,16 @@ namespace {
 // calling into a destroyed object.
 class EmptyCacheC {
 public:
-    EmptyCacheC() : object_(new (storage_) EmptyStringImplC()) {}
     ~EmptyCacheC() { object_->reset(); }
-    EmptyStringImplC* get() const { return object_; }
+    EmptyStringImplC* get() { return object_.get(); }
 
 private:
-    alignas(EmptyStringImplC) unsigned char storage_[sizeof(EmptyStringImplC)];
-    EmptyStringImplC* object_;
+    NoDestroyM<EmptyStringImplC> object_;
 };
 
-// Entries 1 to 127; entry 0 stays unused. Plain word reads and writes: two
-// threads that make the same character both get a correct object, the last
-// one stays in the table and neither is ever destroyed.
+// Entries 1 to 127; entry 0 stays unused. Each entry is made on first use
+// and published by compare-and-swap (see asciiString); the objects are never
+// destroyed.
 StaticStringImplC* asciiTable[128];
 
 // The units in front of the terminator of a 16-bit text. Past the first
@@ -89,15 +88,14 @@ EmptyStringImplC* StringImplFactoryC::secureEmptyString() {
 }
 
 StaticStringImplC* StringImplFactoryC::asciiString(uint8_t byte) {
-    StaticStringImplC* entry = __atomic_load_n(&asciiTable[byte & 0x7F], __ATOMIC_ACQUIRE);
+    StaticStringImplC* entry = atomicLoadAcquire(&asciiTable[byte & 0x7F]);
     if (!entry) {
         // Several threads may make the same character at once: the first to
         // publish wins and the others drop their copy, so the table never
         // loses an object that some handle already points at.
         StaticStringImplC* made = new StaticStringImplC(&byte, 1, "utf8");
         StaticStringImplC* expected = nullptr;
-        if (__atomic_compare_exchange_n(&asciiTable[byte & 0x7F], &expected, made, false,
-                                        __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+        if (atomicCompareExchange(&asciiTable[byte & 0x7F], expected, made)) {
             entry = made;
         } else {
             delete made;

@@ -379,7 +379,7 @@ bool vectorPathsOff = false;
 
 bool haveAvx2() {
     static const bool have = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
-    return have && !__atomic_load_n(&vectorPathsOff, __ATOMIC_RELAXED);
+    return have && !atomicLoadRelaxed(&vectorPathsOff);
 }
 #endif
 
@@ -422,7 +422,7 @@ uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length, uint32_
 
 void StringImplC::setVectorPaths(bool on) {
 #if KEEL_CLEAN_AVX2
-    __atomic_store_n(&vectorPathsOff, !on, __ATOMIC_RELAXED);
+    atomicStoreRelaxed(&vectorPathsOff, !on);
 #else
     (void)on;
 #endif
@@ -1006,7 +1006,7 @@ namespace {
 SecureStringImplC::WipeHookFn wipeHook = nullptr;
 }
 
-void SecureStringImplC::setWipeHook(WipeHookFn hook) { __atomic_store_n(&wipeHook, hook, __ATOMIC_RELEASE); }
+void SecureStringImplC::setWipeHook(WipeHookFn hook) { atomicStoreRelease(&wipeHook, hook); }
 
 // A volatile store per byte, so that the compiler cannot drop the writes to
 // memory that is about to be freed.
@@ -1014,7 +1014,7 @@ void SecureStringImplC::wipe(void* buffer, uint32_t bytes) {
     if (!buffer) return;
     volatile uint8_t* p = static_cast<volatile uint8_t*>(buffer);
     for (uint32_t i = 0; i < bytes; ++i) p[i] = 0;
-    WipeHookFn hook = __atomic_load_n(&wipeHook, __ATOMIC_ACQUIRE);
+    WipeHookFn hook = atomicLoadAcquire(&wipeHook);
     if (hook) hook(buffer, bytes);
 }
 

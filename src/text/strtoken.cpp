@@ -3,17 +3,18 @@
 #include <new>
 
 #include "frame/loadorder.h"
+#include "frame/nodestroy.h"
 
 namespace keel {
 
 namespace {
 
-// The set lives in plain static storage: a StringC object here would have a
+// The set lives in plain static storage (InPlaceM): a StringC object here would have a
 // constructor of its own, which the compiler runs after the load steps and
 // which would overwrite what the step built.
-alignas(StringC) unsigned char trimSetStorage[sizeof(StringC)];
+InPlaceM<StringC> trimSetStorage;
 
-StringC& trimSet() { return *reinterpret_cast<StringC*>(trimSetStorage); }
+StringC& trimSet() { return *trimSetStorage; }
 
 // Releases the set's text. The handle is left on the empty string rather
 // than on freed memory, so a trim that still runs later in the exit trims
@@ -23,7 +24,7 @@ void releaseTrimSet(void*) { trimSet() = StringC(); }
 }  // namespace
 
 void loadStepStrtoken() {
-    new (trimSetStorage) StringC(" \t", "system-8");
+    trimSetStorage.make(" \t", "system-8");
     registerExitAction(releaseTrimSet, nullptr);
 }
 

@@ -12,6 +12,7 @@
 
 #include <string.h>
 
+#include "frame/nodestroy.h"
 #include "text/ucs4.h"
 #include "text/utf16.h"
 #include "text/utf8.h"
@@ -319,45 +320,45 @@ using WCharEncodingC = TextEncodingM<WCharTextDecoderC, WCharTextEncoderC, 4, 0>
 }  // namespace
 
 // The objects are made under the compiler's one-time guard and never
-// destroyed: a caller may still convert text while the process exits.
+// destroyed (NoDestroyM): a caller may still convert text while the process exits.
 TextEncodingI* asciiEncoding() {
-    static TextEncodingI* const object = new AsciiEncodingC();
-    return object;
+    static NoDestroyM<AsciiEncodingC> object;
+    return object.get();
 }
 
 TextEncodingI* system8Encoding() {
-    static TextEncodingI* const object = new System8EncodingC();
-    return object;
+    static NoDestroyM<System8EncodingC> object;
+    return object.get();
 }
 
 TextEncodingI* latin1Encoding() {
-    static TextEncodingI* const object = new Latin1EncodingC();
-    return object;
+    static NoDestroyM<Latin1EncodingC> object;
+    return object.get();
 }
 
 TextEncodingI* utf8Encoding() {
-    static TextEncodingI* const object = new Utf8EncodingC(kUtf8Mark);
-    return object;
+    static NoDestroyM<Utf8EncodingC> object(kUtf8Mark);
+    return object.get();
 }
 
 TextEncodingI* utf16Encoding() {
-    static TextEncodingI* const object = new Utf16EncodingC(kLittleEndianMark);
-    return object;
+    static NoDestroyM<Utf16EncodingC> object(kLittleEndianMark);
+    return object.get();
 }
 
 TextEncodingI* utf16beEncoding() {
-    static TextEncodingI* const object = new Utf16EncodingC(kBigEndianMark);
-    return object;
+    static NoDestroyM<Utf16EncodingC> object(kBigEndianMark);
+    return object.get();
 }
 
 TextEncodingI* utf16leEncoding() {
-    static TextEncodingI* const object = new Utf16EncodingC(kLittleEndianMark);
-    return object;
+    static NoDestroyM<Utf16EncodingC> object(kLittleEndianMark);
+    return object.get();
 }
 
 TextEncodingI* wcharEncoding() {
-    static TextEncodingI* const object = new WCharEncodingC();
-    return object;
+    static NoDestroyM<WCharEncodingC> object;
+    return object.get();
 }
 
 void loadStepTextencoding() {

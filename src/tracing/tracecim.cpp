@@ -9,6 +9,7 @@
 
 #include "files/gettime.h"
 #include "frame/loadorder.h"
+#include "frame/nodestroy.h"
 
 namespace keel {
 
@@ -16,9 +17,9 @@ namespace {
 
 // Raw storage: the latch is made by the load step, not by whatever order the
 // static initialisers run in, and destroyed by the exit action it registers.
-alignas(LatchC) unsigned char controlLatchStorage[sizeof(LatchC)];
+InPlaceM<LatchC> controlLatchStorage;
 
-void destroyControlLatch(void*) { reinterpret_cast<LatchC*>(controlLatchStorage)->~LatchC(); }
+void destroyControlLatch(void*) { controlLatchStorage.destroy(); }
 
 // Budgets only ever fall between two settings; holding them above this floor
 // keeps a long walk over a wide tree from overflowing while their sign, which
@@ -30,16 +31,16 @@ uint32_t consumerBit(uint32_t index) {
     return 1u << (index % 32);
 }
 
-void storeActive(TraceValuesT* values, uint32_t mask) { __atomic_store_n(&values->active, mask, __ATOMIC_RELAXED); }
+void storeActive(TraceValuesT* values, uint32_t mask) { atomicStoreRelaxed(&values->active, mask); }
 
 }  // namespace
 
 void loadStepTracecim() {
-    new (controlLatchStorage) LatchC(LatchC::Recursive);
+    controlLatchStorage.make(LatchC::Recursive);
     registerExitAction(destroyControlLatch, nullptr);
 }
 
-LatchC& traceControlLatch() { return *reinterpret_cast<LatchC*>(controlLatchStorage); }
+LatchC& traceControlLatch() { return *controlLatchStorage; }
 
 // --- control variables --------------------------------------------------
 
@@ -309,7 +310,7 @@ uint32_t TraceControllerC::setVariable(const char* path, const TraceValuesT* val
     if (!variable) return 0;
     variable->enabled = values->enabled;
     variable->explicit_ = values->explicit_;
-    __atomic_store_n(&variable->counter, values->counter, __ATOMIC_RELAXED);
+    atomicStoreRelaxed(&variable->counter, values->counter);
     variable->total = values->total;
     variable->detail = static_cast<int16_t>(values->detail < 0 ? 0 : values->detail > 9 ? 9 : values->detail);
     computeActive(variable);

@@ -41,15 +41,15 @@ void TracerC::reserved2() {}
 
 uint32_t TracerC::isEnabled(const char* path, TraceValuesT** handle) {
     if (handle) {
-        if (TraceValuesT* values = __atomic_load_n(handle, __ATOMIC_ACQUIRE)) {
-            return __atomic_load_n(&values->active, __ATOMIC_RELAXED);
+        if (TraceValuesT* values = atomicLoadAcquire(handle)) {
+            return atomicLoadRelaxed(&values->active);
         }
     }
     TraceControlVarC* variable = findVariable(path);
     if (!variable) return 0;
     // Racing threads store the same pointer: a path's variable never changes.
-    if (handle) __atomic_store_n(handle, static_cast<TraceValuesT*>(variable), __ATOMIC_RELEASE);
-    return __atomic_load_n(&variable->active, __ATOMIC_RELAXED);
+    if (handle) atomicStoreRelease(handle, static_cast<TraceValuesT*>(variable));
+    return atomicLoadRelaxed(&variable->active);
 }
 
 uint32_t TracerC::trace(const char* path, TraceValuesT** handle, const char* format, ArgListC args) {
@@ -81,20 +81,20 @@ uint32_t TracerC::traceFormat(const char* path, TraceValuesT** handle, const cha
 
 uint32_t TracerC::enter(const char* path, TraceValuesT** handle) {
     if (isEnabled(path, handle) == 0) return 0;
-    __atomic_add_fetch(&indent, 1, __ATOMIC_RELAXED);
+    atomicAddRelaxed(&indent, 1);
     return 1;
 }
 
-void TracerC::leave() { __atomic_sub_fetch(&indent, 1, __ATOMIC_RELAXED); }
+void TracerC::leave() { atomicAddRelaxed(&indent, -1); }
 
 TraceControlVarC* TracerC::variableOf(const char* path, TraceValuesT** handle) {
     if (handle) {
-        if (TraceValuesT* values = __atomic_load_n(handle, __ATOMIC_ACQUIRE)) {
+        if (TraceValuesT* values = atomicLoadAcquire(handle)) {
             return static_cast<TraceControlVarC*>(values);
         }
     }
     TraceControlVarC* variable = findVariable(path);
-    if (variable && handle) __atomic_store_n(handle, static_cast<TraceValuesT*>(variable), __ATOMIC_RELEASE);
+    if (variable && handle) atomicStoreRelease(handle, static_cast<TraceValuesT*>(variable));
     return variable;
 }
 
@@ -103,7 +103,7 @@ uint32_t TracerC::count(const char* path, TraceValuesT** handle, int32_t delta) 
     if (!variable) return 0;
     // Atomic but unordered: a counter shared by threads loses nothing, and
     // nothing else is ordered by it.
-    __atomic_add_fetch(&variable->counter, delta, __ATOMIC_RELAXED);
+    atomicAddRelaxed(&variable->counter, delta);
     notifyValueChanged(path, currentIndent());
     return 0;
 }
@@ -123,7 +123,7 @@ uint32_t TracerC::startTimer(const char* path, TraceValuesT** handle) {
 
 void TracerC::stopTimer(const char* path, TraceValuesT** handle) {
     if (!handle) return;
-    TraceValuesT* values = __atomic_load_n(handle, __ATOMIC_ACQUIRE);
+    TraceValuesT* values = atomicLoadAcquire(handle);
     if (!values) return;
     // A timer is meant for one thread at a time: `started` and `total` are
     // plain fields (64-bit, and only 4-byte aligned on i386).
@@ -140,7 +140,7 @@ uint32_t TracerC::getValues(const char* path, TraceValuesT** handle, int32_t* co
                             uint64_t* ticksPerSecond) {
     TraceControlVarC* variable = variableOf(path, handle);
     if (!variable) return 0;
-    if (counter) *counter = __atomic_load_n(&variable->counter, __ATOMIC_RELAXED);
+    if (counter) *counter = atomicLoadRelaxed(&variable->counter);
     if (total) *total = variable->total;
     if (ticksPerSecond) getTicksPerSecond(ticksPerSecond);
     return 1;

@@ -44,7 +44,7 @@ public:
     TracerV1I* v1Face() { return this; }
     TraceControllerI* controllerFace() { return this; }
 
-    int32_t currentIndent() const { return __atomic_load_n(&indent, __ATOMIC_RELAXED); }
+    int32_t currentIndent() const { return atomicLoadRelaxed(&indent); }
 
 private:
     // The path's variable through the cell (filled on the way) or by lookup.
