@@ -9,6 +9,7 @@
 #include "text/case.h"
 #include "text/stringim.h"
 #include "text/utf8.h"
+#include "text/wordbits.h"
 
 namespace keel {
 
@@ -93,8 +94,8 @@ constexpr PlainRunStopsT kStopsPlainRun;
 // How many of the eight bytes (first in memory first) come before the first
 // that is NUL or above 0x7F.
 inline uint32_t asciiBytes(uint64_t word) {
-    const uint64_t ones = 0x0101010101010101ull;
-    const uint64_t highs = 0x8080808080808080ull;
+    const uint64_t ones = kLowBits;
+    const uint64_t highs = kHighBits;
     // The lowest flag is exact (a borrow only runs upward from a true zero).
     uint64_t flags = (word | ((word - ones) & ~word)) & highs;
     return flags ? static_cast<uint32_t>(__builtin_ctzll(flags)) >> 3 : 8;
@@ -102,8 +103,8 @@ inline uint32_t asciiBytes(uint64_t word) {
 
 // The same for bytes that are NUL, `%` or above 0x7F.
 inline uint32_t plainBytes(uint64_t word) {
-    const uint64_t ones = 0x0101010101010101ull;
-    const uint64_t highs = 0x8080808080808080ull;
+    const uint64_t ones = kLowBits;
+    const uint64_t highs = kHighBits;
     uint64_t percent = word ^ (ones * '%');
     uint64_t zeroOrPercent = ((word - ones) & ~word) | ((percent - ones) & ~percent);
     uint64_t flags = (word | zeroOrPercent) & highs;

@@ -8,13 +8,8 @@
 #include "text/case.h"
 #include "text/textencoding.h"
 #include "text/utf8.h"
+#include "text/utf8scan.h"
 
-#if defined(__i386__) || defined(__x86_64__)
-#include <immintrin.h>
-#define KEEL_CLEAN_AVX2 1
-#else
-#define KEEL_CLEAN_AVX2 0
-#endif
 
 namespace keel {
 
@@ -28,20 +23,17 @@ bool isInternalForm(const char* encoding) { return encoding && encodingNamesEqua
 bool isUtf8(const char* encoding) { return encoding && encodingNamesEqual(encoding, "utf8"); }
 
 // A decoder or encoder of one conversion, made in place inside this object
-// instead of on the heap: for the library's own encoding objects, the class
-// that their newDecoder or newEncoder would make, given the same encoding;
-// for any other object, what it hands out. One allocation less for every
-// string made from outside bytes and every text given out.
+// instead of on the heap: the class that the encoding's newDecoder or
+// newEncoder would make, given the same encoding. findEncoding knows the
+// library's eight encoding objects only, so those are all there is to tell
+// apart. One allocation less for every string made from outside bytes and
+// every text given out.
 template <class Interface, size_t kRoom>
 class LocalCoderM {
 public:
-    LocalCoderM() : coder_(nullptr), onHeap_(false) {}
+    LocalCoderM() : coder_(nullptr) {}
     ~LocalCoderM() {
-        if (onHeap_) {
-            delete coder_;
-        } else if (coder_) {
-            coder_->~Interface();
-        }
+        if (coder_) coder_->~Interface();
     }
     LocalCoderM(const LocalCoderM&) = delete;
     LocalCoderM& operator=(const LocalCoderM&) = delete;
@@ -53,15 +45,10 @@ protected:
         static_assert(sizeof(Coder) <= kRoom && alignof(Coder) <= alignof(void*), "room for the coder");
         coder_ = new (room_) Coder(encoding);
     }
-    void adopt(Interface* coder) {
-        coder_ = coder;
-        onHeap_ = true;
-    }
 
 private:
     alignas(void*) unsigned char room_[kRoom];
     Interface* coder_;
-    bool onHeap_;
 };
 
 class LocalDecoderC : public LocalCoderM<TextDecoderI, 64> {
@@ -75,10 +62,8 @@ public:
             place<WCharTextDecoderC>(encoding);
         } else if (encoding == latin1Encoding()) {
             place<Latin1TextDecoderC>(encoding);
-        } else if (encoding == asciiEncoding()) {
-            place<ASCIITextDecoderC>(encoding);
         } else {
-            adopt(encoding->newDecoder());
+            place<ASCIITextDecoderC>(encoding);  // asciiEncoding()
         }
     }
 };
@@ -96,10 +81,8 @@ public:
             place<Latin1TextEncoderC>(encoding);
         } else if (encoding == utf8Encoding() || encoding == system8Encoding()) {
             place<UTF8TextEncoderC>(encoding);
-        } else if (encoding == asciiEncoding()) {
-            place<ASCIITextEncoderC>(encoding);
         } else {
-            adopt(encoding->newEncoder());
+            place<ASCIITextEncoderC>(encoding);  // asciiEncoding()
         }
     }
 };
@@ -142,291 +125,9 @@ Byte* stepForward(Byte* p, const uint8_t* end) {
     return next > end ? p + (end - p) : next;
 }
 
-// --- Clean UTF-8 in one pass ------------------------------------------------
-//
-// A string made from "utf8" or "system-8" bytes is mostly made from text that
-// is already what the UTF-8 decoder would write: whole sequences in their
-// shortest form. For such a head the decoder's two passes (size, then decode)
-// come down to a copy and a character count, which copyCleanUtf8 does in one
-// pass. It is only a short cut: whatever it does not take goes through the
-// decoder as before, and it stops in front of anything it is unsure of.
-
-inline bool isContinuationByte(uint8_t b) { return (b & 0xC0) == 0x80; }
-
-// The length of the sequence at `p` when it is whole before `end`, of one to
-// four bytes, in its shortest form and at most U+10FFFF: utf8Next reads it
-// and utf8Put writes the same bytes back. 0 for anything else.
-inline uint32_t cleanSequenceLength(const uint8_t* p, const uint8_t* end) {
-    uint8_t b = p[0];
-    if (b < 0x80) return 1;
-    size_t left = static_cast<size_t>(end - p);
-    if (b < 0xC2) return 0;  // continuation byte, or C0/C1 (overlong)
-    if (b < 0xE0) return left >= 2 && isContinuationByte(p[1]) ? 2 : 0;
-    if (b < 0xF0) {
-        return left >= 3 && isContinuationByte(p[1]) && isContinuationByte(p[2]) &&
-                       (b != 0xE0 || p[1] >= 0xA0)
-                   ? 3
-                   : 0;
-    }
-    if (b < 0xF5) {
-        return left >= 4 && isContinuationByte(p[1]) && isContinuationByte(p[2]) &&
-                       isContinuationByte(p[3]) && (b != 0xF0 || p[1] >= 0x90) &&
-                       (b != 0xF4 || p[1] < 0x90)
-                   ? 4
-                   : 0;
-    }
-    return 0;
-}
-
-#if KEEL_CLEAN_AVX2
-// Thirty-two bytes at a time: a byte-pair classification by three table
-// lookups (high and low half of the previous byte, high half of this one)
-// whose results AND to 0 only for a valid pair, and a test that the second
-// and third bytes behind a three- or four-byte lead are continuation bytes.
-// It accepts exactly UTF-8 in the strict sense (no surrogates, nothing above
-// U+10FFFF), all of which is clean; what it refuses goes the careful way.
-namespace avx2 {
-
-#define KEEL_AVX2 __attribute__((target("avx2,popcnt")))
-
-const uint8_t kTooShort = 1 << 0;   // a lead byte not followed by a continuation
-const uint8_t kTooLong = 1 << 1;    // a continuation behind ASCII
-const uint8_t kOverlong3 = 1 << 2;  // E0 80-9F
-const uint8_t kTooLarge = 1 << 3;   // F4 90-BF, F5-FF
-const uint8_t kSurrogate = 1 << 4;  // ED A0-BF
-const uint8_t kOverlong2 = 1 << 5;  // C0, C1
-const uint8_t kTooLarge1000 = 1 << 6;
-const uint8_t kOverlong4 = 1 << 6;  // F0 80-8F
-const uint8_t kTwoConts = 1 << 7;   // a continuation behind a continuation
-const uint8_t kCarry = kTooShort | kTooLong | kTwoConts;
-
-KEEL_AVX2 inline __m256i table16(uint8_t t0, uint8_t t1, uint8_t t2, uint8_t t3, uint8_t t4, uint8_t t5,
-                                 uint8_t t6, uint8_t t7, uint8_t t8, uint8_t t9, uint8_t t10,
-                                 uint8_t t11, uint8_t t12, uint8_t t13, uint8_t t14, uint8_t t15) {
-    return _mm256_setr_epi8(char(t0), char(t1), char(t2), char(t3), char(t4), char(t5), char(t6),
-                            char(t7), char(t8), char(t9), char(t10), char(t11), char(t12), char(t13),
-                            char(t14), char(t15), char(t0), char(t1), char(t2), char(t3), char(t4),
-                            char(t5), char(t6), char(t7), char(t8), char(t9), char(t10), char(t11),
-                            char(t12), char(t13), char(t14), char(t15));
-}
-
-struct TablesT {
-    __m256i high1, low1, high2, nibble, incompleteLimit;
-};
-
-KEEL_AVX2 inline TablesT makeTables() {
-    TablesT t;
-    const uint8_t L = kTooLong, C = kTwoConts, S = kTooShort;
-    t.high1 = table16(L, L, L, L, L, L, L, L, C, C, C, C, S | kOverlong2, S,
-                      S | kOverlong3 | kSurrogate, S | kTooLarge | kTooLarge1000 | kOverlong4);
-    const uint8_t big = kCarry | kTooLarge | kTooLarge1000;
-    t.low1 = table16(kCarry | kOverlong3 | kOverlong2 | kOverlong4, kCarry | kOverlong2, kCarry, kCarry,
-                     kCarry | kTooLarge, big, big, big, big, big, big, big, big, big | kSurrogate, big,
-                     big);
-    const uint8_t cont = kTooLong | kOverlong2 | kTwoConts;
-    t.high2 = table16(S, S, S, S, S, S, S, S, cont | kOverlong3 | kTooLarge1000 | kOverlong4,
-                      cont | kOverlong3 | kTooLarge, cont | kSurrogate | kTooLarge,
-                      cont | kSurrogate | kTooLarge, S, S, S, S);
-    t.nibble = _mm256_set1_epi8(0x0F);
-    // A lead byte among the last three that its sequence does not fit behind.
-    t.incompleteLimit = _mm256_setr_epi8(
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xF0 - 1), char(0xE0 - 1),
-        char(0xC0 - 1));
-    return t;
-}
-
-// The 32 bytes that end `n` bytes before the start of `input`.
-template <int n>
-KEEL_AVX2 inline __m256i previous(__m256i input, __m256i before) {
-    return _mm256_alignr_epi8(input, _mm256_permute2x128_si256(before, input, 0x21), 16 - n);
-}
-
-KEEL_AVX2 inline __m256i highNibble(__m256i v, __m256i nibble) {
-    return _mm256_and_si256(_mm256_srli_epi16(v, 4), nibble);
-}
-
-// Nonzero bytes where the 32 bytes of `input`, behind `before`, are not valid.
-KEEL_AVX2 inline __m256i blockErrors(const TablesT& t, __m256i input, __m256i before) {
-    __m256i prev1 = previous<1>(input, before);
-    __m256i special = _mm256_and_si256(
-        _mm256_and_si256(_mm256_shuffle_epi8(t.high1, highNibble(prev1, t.nibble)),
-                         _mm256_shuffle_epi8(t.low1, _mm256_and_si256(prev1, t.nibble))),
-        _mm256_shuffle_epi8(t.high2, highNibble(input, t.nibble)));
-    __m256i prev2 = previous<2>(input, before);
-    __m256i prev3 = previous<3>(input, before);
-    __m256i third = _mm256_subs_epu8(prev2, _mm256_set1_epi8(char(0xE0 - 1)));
-    __m256i fourth = _mm256_subs_epu8(prev3, _mm256_set1_epi8(char(0xF0 - 1)));
-    __m256i must = _mm256_cmpgt_epi8(_mm256_or_si256(third, fourth), _mm256_setzero_si256());
-    return _mm256_xor_si256(_mm256_and_si256(must, _mm256_set1_epi8(char(0x80))), special);
-}
-
-// Characters in 32 bytes: the bytes that are not continuation bytes.
-KEEL_AVX2 inline uint32_t charactersIn(__m256i v) {
-    uint32_t starts = static_cast<uint32_t>(
-        _mm256_movemask_epi8(_mm256_cmpgt_epi8(v, _mm256_set1_epi8(char(0xBF)))));
-    return static_cast<uint32_t>(__builtin_popcount(starts));
-}
-
-// Copies and checks whole blocks of 64 bytes; answers how many bytes it took
-// as clean, always at the end of a sequence, and counts their characters.
-KEEL_AVX2 uint32_t copyClean(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters) {
-    const TablesT t = makeTables();
-    __m256i before = _mm256_setzero_si256();
-    __m256i incomplete = _mm256_setzero_si256();
-    uint32_t chars = 0;
-    uint32_t at = 0;
-    for (; length - at >= 64; at += 64) {
-        __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + at));
-        __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + at + 32));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + at), a);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + at + 32), b);
-        if (_mm256_movemask_epi8(_mm256_or_si256(a, b)) == 0) {
-            // ASCII: valid unless the block in front ended inside a sequence.
-            if (!_mm256_testz_si256(incomplete, incomplete)) break;
-            chars += 64;
-        } else {
-            __m256i errors = _mm256_or_si256(blockErrors(t, a, before), blockErrors(t, b, a));
-            if (!_mm256_testz_si256(errors, errors)) break;
-            incomplete = _mm256_subs_epu8(b, t.incompleteLimit);
-            chars += charactersIn(a) + charactersIn(b);
-        }
-        before = b;
-    }
-    // The pairs that the last lead byte in front of `at` makes with the bytes
-    // behind `at` were not checked: a sequence that runs on behind `at`, or
-    // a lead byte that no sequence may start with (F5 to FF) at the very
-    // end, is left with its lead byte to the caller.
-    for (uint32_t back = 1; back <= 3 && back <= at; ++back) {
-        uint8_t byte = in[at - back];
-        if (isContinuationByte(byte)) continue;
-        if (byte >= 0xC0 && cleanSequenceLength(in + at - back, in + at) == 0) {
-            at -= back;
-            --chars;
-        }
-        break;
-    }
-    *characters = chars;
-    return at;
-}
-
-// The walk of findChar for an ASCII character other than NUL, from the walk
-// position `place` with character index `index`, 32 bytes a step. In a block
-// that the check finds valid, each walk step is one valid sequence, so the
-// characters are the bytes that are not continuation bytes, every ASCII byte
-// is a character of its own value, and no other character has an ASCII
-// value. Answers 1 with `place` and `index` at the match, -1 when a NUL
-// character ends the walk first, or 0 with `place` and `index` at a walk
-// position from which the caller goes on the careful way: in front of the
-// first block it was not sure of, or of the end.
-KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t character, int32_t& index) {
-    const TablesT t = makeTables();
-    const __m256i zero = _mm256_setzero_si256();
-    const __m256i needle = _mm256_set1_epi8(static_cast<char>(character));
-    const __m256i lastContinuation = _mm256_set1_epi8(char(0xBF));
-    // What stands in front of `place` is taken as ASCII: a walk position
-    // inside a sequence then shows up as a continuation byte behind ASCII.
-    __m256i before = zero;
-    __m256i incomplete = zero;
-    const uint8_t* q = place;
-    int32_t at = index;
-    while (end - q >= 32) {
-        __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
-        if (_mm256_movemask_epi8(v) == 0) {
-            if (!_mm256_testz_si256(incomplete, incomplete)) break;
-        } else {
-            __m256i errors = blockErrors(t, v, before);
-            if (!_mm256_testz_si256(errors, errors)) break;
-            incomplete = _mm256_subs_epu8(v, t.incompleteLimit);
-        }
-        uint32_t hits = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, needle)));
-        uint32_t stops = hits | static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero)));
-        uint32_t starts = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, lastContinuation)));
-        if (stops) {
-            uint32_t k = static_cast<uint32_t>(__builtin_ctz(stops));
-            at += __builtin_popcount(starts & ((1u << k) - 1));
-            place = q + k;
-            index = at;
-            return (hits >> k) & 1 ? 1 : -1;
-        }
-        at += __builtin_popcount(starts);
-        before = v;
-        q += 32;
-    }
-    // As in copyClean: a sequence that runs on behind `q`, or a lead byte
-    // that starts none right in front of it, is walked by the caller.
-    for (uint32_t back = 1; back <= 3 && back <= static_cast<uint32_t>(q - place); ++back) {
-        uint8_t byte = q[-static_cast<int32_t>(back)];
-        if (isContinuationByte(byte)) continue;
-        if (byte >= 0xC0 && cleanSequenceLength(q - back, q) == 0) {
-            q -= back;
-            --at;
-        }
-        break;
-    }
-    place = q;
-    index = at;
-    return 0;
-}
-
-#undef KEEL_AVX2
-
-}  // namespace avx2
-
-bool vectorPathsOff = false;
-
-bool haveAvx2() {
-    static const bool have = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
-    return have && !atomicLoadRelaxed(&vectorPathsOff);
-}
-#endif
-
-// Copies the longest head of `in` that is made of clean sequences (see
-// cleanSequenceLength) to `out`, which has room for `length` bytes, answers
-// its length and counts its characters.
-uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters) {
-    uint32_t at = 0;
-    uint32_t chars = 0;
-#if KEEL_CLEAN_AVX2
-    if (length >= 64 && haveAvx2()) at = avx2::copyClean(out, in, length, &chars);
-#endif
-    const uint8_t* p = in + at;
-    const uint8_t* end = in + length;
-    uint8_t* o = out + at;
-    while (p < end) {
-        if (end - p >= 8) {
-            uint64_t word;
-            memcpy(&word, p, 8);
-            if ((word & 0x8080808080808080ull) == 0) {
-                memcpy(o, &word, 8);
-                p += 8;
-                o += 8;
-                chars += 8;
-                continue;
-            }
-        }
-        uint32_t n = cleanSequenceLength(p, end);
-        if (n == 0) break;
-        for (uint32_t i = 0; i < n; ++i) o[i] = p[i];
-        p += n;
-        o += n;
-        ++chars;
-    }
-    *characters = chars;
-    return static_cast<uint32_t>(p - in);
-}
-
 }  // namespace
 
-void StringImplC::setVectorPaths(bool on) {
-#if KEEL_CLEAN_AVX2
-    atomicStoreRelaxed(&vectorPathsOff, !on);
-#else
-    (void)on;
-#endif
-}
+void StringImplC::setVectorPaths(bool on) { setUtf8VectorPaths(on); }
 
 // --- Construction ------------------------------------------------------------
 
@@ -701,7 +402,7 @@ uint8_t* StringImplC::seek(int32_t index, int32_t* reached) {
                 do {
                     if (place <= data) return nullptr;  // ran in front of the text
                     --place;
-                } while ((*place & 0xC0) == 0x80);
+                } while (utf8IsContinuation(*place));
             }
         }
     } else {
@@ -1090,7 +791,7 @@ inline const uint8_t* nextPlace(const uint8_t* p, const uint8_t* end) {
 inline const uint8_t* previousPlace(const uint8_t* p, const uint8_t* start) {
     do {
         --p;
-    } while (p > start && (*p & 0xC0) == 0x80);
+    } while (p > start && utf8IsContinuation(*p));
     return p;
 }
 
@@ -1487,18 +1188,16 @@ int32_t StringImplC::findChar(uint32_t character, int32_t after) {
         setCursor(index + 1, hit + 1);
         return index;
     }
-#if KEEL_CLEAN_AVX2
     // Separators and the like in non-ASCII text: a block step over valid
     // text, the careful walk below for the rest.
-    if (character - 1 < 0x7F && end - p >= 64 && haveAvx2()) {
-        int found = avx2::findAscii(p, end, static_cast<uint8_t>(character), index);
+    if (character - 1 < 0x7F && end - p >= 64) {
+        int found = findAsciiBlocks(p, end, static_cast<uint8_t>(character), index);
         if (found < 0) return -1;
         if (found > 0) {
             setCursor(index + 1, p + 1);
             return index;
         }
     }
-#endif
     while (*p != 0) {
         const uint8_t* next = nextPlace(p, end);
         if (charValue(p) == character) {

@@ -16,6 +16,7 @@
 #include "text/ucs4.h"
 #include "text/utf16.h"
 #include "text/utf8.h"
+#include "text/wordbits.h"
 
 // SSE2 is part of every x86-64 processor; the 32-bit build goes without it
 // and takes the eight-byte paths, which give the same answers.
@@ -47,19 +48,12 @@ inline TextEncodingI* utf16LeObject() {
     return e ? e : utf16leEncoding();
 }
 
-const uint64_t kHighBits = 0x8080808080808080ull;
-
-inline uint64_t load64(const uint8_t* p) {
-    uint64_t x;
-    memcpy(&x, p, 8);
-    return x;
-}
 
 // The number of bytes that have bit 7 set in a word with no other bits set.
 // A multiplication adds them up: the machine's baseline instruction set has no
 // population count, and the library call would cost more than the loop.
 inline uint32_t countByteFlags(uint64_t flags) {
-    return static_cast<uint32_t>(((flags >> 7) * 0x0101010101010101ull) >> 56);
+    return static_cast<uint32_t>(((flags >> 7) * kLowBits) >> 56);
 }
 
 // Bytes of 0x80 and above among the eight.
@@ -99,8 +93,6 @@ inline uint32_t left(const uint8_t* p, const uint8_t* end) {
     return static_cast<uint32_t>(end - p);
 }
 
-inline bool isContinuation(uint8_t b) { return (b & 0xC0) == 0x80; }
-
 // utf8Next for input without a terminator: false, and nothing read, in front
 // of a sequence that the input does not hold whole. The common short
 // sequences are taken directly; what utf8Next would answer for them is the
@@ -114,12 +106,12 @@ __attribute__((always_inline)) inline bool readChar(const uint8_t*& p, const uin
         return true;
     }
     uint32_t have = left(p, end);
-    if (b >= 0xC0 && b < 0xE0 && have >= 2 && isContinuation(p[1])) {
+    if (b >= 0xC0 && b < 0xE0 && have >= 2 && utf8IsContinuation(p[1])) {
         *value = ((b & 0x1Fu) << 6) | (p[1] & 0x3Fu);
         p += 2;
         return true;
     }
-    if (b >= 0xE0 && b < 0xF0 && have >= 3 && isContinuation(p[1]) && isContinuation(p[2])) {
+    if (b >= 0xE0 && b < 0xF0 && have >= 3 && utf8IsContinuation(p[1]) && utf8IsContinuation(p[2])) {
         *value = ((b & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
         p += 3;
         return true;
@@ -266,7 +258,7 @@ __attribute__((always_inline)) inline const uint8_t* walkClean16(const uint8_t* 
         const uint8_t* lead = p;
         do {
             --lead;
-        } while ((*lead & 0xC0) == 0x80);
+        } while (utf8IsContinuation(*lead));
         undo(lead, static_cast<uint32_t>(p - lead));
         p = lead;
     }

@@ -12,6 +12,9 @@
 
 namespace keel {
 
+// A byte of the form 10xxxxxx, which continues a sequence.
+inline bool utf8IsContinuation(uint8_t b) { return (b & 0xC0) == 0x80; }
+
 // Length of the sequence that starts with this byte, by its leading 1 bits:
 // 1 for ASCII, a stray continuation byte, 0xFE and 0xFF.
 inline uint32_t utf8SequenceLength(const uint8_t* p) {
@@ -53,10 +56,10 @@ inline uint32_t utf8Next(const uint8_t*& p) {
     uint32_t value = b & (0x7Fu >> n);
     for (uint32_t i = 1; i < n; ++i) {
         uint8_t c = p[i];
-        if ((c & 0xC0) != 0x80) {
+        if (!utf8IsContinuation(c)) {
             // Skip the first byte and the run of continuation bytes behind it.
             uint32_t skip = 1;
-            while (skip < n && (p[skip] & 0xC0) == 0x80) ++skip;
+            while (skip < n && utf8IsContinuation(p[skip])) ++skip;
             p += skip;
             return 0xFFFD;
         }
