@@ -1,3 +1,8 @@
+// BlobArrayC: the growable array of fixed-size raw elements under every typed
+// array.
+//
+// Invariant: elements are moved as bytes; only destroyElement knows what an
+// element is.
 #include <keel/blobarr.h>
 
 #include <stddef.h>

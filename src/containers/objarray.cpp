@@ -1,3 +1,4 @@
+// ObjArrayC: an array of object pointers; the array deletes what it holds.
 #include <keel/objarray.h>
 
 namespace keel {

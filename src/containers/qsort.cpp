@@ -1,3 +1,5 @@
+// The one sort of the library: in-place, unstable quicksort over raw elements
+// of any fixed size.
 #include <keel/qsort.h>
 
 #include <alloca.h>

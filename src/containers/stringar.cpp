@@ -1,3 +1,6 @@
+// StringArrayC and StringArrayArrayC: arrays of strings held by value.
+//
+// Invariant: each element is one StringC handle that owns one reference.
 #include <keel/stringar.h>
 
 namespace keel {

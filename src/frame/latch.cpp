@@ -1,3 +1,5 @@
+// LatchC: the library's mutexes (recursive or error-checking), and the
+// per-kind ready flags that the latch load step clears.
 #include "frame/latch.h"
 
 #include <keel/atomic.h>

@@ -1,3 +1,8 @@
+// The table of the twelve load steps, run in order by one constructor of the
+// first priority open to programs, and registerExitAction.
+//
+// Invariant: the steps run before every ordinary static initialiser, in table
+// order; a step whose unit is not built is skipped (weak reference).
 #include "frame/loadorder.h"
 
 #include <keel/string.h>

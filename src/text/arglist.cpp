@@ -1,3 +1,8 @@
+// The shared empty argument list: made by the load step, released by its exit
+// action. The rest of ArgListC is inline in <keel/arglist.h>.
+//
+// Invariant: the storage is zero before the step, which reads as a list with
+// no entries.
 #include "text/arglist.h"
 
 #include <new>

@@ -1,3 +1,5 @@
+// Joining arrays of strings, and escaping and unescaping characters in text
+// (see <keel/escape.h> for the rules). Stateless; part of the toolkit.
 #include <keel/escape.h>
 
 #include <string>

@@ -1,3 +1,8 @@
+// The format engine: parses a format in the library's format language and
+// renders the entries of an argument list into a new string.
+//
+// Invariant: the engine reads the format and the list and writes only the
+// string it builds; plain runs of the format are copied a word at a time.
 #include "text/format.h"
 
 #include <errno.h>

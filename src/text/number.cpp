@@ -1,3 +1,4 @@
+// Scanners from text to numbers and booleans. Stateless; part of the toolkit.
 #include <keel/number.h>
 
 #include "text/case.h"

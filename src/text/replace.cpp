@@ -1,3 +1,5 @@
+// Replacing text, translating single characters, and case conversion in place
+// or into a copy. Stateless; part of the toolkit.
 #include <keel/replace.h>
 
 namespace keel {

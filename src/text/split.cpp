@@ -1,3 +1,5 @@
+// Splitting a string into pieces at any character of a separator set.
+// Stateless; part of the toolkit.
 #include <keel/split.h>
 
 #include <new>

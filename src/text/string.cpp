@@ -1,3 +1,9 @@
+// The string factory, StringImplFactoryC: the one object that makes every
+// representation, with its caches (the two empty strings, the one-character
+// ASCII strings) and the counting of 16- and 32-bit texts.
+//
+// Invariant: cached objects are never destroyed (handles may be released
+// after exit began); the empty caches only drop their buffers at exit.
 #include "text/string.h"
 
 #include <string.h>

@@ -1,3 +1,5 @@
+// The default trim set (space and tab), made by the load step and released
+// by its exit action; the state that keeps strtoken out of the toolkit.
 #include "text/strtoken.h"
 
 #include <new>

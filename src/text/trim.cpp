@@ -1,3 +1,5 @@
+// Trimming a set of characters off the ends of a string, into a copy or in
+// place. Stateless; part of the toolkit.
 #include <keel/trim.h>
 
 namespace keel {
