@@ -49,7 +49,8 @@ const std::vector<std::string>& longPaths() {
 void collapseKeel(benchmark::State& state, const std::vector<std::string>& paths) {
     for (auto _ : state) {
         for (const std::string& text : paths) {
-            keel::FileNameC name(keel::StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8"));
+            keel::FileNameC name(
+                keel::StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8"));
             keel::StringC collapsed = name.getCollapsedText();
             benchmark::DoNotOptimize(collapsed);
         }
@@ -69,7 +70,8 @@ void collapseStd(benchmark::State& state, const std::vector<std::string>& paths)
 }
 
 BENCHMARK_CAPTURE(collapseKeel, typical, typicalPaths())->Name("parse_collapse/keel/typical");
-BENCHMARK_CAPTURE(collapseStd, typical, typicalPaths())->Name("parse_collapse/std_filesystem/typical");
+BENCHMARK_CAPTURE(collapseStd, typical, typicalPaths())
+    ->Name("parse_collapse/std_filesystem/typical");
 BENCHMARK_CAPTURE(collapseKeel, long, longPaths())->Name("parse_collapse/keel/long");
 BENCHMARK_CAPTURE(collapseStd, long, longPaths())->Name("parse_collapse/std_filesystem/long");
 

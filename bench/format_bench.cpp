@@ -32,7 +32,8 @@ BENCHMARK(messageKeel)->Name("format_message/keel");
 void messageSnprintf(benchmark::State& state) {
     for (auto _ : state) {
         char text[128];
-        int n = snprintf(text, sizeof text, "Cannot open '%s' for writing (error %d)", kPath, kCode);
+        int n =
+            snprintf(text, sizeof text, "Cannot open '%s' for writing (error %d)", kPath, kCode);
         benchmark::DoNotOptimize(n);
         benchmark::DoNotOptimize(text);
     }
@@ -87,7 +88,8 @@ BENCHMARK(sinkKeel)->Name("format_message_to_sink/keel");
 void sinkSnprintf(benchmark::State& state) {
     for (auto _ : state) {
         char text[128];
-        int n = snprintf(text, sizeof text, "Cannot open '%s' for writing (error %d)", kPath, kCode);
+        int n =
+            snprintf(text, sizeof text, "Cannot open '%s' for writing (error %d)", kPath, kCode);
         benchmark::DoNotOptimize(n);
         benchmark::DoNotOptimize(text);
     }
@@ -107,7 +109,8 @@ BENCHMARK(variadicKeel)->Name("format_variadic/keel");
 void variadicSnprintf(benchmark::State& state) {
     for (auto _ : state) {
         char text[128];
-        int n = snprintf(text, sizeof text, "Cannot open '%s' for writing (error %d)", kPath, kCode);
+        int n =
+            snprintf(text, sizeof text, "Cannot open '%s' for writing (error %d)", kPath, kCode);
         benchmark::DoNotOptimize(n);
         benchmark::DoNotOptimize(text);
     }
@@ -118,7 +121,11 @@ BENCHMARK(variadicSnprintf)->Name("format_variadic/snprintf");
 void numbersKeel(benchmark::State& state) {
     StringC format("%08x %-6d %+d %#o %5u", "utf8");
     ArgListC args;
-    args.add(int32_t(0xBEEF)).add(int32_t(-42)).add(int32_t(7)).add(int32_t(8)).add(uint32_t(31337));
+    args.add(int32_t(0xBEEF))
+        .add(int32_t(-42))
+        .add(int32_t(7))
+        .add(int32_t(8))
+        .add(uint32_t(31337));
     for (auto _ : state) {
         StringC text = StringC::format(format, args);
         benchmark::DoNotOptimize(text);

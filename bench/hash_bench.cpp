@@ -22,7 +22,8 @@ std::vector<std::string> makeKeys(size_t n) {
     char buffer[48];
     for (size_t i = 0; i < n; ++i) {
         // Keys of realistic shape: a path-like prefix and a number.
-        snprintf(buffer, sizeof buffer, "Software/Section%zu/value_%zu", i % 97, i * 2654435761u % 1000003);
+        snprintf(buffer, sizeof buffer, "Software/Section%zu/value_%zu", i % 97,
+                 i * 2654435761u % 1000003);
         keys.emplace_back(buffer);
     }
     return keys;
@@ -31,7 +32,8 @@ std::vector<std::string> makeKeys(size_t n) {
 std::vector<StringC> toStrings(const std::vector<std::string>& keys) {
     std::vector<StringC> out;
     out.reserve(keys.size());
-    for (const std::string& k : keys) out.emplace_back(k.data(), static_cast<uint32_t>(k.size()), "utf8");
+    for (const std::string& k : keys)
+        out.emplace_back(k.data(), static_cast<uint32_t>(k.size()), "utf8");
     return out;
 }
 
@@ -51,7 +53,11 @@ void insertKeel(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
-BENCHMARK(insertKeel)->Name("map_insert/keel")->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(insertKeel)
+    ->Name("map_insert/keel")
+    ->Arg(1000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMicrosecond);
 
 void insertStd(benchmark::State& state) {
     std::vector<std::string> keys = makeKeys(state.range(0));
@@ -62,7 +68,11 @@ void insertStd(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
-BENCHMARK(insertStd)->Name("map_insert/std_unordered_map")->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(insertStd)
+    ->Name("map_insert/std_unordered_map")
+    ->Arg(1000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMicrosecond);
 
 void lookupKeel(benchmark::State& state) {
     std::vector<StringC> keys = toStrings(makeKeys(state.range(0)));
@@ -76,7 +86,11 @@ void lookupKeel(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
-BENCHMARK(lookupKeel)->Name("map_lookup/keel")->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(lookupKeel)
+    ->Name("map_lookup/keel")
+    ->Arg(1000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMicrosecond);
 
 void lookupStd(benchmark::State& state) {
     std::vector<std::string> keys = makeKeys(state.range(0));
@@ -90,7 +104,11 @@ void lookupStd(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
-BENCHMARK(lookupStd)->Name("map_lookup/std_unordered_map")->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(lookupStd)
+    ->Name("map_lookup/std_unordered_map")
+    ->Arg(1000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMicrosecond);
 
 // Lookups with probe keys made apart from the stored ones, as a program that
 // reads its keys from input has them: equal texts, separate representations.
@@ -108,7 +126,11 @@ void lookupFreshKeel(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
-BENCHMARK(lookupFreshKeel)->Name("map_lookup_fresh_keys/keel")->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(lookupFreshKeel)
+    ->Name("map_lookup_fresh_keys/keel")
+    ->Arg(1000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMicrosecond);
 
 void lookupFreshStd(benchmark::State& state) {
     std::vector<std::string> keys = makeKeys(state.range(0));
@@ -123,7 +145,11 @@ void lookupFreshStd(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * keys.size());
 }
-BENCHMARK(lookupFreshStd)->Name("map_lookup_fresh_keys/std_unordered_map")->Arg(1000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(lookupFreshStd)
+    ->Name("map_lookup_fresh_keys/std_unordered_map")
+    ->Arg(1000)
+    ->Arg(1000000)
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

@@ -71,7 +71,9 @@ BENCHMARK(parseStrtol)->Name("parse_int32/strtol/256");
 
 void parseAutoKeel(benchmark::State& state) {
     std::vector<StringC> numbers;
-    for (const std::string& text : makeNumbers()) numbers.emplace_back(("0x" + text.substr(text.find_first_of("0123456789"), 7)).c_str(), "utf8");
+    for (const std::string& text : makeNumbers())
+        numbers.emplace_back(("0x" + text.substr(text.find_first_of("0123456789"), 7)).c_str(),
+                             "utf8");
     for (auto _ : state) {
         int64_t sum = 0;
         for (const StringC& number : numbers) sum += keel::parseInt32(number, nullptr, 0, nullptr);
@@ -83,7 +85,8 @@ BENCHMARK(parseAutoKeel)->Name("parse_int32_hex_prefix/keel/256");
 
 void parseAutoStrtol(benchmark::State& state) {
     std::vector<std::string> numbers;
-    for (const std::string& text : makeNumbers()) numbers.push_back("0x" + text.substr(text.find_first_of("0123456789"), 7));
+    for (const std::string& text : makeNumbers())
+        numbers.push_back("0x" + text.substr(text.find_first_of("0123456789"), 7));
     for (auto _ : state) {
         int64_t sum = 0;
         for (const std::string& number : numbers) sum += strtol(number.c_str(), nullptr, 0);

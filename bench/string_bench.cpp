@@ -204,7 +204,8 @@ void findU32(benchmark::State& state) {
     for (auto _ : state) {
         const std::u32string& text = texts[next++ % texts.size()];
         int32_t found = 0;
-        for (size_t at = text.find(U'e'); at != std::u32string::npos; at = text.find(U'e', at + 1)) ++found;
+        for (size_t at = text.find(U'e'); at != std::u32string::npos; at = text.find(U'e', at + 1))
+            ++found;
         benchmark::DoNotOptimize(found);
     }
 }

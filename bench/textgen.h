@@ -55,7 +55,8 @@ inline std::vector<uint32_t> makeCodePoints(int kind, size_t bytes) {
             c = r % 10 == 0 ? 0x3001 : 0x4E00 + r % 0x5000;
             break;
         default:
-            c = r % 4 == 0 ? 0x1F300 + r % 0x200 : (r % 4 == 1 ? 0x4E00 + r % 0x5000 : 'a' + r % 26);
+            c = r % 4 == 0 ? 0x1F300 + r % 0x200
+                           : (r % 4 == 1 ? 0x4E00 + r % 0x5000 : 'a' + r % 26);
             break;
         }
         out.push_back(c);

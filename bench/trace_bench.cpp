@@ -29,7 +29,9 @@ using keel::TracePointT;
 TracePointT probePoint = {nullptr, "Bench/Probe"};
 }  // namespace
 
-extern "C" __attribute__((noinline)) uint32_t tracePointProbe() { return keel::traceActive(probePoint); }
+extern "C" __attribute__((noinline)) uint32_t tracePointProbe() {
+    return keel::traceActive(probePoint);
+}
 
 namespace {
 
@@ -58,7 +60,8 @@ void disabledKeel(benchmark::State& state) {
 BENCHMARK(disabledKeel)->Name("trace_disabled/keel");
 
 std::shared_ptr<spdlog::logger> nullLogger(spdlog::level::level_enum level) {
-    auto logger = std::make_shared<spdlog::logger>("bench", std::make_shared<spdlog::sinks::null_sink_st>());
+    auto logger =
+        std::make_shared<spdlog::logger>("bench", std::make_shared<spdlog::sinks::null_sink_st>());
     logger->set_level(level);
     return logger;
 }
@@ -87,7 +90,8 @@ void lineKeel(benchmark::State& state) {
     getTraceController()->enablePath(&consumer, "Bench/Line");
     static TracePointT point = {nullptr, "Bench/Line/Point"};
     int i = 0;
-    for (auto _ : state) benchmark::DoNotOptimize(keel::traceLine(point, "value %d of %s", ++i, "name"));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(keel::traceLine(point, "value %d of %s", ++i, "name"));
     getTraceController()->removeConsumer(&consumer);
 }
 BENCHMARK(lineKeel)->Name("trace_line/keel");
@@ -104,7 +108,8 @@ thread_local char lineBuffer[256];
 void lineSnprintf(benchmark::State& state) {
     int i = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(snprintf(lineBuffer, sizeof lineBuffer, "value %d of %s", ++i, "name"));
+        benchmark::DoNotOptimize(
+            snprintf(lineBuffer, sizeof lineBuffer, "value %d of %s", ++i, "name"));
         benchmark::ClobberMemory();
     }
 }
@@ -114,7 +119,8 @@ void reportKeel(benchmark::State& state) {
     keel::ErrBufI* errors = getErrBuf();
     int i = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(keel::reportErrorFormat(0xE0CB0010, "Failed to open file %d of %s", ++i, "name"));
+        benchmark::DoNotOptimize(
+            keel::reportErrorFormat(0xE0CB0010, "Failed to open file %d of %s", ++i, "name"));
         errors->removeEntry(0);
     }
 }

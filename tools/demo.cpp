@@ -27,7 +27,8 @@ static void show(const char* label, const StringC& string) {
 // Receives trace lines and prints them.
 class PrintingConsumer : public keel::TraceConsumerI {
 public:
-    uint32_t write(const char* path, int32_t indent, const char* format, keel::ArgListC args) override {
+    uint32_t write(const char* path, int32_t indent, const char* format,
+                   keel::ArgListC args) override {
         StringC line = StringC::format(StringC(format, "system-8"), args);
         const char* text = line.textUtf8();
         printf("trace  %*s[%s] %s\n", indent * 2, "", path, text);
@@ -51,7 +52,8 @@ static bool traceAnError() {
     std::thread worker([&kept] {
         StringC file("report.txt", "utf8");
         keel::ErrBufI* errors = getErrBuf();
-        errors->addError(0xE0CB0010, 4, keel::formatString("Failed to open file '%S' (attempt %d)", &file, 3));
+        errors->addError(0xE0CB0010, 4,
+                         keel::formatString("Failed to open file '%S' (attempt %d)", &file, 3));
         uint32_t severity = 0;
         StringC text = errors->takeText(&severity);
         const char* utf8 = text.textUtf8();
@@ -105,10 +107,12 @@ int main() {
     printf("\n");
 
     // The type-checked format front end, a string map and natural order.
-    std::cout << keel::format("%S has %zu bytes and %d characters", copy, copy.view().size(), copy.length()) << "\n";
+    std::cout << keel::format("%S has %zu bytes and %d characters", copy, copy.view().size(),
+                              copy.length())
+              << "\n";
     keel::StringMapM<int> counts;
-    keel::StringArrayC* words = keel::splitString(StringC("b a b c b a", "ascii"), StringC(" ", "ascii"), true,
-                                                  false, keel::kNoEscape);
+    keel::StringArrayC* words = keel::splitString(
+        StringC("b a b c b a", "ascii"), StringC(" ", "ascii"), true, false, keel::kNoEscape);
     for (uint32_t i = 0; i < words->size(); ++i) {
         auto hit = counts.lookup(*words->at(i));
         if (hit.found()) {
@@ -118,10 +122,14 @@ int main() {
         }
     }
     delete words;
-    std::cout << keel::format("b counted %d times", counts.lookup(StringC("b", "ascii")).value()) << "\n";
+    std::cout << keel::format("b counted %d times", counts.lookup(StringC("b", "ascii")).value())
+              << "\n";
     keel::StringArrayC files;
-    for (const char* name : {"img10.png", "img9.png", "img1.png"}) files.append(StringC(name, "utf8"));
-    files.sortWith([](void*, const StringC& a, const StringC& b) { return a.compareNatural(b, true); }, nullptr);
+    for (const char* name : {"img10.png", "img9.png", "img1.png"})
+        files.append(StringC(name, "utf8"));
+    files.sortWith(
+        [](void*, const StringC& a, const StringC& b) { return a.compareNatural(b, true); },
+        nullptr);
     std::cout << "natural order:";
     for (uint32_t i = 0; i < files.size(); ++i) std::cout << ' ' << *files.at(i);
     std::cout << "\n";

@@ -7,7 +7,8 @@
 //
 //     keel::ArgListC args;
 //     args.add(int32_t(42)).add(keel::StringC("name", "ascii")).add("text");
-//     keel::StringC message = keel::StringC::format(keel::StringC("%1$d %2$S %3$s", "ascii"), args);
+//     keel::StringC message =
+//         keel::StringC::format(keel::StringC("%1$d %2$S %3$s", "ascii"), args);
 //
 // The handle is passed by value everywhere: a copy shares the body (there is
 // no copy on write), and an empty list costs no allocation because a null
@@ -216,9 +217,9 @@ public:
     // The name of a type code, or the empty text for a number that is none.
     static const char* typeName(int32_t code) {
         static const char* const names[] = {
-            "Bool",     "Int16",   "Int32",   "Int64", "Unsigned16", "Unsigned32", "Unsigned64",
-            "Real",     "UCS4",    "String",  "DateTime", "ObjRef",  "Decimal",    "Blob",
-            "Guid",     "ArgList", "CharStar", "TimeVal", "User",    "Null"};
+            "Bool", "Int16",   "Int32",    "Int64",    "Unsigned16", "Unsigned32", "Unsigned64",
+            "Real", "UCS4",    "String",   "DateTime", "ObjRef",     "Decimal",    "Blob",
+            "Guid", "ArgList", "CharStar", "TimeVal",  "User",       "Null"};
         return code >= 0 && code <= ArgNull ? names[code] : "";
     }
 
@@ -278,7 +279,8 @@ inline StringC StringC::format(const StringC& format, ArgListC args) {
     return StringC::fromNew(pattern->getFactory()->format(pattern, args));
 }
 
-inline void StringC::formatTo(CharSinkFn sink, void* context, const StringC& format, ArgListC args) {
+inline void StringC::formatTo(CharSinkFn sink, void* context, const StringC& format,
+                              ArgListC args) {
     StringImplI* pattern = format.getImpl();
     pattern->getFactory()->formatTo(sink, context, pattern, args);
 }
@@ -379,8 +381,8 @@ struct PositionTableT {
 inline char slotLetter(const char* length, uint32_t lengthCount, uint32_t conversion) {
     if (conversion < 'C' || conversion > 'x') return 0;
     bool isSigned = conversion == 'd' || conversion == 'i';
-    bool isUnsigned = conversion == 'X' || conversion == 'b' || conversion == 'o' || conversion == 'u' ||
-                      conversion == 'x';
+    bool isUnsigned = conversion == 'X' || conversion == 'b' || conversion == 'o' ||
+                      conversion == 'u' || conversion == 'x';
     if (lengthCount == 0) {
         switch (conversion) {
         case 'd':
@@ -408,12 +410,14 @@ inline char slotLetter(const char* length, uint32_t lengthCount, uint32_t conver
         }
     }
     if (lengthCount == 1 && length[0] == 'h') return isSigned ? 'h' : isUnsigned ? 'H' : 0;
-    if (lengthCount == 2 && length[0] == 'h' && length[1] == 'h') return isSigned ? 'c' : isUnsigned ? 'C' : 0;
+    if (lengthCount == 2 && length[0] == 'h' && length[1] == 'h')
+        return isSigned ? 'c' : isUnsigned ? 'C' : 0;
     if (lengthCount == 1 && length[0] == 'l') {
         if (conversion == 'p') return 'p';
         return isSigned ? 'l' : isUnsigned ? 'L' : 0;
     }
-    if (lengthCount == 2 && length[0] == 'l' && length[1] == 'l') return isSigned ? 'q' : isUnsigned ? 'Q' : 0;
+    if (lengthCount == 2 && length[0] == 'l' && length[1] == 'l')
+        return isSigned ? 'q' : isUnsigned ? 'Q' : 0;
     return 0;
 }
 

@@ -44,8 +44,7 @@ public:
     T exchange(T desired) {
         T seen = load();
         while (!__atomic_compare_exchange_n(&value_, &seen, desired, false, __ATOMIC_ACQ_REL,
-                                            __ATOMIC_RELAXED)) {
-        }
+                                            __ATOMIC_RELAXED)) {}
         return seen;
     }
     AtomicM& operator=(T desired) {

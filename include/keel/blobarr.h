@@ -163,8 +163,10 @@ public:
 private:
     void grow() {
         uint32_t newCapacity = nextArrayCapacity(capacity_);
-        T* fresh = static_cast<T*>(static_cast<void*>(new char[arrayBytes(newCapacity, sizeof(T))]));
-        if (size_ != 0) memcpy(static_cast<void*>(fresh), static_cast<const void*>(data_), sizeof(T) * size_);
+        T* fresh =
+            static_cast<T*>(static_cast<void*>(new char[arrayBytes(newCapacity, sizeof(T))]));
+        if (size_ != 0)
+            memcpy(static_cast<void*>(fresh), static_cast<const void*>(data_), sizeof(T) * size_);
         freeStorage();
         data_ = fresh;
         capacity_ = newCapacity;

@@ -71,7 +71,8 @@ namespace formatargs {
 template <typename T>
 struct isSystemTimePointM : std::false_type {};
 template <typename Duration>
-struct isSystemTimePointM<std::chrono::time_point<std::chrono::system_clock, Duration>> : std::true_type {};
+struct isSystemTimePointM<std::chrono::time_point<std::chrono::system_clock, Duration>>
+    : std::true_type {};
 
 template <typename T>
 struct unsupportedM : std::false_type {};
@@ -118,7 +119,8 @@ void addArgument(ArgListC& list, const T& value) {
         list.add(static_cast<double>(value));
     } else if constexpr (std::is_same<U, StringC>::value) {
         list.add(value);
-    } else if constexpr (std::is_same<U, const StringC*>::value || std::is_same<U, StringC*>::value) {
+    } else if constexpr (std::is_same<U, const StringC*>::value ||
+                         std::is_same<U, StringC*>::value) {
         if (value) {
             list.add(*value);
         } else {
@@ -129,14 +131,17 @@ void addArgument(ArgListC& list, const T& value) {
     } else if constexpr (std::is_same<U, const char*>::value || std::is_same<U, char*>::value) {
         list.add(static_cast<const char*>(value));
     } else if constexpr (std::is_array<U>::value) {
-        static_assert(std::is_same<typename std::remove_cv<typename std::remove_extent<U>::type>::type, char>::value,
-                      "keel::format: of arrays only char arrays (text) have an entry");
+        static_assert(
+            std::is_same<typename std::remove_cv<typename std::remove_extent<U>::type>::type,
+                         char>::value,
+            "keel::format: of arrays only char arrays (text) have an entry");
         list.add(static_cast<const char*>(value));
     } else if constexpr (std::is_convertible<const U&, std::string_view>::value) {
         list.add(StringC(std::string_view(value)));
     } else if constexpr (std::is_same<U, ArgTimeValT>::value) {
         list.add(value);
-    } else if constexpr (std::is_same<U, const ArgTimeValT*>::value || std::is_same<U, ArgTimeValT*>::value) {
+    } else if constexpr (std::is_same<U, const ArgTimeValT*>::value ||
+                         std::is_same<U, ArgTimeValT*>::value) {
         // A null pointer is the time 0, as the variadic %t takes it.
         ArgTimeValT copy = {0, 0};
         if (value) copy = *value;
@@ -147,10 +152,12 @@ void addArgument(ArgListC& list, const T& value) {
         list.addDateTime(dateTimeTicks(value.tv_sec, static_cast<int64_t>(value.tv_nsec) / 10));
     } else if constexpr (isSystemTimePointM<U>::value) {
         typedef std::chrono::duration<int64_t, std::ratio<1, 100000000>> TicksT;
-        list.addDateTime(kDateTimeEpoch1970 + std::chrono::duration_cast<TicksT>(value.time_since_epoch()).count());
+        list.addDateTime(kDateTimeEpoch1970 +
+                         std::chrono::duration_cast<TicksT>(value.time_since_epoch()).count());
     } else if constexpr (std::is_same<U, ArgGuidT>::value || std::is_same<U, ArgListC>::value) {
         list.add(value);
-    } else if constexpr (std::is_pointer<U>::value && !std::is_function<typename std::remove_pointer<U>::type>::value) {
+    } else if constexpr (std::is_pointer<U>::value &&
+                         !std::is_function<typename std::remove_pointer<U>::type>::value) {
         list.add(static_cast<const void*>(value));
     } else {
         static_assert(unsupportedM<U>::value, "keel::format: no argument-list entry for this type");
@@ -200,7 +207,8 @@ template <typename Sink, typename... Args,
           typename std::enable_if<std::is_invocable<Sink&, char32_t>::value, int>::type = 0>
 void formatTo(Sink&& sink, const StringC& format, const Args&... args) {
     typedef typename std::remove_reference<Sink>::type SinkT;
-    StringC::formatTo(&formatargs::callSink<SinkT>, const_cast<void*>(static_cast<const void*>(&sink)), format,
+    StringC::formatTo(&formatargs::callSink<SinkT>,
+                      const_cast<void*>(static_cast<const void*>(&sink)), format,
                       makeArgList(args...));
 }
 template <typename Sink, typename... Args,
@@ -218,11 +226,12 @@ template <typename... Args>
 struct variadicSafeM : std::true_type {};
 template <typename First, typename... Rest>
 struct variadicSafeM<First, Rest...>
-    : std::integral_constant<bool, (std::is_arithmetic<typename std::decay<First>::type>::value ||
-                                    std::is_enum<typename std::decay<First>::type>::value ||
-                                    std::is_pointer<typename std::decay<First>::type>::value ||
-                                    std::is_null_pointer<typename std::decay<First>::type>::value) &&
-                                       variadicSafeM<Rest...>::value> {};
+    : std::integral_constant<bool,
+                             (std::is_arithmetic<typename std::decay<First>::type>::value ||
+                              std::is_enum<typename std::decay<First>::type>::value ||
+                              std::is_pointer<typename std::decay<First>::type>::value ||
+                              std::is_null_pointer<typename std::decay<First>::type>::value) &&
+                                 variadicSafeM<Rest...>::value> {};
 
 }  // namespace formatargs
 

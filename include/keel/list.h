@@ -114,7 +114,9 @@ public:
     // The element at a 0-based index, or null past the end.
     ListElemI* elementAt(uint32_t index);
     // The first element, or null when the list is empty.
-    ListElemI* first() const { return chainIsEnd(head) || head == 0 ? nullptr : chainElement(head); }
+    ListElemI* first() const {
+        return chainIsEnd(head) || head == 0 ? nullptr : chainElement(head);
+    }
 
     uintptr_t head;
 };

@@ -21,10 +21,11 @@ namespace keel {
 
 // The codes a scanner stores in its `error` argument (message set 201).
 const uint32_t kScanTrailingText = 0xE0C90002;  // a number was read, but other text follows it
-const uint32_t kScanNoDigits = 0xE0C90003;      // empty, only blanks, only a sign, or only a 0x / 0b prefix
-const uint32_t kScanOverflow = 0xE0C90004;      // the value does not fit
-const uint32_t kScanBadDigit = 0xE0C90005;      // the first character is no digit of the base
-const uint32_t kScanBadBase = 0xE0C90006;       // the base is above 36
+const uint32_t kScanNoDigits =
+    0xE0C90003;  // empty, only blanks, only a sign, or only a 0x / 0b prefix
+const uint32_t kScanOverflow = 0xE0C90004;  // the value does not fit
+const uint32_t kScanBadDigit = 0xE0C90005;  // the first character is no digit of the base
+const uint32_t kScanBadBase = 0xE0C90006;   // the base is above 36
 
 // Reads a signed integer. `base` is 0 for automatic (a 0x prefix gives 16, 0b
 // gives 2, a leading 0 gives 8, anything else 10), 1 for tally counting, or

@@ -27,8 +27,8 @@ const uint32_t kNoEscape = 0xFFFF;
 // tabs at its ends. Empty pieces are kept only with `keepEmpty`. A separator
 // directly behind the `escape` character does not split (the escape stays in
 // the piece). An empty text gives an empty array.
-StringArrayC* splitString(const StringC& text, const StringC& separators, bool trim,
-                          bool keepEmpty, uint32_t escape);
+StringArrayC* splitString(const StringC& text, const StringC& separators, bool trim, bool keepEmpty,
+                          uint32_t escape);
 
 }  // namespace keel
 

@@ -125,7 +125,8 @@ public:
 class StringImplFactoryI {
 public:
     virtual StringImplI* fromText(const char* text, const char* encoding) = 0;
-    virtual StringImplI* fromBytesNew(const void* bytes, uint32_t byteCount, const char* encoding) = 0;
+    virtual StringImplI* fromBytesNew(const void* bytes, uint32_t byteCount,
+                                      const char* encoding) = 0;
     virtual StringImplI* fromChar(uint32_t character) = 0;
     virtual StringImplI* fromUtf16(const uint16_t* text) = 0;
     virtual StringImplI* concat(StringImplI* first, StringImplI* second) = 0;
@@ -136,7 +137,8 @@ public:
     virtual void formatTo(CharSinkFn sink, void* context, StringImplI* format, ArgListC args) = 0;
     virtual StringImplI* fromBytes(const void* bytes, uint32_t byteCount, const char* encoding) = 0;
     virtual StringImplI* secureFromText(const char* text, const char* encoding) = 0;
-    virtual StringImplI* secureFromBytes(const void* bytes, uint32_t byteCount, const char* encoding) = 0;
+    virtual StringImplI* secureFromBytes(const void* bytes, uint32_t byteCount,
+                                         const char* encoding) = 0;
     virtual ~StringImplFactoryI() {}
 };
 
@@ -160,7 +162,13 @@ inline uint32_t nextChar(const uint8_t*& p) {
         if (b != 0) ++p;
         return b;
     }
-    uint32_t n = b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
+    uint32_t n = b < 0xC0   ? 1
+                 : b < 0xE0 ? 2
+                 : b < 0xF0 ? 3
+                 : b < 0xF8 ? 4
+                 : b < 0xFC ? 5
+                 : b < 0xFE ? 6
+                            : 1;
     if (n == 1) {
         ++p;
         return 0xFFFD;
@@ -186,7 +194,13 @@ inline uint32_t nextChar(const uint8_t*& p) {
 // where nextChar stops; charAt, length and the searches step this way.
 inline const uint8_t* nextPlace(const uint8_t* p, const uint8_t* end) {
     uint8_t b = *p;
-    uint32_t n = b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
+    uint32_t n = b < 0xC0   ? 1
+                 : b < 0xE0 ? 2
+                 : b < 0xF0 ? 3
+                 : b < 0xF8 ? 4
+                 : b < 0xFC ? 5
+                 : b < 0xFE ? 6
+                            : 1;
     return static_cast<size_t>(end - p) < n ? end : p + n;
 }
 
@@ -241,7 +255,8 @@ public:
         // The representation counts bytes in 32 bits; a longer text could
         // not be stored, which is what an allocation failure says.
         if (utf8.size() > 0xFFFFFFF0u) throw std::bad_alloc();
-        take(getStringFactory()->fromBytes(utf8.data(), static_cast<uint32_t>(utf8.size()), "utf8"));
+        take(
+            getStringFactory()->fromBytes(utf8.data(), static_cast<uint32_t>(utf8.size()), "utf8"));
     }
 
     // The new reference is taken before the exchange and the old one dropped
@@ -286,7 +301,8 @@ public:
     // of a string without text is empty.
     std::string_view view() const {
         const char* text = textUtf8();
-        std::string_view result = text ? std::string_view(text, textUtf8Length()) : std::string_view();
+        std::string_view result =
+            text ? std::string_view(text, textUtf8Length()) : std::string_view();
         releaseUtf8(text);
         return result;
     }
@@ -341,7 +357,9 @@ public:
     }
     // compareNoCase: characters folded by toLowerChar (<keel/case.h>), no
     // one-to-many mappings: "STRASSE" and "Stra\u00dfe" differ.
-    int compareNoCase(const StringC& other) const { return getImpl()->compareNoCase(other.getImpl()); }
+    int compareNoCase(const StringC& other) const {
+        return getImpl()->compareNoCase(other.getImpl());
+    }
 
     // Searches answer a character index, or -1 when there is no match.
     // `after` and `before` are exclusive positions: a forward search starts at
@@ -520,22 +538,43 @@ private:
 // Equality and order by compare(): the bytes of the "utf8" texts, which on
 // valid text is code-point order. No locale, no case folding; a string
 // without text equals the empty string.
-inline bool operator==(const StringC& first, const StringC& second) { return first.compare(second) == 0; }
-inline bool operator!=(const StringC& first, const StringC& second) { return first.compare(second) != 0; }
-inline bool operator<(const StringC& first, const StringC& second) { return first.compare(second) < 0; }
-inline bool operator>(const StringC& first, const StringC& second) { return first.compare(second) > 0; }
-inline bool operator<=(const StringC& first, const StringC& second) { return first.compare(second) <= 0; }
-inline bool operator>=(const StringC& first, const StringC& second) { return first.compare(second) >= 0; }
+inline bool operator==(const StringC& first, const StringC& second) {
+    return first.compare(second) == 0;
+}
+inline bool operator!=(const StringC& first, const StringC& second) {
+    return first.compare(second) != 0;
+}
+inline bool operator<(const StringC& first, const StringC& second) {
+    return first.compare(second) < 0;
+}
+inline bool operator>(const StringC& first, const StringC& second) {
+    return first.compare(second) > 0;
+}
+inline bool operator<=(const StringC& first, const StringC& second) {
+    return first.compare(second) <= 0;
+}
+inline bool operator>=(const StringC& first, const StringC& second) {
+    return first.compare(second) >= 0;
+}
 // Against UTF-8 text, byte for byte.
-inline bool operator==(const StringC& first, std::string_view second) { return first.view() == second; }
-inline bool operator!=(const StringC& first, std::string_view second) { return first.view() != second; }
-inline bool operator==(std::string_view first, const StringC& second) { return first == second.view(); }
-inline bool operator!=(std::string_view first, const StringC& second) { return first != second.view(); }
+inline bool operator==(const StringC& first, std::string_view second) {
+    return first.view() == second;
+}
+inline bool operator!=(const StringC& first, std::string_view second) {
+    return first.view() != second;
+}
+inline bool operator==(std::string_view first, const StringC& second) {
+    return first == second.view();
+}
+inline bool operator!=(std::string_view first, const StringC& second) {
+    return first != second.view();
+}
 
 // Writes the "utf8" text; a string without text writes nothing. A template,
 // so that this header needs only <iosfwd>: include <ostream> to use it.
 template <typename Traits>
-std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& out, const StringC& string) {
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& out,
+                                             const StringC& string) {
     std::string_view text = string.view();
     return out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }

@@ -65,7 +65,9 @@ public:
 
     void destroyElement(void* object) override;
 
-    StringArrayC* arrayAt(uint32_t index) const { return static_cast<StringArrayC*>(objectAt(index)); }
+    StringArrayC* arrayAt(uint32_t index) const {
+        return static_cast<StringArrayC*>(objectAt(index));
+    }
 };
 
 }  // namespace keel

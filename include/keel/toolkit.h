@@ -28,12 +28,12 @@
 #include <keel/strset.h>    // StringSetC
 #include <keel/list.h>      // ListSingleC, ListDoubleC, chains
 
-#include <keel/case.h>      // digitValue, toLowerChar, toUpperChar, ...
-#include <keel/number.h>    // parseInt32, parseInt64, parseBool
-#include <keel/split.h>     // splitString
-#include <keel/trim.h>      // trimString, trimLeft, trimRight
-#include <keel/replace.h>   // replaceString, translateChars, lowerCaseCopy, upperCaseCopy
-#include <keel/escape.h>    // escapeString, unescapeString, joinStrings, joinEscaped
+#include <keel/case.h>     // digitValue, toLowerChar, toUpperChar, ...
+#include <keel/number.h>   // parseInt32, parseInt64, parseBool
+#include <keel/split.h>    // splitString
+#include <keel/trim.h>     // trimString, trimLeft, trimRight
+#include <keel/replace.h>  // replaceString, translateChars, lowerCaseCopy, upperCaseCopy
+#include <keel/escape.h>   // escapeString, unescapeString, joinStrings, joinEscaped
 
 #include <keel/filename.h>  // FileNameC: paths in normal form, collapse, match
 #include <keel/basename.h>  // baseNameOf, baseNameInto

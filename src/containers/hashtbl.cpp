@@ -23,10 +23,14 @@ namespace keel {
 
 namespace {
 
-inline HashElemI* hashElement(uintptr_t word) { return static_cast<HashElemI*>(chainElement(word)); }
+inline HashElemI* hashElement(uintptr_t word) {
+    return static_cast<HashElemI*>(chainElement(word));
+}
 inline bool isElement(uintptr_t word) { return word != 0 && !chainIsEnd(word); }
 
-inline uint32_t rotateLeft(uint32_t value, unsigned count) { return (value << count) | (value >> (32 - count)); }
+inline uint32_t rotateLeft(uint32_t value, unsigned count) {
+    return (value << count) | (value >> (32 - count));
+}
 
 // The mixing of one step of the byte hashes: a step is
 // h = mixStep(h ^ word) ^ word, in both word orders.
@@ -70,13 +74,16 @@ void HashArrayC::appendList(const void* owner) {
 
 // ---------------------------------------------------------------------------
 
-HashTableC::HashTableC() : size(0), bits_mask(0), lists(new HashArrayC), empty_lists(0), generation(0) {
+HashTableC::HashTableC()
+    : size(0), bits_mask(0), lists(new HashArrayC), empty_lists(0), generation(0) {
     split();
 }
 
 HashTableC::~HashTableC() { delete lists; }
 
-bool HashTableC::keysEqual(HashElemI* element, const void* key) { return element->matchesKey(key, this); }
+bool HashTableC::keysEqual(HashElemI* element, const void* key) {
+    return element->matchesKey(key, this);
+}
 
 HashElemI* HashTableC::matchFrom(uintptr_t word, const void* key) {
     while (isElement(word)) {
@@ -87,7 +94,9 @@ HashElemI* HashTableC::matchFrom(uintptr_t word, const void* key) {
     return nullptr;
 }
 
-HashElemI* HashTableC::find(const void* key) { return matchFrom(*listHead(listIndex(hashValue(key))), key); }
+HashElemI* HashTableC::find(const void* key) {
+    return matchFrom(*listHead(listIndex(hashValue(key))), key);
+}
 
 HashElemI* HashTableC::findNext(HashElemI* after, const void* key) {
     if (!after) {
@@ -238,8 +247,8 @@ bool HashTableC::check() {
         while (expected < count - 1) expected = expected * 2 + 1;
     }
     if (bits_mask != expected) {
-        fprintf(stderr, "bits_mask 0x%lX incorrect, should be 0x%lX\n", static_cast<unsigned long>(bits_mask),
-                static_cast<unsigned long>(expected));
+        fprintf(stderr, "bits_mask 0x%lX incorrect, should be 0x%lX\n",
+                static_cast<unsigned long>(bits_mask), static_cast<unsigned long>(expected));
         bits_mask = expected;
         good = false;
     }
@@ -321,7 +330,8 @@ HashElemI* HashIteratorC::successor(uint32_t& index, HashElemI* from) const {
         HashElemI* candidate = hashElement(word);
         if (allElements) return candidate;
         // Only the newest of equal keys counts: the first match from the head.
-        if (table->matchFrom(*table->listHead(index), candidate->key()) == candidate) return candidate;
+        if (table->matchFrom(*table->listHead(index), candidate->key()) == candidate)
+            return candidate;
         from = candidate;
     }
     return nullptr;

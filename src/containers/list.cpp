@@ -24,13 +24,12 @@ void ListElemI::print(FILE* stream) {
     if (!back) {
         fprintf(stream, "%p(n %p)", static_cast<void*>(this), next);
     } else {
-        fprintf(stream, "%p(n %p, p %p)", static_cast<void*>(this), next, static_cast<void*>(*back));
+        fprintf(stream, "%p(n %p, p %p)", static_cast<void*>(this), next,
+                static_cast<void*>(*back));
     }
 }
 
-void chainInit(uintptr_t* head, const void* owner) {
-    *head = chainEndMark(owner ? owner : head);
-}
+void chainInit(uintptr_t* head, const void* owner) { *head = chainEndMark(owner ? owner : head); }
 
 uintptr_t* chainAppend(uintptr_t* head, ListElemI* element) {
     uintptr_t* last = chainLastLink(head);
@@ -90,7 +89,8 @@ void* chainOwner(ListElemI* element) {
 
 void* chainOwnerOfHead(const uintptr_t* head) {
     uintptr_t word = *head;
-    if (chainIsEnd(word) || word == 0) return reinterpret_cast<void*>(word & ~static_cast<uintptr_t>(1));
+    if (chainIsEnd(word) || word == 0)
+        return reinterpret_cast<void*>(word & ~static_cast<uintptr_t>(1));
     return chainOwner(chainElement(word));
 }
 
@@ -122,13 +122,16 @@ ListSingleUncountedC::ListSingleUncountedC(const void* owner) {
 
 uint32_t ListSingleUncountedC::size() {
     uint32_t n = 0;
-    for (uintptr_t word = head; word != 0 && !chainIsEnd(word); word = *chainElement(word)->nextLink()) ++n;
+    for (uintptr_t word = head; word != 0 && !chainIsEnd(word);
+         word = *chainElement(word)->nextLink())
+        ++n;
     return n;
 }
 
 bool ListSingleUncountedC::contains(ListElemI* element) {
     uintptr_t wanted = reinterpret_cast<uintptr_t>(element);
-    for (uintptr_t word = head; word != 0 && !chainIsEnd(word); word = *chainElement(word)->nextLink()) {
+    for (uintptr_t word = head; word != 0 && !chainIsEnd(word);
+         word = *chainElement(word)->nextLink()) {
         if (word == wanted) return true;
     }
     return false;
@@ -160,7 +163,8 @@ void ListSingleUncountedC::insertAfter(ListElemI* element, ListElemI* after) {
 }
 
 ListElemI* ListSingleUncountedC::elementAt(uint32_t index) {
-    for (uintptr_t word = head; word != 0 && !chainIsEnd(word); word = *chainElement(word)->nextLink()) {
+    for (uintptr_t word = head; word != 0 && !chainIsEnd(word);
+         word = *chainElement(word)->nextLink()) {
         if (index == 0) return chainElement(word);
         --index;
     }
@@ -169,7 +173,8 @@ ListElemI* ListSingleUncountedC::elementAt(uint32_t index) {
 
 // ---------------------------------------------------------------------------
 
-ListSingleC::ListSingleC(const void* owner) : ListSingleUncountedC(owner), tail(nullptr), count(0) {}
+ListSingleC::ListSingleC(const void* owner)
+    : ListSingleUncountedC(owner), tail(nullptr), count(0) {}
 
 void ListSingleC::append(ListElemI* element) {
     // Walks like the uncounted list although the tail is known: the tail may

@@ -25,7 +25,8 @@ void StringKeyedHashElemC::printHashed(FILE* stream, uint32_t mask) {
 
 void printStringHashed(FILE* stream, const StringC& key, const void* element, uint32_t hash) {
     const char* text = key.textSystem();
-    fprintf(stream ? stream : stdout, "\"%s\"@%p(0x%lX)", text ? text : "", element, static_cast<unsigned long>(hash));
+    fprintf(stream ? stream : stdout, "\"%s\"@%p(0x%lX)", text ? text : "", element,
+            static_cast<unsigned long>(hash));
     key.releaseSystem(text);
 }
 

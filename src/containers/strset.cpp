@@ -10,7 +10,8 @@ StringSetEntryC::~StringSetEntryC() {
 }
 
 bool StringSetEntryC::matchesKey(const void* key, HashTableC* table) {
-    return stringKeysEqual(*this, *static_cast<const StringC*>(key), static_cast<StringSetC*>(table)->caseInsensitive);
+    return stringKeysEqual(*this, *static_cast<const StringC*>(key),
+                           static_cast<StringSetC*>(table)->caseInsensitive);
 }
 
 void StringSetEntryC::printHashed(FILE* stream, uint32_t mask) {

@@ -29,7 +29,8 @@ char* baseNameInto(char* path, char* output, size_t size, const char* suffix) {
         StringC tail(suffix, "system-8");
         int32_t tailLength = tail.length();
         int32_t at = name.find(tail);
-        if (at > 0 && tailLength <= length && name.substring(length - tailLength).compare(tail) == 0) {
+        if (at > 0 && tailLength <= length &&
+            name.substring(length - tailLength).compare(tail) == 0) {
             name.erase(length - tailLength);
         }
     }

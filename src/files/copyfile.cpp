@@ -18,9 +18,7 @@ namespace keel {
 // block counts of large files and file systems reach the caller in full on
 // i386 as well.
 
-bool removePath(const char* path) {
-    return remove(path) == 0;
-}
+bool removePath(const char* path) { return remove(path) == 0; }
 
 bool regularFileSize(const char* path, int64_t* size) {
     struct stat64 info;
@@ -32,9 +30,7 @@ bool regularFileSize(const char* path, int64_t* size) {
     return false;
 }
 
-bool pathExists(const char* path) {
-    return access(path, F_OK) == 0;
-}
+bool pathExists(const char* path) { return access(path, F_OK) == 0; }
 
 int64_t freeBytesOf(uint64_t blocks, uint64_t blockSize) {
     // A block size of 0 would divide by zero below; no blocks of no size
@@ -52,8 +48,8 @@ int freeDiskSpace(const char* path, int64_t* bytes) {
         if (bytes) *bytes = 0;
         return 1;
     }
-    uint64_t blocks = geteuid() == 0 ? static_cast<uint64_t>(info.f_bfree)
-                                     : static_cast<uint64_t>(info.f_bavail);
+    uint64_t blocks =
+        geteuid() == 0 ? static_cast<uint64_t>(info.f_bfree) : static_cast<uint64_t>(info.f_bavail);
     if (bytes) *bytes = freeBytesOf(blocks, static_cast<uint64_t>(info.f_bsize));
     return 0;
 }

@@ -11,8 +11,6 @@ FILE* openFileOrStandardInput(const char* path, const char* mode) {
     return fopen(path, mode);
 }
 
-int createFileText(const char* path, mode_t mode) {
-    return creat(path, mode);
-}
+int createFileText(const char* path, mode_t mode) { return creat(path, mode); }
 
 }  // namespace keel

@@ -42,7 +42,8 @@ void OsVersionC::readRelease(const char* release) {
 }
 
 // Made on the heap and not guarded, as the class promises (the one object
-// made once and never destroyed that does not use NoDestroyM). No lock: two first calls at once may each make an object, and one of them
+// made once and never destroyed that does not use NoDestroyM). No lock: two
+// first calls at once may each make an object, and one of them
 // is then left alive unused. The cell is read and written atomically so that
 // the race stays a harmless duplicate and never a torn pointer.
 static OsVersionC* theOsVersion = nullptr;
@@ -79,8 +80,6 @@ bool OsVersionC::isFamily4From51() const {
     return family == 4 && (major > 5 || (major == 5 && minor >= 1));
 }
 
-bool OsVersionC::isFamily4Above5() const {
-    return family == 4 && major > 5;
-}
+bool OsVersionC::isFamily4Above5() const { return family == 4 && major > 5; }
 
 }  // namespace keel

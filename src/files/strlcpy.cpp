@@ -4,9 +4,7 @@
 
 namespace keel {
 
-size_t measureText(const char* text) {
-    return strnlen(text, kMaxMeasuredText);
-}
+size_t measureText(const char* text) { return strnlen(text, kMaxMeasuredText); }
 
 size_t copyTextBounded(char* destination, const char* source, size_t size) {
     if (!source) return 0;

@@ -4,8 +4,6 @@
 
 namespace keel {
 
-int32_t getProcessId() {
-    return static_cast<int32_t>(getpid());
-}
+int32_t getProcessId() { return static_cast<int32_t>(getpid()); }
 
 }  // namespace keel

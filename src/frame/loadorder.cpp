@@ -42,10 +42,9 @@ void makeStringFactory() { getStringFactory(); }
 void runLoadSteps() {
     typedef void (*StepFn)();
     StepFn const steps[] = {
-        loadStepFileserv,  loadStepLocale,     loadStepTracing, loadStepTracecim,
-        loadStepError,     loadStepErrimpl,    loadStepPrefs,   makeStringFactory,
-        loadStepTextwriter, loadStepLatch,     loadStepArglist, loadStepStrtoken,
-        loadStepTextencoding,
+        loadStepFileserv, loadStepLocale,   loadStepTracing,      loadStepTracecim,   loadStepError,
+        loadStepErrimpl,  loadStepPrefs,    makeStringFactory,    loadStepTextwriter, loadStepLatch,
+        loadStepArglist,  loadStepStrtoken, loadStepTextencoding,
     };
     for (StepFn step : steps) {
         if (step) step();

@@ -20,11 +20,10 @@ struct DigitRangeT {
 };
 
 const DigitRangeT kDigitRanges[21] = {
-    {0x0030, 0x0039}, {0x0660, 0x0669}, {0x06F0, 0x06F9}, {0x0966, 0x096F},
-    {0x09E6, 0x09EF}, {0x0A66, 0x0A6F}, {0x0AE6, 0x0AEF}, {0x0B66, 0x0B6F},
-    {0x0BE7, 0x0BEF}, {0x0C66, 0x0C6F}, {0x0CE6, 0x0CEF}, {0x0D66, 0x0D6F},
-    {0x0E50, 0x0E59}, {0x0ED0, 0x0ED9}, {0x0F20, 0x0F29}, {0x1040, 0x1049},
-    {0x1369, 0x1371}, {0x17E0, 0x17E9}, {0x1810, 0x1819}, {0x3021, 0x3029},
+    {0x0030, 0x0039}, {0x0660, 0x0669}, {0x06F0, 0x06F9}, {0x0966, 0x096F}, {0x09E6, 0x09EF},
+    {0x0A66, 0x0A6F}, {0x0AE6, 0x0AEF}, {0x0B66, 0x0B6F}, {0x0BE7, 0x0BEF}, {0x0C66, 0x0C6F},
+    {0x0CE6, 0x0CEF}, {0x0D66, 0x0D6F}, {0x0E50, 0x0E59}, {0x0ED0, 0x0ED9}, {0x0F20, 0x0F29},
+    {0x1040, 0x1049}, {0x1369, 0x1371}, {0x17E0, 0x17E9}, {0x1810, 0x1819}, {0x3021, 0x3029},
     {0xFF10, 0xFF19},
 };
 
@@ -64,8 +63,10 @@ bool isCaseless(uint32_t c) {
 
 const CaseTablesT& caseTables() {
     static const CaseTablesT tables = {
-        kLowerMap, static_cast<uint32_t>(kLowerCount), kUpperMap, static_cast<uint32_t>(kUpperCount),
-        kTitleMap, kTitleCount,  kCaselessLetters, kCaselessCount,
+        kLowerMap,        static_cast<uint32_t>(kLowerCount),
+        kUpperMap,        static_cast<uint32_t>(kUpperCount),
+        kTitleMap,        kTitleCount,
+        kCaselessLetters, kCaselessCount,
     };
     return tables;
 }
@@ -79,17 +80,11 @@ int32_t digitValue(uint32_t c) {
     return c == kHangzhouZero ? 0 : -1;
 }
 
-bool isDigit(uint32_t c) {
-    return digitValue(c) != -1;
-}
+bool isDigit(uint32_t c) { return digitValue(c) != -1; }
 
-uint32_t toLowerChar(uint32_t c) {
-    return mapCase(kLowerMap, kLowerCount, c);
-}
+uint32_t toLowerChar(uint32_t c) { return mapCase(kLowerMap, kLowerCount, c); }
 
-uint32_t toUpperChar(uint32_t c) {
-    return mapCase(kUpperMap, kUpperCount, c);
-}
+uint32_t toUpperChar(uint32_t c) { return mapCase(kUpperMap, kUpperCount, c); }
 
 uint32_t toTitleChar(uint32_t c) {
     for (uint32_t i = 0; i < kTitleCount; ++i) {

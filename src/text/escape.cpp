@@ -74,7 +74,8 @@ void appendEscaped(std::string& out, const StringC& source, const CharMembersC& 
     walkText(source, [&](const uint8_t*& p, const uint8_t*) {
         const uint8_t* start = p;
         uint32_t c = utf8Next(p);
-        if (specials.contains(c)) out.append(reinterpret_cast<const char*>(escapeBytes), escapeLength);
+        if (specials.contains(c))
+            out.append(reinterpret_cast<const char*>(escapeBytes), escapeLength);
         out.append(reinterpret_cast<const char*>(start), static_cast<size_t>(p - start));
     });
 }

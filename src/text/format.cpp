@@ -228,7 +228,8 @@ public:
         while (count > 0) {
             uint8_t* out = data_ + length_;
             uint32_t room = limit_ - length_;
-            uint32_t stretch = static_cast<uint32_t>(count) < room ? static_cast<uint32_t>(count) : room;
+            uint32_t stretch =
+                static_cast<uint32_t>(count) < room ? static_cast<uint32_t>(count) : room;
             uint8_t* end = out + stretch;
             uint8_t* start = out;
             if (byteEnd) {
@@ -462,7 +463,8 @@ private:
             sign_ = 0;
             uint64_t value = formatUnsignedView(takeArgument());
             uint32_t prefix = alternate_ && value ? letter : 0;
-            renderNumber(value, letter == 'b' ? 2 : 16, letter == 'X' ? kUpperDigits : kLowerDigits, prefix);
+            renderNumber(value, letter == 'b' ? 2 : 16, letter == 'X' ? kUpperDigits : kLowerDigits,
+                         prefix);
             return;
         }
         case 'p': {
@@ -506,7 +508,8 @@ private:
             } else {
                 int64_t value = errorNumber_;
                 if (value < 0) sign_ = '-';
-                renderNumber(static_cast<uint64_t>(value < 0 ? -value : value), 10, kLowerDigits, 0);
+                renderNumber(static_cast<uint64_t>(value < 0 ? -value : value), 10, kLowerDigits,
+                             0);
             }
             return;
         }
@@ -602,7 +605,8 @@ private:
         // An entry that is missing has no text to show.
         if (!entry) return emitText(reinterpret_cast<const uint8_t*>(""), 0, true);
         if (entry->code() == ArgString) return renderString(entry);
-        if (entry->code() != ArgCharStar) return emitText(reinterpret_cast<const uint8_t*>(""), 0, true);
+        if (entry->code() != ArgCharStar)
+            return emitText(reinterpret_cast<const uint8_t*>(""), 0, true);
         const char* text = static_cast<const char*>(entry->pointer());
         emitEightBit(text ? text : "<null pointer>", "system-8");
     }
@@ -638,7 +642,8 @@ private:
             }
             *out++ = '}';
             *out = 0;
-            emitText(reinterpret_cast<const uint8_t*>(text), static_cast<int32_t>(out - text), true);
+            emitText(reinterpret_cast<const uint8_t*>(text), static_cast<int32_t>(out - text),
+                     true);
             return;
         }
         default:
@@ -671,7 +676,8 @@ private:
 
     // Local time through strftime, cut at the precision, with as many digits
     // of the microseconds as the precision leaves room for (at most six).
-    void renderTime(int64_t seconds, int32_t microseconds, const char* pattern, int32_t usual, int32_t limit) {
+    void renderTime(int64_t seconds, int32_t microseconds, const char* pattern, int32_t usual,
+                    int32_t limit) {
         int32_t precision = precision_ < 0 ? usual : precision_;
         // The text must stay inside the 272 bytes of the buffer.
         if (precision > limit) precision = limit;
@@ -684,8 +690,9 @@ private:
         char text[272];
         memset(text, 0, sizeof text);
         size_t produced = strftime(text, sizeof text, pattern, &fields);
-        size_t end = produced < static_cast<size_t>(precision) && produced > 0 ? produced
-                                                                              : static_cast<size_t>(precision);
+        size_t end = produced < static_cast<size_t>(precision) && produced > 0
+                         ? produced
+                         : static_cast<size_t>(precision);
         size_t fraction = static_cast<size_t>(precision) - end;
         if (fraction > 6) fraction = 6;
         if (fraction > 0) {
@@ -711,7 +718,8 @@ private:
             }
             ++length;
         }
-        emitText(bytes, length > INT32_MAX ? INT32_MAX : static_cast<int32_t>(length), true, bytes + length);
+        emitText(bytes, length > INT32_MAX ? INT32_MAX : static_cast<int32_t>(length), true,
+                 bytes + length);
     }
 
     // A string's own internal text, read in place.
@@ -719,7 +727,8 @@ private:
         void* text = nullptr;
         string->text(&text, "utf8");
         // A representation without a buffer shows as empty.
-        const uint8_t* bytes = text ? static_cast<const uint8_t*>(text) : reinterpret_cast<const uint8_t*>("");
+        const uint8_t* bytes =
+            text ? static_cast<const uint8_t*>(text) : reinterpret_cast<const uint8_t*>("");
         const uint8_t* byteEnd = text ? bytes + string->textLength("utf8") : nullptr;
         emitText(bytes, width_ > 0 ? string->length() : -1, true, byteEnd);
         string->releaseText(text, "utf8");
@@ -868,7 +877,8 @@ StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
     size_t length = bytes ? strlen(static_cast<const char*>(text)) : 0;
     // Room for the format's own text and a little more is made at once; most
     // messages then need no second buffer.
-    StringImplC* result = StringFormatSinkC::newEmpty(static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64);
+    StringImplC* result =
+        StringFormatSinkC::newEmpty(static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64);
     StringFormatSinkC target(result);
     if (bytes) {
         RendererM<StringFormatSinkC> renderer(target, args, errorNumber);

@@ -28,8 +28,8 @@ StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 
 // The views of an entry that conversions use, for the renderer and its
 // tests. A null entry counts as 0.
-int32_t formatView32(const ArgEntry* entry);       // widths and precisions from `*`
-int64_t formatSignedView(const ArgEntry* entry);   // %d %i
+int32_t formatView32(const ArgEntry* entry);         // widths and precisions from `*`
+int64_t formatSignedView(const ArgEntry* entry);     // %d %i
 uint64_t formatUnsignedView(const ArgEntry* entry);  // %u %o %x %X %b
 
 }  // namespace keel

@@ -147,7 +147,8 @@ Signed parseInteger(const StringC& text, uint32_t* error, int base, uint32_t* en
     // Out of range is reported, but the bits are answered as they are: an
     // unsigned value with the top bit set reads as negative, and a magnitude
     // above 2^(w-1) negated wraps.
-    const Unsigned top = static_cast<Unsigned>(static_cast<Unsigned>(1) << (sizeof(Unsigned) * 8 - 1));
+    const Unsigned top =
+        static_cast<Unsigned>(static_cast<Unsigned>(1) << (sizeof(Unsigned) * 8 - 1));
     if (!negative) {
         if (acc & top) code = kScanOverflow;
     } else {
@@ -180,7 +181,8 @@ static bool equalsWordAscii(const char* data, uint32_t size, const char* word) {
 }
 
 bool parseBool(const StringC& text) {
-    static const char* const kTrueWords[] = {"TRUE", "T", "1", "YES", "ON", "OK", "ENABLED", "ACTIVE"};
+    static const char* const kTrueWords[] = {"TRUE", "T",  "1",       "YES",
+                                             "ON",   "OK", "ENABLED", "ACTIVE"};
     const char* data = text.textUtf8();
     uint32_t size = text.textUtf8Length();
     // ASCII text without NUL takes the byte path: there the case fold is the
@@ -193,7 +195,8 @@ bool parseBool(const StringC& text) {
     }
     bool result = false;
     for (const char* word : kTrueWords) {
-        if (ascii ? equalsWordAscii(data, size, word) : equalsNoCase(text, StringC(word, "ascii"))) {
+        if (ascii ? equalsWordAscii(data, size, word)
+                  : equalsNoCase(text, StringC(word, "ascii"))) {
             result = true;
             break;
         }

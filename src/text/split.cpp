@@ -60,8 +60,8 @@ void appendPiece(StringArrayC* pieces, const uint8_t* begin, const uint8_t* end,
 
 }  // namespace
 
-StringArrayC* splitString(const StringC& text, const StringC& separators, bool trim,
-                          bool keepEmpty, uint32_t escape) {
+StringArrayC* splitString(const StringC& text, const StringC& separators, bool trim, bool keepEmpty,
+                          uint32_t escape) {
     StringArrayC* pieces = new StringArrayC();
     if (text.isEmpty()) return pieces;
 

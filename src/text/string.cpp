@@ -65,7 +65,9 @@ __attribute__((no_sanitize("address", "thread"))) uint32_t utf16UnitCount(const 
     for (;;) {
         __m128i block = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
         uint32_t zeros = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi16(block, zero)));
-        if (zeros != 0) return static_cast<uint32_t>(p - text) + (static_cast<uint32_t>(__builtin_ctz(zeros)) >> 1);
+        if (zeros != 0)
+            return static_cast<uint32_t>(p - text) +
+                   (static_cast<uint32_t>(__builtin_ctz(zeros)) >> 1);
         p += 8;
     }
 #else
@@ -75,7 +77,9 @@ __attribute__((no_sanitize("address", "thread"))) uint32_t utf16UnitCount(const 
         uint64_t word;
         memcpy(&word, p, sizeof word);
         uint64_t zeros = (word - ones) & ~word & highs;
-        if (zeros != 0) return static_cast<uint32_t>(p - text) + (static_cast<uint32_t>(__builtin_ctzll(zeros)) >> 4);
+        if (zeros != 0)
+            return static_cast<uint32_t>(p - text) +
+                   (static_cast<uint32_t>(__builtin_ctzll(zeros)) >> 4);
         p += 4;
     }
 #endif
@@ -113,7 +117,8 @@ StaticStringImplC* StringImplFactoryC::asciiString(uint8_t byte) {
 
 StringImplFactoryC::~StringImplFactoryC() {}
 
-StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount, const char* encoding) {
+StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount,
+                                           const char* encoding) {
     if (byteCount == 0) return emptyString();
     // A null pointer is the empty text at any count. The one-byte test below
     // reads the byte first; with a null pointer that read went through null
@@ -134,7 +139,8 @@ StringImplI* StringImplFactoryC::fromText(const char* text, const char* encoding
     return fromBytes(text, count, encoding);
 }
 
-StringImplI* StringImplFactoryC::fromBytesNew(const void* bytes, uint32_t byteCount, const char* encoding) {
+StringImplI* StringImplFactoryC::fromBytesNew(const void* bytes, uint32_t byteCount,
+                                              const char* encoding) {
     return new StringImplC(bytes, byteCount, encoding);
 }
 
@@ -186,7 +192,8 @@ StringImplI* StringImplFactoryC::format(StringImplI* format, ArgListC args) {
     return result;
 }
 
-void StringImplFactoryC::formatTo(CharSinkFn sink, void* context, StringImplI* format, ArgListC args) {
+void StringImplFactoryC::formatTo(CharSinkFn sink, void* context, StringImplI* format,
+                                  ArgListC args) {
     renderFormat(sink, context, format, args);
 }
 
@@ -197,7 +204,8 @@ StringImplI* StringImplFactoryC::secureFromText(const char* text, const char* en
 
 // A secret of one character gets its own wiped storage: the shared table
 // of one-character strings is not used.
-StringImplI* StringImplFactoryC::secureFromBytes(const void* bytes, uint32_t byteCount, const char* encoding) {
+StringImplI* StringImplFactoryC::secureFromBytes(const void* bytes, uint32_t byteCount,
+                                                 const char* encoding) {
     if (byteCount == 0) return secureEmptyString();
     return new SecureStringImplC(bytes, byteCount, encoding);
 }

@@ -30,7 +30,8 @@ public:
     void formatTo(CharSinkFn sink, void* context, StringImplI* format, ArgListC args) override;
     StringImplI* fromBytes(const void* bytes, uint32_t byteCount, const char* encoding) override;
     StringImplI* secureFromText(const char* text, const char* encoding) override;
-    StringImplI* secureFromBytes(const void* bytes, uint32_t byteCount, const char* encoding) override;
+    StringImplI* secureFromBytes(const void* bytes, uint32_t byteCount,
+                                 const char* encoding) override;
     ~StringImplFactoryC() override;
 
     // The caches, for the units and tests that need them directly.

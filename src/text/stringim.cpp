@@ -19,7 +19,6 @@
 #include "text/utf8.h"
 #include "text/utf8scan.h"
 
-
 namespace keel {
 
 namespace {
@@ -27,7 +26,9 @@ namespace {
 // What a representation without a buffer reads as.
 const uint8_t emptyText[1] = {0};
 
-bool isInternalForm(const char* encoding) { return encoding && encodingNamesEqual(encoding, "vutf8"); }
+bool isInternalForm(const char* encoding) {
+    return encoding && encodingNamesEqual(encoding, "vutf8");
+}
 
 bool isUtf8(const char* encoding) { return encoding && encodingNamesEqual(encoding, "utf8"); }
 
@@ -51,7 +52,8 @@ public:
 protected:
     template <class Coder>
     void place(TextEncodingI* encoding) {
-        static_assert(sizeof(Coder) <= kRoom && alignof(Coder) <= alignof(void*), "room for the coder");
+        static_assert(sizeof(Coder) <= kRoom && alignof(Coder) <= alignof(void*),
+                      "room for the coder");
         coder_ = new (room_) Coder(encoding);
     }
 
@@ -65,7 +67,8 @@ public:
     explicit LocalDecoderC(TextEncodingI* encoding) {
         if (encoding == utf8Encoding() || encoding == system8Encoding()) {
             place<UTF8TextDecoderC>(encoding);
-        } else if (encoding == utf16Encoding() || encoding == utf16leEncoding() || encoding == utf16beEncoding()) {
+        } else if (encoding == utf16Encoding() || encoding == utf16leEncoding() ||
+                   encoding == utf16beEncoding()) {
             place<UTF16TextDecoderC>(encoding);
         } else if (encoding == wcharEncoding()) {
             place<WCharTextDecoderC>(encoding);
@@ -82,7 +85,8 @@ class LocalEncoderC : public LocalCoderM<TextEncoderI, 64> {
 public:
     explicit LocalEncoderC(TextEncodingI* encoding) {
         if (!encoding) return;
-        if (encoding == utf16Encoding() || encoding == utf16leEncoding() || encoding == utf16beEncoding()) {
+        if (encoding == utf16Encoding() || encoding == utf16leEncoding() ||
+            encoding == utf16beEncoding()) {
             place<UTF16TextEncoderC>(encoding);
         } else if (encoding == wcharEncoding()) {
             place<WCharTextEncoderC>(encoding);
@@ -112,7 +116,8 @@ public:
     uint32_t encodedSize(const uint8_t* internal, uint32_t length) {
         return encoder_->encodedSize(internal, length);
     }
-    uint32_t encode(const uint8_t* internal, uint32_t length, void* output, uint32_t room, bool* lost) {
+    uint32_t encode(const uint8_t* internal, uint32_t length, void* output, uint32_t room,
+                    bool* lost) {
         return encoder_->encode(internal, length, output, room, lost);
     }
 
@@ -142,12 +147,12 @@ void StringImplC::setVectorPaths(bool on) { setUtf8VectorPaths(on); }
 
 // Count 0, every cached field 0 and no buffer; then reset puts the fields
 // into their empty state.
-StringImplC::StringImplC()
-    : data(nullptr), charCount(0), byteLength(0), capacity(0), cursor(0) {
+StringImplC::StringImplC() : data(nullptr), charCount(0), byteLength(0), capacity(0), cursor(0) {
     StringImplC::reset();
 }
 
-StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* encoding) : StringImplC() {
+StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* encoding)
+    : StringImplC() {
     store(bytes, byteCount, encoding);
 }
 
@@ -239,7 +244,8 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
         return false;
     }
     uint32_t restCharacters = 0;
-    uint32_t written = decoder->decode(bytes + clean, byteCount - clean, data + clean, restSize, &restCharacters);
+    uint32_t written =
+        decoder->decode(bytes + clean, byteCount - clean, data + clean, restSize, &restCharacters);
     if (written < restSize) memset(data + clean + written, 0, restSize - written);
     byteLength = size;
     data[size] = 0;
@@ -527,7 +533,8 @@ StringImplI* StringImplC::substring(int32_t start, int32_t count) {
         end = data + byteLength;
     } else {
         end = p;
-        for (int32_t steps = count; steps > 0 && *end != 0; --steps) end = stepForward(end, data + byteLength);
+        for (int32_t steps = count; steps > 0 && *end != 0; --steps)
+            end = stepForward(end, data + byteLength);
     }
     return new StringImplC(p, static_cast<uint32_t>(end - p), "vutf8");
 }
@@ -548,7 +555,8 @@ void StringImplC::erase(int32_t start, int32_t count) {
     if (endIndex < INT32_MIN) endIndex = INT32_MIN;
     int32_t startReached = 0;
     uint8_t* p = seek(start, &startReached);
-    uint8_t* q = count == -1 ? (data ? data + byteLength : nullptr) : seek(static_cast<int32_t>(endIndex));
+    uint8_t* q =
+        count == -1 ? (data ? data + byteLength : nullptr) : seek(static_cast<int32_t>(endIndex));
     if (!p || !q) return;  // no buffer, or no such place: nothing to move
     // The cursor goes to the start of the erased range, which keeps its
     // index. A start that lies past the end of a text of unknown count
@@ -572,7 +580,8 @@ void StringImplC::erase(int32_t start, int32_t count) {
     }
     int32_t known = charCount.load();
     if (known >= 0 && count != -1) {
-        charCount = static_cast<int32_t>(static_cast<uint32_t>(known) - static_cast<uint32_t>(count));
+        charCount =
+            static_cast<int32_t>(static_cast<uint32_t>(known) - static_cast<uint32_t>(count));
     } else {
         charCount = -1;
     }

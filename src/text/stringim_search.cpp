@@ -50,13 +50,9 @@ inline uint32_t charValue(const uint8_t* p) {
 }
 
 // A one-byte character's value, for texts known to have only those.
-inline uint32_t byteValue(uint8_t b) {
-    return b < 0x80 ? b : 0xFFFD;
-}
+inline uint32_t byteValue(uint8_t b) { return b < 0x80 ? b : 0xFFFD; }
 
-inline uint32_t foldAscii(uint32_t c) {
-    return c - 'A' < 26u ? c + 32 : c;
-}
+inline uint32_t foldAscii(uint32_t c) { return c - 'A' < 26u ? c + 32 : c; }
 
 // The other string's "utf8" text, taken once and released at the end.
 class OtherTextC {
@@ -277,7 +273,8 @@ HitT findForwardInSet(StringImplC& s, StringImplI* set, int32_t index, bool want
         // Bytes at or above 0x80 read as U+FFFD, which an ASCII set lacks,
         // so the byte spans of the C library give the same answer.
         const char* text = reinterpret_cast<const char*>(p);
-        const uint8_t* at = p + (wanted ? strcspn(text, members.needle()) : strspn(text, members.needle()));
+        const uint8_t* at =
+            p + (wanted ? strcspn(text, members.needle()) : strspn(text, members.needle()));
         if (*at == 0) return noHit();
         int32_t found = static_cast<int32_t>(at - data);
         return makeHit(found, found + 1, at + 1);

@@ -93,7 +93,9 @@ SecureStringImplC::SecureStringImplC(const void* bytes, uint32_t byteCount, cons
     store(bytes, byteCount, encoding);
 }
 
-SecureStringImplC::SecureStringImplC(StringImplI* first, StringImplI* second) { storeJoined(first, second); }
+SecureStringImplC::SecureStringImplC(StringImplI* first, StringImplI* second) {
+    storeJoined(first, second);
+}
 
 SecureStringImplC::SecureStringImplC(StringImplI* other) {
     uint32_t length = utf8LengthOf(other);

@@ -48,7 +48,6 @@ inline TextEncodingI* utf16LeObject() {
     return e ? e : utf16leEncoding();
 }
 
-
 // The number of bytes that have bit 7 set in a word with no other bits set.
 // A multiplication adds them up: the machine's baseline instruction set has no
 // population count, and the library call would cost more than the loop.
@@ -69,10 +68,10 @@ inline uint64_t swapUnits(uint64_t x) {
 inline void widen8To16(uint8_t* o, uint64_t x, bool swapped) {
     uint64_t lo = x & 0xFFFFFFFFu;
     uint64_t hi = x >> 32;
-    uint64_t a = (lo & 0xFF) | ((lo & 0xFF00) << 8) | ((lo & 0xFF0000) << 16) |
-                 ((lo & 0xFF000000) << 24);
-    uint64_t b = (hi & 0xFF) | ((hi & 0xFF00) << 8) | ((hi & 0xFF0000) << 16) |
-                 ((hi & 0xFF000000) << 24);
+    uint64_t a =
+        (lo & 0xFF) | ((lo & 0xFF00) << 8) | ((lo & 0xFF0000) << 16) | ((lo & 0xFF000000) << 24);
+    uint64_t b =
+        (hi & 0xFF) | ((hi & 0xFF00) << 8) | ((hi & 0xFF0000) << 16) | ((hi & 0xFF000000) << 24);
     if (swapped) {
         a <<= 8;
         b <<= 8;
@@ -111,7 +110,8 @@ __attribute__((always_inline)) inline bool readChar(const uint8_t*& p, const uin
         p += 2;
         return true;
     }
-    if (b >= 0xE0 && b < 0xF0 && have >= 3 && utf8IsContinuation(p[1]) && utf8IsContinuation(p[2])) {
+    if (b >= 0xE0 && b < 0xF0 && have >= 3 && utf8IsContinuation(p[1]) &&
+        utf8IsContinuation(p[2])) {
         *value = ((b & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
         p += 3;
         return true;
@@ -166,7 +166,7 @@ __attribute__((always_inline)) inline CleanRunT scanClean8(const uint8_t* p) {
     }
     // Bits 5 and 4 of the following byte.
     uint64_t n5 = (x >> 6) & h, n4 = (x >> 5) & h;
-    uint64_t overlong2 = lead2 & ~lead3 & ~(b4 | b3 | b2 | b1);         // C0, C1
+    uint64_t overlong2 = lead2 & ~lead3 & ~(b4 | b3 | b2 | b1);        // C0, C1
     uint64_t overlong3 = lead3 & ~lead4 & ~(b3 | b2 | b1 | b0) & ~n5;  // E0 80-9F
     uint64_t overlong4 = lead4 & ~(b2 | b1 | b0) & ~(n5 | n4);         // F0 80-8F
     uint64_t beyond = lead4 & b2 & (b1 | b0 | n5 | n4);                // F4 90 up, F5-F7
@@ -205,8 +205,8 @@ struct CleanBlockT {
 // so no block waits for the one before to be measured. visit(p, block) is
 // called for each. The walk stops in front of the first block that is not
 // clean, or when fewer than 19 bytes are left before `end` (visitors read up
-// to three bytes behind a block; a block of ASCII needs only its own 16). A character started by the last visited
-// block whose continuation was not checked is given back: undo(lead, bytes)
+// to three bytes behind a block; a block of ASCII needs only its own 16). A
+// character started by the last visited block whose continuation was not checked is given back: undo(lead, bytes)
 // is told where it starts and how many of its bytes the visits covered, and
 // the walk answers the place of that lead. So the answer is always where a
 // character starts.
@@ -475,7 +475,8 @@ uint32_t UnusedByteBufferC::heldWalk(const uint8_t* input, uint32_t length, uint
         const uint8_t* p = completeHeld(input, length, &taken, &total);
         consumed = 0;
         if (total != 0) {
-            written += raw(p, total, &consumed, output ? output + written : nullptr, room - written);
+            written +=
+                raw(p, total, &consumed, output ? output + written : nullptr, room - written);
         }
         if (consumed >= total) {
             // The held sequence and the input taken into it are done.
@@ -531,9 +532,8 @@ uint32_t TextDecoderWithUnusedBytesC::decode(const void* bytes, uint32_t length,
         return w;
     };
     if (output == nullptr) room = 0;
-    uint32_t written =
-        heldWalk(static_cast<const uint8_t*>(bytes), length, static_cast<uint8_t*>(output), room,
-                 false, raw);
+    uint32_t written = heldWalk(static_cast<const uint8_t*>(bytes), length,
+                                static_cast<uint8_t*>(output), room, false, raw);
     if (characters) *characters = count;
     return written;
 }
@@ -694,8 +694,8 @@ uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
 #if KEEL_TEXT_SSE2
         // A clean sequence keeps its bytes: the size is the bytes walked.
         const uint8_t* start = p;
-        p = walkClean16(p, end, [](const uint8_t*, CleanBlockT) {},
-                        [](const uint8_t*, uint32_t) {});
+        p = walkClean16(
+            p, end, [](const uint8_t*, CleanBlockT) {}, [](const uint8_t*, uint32_t) {});
         size += static_cast<uint32_t>(p - start);
         if (p >= end) break;
 #else
@@ -851,10 +851,10 @@ inline __m128i utf8Words(__m128i u) {
                                 _mm_set1_epi32(0x80));
     __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0xC0)),
                                _mm_slli_epi32(low6, 8));
-    __m128i three = _mm_or_si128(
-        _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0xE0)),
-                     _mm_slli_epi32(mid6, 8)),
-        _mm_slli_epi32(low6, 16));
+    __m128i three =
+        _mm_or_si128(_mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0xE0)),
+                                  _mm_slli_epi32(mid6, 8)),
+                     _mm_slli_epi32(low6, 16));
     __m128i isOne = _mm_cmplt_epi32(u, _mm_set1_epi32(0x80));
     __m128i isTwo = _mm_cmplt_epi32(u, _mm_set1_epi32(0x800));
     __m128i w = _mm_or_si128(_mm_and_si128(isTwo, two), _mm_andnot_si128(isTwo, three));
@@ -930,7 +930,8 @@ inline void putUtf8Below800(uint8_t*& o, __m128i u) {
     // value itself below 0x80.
     __m128i two = _mm_or_si128(
         _mm_or_si128(_mm_srli_epi16(u, 6), _mm_set1_epi16(0xC0)),
-        _mm_slli_epi16(_mm_or_si128(_mm_and_si128(u, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80)), 8));
+        _mm_slli_epi16(_mm_or_si128(_mm_and_si128(u, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80)),
+                       8));
     __m128i one = below80(u);
     __m128i w = _mm_or_si128(_mm_and_si128(one, u), _mm_andnot_si128(one, two));
     uint32_t w0 = static_cast<uint32_t>(_mm_extract_epi16(w, 0));
@@ -988,8 +989,8 @@ inline void putUtf8UnitsAndPairs(uint8_t*& o, __m128i u, __m128i pairHigh) {
     auto words = [](__m128i value, __m128i low, __m128i isPair) {
         __m128i w = utf8Words(value);
         // 0x10000 + (high - 0xD800) * 0x400 + (low - 0xDC00)
-        __m128i v = _mm_sub_epi32(_mm_add_epi32(_mm_slli_epi32(value, 10), low),
-                                  _mm_set1_epi32(0x35FDC00));
+        __m128i v =
+            _mm_sub_epi32(_mm_add_epi32(_mm_slli_epi32(value, 10), low), _mm_set1_epi32(0x35FDC00));
         return _mm_or_si128(_mm_and_si128(isPair, utf8FourByteWords(v)),
                             _mm_andnot_si128(isPair, w));
     };
@@ -1066,8 +1067,8 @@ uint32_t UTF16TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
             __m128i pairHigh = _mm_and_si128(high, _mm_srli_si128(low, 2));
             __m128i inPair = _mm_or_si128(pairHigh, _mm_slli_si128(pairHigh, 2));
             // 3, less one below 0x800, one below 0x80, one in a pair.
-            __m128i lanes = _mm_add_epi16(
-                _mm_add_epi16(_mm_set1_epi16(3), inPair), _mm_add_epi16(below80(u), below800(u)));
+            __m128i lanes = _mm_add_epi16(_mm_add_epi16(_mm_set1_epi16(3), inPair),
+                                          _mm_add_epi16(below80(u), below800(u)));
             sums = _mm_add_epi32(sums, _mm_madd_epi16(lanes, ones));
             p += 16;
         }
@@ -1156,8 +1157,8 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
                 surrogateUnits(u, &high, &low);
                 __m128i pairHigh = _mm_and_si128(high, _mm_srli_si128(low, 2));
                 __m128i pairLow = _mm_slli_si128(pairHigh, 2);
-                uint32_t strays = static_cast<uint32_t>(_mm_movemask_epi8(
-                    _mm_or_si128(_mm_andnot_si128(pairHigh, high), _mm_andnot_si128(pairLow, low))));
+                uint32_t strays = static_cast<uint32_t>(_mm_movemask_epi8(_mm_or_si128(
+                    _mm_andnot_si128(pairHigh, high), _mm_andnot_si128(pairLow, low))));
                 if (strays) break;
                 // Testing the room for the eight units' largest output plus one,
                 // as the paths above do, is one byte short here: a low half in
@@ -1178,9 +1179,9 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
             uint64_t x = load64(p);
             if (swapped) x = swapUnits(x);
             if ((x & 0xFF80FF80FF80FF80ull) == 0) {
-                uint32_t four = static_cast<uint32_t>((x & 0xFF) | ((x >> 8) & 0xFF00) |
-                                                      ((x >> 16) & 0xFF0000) |
-                                                      ((x >> 24) & 0xFF000000));
+                uint32_t four =
+                    static_cast<uint32_t>((x & 0xFF) | ((x >> 8) & 0xFF00) |
+                                          ((x >> 16) & 0xFF0000) | ((x >> 24) & 0xFF000000));
                 store32(o, four);
                 p += 8;
                 o += 4;
@@ -1254,9 +1255,9 @@ uint32_t WCharTextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length
     __m128i sums = _mm_setzero_si128();
     while (left(p, end) >= 16) {
         __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi32(
-                _mm_and_si128(w, _mm_set1_epi32(static_cast<int>(0xFFFF0000u))),
-                _mm_setzero_si128())) != 0xFFFF) {
+        if (_mm_movemask_epi8(
+                _mm_cmpeq_epi32(_mm_and_si128(w, _mm_set1_epi32(static_cast<int>(0xFFFF0000u))),
+                                _mm_setzero_si128())) != 0xFFFF) {
             size += encodedLengthOf(ucs4Next(p));
             continue;
         }
@@ -1316,9 +1317,9 @@ uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
                 // are not checked here: they are written as three bytes like
                 // any other value of their size.
                 const __m128i half = _mm_set1_epi32(0x8000);
-                __m128i u = _mm_xor_si128(
-                    _mm_packs_epi32(_mm_sub_epi32(a, half), _mm_sub_epi32(b, half)),
-                    _mm_set1_epi16(static_cast<short>(0x8000)));
+                __m128i u =
+                    _mm_xor_si128(_mm_packs_epi32(_mm_sub_epi32(a, half), _mm_sub_epi32(b, half)),
+                                  _mm_set1_epi16(static_cast<short>(0x8000)));
                 uint32_t small = static_cast<uint32_t>(_mm_movemask_epi8(below800(u)));
                 if (small == 0xFFFF) {
                     putUtf8Below800(o, u);
@@ -1356,9 +1357,9 @@ uint32_t WCharTextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
             if (((a | b) & 0xFFFF0000FFFF0000ull) == 0) {
                 // Four values below 0x10000: one to three bytes each, stored
                 // as four bytes that the next one writes over.
-                const uint32_t words[4] = {
-                    static_cast<uint32_t>(a), static_cast<uint32_t>(a >> 32),
-                    static_cast<uint32_t>(b), static_cast<uint32_t>(b >> 32)};
+                const uint32_t words[4] = {static_cast<uint32_t>(a), static_cast<uint32_t>(a >> 32),
+                                           static_cast<uint32_t>(b),
+                                           static_cast<uint32_t>(b >> 32)};
                 for (uint32_t v : words) {
                     uint32_t n;
                     store32(o, utf8Bytes16(v, &n));
@@ -1462,10 +1463,10 @@ __attribute__((always_inline)) inline void cleanValues16(const uint8_t* p, __m12
         __m128i c1 = _mm_and_si128(b1, _mm_set1_epi16(0x3F));
         __m128i c2 = _mm_and_si128(b2, _mm_set1_epi16(0x3F));
         __m128i two = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x1F)), 6), c1);
-        __m128i three = _mm_or_si128(
-            _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x0F)), 12),
-                         _mm_slli_epi16(c1, 6)),
-            c2);
+        __m128i three =
+            _mm_or_si128(_mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x0F)), 12),
+                                      _mm_slli_epi16(c1, 6)),
+                         c2);
         __m128i isThree = _mm_cmpgt_epi16(b0, _mm_set1_epi16(0xDF));
         __m128i isAscii = _mm_cmplt_epi16(b0, _mm_set1_epi16(0x80));
         __m128i v = _mm_or_si128(_mm_and_si128(isThree, three), _mm_andnot_si128(isThree, two));
@@ -1504,8 +1505,7 @@ uint32_t encodeLoop(Target& target, const uint8_t* bytes, uint32_t length, uint8
             uint32_t room = left(o, oend);
             uint32_t blocks =
                 room >= Target::kSlack ? (room - Target::kSlack) / (Target::kPerByte * 16) : 0;
-            const uint8_t* walkEnd =
-                left(p, end) / 16 > blocks ? p + 16 * blocks + 3 : end;
+            const uint8_t* walkEnd = left(p, end) / 16 > blocks ? p + 16 * blocks + 3 : end;
             uint8_t* q = o;
             bool l = anyLost;
             p = walkClean16(

@@ -42,14 +42,15 @@ const uint8_t kOverlong4 = 1 << 6;  // F0 80-8F
 const uint8_t kTwoConts = 1 << 7;   // a continuation behind a continuation
 const uint8_t kCarry = kTooShort | kTooLong | kTwoConts;
 
-KEEL_AVX2 inline __m256i table16(uint8_t t0, uint8_t t1, uint8_t t2, uint8_t t3, uint8_t t4, uint8_t t5,
-                                 uint8_t t6, uint8_t t7, uint8_t t8, uint8_t t9, uint8_t t10,
-                                 uint8_t t11, uint8_t t12, uint8_t t13, uint8_t t14, uint8_t t15) {
+KEEL_AVX2 inline __m256i table16(uint8_t t0, uint8_t t1, uint8_t t2, uint8_t t3, uint8_t t4,
+                                 uint8_t t5, uint8_t t6, uint8_t t7, uint8_t t8, uint8_t t9,
+                                 uint8_t t10, uint8_t t11, uint8_t t12, uint8_t t13, uint8_t t14,
+                                 uint8_t t15) {
     return _mm256_setr_epi8(char(t0), char(t1), char(t2), char(t3), char(t4), char(t5), char(t6),
-                            char(t7), char(t8), char(t9), char(t10), char(t11), char(t12), char(t13),
-                            char(t14), char(t15), char(t0), char(t1), char(t2), char(t3), char(t4),
-                            char(t5), char(t6), char(t7), char(t8), char(t9), char(t10), char(t11),
-                            char(t12), char(t13), char(t14), char(t15));
+                            char(t7), char(t8), char(t9), char(t10), char(t11), char(t12),
+                            char(t13), char(t14), char(t15), char(t0), char(t1), char(t2), char(t3),
+                            char(t4), char(t5), char(t6), char(t7), char(t8), char(t9), char(t10),
+                            char(t11), char(t12), char(t13), char(t14), char(t15));
 }
 
 struct TablesT {
@@ -62,9 +63,9 @@ KEEL_AVX2 inline TablesT makeTables() {
     t.high1 = table16(L, L, L, L, L, L, L, L, C, C, C, C, S | kOverlong2, S,
                       S | kOverlong3 | kSurrogate, S | kTooLarge | kTooLarge1000 | kOverlong4);
     const uint8_t big = kCarry | kTooLarge | kTooLarge1000;
-    t.low1 = table16(kCarry | kOverlong3 | kOverlong2 | kOverlong4, kCarry | kOverlong2, kCarry, kCarry,
-                     kCarry | kTooLarge, big, big, big, big, big, big, big, big, big | kSurrogate, big,
-                     big);
+    t.low1 = table16(kCarry | kOverlong3 | kOverlong2 | kOverlong4, kCarry | kOverlong2, kCarry,
+                     kCarry, kCarry | kTooLarge, big, big, big, big, big, big, big, big,
+                     big | kSurrogate, big, big);
     const uint8_t cont = kTooLong | kOverlong2 | kTwoConts;
     t.high2 = table16(S, S, S, S, S, S, S, S, cont | kOverlong3 | kTooLarge1000 | kOverlong4,
                       cont | kOverlong3 | kTooLarge, cont | kSurrogate | kTooLarge,
@@ -72,11 +73,11 @@ KEEL_AVX2 inline TablesT makeTables() {
     t.nibble = _mm256_set1_epi8(0x0F);
     // A lead byte among the last three that its sequence does not fit behind.
     t.incompleteLimit = _mm256_setr_epi8(
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
-        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xF0 - 1), char(0xE0 - 1),
-        char(0xC0 - 1));
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
+        char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF),
+        char(0xFF), char(0xF0 - 1), char(0xE0 - 1), char(0xC0 - 1));
     return t;
 }
 
@@ -114,7 +115,8 @@ KEEL_AVX2 inline uint32_t charactersIn(__m256i v) {
 
 // Copies and checks whole blocks of 64 bytes; answers how many bytes it took
 // as clean, always at the end of a sequence, and counts their characters.
-KEEL_AVX2 uint32_t copyClean(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters) {
+KEEL_AVX2 uint32_t copyClean(uint8_t* out, const uint8_t* in, uint32_t length,
+                             uint32_t* characters) {
     const TablesT t = makeTables();
     __m256i before = _mm256_setzero_si256();
     __m256i incomplete = _mm256_setzero_si256();
@@ -163,7 +165,8 @@ KEEL_AVX2 uint32_t copyClean(uint8_t* out, const uint8_t* in, uint32_t length, u
 // character ends the walk first, or 0 with `place` and `index` at a walk
 // position from which the caller goes on the careful way: in front of the
 // first block it was not sure of, or of the end.
-KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t character, int32_t& index) {
+KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t character,
+                        int32_t& index) {
     const TablesT t = makeTables();
     const __m256i zero = _mm256_setzero_si256();
     const __m256i needle = _mm256_set1_epi8(static_cast<char>(character));
@@ -184,8 +187,10 @@ KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t chara
             incomplete = _mm256_subs_epu8(v, t.incompleteLimit);
         }
         uint32_t hits = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, needle)));
-        uint32_t stops = hits | static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero)));
-        uint32_t starts = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, lastContinuation)));
+        uint32_t stops =
+            hits | static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero)));
+        uint32_t starts =
+            static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, lastContinuation)));
         if (stops) {
             uint32_t k = static_cast<uint32_t>(__builtin_ctz(stops));
             at += __builtin_popcount(starts & ((1u << k) - 1));
@@ -228,7 +233,8 @@ bool haveVectorPaths() {
 
 }  // namespace
 
-uint32_t copyCleanUtf8Blocks(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters) {
+uint32_t copyCleanUtf8Blocks(uint8_t* out, const uint8_t* in, uint32_t length,
+                             uint32_t* characters) {
 #if KEEL_UTF8SCAN_AVX2
     if (haveVectorPaths()) return avx2::copyClean(out, in, length, characters);
 #else

@@ -54,12 +54,14 @@ inline uint32_t utf8CleanLength(const uint8_t* p, const uint8_t* end) {
 // The vector kernel of copyCleanUtf8: copies and checks whole blocks of 64
 // bytes and answers how many bytes it took, always at the end of a sequence,
 // counting their characters; 0 where there is no vector path.
-uint32_t copyCleanUtf8Blocks(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters);
+uint32_t copyCleanUtf8Blocks(uint8_t* out, const uint8_t* in, uint32_t length,
+                             uint32_t* characters);
 
 // Copies the longest head of `in` that is made of clean sequences (see
 // utf8CleanLength) to `out`, which has room for `length` bytes, answers
 // its length and counts its characters.
-inline uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length, uint32_t* characters) {
+inline uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length,
+                              uint32_t* characters) {
     uint32_t at = 0;
     uint32_t chars = 0;
     if (length >= 64) at = copyCleanUtf8Blocks(out, in, length, &chars);
