@@ -809,6 +809,9 @@ int32_t formatView32(const ArgEntry* entry) {
     }
 }
 
+// The three views of an entry as a number (above, signed, unsigned) are alike
+// in shape on purpose: each is the table of one reading, and they differ in
+// the width and sign at which each kind of entry is read.
 int64_t formatSignedView(const ArgEntry* entry) {
     if (!entry) return 0;
     switch (entry->code()) {

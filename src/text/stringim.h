@@ -157,7 +157,9 @@ public:
     bool isShared() override;
 };
 
-// The empty string: a buffer of one NUL byte.
+// The empty string: a buffer of one NUL byte. It overrides most of the
+// operations that StringImplC declares, so the list below repeats a part of
+// that one deliberately: each answers for empty text without a walk.
 class EmptyStringImplC : public StaticStringImplC {
 public:
     EmptyStringImplC();

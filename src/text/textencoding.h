@@ -239,6 +239,10 @@ public:
     uint32_t maxOutput(uint32_t inputBytes) override { return 6 * (inputBytes / 4); }
 };
 
+// The encoders below declare the same three operations each (a deliberate
+// repetition of the FromUTF8TextEncoderC interface): each is a class of its
+// own so that the encoding objects can make it in place by type.
+//
 // "ascii" out: characters above 127 become 0x7E.
 class ASCIITextEncoderC : public FromUTF8TextEncoderC {
 public:
