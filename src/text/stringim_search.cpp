@@ -439,7 +439,7 @@ int32_t StringImplC::findChar(uint32_t character, int32_t after) {
     }
     // Separators and the like in non-ASCII text: a block step over valid
     // text, the careful walk below for the rest.
-    if (character - 1 < 0x7F && end - p >= 64) {
+    if (character - 1 < 0x7F && end - p >= 64 && haveUtf8VectorPaths()) {
         int found = findAsciiBlocks(p, end, static_cast<uint8_t>(character), index);
         if (found < 0) return -1;
         if (found > 0) {

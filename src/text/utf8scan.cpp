@@ -1,5 +1,5 @@
 // The vector kernels of utf8scan.h: AVX2, chosen at run time by one
-// processor check (haveVectorPaths), and nothing on other machines.
+// processor check (utf8VectorPathsFound), and nothing on other machines.
 //
 // Invariant: a kernel takes only what the plain loop in utf8scan.h would
 // take, in the same way, and stops in front of anything it is unsure of.
@@ -17,8 +17,6 @@
 namespace keel {
 
 namespace {
-
-bool vectorPathsOff = false;
 
 #if KEEL_UTF8SCAN_AVX2
 // Thirty-two bytes at a time: a byte-pair classification by three table
@@ -222,21 +220,25 @@ KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t chara
 
 }  // namespace avx2
 
-// The one dispatch decision of the library: the processor has AVX2 (and the
-// population count its kernels use), and the tests have not switched the
-// vector paths off.
-bool haveVectorPaths() {
-    static const bool have = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
-    return have && !atomicLoadRelaxed(&vectorPathsOff);
-}
 #endif
 
 }  // namespace
 
+bool utf8VectorPathsOff = false;
+
+// The processor has AVX2 and the population count its kernels use.
+bool utf8VectorPathsFound() {
+#if KEEL_UTF8SCAN_AVX2
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+#else
+    return false;
+#endif
+}
+
 uint32_t copyCleanUtf8Blocks(uint8_t* out, const uint8_t* in, uint32_t length,
                              uint32_t* characters) {
 #if KEEL_UTF8SCAN_AVX2
-    if (haveVectorPaths()) return avx2::copyClean(out, in, length, characters);
+    return avx2::copyClean(out, in, length, characters);
 #else
     (void)out;
     (void)in;
@@ -248,7 +250,7 @@ uint32_t copyCleanUtf8Blocks(uint8_t* out, const uint8_t* in, uint32_t length,
 
 int findAsciiBlocks(const uint8_t*& place, const uint8_t* end, uint8_t character, int32_t& index) {
 #if KEEL_UTF8SCAN_AVX2
-    if (haveVectorPaths()) return avx2::findAscii(place, end, character, index);
+    return avx2::findAscii(place, end, character, index);
 #else
     (void)place;
     (void)end;
@@ -258,6 +260,6 @@ int findAsciiBlocks(const uint8_t*& place, const uint8_t* end, uint8_t character
     return 0;
 }
 
-void setUtf8VectorPaths(bool on) { atomicStoreRelaxed(&vectorPathsOff, !on); }
+void setUtf8VectorPaths(bool on) { atomicStoreRelaxed(&utf8VectorPathsOff, !on); }
 
 }  // namespace keel

@@ -21,6 +21,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <keel/atomic.h>
+
 #include "text/wordbits.h"
 #include "text/utf8.h"
 
@@ -51,9 +53,20 @@ inline uint32_t utf8CleanLength(const uint8_t* p, const uint8_t* end) {
     return 0;
 }
 
+// The one dispatch decision of the library's vector code: the processor check
+// is made once (utf8VectorPathsFound, in utf8scan.cpp), and the tests may
+// switch the kernels off. The kernels below may be called only where this
+// answers true; it is inline so that the common test costs no call.
+bool utf8VectorPathsFound();
+extern bool utf8VectorPathsOff;
+inline bool haveUtf8VectorPaths() {
+    static const bool have = utf8VectorPathsFound();
+    return have && !atomicLoadRelaxed(&utf8VectorPathsOff);
+}
+
 // The vector kernel of copyCleanUtf8: copies and checks whole blocks of 64
 // bytes and answers how many bytes it took, always at the end of a sequence,
-// counting their characters; 0 where there is no vector path.
+// counting their characters.
 uint32_t copyCleanUtf8Blocks(uint8_t* out, const uint8_t* in, uint32_t length,
                              uint32_t* characters);
 
@@ -64,7 +77,7 @@ inline uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length,
                               uint32_t* characters) {
     uint32_t at = 0;
     uint32_t chars = 0;
-    if (length >= 64) at = copyCleanUtf8Blocks(out, in, length, &chars);
+    if (length >= 64 && haveUtf8VectorPaths()) at = copyCleanUtf8Blocks(out, in, length, &chars);
     const uint8_t* p = in + at;
     const uint8_t* end = in + length;
     uint8_t* o = out + at;
@@ -95,8 +108,7 @@ inline uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length,
 // walk position `place` with character index `index`. Answers 1 with `place`
 // and `index` at the match, -1 when a NUL character ends the walk first, or 0
 // with `place` and `index` at a walk position from which the caller goes on
-// the careful way (at once, with nothing moved, where there is no vector
-// path).
+// the careful way.
 int findAsciiBlocks(const uint8_t*& place, const uint8_t* end, uint8_t character, int32_t& index);
 
 // Switches the vector kernels off (for the tests that hold them to the plain
