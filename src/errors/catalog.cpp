@@ -26,13 +26,11 @@ uint32_t bigEndian16(const unsigned char* bytes) { return (uint32_t(bytes[0]) <<
 
 // Reads exactly `size` bytes at `offset`. The descriptor is the catalog's
 // own and no one observes its position, so pread does in one system call
-// what a seek and a read do in two, and two threads looking up at once no
-// longer move each other's position. An offset the platform's off_t cannot
-// hold (a corrupt record on i386) is a failed read.
+// what a seek and a read do in two (and two threads looking up at once no
+// longer move each other's position). The 64-bit form reads every offset a
+// record can name on i386 as well, so both targets answer alike.
 bool readAt(int handle, void* buffer, uint32_t size, uint64_t offset) {
-    off_t position = static_cast<off_t>(offset);
-    if (position < 0 || static_cast<uint64_t>(position) != offset) return false;
-    ssize_t got = pread(handle, buffer, size, position);
+    ssize_t got = pread64(handle, buffer, size, static_cast<off64_t>(offset));
     return got >= 0 && static_cast<uint32_t>(got) == size;
 }
 

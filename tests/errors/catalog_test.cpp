@@ -241,6 +241,8 @@ TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
         {"plain.cat", {"plain.cat", "plain"}, "plain.cat"},
         {"absent.%L.cat", {}, nullptr},
     };
+    char original[4096];
+    ASSERT_NE(nullptr, getcwd(original, sizeof original));
     int round = 0;
     for (const auto& c : cases) {
         TempDirC scratch;
@@ -259,9 +261,10 @@ TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
         ErrCatalogC opened(StringC(name.c_str(), "utf8"));
         EXPECT_EQ(c.expected != nullptr, opened.isOpen()) << c.templateName << " " << round;
         EXPECT_EQ(c.expected ? "found" : "", utf8Of(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
+        // Out of the scratch directory before it is removed.
+        ASSERT_EQ(0, chdir(original));
         ++round;
     }
-    ASSERT_EQ(0, chdir("/"));
 }
 
 // The switch: module catalog, then the process catalog on the language

@@ -392,7 +392,9 @@ bool lookupCatalog(const std::string& binary, uint32_t set, uint32_t number, std
         } else {
             uint64_t offset = big32(binary, at + 8);
             uint32_t length = big16(binary, at + 2);
-            if (offset + length > binary.size()) return false;
+            // Reading no bytes succeeds wherever the offset points, as it
+            // does for the library.
+            if (length != 0 && offset + length > binary.size()) return false;
             text = binary.substr(static_cast<size_t>(offset), length);
             return true;
         }
