@@ -394,7 +394,11 @@ bool lookupCatalog(const std::string& binary, uint32_t set, uint32_t number, std
             uint32_t length = big16(binary, at + 2);
             // Reading no bytes succeeds wherever the offset points, as it
             // does for the library.
-            if (length != 0 && offset + length > binary.size()) return false;
+            if (length == 0) {
+                text.clear();
+                return true;
+            }
+            if (offset + length > binary.size()) return false;
             text = binary.substr(static_cast<size_t>(offset), length);
             return true;
         }
