@@ -266,6 +266,8 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
     if (size > 0xFFFFFFFFu) {
         report(0, true, "the catalog would exceed 4 GiB, beyond the reach of its 32-bit text offsets");
     }
+    std::stable_sort(diagnostics.begin(), diagnostics.end(),
+                     [](const DiagnosticT& a, const DiagnosticT& b) { return a.line < b.line; });
     if (failed) return false;
     std::string out;
     out.reserve(static_cast<size_t>(size));
