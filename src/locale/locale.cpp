@@ -120,12 +120,10 @@ uint32_t LocaleLanguageC::openCatalog(StringC path) {
     // Opened outside the latch: the expansion of "%L" asks getLocale, and a
     // slow disk should not hold up other threads' locales.
     ErrCatalogC* fresh = new ErrCatalogC(path);
-    fresh->setQualifiers(qualifiers);
-    ErrCatalogC* old;
     {
         LatchGuardC guard(localeLatch());
-        old = catalog.exchange(fresh);
-        delete old;
+        fresh->setQualifiers(qualifiers);
+        delete catalog.exchange(fresh);
     }
     return 0;
 }
