@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <time.h>
 
+#include <string>
 #include <vector>
 
 #include <keel/arglist.h>
@@ -76,46 +77,54 @@ inline bool isDigitChar(uint32_t c) { return c < 0x80 ? (c >= '0' && c <= '9') :
 inline int32_t digitOf(uint32_t c) { return c < 0x80 ? static_cast<int32_t>(c - '0') : digitValue(c); }
 inline bool isBlankChar(uint32_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == 0xA0; }
 
-// The text being parsed, as characters, with its erasures mirrored on the
-// caller's string so that it reads afterwards as the parser left it.
+// The text being parsed, as characters with the place of each in the
+// string's own bytes. Erasures are made here; `commit` then gives the caller's
+// string the remaining bytes in one piece, so the parser costs one new
+// string however many separators it takes out.
 class ParseTextC {
 public:
-    explicit ParseTextC(StringC& text) : caller(text), chars(local), count(0) {
+    explicit ParseTextC(StringC& text) : caller(text), chars(localChars), count(0), erased(false) {
         const char* bytes = text.textUtf8();
         uint32_t size = text.textUtf8Length();
-        const uint8_t* p = reinterpret_cast<const uint8_t*>(bytes);
-        const uint8_t* end = p + size;
-        while (p < end) {
-            uint32_t c = utf8Next(p);
-            if (count == kLocal && chars == local) {
-                heap.assign(local, local + kLocal);
-                chars = nullptr;
-            }
-            if (chars) {
-                local[count++] = c;
-            } else {
-                heap.push_back(c);
-                ++count;
-            }
+        // Short texts, the usual ones, live in the object's own arrays.
+        if (size <= kLocal) {
+            memcpy(localBytes, bytes, size);
+            source = localBytes;
+        } else {
+            heapBytes.assign(bytes, size);
+            heapChars.resize(size);
+            source = heapBytes.data();
+            chars = heapChars.data();
         }
         text.releaseUtf8(bytes);
+        const uint8_t* begin = reinterpret_cast<const uint8_t*>(source);
+        const uint8_t* p = begin;
+        const uint8_t* end = begin + size;
+        while (p < end) {
+            const uint8_t* at = p;
+            uint32_t c = *p < 0x80 ? *p++ : utf8Next(p);
+            // A sequence cut short by the end of the bytes is not read past.
+            if (p > end) p = end;
+            chars[count++] = {c, static_cast<uint32_t>(at - begin), static_cast<uint32_t>(p - at)};
+        }
     }
 
     int32_t length() const { return count; }
     uint32_t at(int32_t index) const {
         if (index < 0 || index >= count) return 0;
-        return chars ? chars[index] : heap[static_cast<size_t>(index)];
+        return chars[index].c;
     }
     // Erases the character at `index` when it is `c`.
     void eraseIf(int32_t index, uint32_t c) {
         if (index >= count || at(index) != c) return;
-        if (chars) {
-            memmove(chars + index, chars + index + 1, sizeof(uint32_t) * static_cast<size_t>(count - index - 1));
-        } else {
-            heap.erase(heap.begin() + index);
-        }
+        memmove(chars + index, chars + index + 1, sizeof(CharT) * static_cast<size_t>(count - index - 1));
         --count;
-        caller.erase(index, 1);
+        erased = true;
+    }
+    // Hands the caller's string the text as the parser left it.
+    void commit() {
+        if (!erased) return;
+        caller = joined(0);
     }
     // A field of exactly `width` digits at `index`, or -1.
     int32_t field(int32_t index, int32_t width) const {
@@ -153,13 +162,18 @@ public:
     }
 
 private:
+    struct CharT {
+        uint32_t c;
+        uint32_t offset;
+        uint32_t size;
+    };
     static uint32_t scale(uint32_t number, int32_t digits) {
         // Below 8 digits the number is brought to ticks; 8 or more stand.
         for (int32_t i = digits; i < 8; ++i) number *= 10;
         return number;
     }
     bool scanFraction(int32_t index, int32_t* value, int32_t* next) const {
-        StringC rest = caller.substring(index);
+        StringC rest = joined(index);
         uint32_t error = 0, end = 0;
         int32_t number = parseInt32(rest, &error, 10, &end);
         if (error != 0 && error != kScanTrailingText && error != kScanNoDigits) return false;
@@ -172,12 +186,34 @@ private:
         return true;
     }
 
-    static const int32_t kLocal = 64;
+    // The bytes of the characters from `first` on, in the internal form,
+    // as a new string.
+    StringC joined(int32_t first) const {
+        char local[kLocal];
+        std::string heap;
+        char* out = local;
+        if (!heapBytes.empty()) {
+            heap.resize(heapBytes.size());
+            out = &heap[0];
+        }
+        uint32_t used = 0;
+        for (int32_t i = first; i < count; ++i) {
+            memcpy(out + used, source + chars[i].offset, chars[i].size);
+            used += chars[i].size;
+        }
+        return StringC(out, used, "vutf8");
+    }
+
+    static const uint32_t kLocal = 48;
     StringC& caller;
-    uint32_t local[kLocal];
-    uint32_t* chars;  // `local`, or null once the text is in `heap`
-    std::vector<uint32_t> heap;
+    char localBytes[kLocal];
+    CharT localChars[kLocal];
+    const char* source;
+    CharT* chars;
+    std::string heapBytes;
+    std::vector<CharT> heapChars;
     int32_t count;
+    bool erased;
 };
 
 }  // namespace
@@ -455,6 +491,7 @@ DateTimeC DateTimeC::parse(StringC& text) {
         result = DateTimeC(y, mo, d, h, mi, s, static_cast<int64_t>(fraction), local);
         ok = true;
     } while (false);
+    chars.commit();
     if (!ok) {
         reportError(kInvalidDateText, "\x01\x01" "e\x01" "Invalid date/time string: '%S'", ArgListC().add(kept));
         return DateTimeC(0, false);

@@ -17,6 +17,7 @@
 
 #include "files/strdup.h"
 #include "locale/datetime.h"
+#include "text/utf8.h"
 #include "tracing/tracecim.h"
 
 namespace keel {
@@ -105,6 +106,26 @@ bool optionNumber(const char* value, int32_t* number) {
         return true;
     }
     return false;
+}
+
+// Collects rendered characters as UTF-8 and hands them to the stream in
+// blocks.
+struct LineSinkT {
+    FILE* stream;
+    uint32_t used;
+    uint8_t buffer[512];
+};
+
+void lineSink(void* context, uint32_t character) {
+    LineSinkT* sink = static_cast<LineSinkT*>(context);
+    // Room for the longest sequence and the final line feed.
+    if (sink->used > sizeof sink->buffer - 8) {
+        fwrite(sink->buffer, 1, sink->used, sink->stream);
+        sink->used = 0;
+    }
+    uint8_t* p = sink->buffer + sink->used;
+    utf8Put(p, character);
+    sink->used = static_cast<uint32_t>(p - sink->buffer);
 }
 
 }  // namespace
@@ -285,11 +306,14 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
         fwrite(kBlanks, 1, static_cast<size_t>(part), stream);
         blanks -= part;
     }
-    StringC message = StringC::format(StringC(format ? format : "", "system-8"), args);
-    const char* text = message.textUtf8();
-    fwrite(text, 1, message.textUtf8Length(), stream);
-    message.releaseUtf8(text);
-    fputc('\n', stream);
+    // The message goes straight from the renderer to the stream, in the
+    // bytes that its string's "utf8" text would hold, without that string.
+    LineSinkT sink;
+    sink.stream = stream;
+    sink.used = 0;
+    StringC::formatTo(lineSink, &sink, StringC(format ? format : "", "system-8"), args);
+    sink.buffer[sink.used++] = '\n';
+    fwrite(sink.buffer, 1, sink.used, stream);
     // A frequency of 0 or below flushes every line, as 1 does.
     if (++linesUnflushed >= flushFrequency) {
         fflush(stream);
