@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <keel/arglist.h>
+#include <keel/locale.h>
 
 #include "errors/errapi.h"
 #include "text/case.h"
@@ -222,7 +223,12 @@ namespace datetimeinternal {
 
 // The process locale's decimal separator (numbers facet of version 1, its
 // fifth value). The locale of this library holds an empty one.
-StringC decimalSeparator() { return StringC(); }
+StringC decimalSeparator() {
+    StringC name;
+    LocaleI* locale = getLocale(name);
+    LocaleNumbersI* numbers = locale ? locale->getNumbers(1) : nullptr;
+    return numbers ? numbers->decimalSeparator() : StringC();
+}
 
 }  // namespace datetimeinternal
 
