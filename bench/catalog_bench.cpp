@@ -186,3 +186,5 @@ void openSmall(benchmark::State& state) {
 BENCHMARK(openSmall)->Name("catalog_open/keel_10_messages/10000");
 
 }  // namespace
+
+BENCHMARK_MAIN();

@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <map>
+#include <thread>
 #include <random>
 #include <string>
 #include <vector>
@@ -321,6 +323,30 @@ TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
     }
     delete moduleCatalogCell().exchange(before);
     EXPECT_EQ("", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+}
+
+// One thread replaces the process catalog again and again while others
+// fetch through it: each fetch sees the old catalog or the new one, whole.
+TEST_F(CatalogFilesTest, ThreadsFetchWhileTheCatalogIsReplaced) {
+    std::string first = dir.compile("first.cat", "9 1 - un\n");
+    std::string second = dir.compile("second.cat", "9 1 - deux\n");
+    LocaleLanguageI* language = defaultLocale()->getLanguage(1);
+    std::atomic<bool> done(false);
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([&] {
+            while (!done.load()) {
+                std::string text = utf8Of(errorText(0xE0090001, "default"));
+                if (text != "un" && text != "deux" && text != "default") ADD_FAILURE() << text;
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i) {
+        language->openCatalog(StringC((i % 2 ? first : second).c_str(), "utf8"));
+    }
+    done = true;
+    for (std::thread& reader : readers) reader.join();
+    language->openCatalog(StringC());
 }
 
 // Random catalogs against a plain map: every code asked gives the map's

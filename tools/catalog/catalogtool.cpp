@@ -266,6 +266,8 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
     if (size > 0xFFFFFFFFu) {
         report(0, true, "the catalog would exceed 4 GiB, beyond the reach of its 32-bit text offsets");
     }
+    std::stable_sort(diagnostics.begin(), diagnostics.end(),
+                     [](const DiagnosticT& a, const DiagnosticT& b) { return a.line < b.line; });
     if (failed) return false;
     std::string out;
     out.reserve(static_cast<size_t>(size));
@@ -394,7 +396,11 @@ bool lookupCatalog(const std::string& binary, uint32_t set, uint32_t number, std
             uint32_t length = big16(binary, at + 2);
             // Reading no bytes succeeds wherever the offset points, as it
             // does for the library.
-            if (length != 0 && offset + length > binary.size()) return false;
+            if (length == 0) {
+                text.clear();
+                return true;
+            }
+            if (offset + length > binary.size()) return false;
             text = binary.substr(static_cast<size_t>(offset), length);
             return true;
         }
