@@ -44,6 +44,17 @@ std::u32string charsOf(const keel::StringC& text) {
 
 }  // namespace
 
+// The locale, its facets and the catalog switch are made once and live for
+// the process: made here, before the first input, so that the leak check of
+// each input sees only what that input allocated.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    keel::StringC text("2024-02-30", "utf8");
+    keel::DateTimeC::parse(text);
+    keel::DateTimeC(0, false).format(43);
+    getErrBuf()->takeText(nullptr);
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     keel::ErrBufI* errors = getErrBuf();
     errors->takeText(nullptr);
