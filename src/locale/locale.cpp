@@ -28,6 +28,9 @@ void destroyLatch(void*) { localeLatch().~LatchC(); }
 // at stay alive for whoever still holds them.
 void destroyMap(void*) { localeMap().~LocaleMapT(); }
 
+// The newest locale made; see LocaleC::madeBefore. Changed under the latch.
+LocaleC* newestLocale = nullptr;
+
 bool versionOk(int version) { return version >= 1 && version <= 2; }
 
 // One rule for the five getters: a version outside 1 and 2 gives null with
@@ -65,6 +68,8 @@ LocaleI* localeOfProcess(StringC& name) {
     LocaleMapT& map = localeMap();
     if (LocaleMapT::ElemT* element = map.findElement(name)) return element->value;
     LocaleC* locale = new LocaleC(name);
+    locale->madeBefore = newestLocale;
+    newestLocale = locale;
     map.add(name, locale);
     return locale;
 }
@@ -115,12 +120,10 @@ uint32_t LocaleLanguageC::openCatalog(StringC path) {
     // Opened outside the latch: the expansion of "%L" asks getLocale, and a
     // slow disk should not hold up other threads' locales.
     ErrCatalogC* fresh = new ErrCatalogC(path);
-    fresh->setQualifiers(qualifiers);
-    ErrCatalogC* old;
     {
         LatchGuardC guard(localeLatch());
-        old = catalog.exchange(fresh);
-        delete old;
+        fresh->setQualifiers(qualifiers);
+        delete catalog.exchange(fresh);
     }
     return 0;
 }

@@ -184,6 +184,10 @@ public:
     AtomicM<LocaleCurrencyC*> currency;
     AtomicM<LocaleLanguageC*> language;
     StringC name;
+    // The locale made before this one. The map forgets its elements at exit
+    // but the locales live on; this chain from a process-wide head keeps
+    // every one reachable, as objects meant to outlive exit are.
+    LocaleC* madeBefore = nullptr;
 };
 
 // The locale latch (made at load step 2).
