@@ -109,19 +109,21 @@ const FilesT& files() {
     return made;
 }
 
-void BM_ReadFloor(benchmark::State& state) {
-    const FilesT& f = files();
+void readFloor(benchmark::State& state, const std::string& path, int64_t bytes) {
     char buffer[1024];
     for (auto _ : state) {
-        int fd = open(f.utf8Path.c_str(), O_RDONLY);
+        int fd = open(path.c_str(), O_RDONLY);
         int64_t total = 0;
         ssize_t got;
         while ((got = read(fd, buffer, sizeof buffer)) > 0) total += got;
         close(fd);
         benchmark::DoNotOptimize(total);
     }
-    state.SetBytesProcessed(state.iterations() * f.utf8Bytes);
+    state.SetBytesProcessed(state.iterations() * bytes);
 }
+
+void BM_ReadFloor(benchmark::State& state) { readFloor(state, files().utf8Path, files().utf8Bytes); }
+void BM_ReadFloorUtf16(benchmark::State& state) { readFloor(state, files().utf16Path, files().utf16Bytes); }
 
 void readWithKeel(benchmark::State& state, const std::string& path, int64_t bytes) {
     FileNameC name(StringC(path.c_str(), "utf8"));
@@ -170,10 +172,10 @@ const int64_t kWriteBytes = int64_t(16) << 20;
 
 std::string writePath() { return scratchDirectory() + "/keel-bench-write.txt"; }
 
-void BM_WriteFloor(benchmark::State& state) {
+void writeFloor(benchmark::State& state, bool utf16) {
     const std::vector<std::string>& lines = sampleLines();
     std::vector<std::string> withEnds;
-    for (const std::string& line : lines) withEnds.push_back(line + "\n");
+    for (const std::string& line : lines) withEnds.push_back(utf16 ? utf16le(line + "\n") : line + "\n");
     int64_t bytes = 0;
     for (auto _ : state) {
         int fd = open(writePath().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -181,12 +183,15 @@ void BM_WriteFloor(benchmark::State& state) {
         for (size_t i = 0; bytes < kWriteBytes; ++i) {
             const std::string& line = withEnds[i % withEnds.size()];
             if (write(fd, line.data(), line.size()) < 0) state.SkipWithError("write failed");
-            bytes += line.size();
+            bytes += utf16 ? lines[i % lines.size()].size() + 1 : line.size();
         }
         close(fd);
     }
     state.SetBytesProcessed(state.iterations() * bytes);
 }
+
+void BM_WriteFloor(benchmark::State& state) { writeFloor(state, false); }
+void BM_WriteFloorUtf16(benchmark::State& state) { writeFloor(state, true); }
 
 void writeWithKeel(benchmark::State& state, const char* encoding) {
     const std::vector<std::string>& lines = sampleLines();
@@ -271,10 +276,13 @@ long childPeakKiB(const std::string& path, bool readIt) {
     return peak;
 }
 
-// 1 GiB of the sample lines, made by copying the 64 MiB file sixteen times.
-void BM_ReadOneGibibyteMemory(benchmark::State& state) {
+// 1 GiB of the sample lines, made once by copying the 64 MiB file sixteen
+// times, and removed at exit.
+const std::string& bigFile() {
+    static std::string big;
+    if (!big.empty()) return big;
     const FilesT& f = files();
-    std::string big = scratchDirectory() + "/keel-bench-lines-1g.txt";
+    big = scratchDirectory() + "/keel-bench-lines-1g.txt";
     {
         FILE* in = fopen(f.utf8Path.c_str(), "rb");
         std::string all;
@@ -286,6 +294,13 @@ void BM_ReadOneGibibyteMemory(benchmark::State& state) {
         for (int i = 0; i < 16; ++i) fwrite(all.data(), 1, all.size(), out);
         fclose(out);
     }
+    atexit([] { unlink(bigFile().c_str()); });
+    return big;
+}
+
+void BM_ReadOneGibibyteMemory(benchmark::State& state) {
+    const FilesT& f = files();
+    const std::string& big = bigFile();
     long baseline = 0;
     long reading = 0;
     for (auto _ : state) {
@@ -296,21 +311,24 @@ void BM_ReadOneGibibyteMemory(benchmark::State& state) {
     state.counters["idle_rss_KiB"] = static_cast<double>(baseline);
     state.counters["growth_KiB"] = static_cast<double>(reading - baseline);
     state.SetBytesProcessed(state.iterations() * f.utf8Bytes * 16);
-    unlink(big.c_str());
 }
 
 }  // namespace
 
-BENCHMARK(BM_ReadFloor)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadTextReaderUtf8)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadTextReaderUtf16)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadIfstreamGetline)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadGetline3)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WriteFloor)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WriteTextWriterUtf8)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WriteTextWriterUtf16)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WriteOfstream)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WriteFwrite)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadOneGibibyteMemory)->Unit(benchmark::kMillisecond)->Iterations(1);
+// Names: <work>/<implementation>/<input>, so the table pairs keel with each
+// anchor; the floor is the anchor the goal is stated against.
+BENCHMARK(BM_ReadFloor)->Name("read_lines/read_1024_floor/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadTextReaderUtf8)->Name("read_lines/keel/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadIfstreamGetline)->Name("read_lines/std_getline_ifstream/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadGetline3)->Name("read_lines/getline3/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadFloorUtf16)->Name("read_lines/read_1024_floor/utf16")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadTextReaderUtf16)->Name("read_lines/keel/utf16")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteFloor)->Name("write_lines/write_per_line_floor/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteTextWriterUtf8)->Name("write_lines/keel/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteOfstream)->Name("write_lines/std_ofstream/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteFwrite)->Name("write_lines/fwrite/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteFloorUtf16)->Name("write_lines/write_per_line_floor/utf16")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteTextWriterUtf16)->Name("write_lines/keel/utf16")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadOneGibibyteMemory)->Name("read_lines_memory/keel/1GiB")->Unit(benchmark::kMillisecond)->Iterations(1);
 
 BENCHMARK_MAIN();

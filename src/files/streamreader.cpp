@@ -1,5 +1,6 @@
 #include "files/streamreader.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include "files/fileserv.h"
@@ -7,9 +8,24 @@
 
 namespace keel {
 
+namespace {
+
+// Puts a new representation of the bytes into `line` directly: one reference
+// taken and one dropped, instead of a temporary handle's share of them, on
+// the path that every line takes.
+void setLine(StringC& line, const char* bytes, uint32_t length) {
+    StringImplI* fresh = getStringFactory()->fromBytes(bytes, length, "vutf8");
+    StringImplI* old = line.getImpl();
+    line.adopt(fresh);
+    if (old) old->release();
+}
+
+}  // namespace
+
 StreamReaderC::StreamReaderC(InputStreamC* stream, bool detect, TextEncodingI* encoding, bool ownsStream)
     : stream(stream), ownsStream(ownsStream), detectPending(detect), ownMarkPending(false), decoder(nullptr),
-      inputSize(kInputSize), input(new uint8_t[kInputSize]), outputSize(0), pendingStart(0) {
+      inputSize(kInputSize), input(new uint8_t[kInputSize]), outputSize(0), pending(nullptr),
+      pendingStart(0), pendingEnd(0), pendingCapacity(0) {
     TextEncodingI* chosen = encoding ? encoding : findEncoding("system-8");
     setEncoding(chosen);
     uint32_t markLength = 0;
@@ -38,8 +54,9 @@ uint32_t StreamReaderC::close() {
     delete[] input;
     input = nullptr;
     outputSize = 0;
-    std::string().swap(pending);
-    pendingStart = 0;
+    free(pending);
+    pending = nullptr;
+    pendingStart = pendingEnd = pendingCapacity = 0;
     return code;
 }
 
@@ -115,22 +132,32 @@ bool StreamReaderC::decodeBlock() {
         // A block made only of a mark gives no text; read on.
         if (checked && skip >= have) continue;
         compact();
-        size_t at = pending.size();
-        pending.resize(at + outputSize);
-        uint32_t written = decoder->decode(input + skip, have - skip, &pending[at], outputSize, nullptr);
-        pending.resize(at + written);
+        reservePending(outputSize);
+        uint32_t written = decoder->decode(input + skip, have - skip, pending + pendingEnd, outputSize, nullptr);
+        pendingEnd += written;
         return true;
     }
 }
 
 void StreamReaderC::compact() {
-    if (pendingStart == pending.size()) {
-        pending.clear();
-        pendingStart = 0;
-    } else if (pendingStart >= 4096 && pendingStart * 2 >= pending.size()) {
-        pending.erase(0, pendingStart);
+    if (pendingStart == pendingEnd) {
+        pendingStart = pendingEnd = 0;
+    } else if (pendingStart >= 4096 && pendingStart * 2 >= pendingEnd) {
+        memmove(pending, pending + pendingStart, pendingEnd - pendingStart);
+        pendingEnd -= pendingStart;
         pendingStart = 0;
     }
+}
+
+void StreamReaderC::reservePending(size_t more) {
+    if (pendingCapacity - pendingEnd >= more) return;
+    size_t wanted = pendingEnd + more;
+    size_t capacity = pendingCapacity ? pendingCapacity : 4096;
+    while (capacity < wanted) capacity += capacity / 2;
+    char* grown = static_cast<char*>(realloc(pending, capacity));
+    if (!grown) abort();
+    pending = grown;
+    pendingCapacity = capacity;
 }
 
 StringC* StreamReaderC::read(uint32_t count) {
@@ -140,8 +167,8 @@ StringC* StreamReaderC::read(uint32_t count) {
         if (!decodeBlock()) break;
     }
     if (pendingSize() == 0) return nullptr;
-    const uint8_t* begin = reinterpret_cast<const uint8_t*>(pending.data()) + pendingStart;
-    const uint8_t* end = reinterpret_cast<const uint8_t*>(pending.data()) + pending.size();
+    const uint8_t* begin = reinterpret_cast<const uint8_t*>(pending) + pendingStart;
+    const uint8_t* end = reinterpret_cast<const uint8_t*>(pending) + pendingEnd;
     const uint8_t* p = begin;
     for (uint32_t taken = 0; taken < count && p < end; ++taken) {
         uint32_t length = utf8SequenceLength(p);
@@ -158,48 +185,60 @@ void StreamReaderC::pushBack(const StringC& text) {
     const char* bytes = text.textUtf8();
     uint32_t length = text.textUtf8Length();
     if (length > 0) {
-        if (length <= pendingStart && memcmp(pending.data() + pendingStart - length, bytes, length) == 0) {
+        if (length <= pendingStart && memcmp(pending + pendingStart - length, bytes, length) == 0) {
             // The text just handed out comes back: only the start moves.
             pendingStart -= length;
+        } else if (length <= pendingStart) {
+            pendingStart -= length;
+            memcpy(pending + pendingStart, bytes, length);
         } else {
-            pending.insert(pendingStart, bytes, length);
+            size_t rest = pendingEnd - pendingStart;
+            reservePending(length);
+            memmove(pending + length, pending + pendingStart, rest);
+            memcpy(pending, bytes, length);
+            pendingStart = 0;
+            pendingEnd = length + rest;
         }
     }
     text.releaseUtf8(bytes);
 }
 
 uint32_t StreamReaderC::readLine(StringC& line) {
-    size_t scanned = pendingStart;
+    // How far from the start the search has come; the start itself may move
+    // when a block is decoded and the buffer compacted.
+    size_t searched = 0;
     for (;;) {
-        const char* data = pending.data();
-        size_t size = pending.size();
-        size_t at = scanned;
-        while (at < size && data[at] != '\n' && data[at] != '\r') ++at;
-        if (at < size) {
-            line = StringC(data + pendingStart, static_cast<uint32_t>(at - pendingStart), "vutf8");
-            bool carriageReturn = data[at] == '\r';
-            pendingStart = at + 1;
+        const char* from = pending + pendingStart + searched;
+        size_t left = pendingEnd - pendingStart - searched;
+        // Line feeds are common and carriage returns rare: one fast search
+        // for the first, then one for the second in front of it only.
+        const char* feed = left ? static_cast<const char*>(memchr(from, '\n', left)) : nullptr;
+        size_t before = feed ? static_cast<size_t>(feed - from) : left;
+        const char* back = before ? static_cast<const char*>(memchr(from, '\r', before)) : nullptr;
+        const char* end = back ? back : feed;
+        if (end) {
+            setLine(line, pending + pendingStart, static_cast<uint32_t>(end - (pending + pendingStart)));
+            bool carriageReturn = *end == '\r';
+            pendingStart = static_cast<size_t>(end - pending) + 1;
             if (carriageReturn) {
                 // A CR LF may be cut by the end of what is decoded so far.
-                if (pendingStart == pending.size()) decodeBlock();
-                if (pendingStart < pending.size() && pending[pendingStart] == '\n') ++pendingStart;
+                if (pendingStart == pendingEnd) decodeBlock();
+                if (pendingStart < pendingEnd && pending[pendingStart] == '\n') ++pendingStart;
             }
             compact();
             return 0;
         }
-        // The start may move when a block is decoded; keep the offset.
-        size_t scannedFromStart = size - pendingStart;
+        searched = pendingEnd - pendingStart;
         if (!decodeBlock()) {
             if (pendingSize() == 0) {
                 line = StringC();
                 return kEndOfText;
             }
-            line = StringC(pending.data() + pendingStart, pendingSize(), "vutf8");
-            pendingStart = pending.size();
+            setLine(line, pending + pendingStart, pendingSize());
+            pendingStart = pendingEnd;
             compact();
             return 0;
         }
-        scanned = pendingStart + scannedFromStart;
     }
 }
 

@@ -19,8 +19,6 @@
 
 #include <stdint.h>
 
-#include <string>
-
 #include "files/filename.h"
 #include "files/iostream.h"
 #include "files/textreader.h"
@@ -68,7 +66,9 @@ private:
     // Reads one block, passes its mark checks and appends its text to the
     // pending bytes. False at the end of the stream.
     bool decodeBlock();
-    uint32_t pendingSize() const { return static_cast<uint32_t>(pending.size() - pendingStart); }
+    uint32_t pendingSize() const { return static_cast<uint32_t>(pendingEnd - pendingStart); }
+    // Room for `more` bytes behind the pending ones.
+    void reservePending(size_t more);
     // Drops what has been handed out once it is most of the buffer.
     void compact();
 
@@ -84,8 +84,10 @@ private:
     // from `pendingStart` on. Handing out the front only moves the start, and
     // pushing back what was just handed out moves it back, so neither copies
     // the rest.
-    std::string pending;
+    char* pending;
     size_t pendingStart;
+    size_t pendingEnd;
+    size_t pendingCapacity;
     // The byte count in `input` after the mark checks of the first block,
     // which may read more than one call gave.
     uint32_t lastFill = 0;
