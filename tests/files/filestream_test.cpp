@@ -385,5 +385,59 @@ TEST_F(FileStreamTest, AWaitingOpenGetsTheLockWhenItIsReleased) {
     holder.finish();
 }
 
+// True once /proc/locks shows a process waiting for a lock ("->" lines).
+bool someoneWaitsForALock() {
+    FILE* locks = fopen("/proc/locks", "r");
+    if (!locks) return false;
+    char line[512];
+    bool waiting = false;
+    while (fgets(line, sizeof line, locks)) {
+        if (strstr(line, "->")) waiting = true;
+    }
+    fclose(locks);
+    return waiting;
+}
+
+// A waiting open whose file is renamed away and replaced while it waits:
+// after the lock it finds that the name names another file.
+TEST_F(FileStreamTest, AFileReplacedWhileTheOpenWaitsIsRefused) {
+    if (!someoneWaitsForALock() && access("/proc/locks", R_OK) != 0) GTEST_SKIP() << "no /proc/locks to watch";
+    writeFile("f", "old");
+    FileNameC f = name("f");
+    LockHolderC holder(f, 3, 2, 0);
+    ASSERT_TRUE(holder.opened);
+    int report[2];
+    ASSERT_EQ(0, pipe(report));
+    pid_t waiter = fork();
+    if (waiter == 0) {
+        // The holder lets go when every copy of its pipe's end is closed.
+        close(holder.releaseFd);
+        close(report[0]);
+        testkit::clearErrors();
+        FileStreamC* stream = FileStreamC::open(&f, 3, 2, 0, true);
+        std::vector<uint32_t> codes = errorCodes();
+        codes.insert(codes.begin(), stream ? 1u : 0u);
+        ssize_t size = static_cast<ssize_t>(codes.size() * sizeof(uint32_t));
+        _exit(write(report[1], codes.data(), codes.size() * sizeof(uint32_t)) == size ? 0 : 1);
+    }
+    close(report[1]);
+    // Wait (generously: the i386 suite may run under an emulator) until the
+    // second process blocks in fcntl; no answer depends on how long it took.
+    for (int i = 0; i < 12000 && !someoneWaitsForALock(); ++i) usleep(10000);
+    ASSERT_EQ(0, rename(path("f").c_str(), path("g").c_str()));
+    writeFile("f", "new");
+    holder.finish();
+    uint32_t answer[8] = {};
+    ssize_t got = read(report[0], answer, sizeof answer);
+    close(report[0]);
+    waitpid(waiter, nullptr, 0);
+    ASSERT_EQ(static_cast<ssize_t>(3 * sizeof(uint32_t)), got);
+    EXPECT_EQ(0u, answer[0]);
+    EXPECT_EQ(0xE000000Bu, answer[1]);
+    EXPECT_EQ(0xE0CB0010u, answer[2]);
+    EXPECT_EQ("new", readFile("f"));
+    EXPECT_EQ("old", readFile("g"));
+}
+
 }  // namespace
 }  // namespace keel
