@@ -1,20 +1,26 @@
 # Entry points for people and CI. Each target installs what it needs from
 # Debian's archive when it is missing, configures with CMake and runs.
 #
-#   make demo    build everything and run the demo program
+#   make demo    build the library and the demo program, and run it
 #   make check   build native and i386 and run the whole test suite in both
+#                (native also installs the SDK into a temporary prefix and
+#                builds a client against it)
+#   make install the SDK into PREFIX (default /usr/local)
+#
+# Configurations are the presets of CMakePresets.json (native, i386, asan,
+# tsan, bench, fuzz); the targets here install what Debian packages they need
+# and then configure, build and run through them.
 #   make bench   release build, every benchmark with repetitions, a table
 #   make fuzz    the libFuzzer targets, for longer than CI runs them
 #   make sanitize  the test suite under ASan+UBSan, then the threaded tests under TSan
 
 JOBS ?= $(shell nproc)
 CMAKE ?= cmake
-GEN := -G Ninja
-APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev python3
+APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev python3 pkg-config
 BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev libspdlog-dev
 FUZZ_PACKAGES := clang libclang-rt-dev
 
-.PHONY: deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz clean
+.PHONY: deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz install clean
 
 # Installs only what dpkg does not already report as installed.
 define apt_install
@@ -35,7 +41,7 @@ fuzz-deps: deps
 	$(call apt_install,$(FUZZ_PACKAGES))
 
 build/native/build.ninja: | deps
-	$(CMAKE) -S . -B build/native $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	$(CMAKE) --preset native
 
 # The i386 programs run natively where the kernel executes 32-bit programs and
 # under qemu-user elsewhere (or wherever KEEL_I386_EMULATOR=qemu-i386 asks for
@@ -58,10 +64,10 @@ qemu-deps:
 # Configured on every run (cheap once cached), so that a change of
 # KEEL_I386_EMULATOR takes effect in an existing tree.
 i386-configure: i386-deps
-	$(CMAKE) -S . -B $(I386_BUILD) $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEEL_M32=ON -DKEEL_I386_EMULATOR=$(KEEL_I386_EMULATOR)
+	$(CMAKE) --preset i386 -B $(I386_BUILD) -DKEEL_I386_EMULATOR=$(KEEL_I386_EMULATOR)
 
 demo: build/native/build.ninja
-	$(CMAKE) --build build/native -j $(JOBS)
+	$(CMAKE) --build build/native -j $(JOBS) --target keel_demo
 	./build/native/keel_demo
 
 check-native: build/native/build.ninja
@@ -75,28 +81,33 @@ check-i386: i386-configure
 check: check-native check-i386
 
 asan: deps
-	$(CMAKE) -S . -B build/asan $(GEN) -DCMAKE_BUILD_TYPE=Debug -DKEEL_SANITIZE=address -DKEEL_DEMO=OFF
+	$(CMAKE) --preset asan
 	$(CMAKE) --build build/asan -j $(JOBS)
-	cd build/asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+	ctest --preset asan -j $(JOBS)
 
 # Only the tests that exercise threads: their names carry "Thread".
 tsan: deps
-	$(CMAKE) -S . -B build/tsan $(GEN) -DCMAKE_BUILD_TYPE=Debug -DKEEL_SANITIZE=thread -DKEEL_DEMO=OFF
+	$(CMAKE) --preset tsan
 	$(CMAKE) --build build/tsan -j $(JOBS)
-	cd build/tsan && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j $(JOBS) -R Thread
+	ctest --preset tsan -j $(JOBS)
 
 sanitize: asan tsan
 
 bench: bench-deps
-	$(CMAKE) -S . -B build/bench $(GEN) -DCMAKE_BUILD_TYPE=Release -DKEEL_BENCH=ON -DKEEL_TESTS=OFF
+	$(CMAKE) --preset bench
 	$(CMAKE) --build build/bench -j $(JOBS)
 	python3 tools/bench_table.py build/bench docs/bench-latest.md
 
 FUZZ_SECONDS ?= 600
 fuzz: fuzz-deps
-	CC=clang CXX=clang++ $(CMAKE) -S . -B build/fuzz $(GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKEEL_FUZZ=ON -DKEEL_TESTS=OFF -DKEEL_DEMO=OFF
+	$(CMAKE) --preset fuzz
 	$(CMAKE) --build build/fuzz -j $(JOBS)
 	./fuzz/run_all.sh build/fuzz $(FUZZ_SECONDS)
+
+PREFIX ?= /usr/local
+install: build/native/build.ninja
+	$(CMAKE) --build build/native -j $(JOBS) --target keel keel_toolkit
+	$(CMAKE) --install build/native --prefix $(PREFIX)
 
 clean:
 	rm -rf build

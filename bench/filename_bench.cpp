@@ -9,7 +9,7 @@
 
 #include <keel/keel.h>
 
-#include "files/filename.h"
+#include <keel/filename.h>
 
 namespace {
 

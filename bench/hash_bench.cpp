@@ -10,7 +10,7 @@
 
 #include <keel/keel.h>
 
-#include "containers/hashtbl.h"
+#include <keel/hashtbl.h>
 
 namespace {
 

@@ -10,9 +10,9 @@
 
 #include <keel/keel.h>
 
-#include "containers/stringar.h"
-#include "text/number.h"
-#include "text/split.h"
+#include <keel/stringar.h>
+#include <keel/number.h>
+#include <keel/split.h>
 
 namespace {
 

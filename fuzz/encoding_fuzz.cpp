@@ -1,7 +1,9 @@
 // Every decoder and encoder is fed one input whole and in the pieces the
 // fuzzer chooses: the output, the character count, the lost flag and the held
 // bytes must be the same either way, the predicted sizes exact, and decoded
-// output must always be well-formed internal text.
+// output must always be well-formed internal text. Each piece is converted
+// into a heap buffer of exactly the size announced for it, so that a block
+// path storing past what it advances meets the address checker.
 //
 // Input layout: byte 0 picks the encoding, byte 1 the direction, byte 2 the
 // number of cut points (0-7) that the next bytes give as piece lengths; the
@@ -13,6 +15,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 #include "text/textencoding.h"
@@ -65,11 +68,11 @@ Result decodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, c
     for (size_t k = 0; k <= cuts.size(); ++k) {
         size_t len = k < cuts.size() ? std::min(cuts[k], n - at) : n - at;
         uint32_t size = d->decodedSize(text + at, static_cast<uint32_t>(len));
-        std::vector<uint8_t> piece(size + 1);
+        std::unique_ptr<uint8_t[]> piece(new uint8_t[size]);
         uint32_t chars = 0;
-        uint32_t wrote = d->decode(text + at, static_cast<uint32_t>(len), piece.data(), size, &chars);
+        uint32_t wrote = d->decode(text + at, static_cast<uint32_t>(len), piece.get(), size, &chars);
         check(wrote == size, "decodedSize differs from what decode wrote");
-        r.out.insert(r.out.end(), piece.begin(), piece.begin() + wrote);
+        r.out.insert(r.out.end(), piece.get(), piece.get() + wrote);
         r.count += chars;
         at += len;
     }
@@ -85,11 +88,11 @@ Result encodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, c
     for (size_t k = 0; k <= cuts.size(); ++k) {
         size_t len = k < cuts.size() ? std::min(cuts[k], n - at) : n - at;
         uint32_t size = e->encodedSize(text + at, static_cast<uint32_t>(len));
-        std::vector<uint8_t> piece(size + 1);
+        std::unique_ptr<uint8_t[]> piece(new uint8_t[size]);
         bool lost = false;
-        uint32_t wrote = e->encode(text + at, static_cast<uint32_t>(len), piece.data(), size, &lost);
+        uint32_t wrote = e->encode(text + at, static_cast<uint32_t>(len), piece.get(), size, &lost);
         check(wrote == size, "encodedSize differs from what encode wrote");
-        r.out.insert(r.out.end(), piece.begin(), piece.begin() + wrote);
+        r.out.insert(r.out.end(), piece.get(), piece.get() + wrote);
         r.lost = r.lost || lost;
         at += len;
     }

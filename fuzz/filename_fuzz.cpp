@@ -18,8 +18,8 @@
 
 #include <keel/keel.h>
 
-#include "containers/stringar.h"
-#include "files/filename.h"
+#include <keel/stringar.h>
+#include <keel/filename.h>
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <keel/keel.h>
 
 #include "text/case.h"
-#include "text/number.h"
+#include <keel/number.h>
 
 namespace {
 

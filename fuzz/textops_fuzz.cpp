@@ -12,10 +12,10 @@
 
 #include <keel/keel.h>
 
-#include "containers/stringar.h"
-#include "text/escape.h"
-#include "text/replace.h"
-#include "text/split.h"
+#include <keel/stringar.h>
+#include <keel/escape.h>
+#include <keel/replace.h>
+#include <keel/split.h>
 #include "text/strtoken.h"
 
 namespace {

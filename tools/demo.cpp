@@ -1,13 +1,17 @@
-// A client of keel: uses only <keel/keel.h> and libkeel.so.
+// A client of keel: uses only the public headers, libkeel.so and the
+// toolkit archive.
 //
 // Makes strings in several ways, shares them, changes them with copy on
-// write and reads them back. Then it enables a trace path for a consumer of
-// its own, reports an error in another thread and shows the trace line the
-// report produced and the text the thread's error buffer kept.
+// write and reads them back; then formats, counts and sorts with the SDK.
+// Then it enables a trace path for a consumer of its own, reports an error in
+// another thread and shows the trace line the report produced and the text
+// the thread's error buffer kept.
 #include <keel/keel.h>
+#include <keel/toolkit.h>
 
 #include <stdio.h>
 
+#include <iostream>
 #include <string>
 #include <thread>
 
@@ -99,6 +103,28 @@ int main() {
     printf("characters of the copy:");
     for (int32_t i = 0; i < copy.length(); ++i) printf(" U+%04X", copy.charAt(i));
     printf("\n");
+
+    // The type-checked format front end, a string map and natural order.
+    std::cout << keel::format("%S has %zu bytes and %d characters", copy, copy.view().size(), copy.length()) << "\n";
+    keel::StringMapM<int> counts;
+    keel::StringArrayC* words = keel::splitString(StringC("b a b c b a", "ascii"), StringC(" ", "ascii"), true,
+                                                  false, keel::kNoEscape);
+    for (uint32_t i = 0; i < words->size(); ++i) {
+        auto hit = counts.lookup(*words->at(i));
+        if (hit.found()) {
+            ++hit.value();
+        } else {
+            counts.add(*words->at(i), 1);
+        }
+    }
+    delete words;
+    std::cout << keel::format("b counted %d times", counts.lookup(StringC("b", "ascii")).value()) << "\n";
+    keel::StringArrayC files;
+    for (const char* name : {"img10.png", "img9.png", "img1.png"}) files.append(StringC(name, "utf8"));
+    files.sortWith([](void*, const StringC& a, const StringC& b) { return a.compareNatural(b, true); }, nullptr);
+    std::cout << "natural order:";
+    for (uint32_t i = 0; i < files.size(); ++i) std::cout << ' ' << *files.at(i);
+    std::cout << "\n";
 
     const char* text = copy.textUtf8();
     int ok = text != nullptr && copy.length() == 11;

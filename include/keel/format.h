@@ -1,327 +1,241 @@
-// The format parser and the variadic formatting helpers.
+// Formatting with the library's format language, from C++.
 //
-// ArgListC::fromFormat turns a format and the variadic arguments of a call
-// into a typed ArgListC, which StringC::format renders (possibly much later,
-// and possibly with a translated format that reorders the arguments):
+//     #include <keel/format.h>        // link keel::keel (-lkeel)
 //
-//     keel::StringC name("report.txt", "utf8");
-//     keel::StringC text = keel::formatString("Failed to open '%S' (%d)", &name, 2);
+//     keel::StringC file("report.txt", "utf8");
+//     std::vector<int> items(3);
+//     keel::StringC line = keel::format("%zu items in %S", items.size(), file);
+//     keel::StringC when = keel::format("%.23t %s", std::chrono::system_clock::now(), "start");
+//     keel::formatTo([&](char32_t c) { out.push_back(c); }, "%-8S|", file);
 //
-// The variadic block has to be read in the caller's own code, since no entry
-// point of the shared object takes a va_list; so everything here is inline.
-// What each conversion takes from the arguments:
+// keel::format and keel::formatTo build the argument list from the C++ types
+// of their arguments, one entry per argument in order, and render it with
+// the same engine as StringC::format, so the output is the engine's. The
+// letters of the format only say how an entry is shown: a letter that does
+// not fit its argument shows what the engine shows for that entry (an empty
+// text for %s of a number, 0 for %d of a string, ...) and never reads memory
+// as the wrong type. Length letters (h, l, ll, z, j, q, L) are not needed
+// and are skipped.
 //
-//   %d %i %c            int            %hd %hi            int, kept as 16 bits
-//   %u %o %x %X %b      unsigned int   %hu %ho %hx ...    unsigned int, 16 bits
-//   %ld %li             int            %lu %lo %lx ...    unsigned int
-//   %lld %lli           long long      %llu %llo %llx ... unsigned long long
-//   %hhd %hhi           int, 8 bits    %hhu %hho %hhx ... unsigned int, 8 bits
-//   %C                  a character code (unsigned int)
-//   %S                  const StringC* (a pointer, never a StringC itself)
-//   %s                  const char*, copied
-//   %p %lp              a pointer
-//   %t                  const ArgTimeValT* (seconds and microseconds)
-//   *                   int (a width or precision)
+//   argument type                               entry        shown by
+//   bool                                        "Bool"       %d %u %x ...
+//   signed integers of 1 or 2 bytes (char too)  "Int16"      %d %c ...
+//   int32_t, and long where it has 4 bytes      "Int32"
+//   int64_t, long long, long where 8 bytes      "Int64"
+//   unsigned of 1 or 2 bytes                    "Unsigned16" %u %x %o %b %c
+//   uint32_t, unsigned long where 4 bytes       "Unsigned32"
+//   uint64_t, size_t where 8 bytes ...          "Unsigned64"
+//   enumerations                                as their underlying type
+//   float, double, long double                  "Real"       %d %u ... (truncated)
+//   char32_t, char16_t, wchar_t                 "UCS4"       %C %S (the character), %d
+//   const char*, char arrays                    "CharStar"   %s ("system-8"), %S (UTF-8), %p
+//   std::string, std::string_view               "String"     %s %S, decoded as UTF-8
+//   StringC, const StringC* (null: empty)       "String"     %s %S
+//   ArgTimeValT, const ArgTimeValT*             "TimeVal"    %t
+//   struct timeval, struct timespec,
+//   std::chrono::system_clock::time_point       "DateTime"   %t (no 2038 limit)
+//   ArgGuidT                                    "Guid"       %S
+//   ArgListC                                    "ArgList"
+//   other object pointers, nullptr              "ObjRef"     %p
 //
-// `l` means 32 bits on every target: pass `long long` with `%lld` for 64-bit
-// values. Other length letters (%ls, %qd, %zu, %jd, ...) take no argument.
-// Positions (%2$S) may reorder the arguments; a position nobody names still
-// takes an int from the block.
+// Any other type is a compile-time error. A format given as std::string_view
+// or const char* is read as UTF-8; a StringC format is used as it is. The
+// argument list alone is keel::makeArgList(args...), for code that keeps it
+// (an error report, a translated text rendered later).
+//
+// The C-variadic forms below (formatString, formatStringV) stay for code that
+// uses them. They read the arguments by the letters, as the table in
+// <keel/arglist.h> says; there, a letter that does not fit the argument
+// passed is undefined behaviour, exactly as with printf.
 #ifndef KEEL_FORMAT_H
 #define KEEL_FORMAT_H
 
 #include <stdarg.h>
 #include <stdint.h>
+#include <sys/time.h>
+#include <time.h>
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include <keel/arglist.h>
 #include <keel/string.h>
 
 namespace keel {
 
-// The parser's view of the format language. It is compiled into every
-// program that calls it, so it carries its own digit table and decoder; both
-// answer exactly as the library's digitValue and utf8Next do (a test compares
-// them over the whole character range).
-namespace formatparse {
+namespace formatargs {
 
-// Value of a decimal digit of any script, 0 to 9, else -1.
-inline int32_t digitValue(uint32_t c) {
-    if (c < 0x80) return c >= '0' && c <= '9' ? static_cast<int32_t>(c - '0') : -1;
-    static const uint16_t ranges[][2] = {
-        {0x0030, 0x0039}, {0x0660, 0x0669}, {0x06F0, 0x06F9}, {0x0966, 0x096F}, {0x09E6, 0x09EF},
-        {0x0A66, 0x0A6F}, {0x0AE6, 0x0AEF}, {0x0B66, 0x0B6F}, {0x0BE7, 0x0BEF}, {0x0C66, 0x0C6F},
-        {0x0CE6, 0x0CEF}, {0x0D66, 0x0D6F}, {0x0E50, 0x0E59}, {0x0ED0, 0x0ED9}, {0x0F20, 0x0F29},
-        {0x1040, 0x1049}, {0x1369, 0x1371}, {0x17E0, 0x17E9}, {0x1810, 0x1819}, {0x3021, 0x3029},
-        {0xFF10, 0xFF19}};
-    for (const auto& range : ranges) {
-        if (range[0] > c) break;
-        if (c <= range[1]) return static_cast<int32_t>(c + 9 - range[1]);
-    }
-    return c == 0x3007 ? 0 : -1;
+template <typename T>
+struct isSystemTimePointM : std::false_type {};
+template <typename Duration>
+struct isSystemTimePointM<std::chrono::time_point<std::chrono::system_clock, Duration>> : std::true_type {};
+
+template <typename T>
+struct unsupportedM : std::false_type {};
+
+// The "DateTime" value of a time since 1970: ticks of 10 nanoseconds counted
+// from 0000-12-31, on the scale that the renderer converts back.
+const int64_t kDateTimeEpoch1970 = 6213568320000000000LL;
+inline int64_t dateTimeTicks(int64_t seconds, int64_t tensOfNanoseconds) {
+    return kDateTimeEpoch1970 + seconds * 100000000LL + tensOfNanoseconds;
 }
 
-// Decodes one character of internal form and moves `p` past it, as utf8Next
-// does, except that the terminating NUL is answered without moving: reading
-// on at the end keeps giving 0 and never leaves the buffer.
-inline uint32_t nextChar(const uint8_t*& p) {
-    uint8_t b = *p;
-    if (b < 0x80) {
-        if (b != 0) ++p;
-        return b;
-    }
-    uint32_t n = b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
-    if (n == 1) {
-        ++p;
-        return 0xFFFD;
-    }
-    uint32_t value = b & (0x7Fu >> n);
-    for (uint32_t i = 1; i < n; ++i) {
-        uint8_t c = p[i];
-        if ((c & 0xC0) != 0x80) {
-            uint32_t skip = 1;
-            while (skip < n && (p[skip] & 0xC0) == 0x80) ++skip;
-            p += skip;
-            return 0xFFFD;
-        }
-        value = (value << 6) | (c & 0x3F);
-    }
-    p += n;
-    return value;
-}
-
-// Reads a run of digits that starts with `c` (a digit); `c` ends as the
-// character behind the run. Large numbers stop growing at 0x7FFFFFFF rather
-// than overflow.
-inline int32_t readNumber(const uint8_t*& p, uint32_t& c) {
-    int64_t number = 0;
-    int32_t digit;
-    while ((digit = digitValue(c)) >= 0) {
-        number = number * 10 + digit;
-        if (number > 0x7FFFFFFF) number = 0x7FFFFFFF;
-        c = nextChar(p);
-    }
-    return static_cast<int32_t>(number);
-}
-
-// The table of argument positions: one letter per position, telling how to
-// take that argument from the variadic block.
-struct PositionTableT {
-    enum { slotCount = 128 };
-    char slots[slotCount];
-    int32_t top;   // highest position written, -1 for none
-    int32_t next;  // position of the next argument
-
-    PositionTableT() : top(-1), next(0) {}
-
-    void record(int32_t position, char letter) {
-        // The table has 128 slots and a format may name any position: one
-        // outside the table (at or above 128, or below 0 through "%0$") is
-        // not recorded and leaves `top` alone, so the argument shows as
-        // missing instead of being written past the table.
-        if (position < 0 || position >= slotCount) return;
-        while (top < position) slots[++top] = ' ';
-        slots[position] = letter;
-    }
-    int32_t advance() {
-        int32_t position = next;
-        if (next < 0x7FFFFFFF) ++next;
-        return position;
-    }
-};
-
-// The letter for a conversion, by its length letters and conversion letter;
-// 0 when the parser does not know the pair and the conversion takes nothing.
-inline char slotLetter(const char* length, uint32_t lengthCount, uint32_t conversion) {
-    if (conversion < 'C' || conversion > 'x') return 0;
-    bool isSigned = conversion == 'd' || conversion == 'i';
-    bool isUnsigned = conversion == 'X' || conversion == 'b' || conversion == 'o' || conversion == 'u' ||
-                      conversion == 'x';
-    if (lengthCount == 0) {
-        switch (conversion) {
-        case 'd':
-        case 'i':
-        case 'c':
-            return 'i';
-        case 'X':
-        case 'b':
-        case 'o':
-        case 'u':
-        case 'x':
-            return 'I';
-        case 'C':
-            return 'U';
-        case 'S':
-            return 'S';
-        case 's':
-            return 's';
-        case 'p':
-            return 'p';
-        case 't':
-            return 't';
-        default:
-            return 0;
-        }
-    }
-    if (lengthCount == 1 && length[0] == 'h') return isSigned ? 'h' : isUnsigned ? 'H' : 0;
-    if (lengthCount == 2 && length[0] == 'h' && length[1] == 'h') return isSigned ? 'c' : isUnsigned ? 'C' : 0;
-    if (lengthCount == 1 && length[0] == 'l') {
-        if (conversion == 'p') return 'p';
-        return isSigned ? 'l' : isUnsigned ? 'L' : 0;
-    }
-    if (lengthCount == 2 && length[0] == 'l' && length[1] == 'l') return isSigned ? 'q' : isUnsigned ? 'Q' : 0;
-    return 0;
-}
-
-inline bool isLengthLetter(uint32_t c) {
-    return c == 'h' || c == 'j' || c == 'l' || c == 'L' || c == 'q' || c == 'z';
-}
-
-// Handles a `*` whose character behind it is in `c`: `*n$` (one digit and
-// the byte `$`) names its position, anything else takes the next one. On
-// return `c` is the character behind what was used.
-inline void recordStar(PositionTableT& table, const uint8_t*& p, uint32_t& c) {
-    c = nextChar(p);
-    int32_t digit = digitValue(c);
-    if (digit >= 0 && *p == '$') {
-        ++p;
-        table.record(digit - 1, 'i');
-        c = nextChar(p);
-        return;
-    }
-    table.record(table.advance(), 'i');
-}
-
-// First pass: walks the format and fills the table.
-inline void scanFormat(PositionTableT& table, const uint8_t* p) {
-    for (;;) {
-        if (table.top > 127) return;
-        while (*p != 0 && *p != '%') ++p;
-        if (*p == 0) return;
-        ++p;
-        uint32_t c = nextChar(p);
-        bool widthRead = false;
-        if (digitValue(c) >= 0) {
-            int32_t number = readNumber(p, c);
-            if (c == '$') {
-                table.next = number - 1;
-                c = nextChar(p);
+// Appends the entry for one argument, chosen by its type.
+template <typename T>
+void addArgument(ArgListC& list, const T& value) {
+    typedef typename std::remove_cv<T>::type U;
+    if constexpr (std::is_same<U, bool>::value) {
+        list.add(value);
+    } else if constexpr (std::is_same<U, char32_t>::value || std::is_same<U, char16_t>::value ||
+                         std::is_same<U, wchar_t>::value) {
+        list.addUCS4(static_cast<uint32_t>(value));
+    } else if constexpr (std::is_enum<U>::value) {
+        addArgument(list, static_cast<typename std::underlying_type<U>::type>(value));
+    } else if constexpr (std::is_integral<U>::value) {
+        if constexpr (std::is_signed<U>::value) {
+            if constexpr (sizeof(U) <= 2) {
+                list.add(static_cast<int16_t>(value));
+            } else if constexpr (sizeof(U) <= 4) {
+                list.add(static_cast<int32_t>(value));
             } else {
-                widthRead = true;
+                static_assert(sizeof(U) <= 8, "keel::format: integers above 64 bits have no entry");
+                list.add(static_cast<int64_t>(value));
+            }
+        } else {
+            if constexpr (sizeof(U) <= 2) {
+                list.add(static_cast<uint16_t>(value));
+            } else if constexpr (sizeof(U) <= 4) {
+                list.add(static_cast<uint32_t>(value));
+            } else {
+                static_assert(sizeof(U) <= 8, "keel::format: integers above 64 bits have no entry");
+                list.add(static_cast<uint64_t>(value));
             }
         }
-        if (!widthRead) {
-            while (c == ' ' || c == '#' || c == '+' || c == '-') c = nextChar(p);
-            if (digitValue(c) == 0) c = nextChar(p);
-            if (c == '*') {
-                recordStar(table, p, c);
-            } else {
-                while (digitValue(c) >= 0) c = nextChar(p);
-            }
+    } else if constexpr (std::is_floating_point<U>::value) {
+        list.add(static_cast<double>(value));
+    } else if constexpr (std::is_same<U, StringC>::value) {
+        list.add(value);
+    } else if constexpr (std::is_same<U, const StringC*>::value || std::is_same<U, StringC*>::value) {
+        if (value) {
+            list.add(*value);
+        } else {
+            list.add(StringC());
         }
-        if (c == '.') {
-            c = nextChar(p);
-            if (c == '*') {
-                recordStar(table, p, c);
-            } else {
-                while (digitValue(c) >= 0) c = nextChar(p);
-            }
-        }
-        // The renderer skips any run of length letters; only h, hh, l and ll
-        // give a conversion a type here, and anything else records nothing.
-        char length[2] = {0, 0};
-        uint32_t lengthCount = 0;
-        while (isLengthLetter(c)) {
-            if (lengthCount < 2) length[lengthCount] = static_cast<char>(c);
-            ++lengthCount;
-            c = nextChar(p);
-        }
-        if (lengthCount > 2) lengthCount = 3;
-        char letter = slotLetter(length, lengthCount, c);
-        if (letter != 0) table.record(table.advance(), letter);
+    } else if constexpr (std::is_same<U, std::nullptr_t>::value) {
+        list.add(static_cast<const void*>(nullptr));
+    } else if constexpr (std::is_same<U, const char*>::value || std::is_same<U, char*>::value) {
+        list.add(static_cast<const char*>(value));
+    } else if constexpr (std::is_array<U>::value) {
+        static_assert(std::is_same<typename std::remove_cv<typename std::remove_extent<U>::type>::type, char>::value,
+                      "keel::format: of arrays only char arrays (text) have an entry");
+        list.add(static_cast<const char*>(value));
+    } else if constexpr (std::is_convertible<const U&, std::string_view>::value) {
+        list.add(StringC(std::string_view(value)));
+    } else if constexpr (std::is_same<U, ArgTimeValT>::value) {
+        list.add(value);
+    } else if constexpr (std::is_same<U, const ArgTimeValT*>::value || std::is_same<U, ArgTimeValT*>::value) {
+        // A null pointer is the time 0, as the variadic %t takes it.
+        ArgTimeValT copy = {0, 0};
+        if (value) copy = *value;
+        list.add(copy);
+    } else if constexpr (std::is_same<U, struct timeval>::value) {
+        list.addDateTime(dateTimeTicks(value.tv_sec, static_cast<int64_t>(value.tv_usec) * 100));
+    } else if constexpr (std::is_same<U, struct timespec>::value) {
+        list.addDateTime(dateTimeTicks(value.tv_sec, static_cast<int64_t>(value.tv_nsec) / 10));
+    } else if constexpr (isSystemTimePointM<U>::value) {
+        typedef std::chrono::duration<int64_t, std::ratio<1, 100000000>> TicksT;
+        list.addDateTime(kDateTimeEpoch1970 + std::chrono::duration_cast<TicksT>(value.time_since_epoch()).count());
+    } else if constexpr (std::is_same<U, ArgGuidT>::value || std::is_same<U, ArgListC>::value) {
+        list.add(value);
+    } else if constexpr (std::is_pointer<U>::value && !std::is_function<typename std::remove_pointer<U>::type>::value) {
+        list.add(static_cast<const void*>(value));
+    } else {
+        static_assert(unsupportedM<U>::value, "keel::format: no argument-list entry for this type");
     }
 }
 
-// Second pass: takes each position's argument by its letter and appends the
-// entry. Arguments are read with the types that the calling code passes, so
-// the same letters give the same entries on every target.
-inline ArgListC takeArguments(const PositionTableT& table, va_list arguments) {
+// Calls a C++ sink from the engine's CharSinkFn.
+template <typename Sink>
+void callSink(void* context, uint32_t character) {
+    (*static_cast<Sink*>(context))(static_cast<char32_t>(character));
+}
+
+}  // namespace formatargs
+
+// The argument list of keel::format, for code that keeps or passes it on.
+template <typename... Args>
+ArgListC makeArgList(const Args&... args) {
     ArgListC list;
-    for (int32_t position = 0; position <= table.top; ++position) {
-        switch (table.slots[position]) {
-        case 'c':
-            list.add(static_cast<int32_t>(static_cast<int8_t>(va_arg(arguments, int))));
-            break;
-        case 'C':
-            list.add(static_cast<int32_t>(static_cast<uint8_t>(va_arg(arguments, int))));
-            break;
-        case 'h':
-            list.add(static_cast<int16_t>(va_arg(arguments, int)));
-            break;
-        case 'H':
-            list.add(static_cast<uint16_t>(va_arg(arguments, unsigned int)));
-            break;
-        case 'I':
-        case 'L':
-            list.add(static_cast<uint32_t>(va_arg(arguments, unsigned int)));
-            break;
-        case 'q':
-            list.add(static_cast<int64_t>(va_arg(arguments, long long)));
-            break;
-        case 'Q':
-            list.add(static_cast<uint64_t>(va_arg(arguments, unsigned long long)));
-            break;
-        case 'U':
-            list.addUCS4(static_cast<uint32_t>(va_arg(arguments, unsigned int)));
-            break;
-        case 'S': {
-            // A null pointer cannot be dereferenced; it stands for the empty
-            // string.
-            const StringC* string = va_arg(arguments, const StringC*);
-            if (string) {
-                list.add(*string);
-            } else {
-                list.add(StringC());
-            }
-            break;
-        }
-        case 's':
-            list.add(va_arg(arguments, const char*));
-            break;
-        case 'p':
-            list.add(static_cast<const void*>(va_arg(arguments, void*)));
-            break;
-        case 't': {
-            // A null pointer is taken as the time 0, which is what the
-            // renderer shows for a missing time anyway.
-            const ArgTimeValT* time = va_arg(arguments, const ArgTimeValT*);
-            ArgTimeValT copy = {0, 0};
-            if (time) copy = *time;
-            list.add(copy);
-            break;
-        }
-        default:  // 'i', 'l' and the blank of a position nobody named
-            list.add(static_cast<int32_t>(va_arg(arguments, int)));
-            break;
-        }
-    }
+    (formatargs::addArgument(list, args), ...);
     return list;
 }
 
-}  // namespace formatparse
-
-inline ArgListC ArgListC::fromFormat(const StringC& format, va_list arguments) {
-    formatparse::PositionTableT table;
-    const char* text = format.textUtf8();
-    // A representation without a buffer has no text: the empty format.
-    if (text) formatparse::scanFormat(table, reinterpret_cast<const uint8_t*>(text));
-    format.releaseUtf8(text);
-    if (table.top < 0) return ArgListC();
-    va_list copy;
-    va_copy(copy, arguments);
-    ArgListC list = formatparse::takeArguments(table, copy);
-    va_end(copy);
-    return list;
+// Renders `format` with the arguments into a new string.
+template <typename... Args>
+StringC format(const StringC& format, const Args&... args) {
+    return StringC::format(format, makeArgList(args...));
 }
+template <typename... Args>
+StringC format(std::string_view format, const Args&... args) {
+    return StringC::format(StringC(format), makeArgList(args...));
+}
+
+// Renders into the engine's sink: `sink(context, character)` per character.
+template <typename... Args>
+void formatTo(CharSinkFn sink, void* context, const StringC& format, const Args&... args) {
+    StringC::formatTo(sink, context, format, makeArgList(args...));
+}
+template <typename... Args>
+void formatTo(CharSinkFn sink, void* context, std::string_view format, const Args&... args) {
+    StringC::formatTo(sink, context, StringC(format), makeArgList(args...));
+}
+
+// Renders into any callable that takes a char32_t, one character a call.
+// The sink should not throw: the engine's code lies between it and the
+// caller.
+template <typename Sink, typename... Args,
+          typename std::enable_if<std::is_invocable<Sink&, char32_t>::value, int>::type = 0>
+void formatTo(Sink&& sink, const StringC& format, const Args&... args) {
+    typedef typename std::remove_reference<Sink>::type SinkT;
+    StringC::formatTo(&formatargs::callSink<SinkT>, const_cast<void*>(static_cast<const void*>(&sink)), format,
+                      makeArgList(args...));
+}
+template <typename Sink, typename... Args,
+          typename std::enable_if<std::is_invocable<Sink&, char32_t>::value, int>::type = 0>
+void formatTo(Sink&& sink, std::string_view format, const Args&... args) {
+    formatTo(sink, StringC(format), args...);
+}
+
+namespace formatargs {
+
+// What may pass through the C-variadic forms: numbers, enumerations and
+// pointers (arrays decay to pointers). A class object, a StringC above all,
+// cannot: %S takes a pointer to one.
+template <typename... Args>
+struct variadicSafeM : std::true_type {};
+template <typename First, typename... Rest>
+struct variadicSafeM<First, Rest...>
+    : std::integral_constant<bool, (std::is_arithmetic<typename std::decay<First>::type>::value ||
+                                    std::is_enum<typename std::decay<First>::type>::value ||
+                                    std::is_pointer<typename std::decay<First>::type>::value ||
+                                    std::is_null_pointer<typename std::decay<First>::type>::value) &&
+                                       variadicSafeM<Rest...>::value> {};
+
+}  // namespace formatargs
+
+// A class object passed to formatString, such as a StringC for %S (which
+// takes const StringC*), would be read as the wrong type. These overloads
+// catch that at compile time: they are chosen over the C-variadic ones and
+// deleted. keel::format takes a StringC by value, and any other type it knows.
+template <typename... Args,
+          typename std::enable_if<!formatargs::variadicSafeM<Args...>::value, int>::type = 0>
+StringC formatString(const char* format, const Args&... args) = delete;
+template <typename... Args,
+          typename std::enable_if<!formatargs::variadicSafeM<Args...>::value, int>::type = 0>
+StringC formatString(const StringC* format, const Args&... args) = delete;
 
 // Formats with the arguments of a variadic call; the format is 8-bit text in
 // "system-8".

@@ -29,8 +29,12 @@ public:
     }
     ~RefCountC() override {}
 
-    // The current count, for isShared-style questions.
-    int32_t refCount() const { return __atomic_load_n(&count_, __ATOMIC_RELAXED); }
+    // The current count, for isShared-style questions. An acquire load: a
+    // thread that sees 1 here goes on to change the object in place, and it
+    // must be ordered after every other handle's reads, which ended with
+    // their release (a relaxed load would let those reads see the change).
+    // On x86 it is still a plain load.
+    int32_t refCount() const { return __atomic_load_n(&count_, __ATOMIC_ACQUIRE); }
 
 private:
     int32_t count_;

@@ -1,27 +1,70 @@
 // The string value of keel.
 //
+//     #include <keel/string.h>        // link keel::keel (-lkeel)
+//
+//     keel::StringC name("caf\xc3\xa9", "utf8");
+//     keel::StringC copy = name;                  // shares the representation
+//     copy.append(keel::StringC("!", "ascii"));   // copy gets its own text
+//     keel::StringC word(std::string_view("Stra\xc3\x9f" "e"));   // UTF-8
+//     std::string out = word.toStdString();       // UTF-8 again
+//     for (char32_t c : name.chars()) { ... }     // characters, decoded
+//     keel::StringC upper = name.toUpper();       // a copy; name is unchanged
+//     std::cout << name << '\n';                  // (include <ostream> first)
+//     std::unordered_map<keel::StringC, int> counts;   // ==, < and std::hash too
+//     const uint16_t* units = name.textUtf16();
+//     ...
+//     name.releaseUtf16(units);                   // every text...() has its release...()
+//
 // StringC is a one-word handle on a reference-counted representation
 // (StringImplI) that holds Unicode text in the library's internal form:
 // extended UTF-8 with a NUL behind it, indexes counted in characters. Copying
-// a handle costs one atomic increment; every changing operation first makes
-// the representation private (copy on write). Representations are made only by
-// a StringImplFactoryI, normally the one getStringFactory() hands out.
+// a handle costs one atomic increment; moving one touches no reference count;
+// every changing operation first makes the representation private (copy on
+// write). Representations are made only by a StringImplFactoryI, normally the
+// one getStringFactory() hands out.
 //
-//     keel::StringC name("caf\xc3\xa9", "utf8");
-//     keel::StringC copy = name;           // shares the representation
-//     copy.append(keel::StringC("!", "ascii"));   // copy gets its own text
-//     const uint16_t* units = name.textUtf16();
-//     ...
-//     name.releaseUtf16(units);            // every text...() has its release...()
+// Encoding names are plain C texts: "ascii", "iso-8859-1", "system-8" (the
+// platform's 8-bit text; UTF-8 here), "utf8", "utf16", "utf16le",
+// "utf16be", "wchar_t"; "vutf8" marks bytes that are internal form already.
+// ASCII case does not matter ("UTF8" is "utf8"), anything else does:
+// "UTF-8", "latin1" and "utf-16" are no names.
 //
-// Encoding names are plain C texts: "ascii", "iso-8859-1", "system-8", "utf8",
-// "utf16", "utf16le", "utf16be", "wchar_t"; "vutf8" marks bytes that are
-// internal form already.
+// What happens on bad input. The string layer never fails visibly: it
+// replaces and goes on.
+//
+// - An encoding name that is not one of the above is not an error: the
+//   string is made without any text. It reads as empty (length() 0,
+//   isEmpty() true), its textUtf8() is null, and valid() is false; valid()
+//   is the way to tell it from a real empty string. (The empty text and a
+//   single ASCII byte come from the factory's shared strings whatever the
+//   name, so those stay valid.)
+// - Bytes that are not valid in their encoding become U+FFFD, one for each
+//   broken sequence; in "ascii" every byte of 0x80 or above does.
+// - A sequence cut off by the end of the bytes is dropped without a
+//   replacement: "abc" followed by the single byte E4 in "utf8" gives "abc".
+// - Byte-order marks: the "utf8" and "system-8" decoders keep a leading
+//   EF BB BF, which arrives as the character U+FEFF. "utf16" looks at the
+//   first two bytes: FE FF means big-endian, anything else, a missing mark
+//   included, means little-endian; a mark of the chosen order is skipped.
+//   "utf16le" and "utf16be" skip a mark of their own order and read the
+//   other one as the character U+FFFE. No text...() writes a mark.
+// - Going out, a character that the encoding cannot hold becomes 0x7E ("~")
+//   in "ascii" and "iso-8859-1"; the text...() accessors do not report it
+//   (copyText() answers false).
+// - A NUL inside the text (from bytes with an embedded 00) is kept, but
+//   everything that walks characters (length, charAt, chars(), searches)
+//   stops in front of it.
 #ifndef KEEL_STRING_H
 #define KEEL_STRING_H
 
 #include <stddef.h>
 #include <stdint.h>
+
+#include <iosfwd>
+#include <iterator>
+#include <new>
+#include <string>
+#include <string_view>
 
 #include <keel/atomic.h>
 
@@ -103,6 +146,54 @@ extern "C" KEEL_EXPORT keel::StringImplFactoryI* getStringFactory();
 
 namespace keel {
 
+// Walking the internal form in inline code (the character range below, the
+// format parser of <keel/arglist.h>). It answers exactly as the library's
+// own decoder does: one to six bytes a character, overlong forms and
+// surrogates pass, a broken sequence is one U+FFFD; only at the terminating
+// NUL it answers 0 without moving, so reading on at the end never leaves the
+// buffer.
+namespace textform {
+
+inline uint32_t nextChar(const uint8_t*& p) {
+    uint8_t b = *p;
+    if (b < 0x80) {
+        if (b != 0) ++p;
+        return b;
+    }
+    uint32_t n = b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
+    if (n == 1) {
+        ++p;
+        return 0xFFFD;
+    }
+    uint32_t value = b & (0x7Fu >> n);
+    for (uint32_t i = 1; i < n; ++i) {
+        uint8_t c = p[i];
+        if ((c & 0xC0) != 0x80) {
+            uint32_t skip = 1;
+            while (skip < n && (p[skip] & 0xC0) == 0x80) ++skip;
+            p += skip;
+            return 0xFFFD;
+        }
+        value = (value << 6) | (c & 0x3F);
+    }
+    p += n;
+    return value;
+}
+
+// The place of the next character as the string's own indexing steps: by
+// the length that the first byte announces (1 for a stray continuation byte,
+// 0xFE and 0xFF), but never past `end`. On broken text this can differ from
+// where nextChar stops; charAt, length and the searches step this way.
+inline const uint8_t* nextPlace(const uint8_t* p, const uint8_t* end) {
+    uint8_t b = *p;
+    uint32_t n = b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
+    return static_cast<size_t>(end - p) < n ? end : p + n;
+}
+
+}  // namespace textform
+
+class StringCharsC;
+
 class StringC {
 public:
     StringC() { take(emptyImpl()); }
@@ -132,6 +223,27 @@ public:
     StringC(const StringC& string, uint32_t character) : StringC(string) { append(character); }
     StringC(const StringC& other) { take(other.getImpl()); }
 
+    // Moving hands the representation over and touches no reference count
+    // (the handle's own cell is still written by exchange, as every write of
+    // it is). The moved-from handle holds nothing and reads as the empty
+    // string; it may be assigned to or destroyed as usual.
+    StringC(StringC&& other) noexcept { impl.exchange(other.impl.exchange(nullptr)); }
+    StringC& operator=(StringC&& other) noexcept {
+        if (this == &other) return *this;
+        StringImplI* old = impl.exchange(other.impl.exchange(nullptr));
+        if (old) old->release();
+        return *this;
+    }
+
+    // From UTF-8 text (decoded as "utf8": broken sequences become U+FFFD, a
+    // leading mark stays as U+FEFF). A std::string converts too.
+    explicit StringC(std::string_view utf8) {
+        // The representation counts bytes in 32 bits; a longer text could
+        // not be stored, which is what an allocation failure says.
+        if (utf8.size() > 0xFFFFFFF0u) throw std::bad_alloc();
+        take(getStringFactory()->fromBytes(utf8.data(), static_cast<uint32_t>(utf8.size()), "utf8"));
+    }
+
     // The new reference is taken before the exchange and the old one dropped
     // after it, so self-assignment is safe and each old representation is
     // released exactly once however many threads assign to this handle.
@@ -152,15 +264,94 @@ public:
         representation->addRef();
         impl.exchange(representation);
     }
-    StringImplI* getImpl() const { return impl.load(); }
+    // The representation. A moved-from handle holds none and answers the
+    // empty one, so every operation on it behaves as on the empty string.
+    StringImplI* getImpl() const {
+        StringImplI* current = impl.load();
+        return current ? current : emptyImpl();
+    }
 
+    // False for a string made with an encoding name that does not exist: it
+    // has no text at all (textUtf8() is null), where an empty string made
+    // from a known encoding has the empty text.
+    bool valid() const {
+        const char* text = textUtf8();
+        bool hasText = text != nullptr;
+        releaseUtf8(text);
+        return hasText;
+    }
+
+    // The "utf8" text as a view of the representation's own buffer (as
+    // textUtf8() gives it): valid until this string changes or dies. The view
+    // of a string without text is empty.
+    std::string_view view() const {
+        const char* text = textUtf8();
+        std::string_view result = text ? std::string_view(text, textUtf8Length()) : std::string_view();
+        releaseUtf8(text);
+        return result;
+    }
+    explicit operator std::string_view() const { return view(); }
+    // A copy of the "utf8" text.
+    std::string toStdString() const { return std::string(view()); }
+    explicit operator std::string() const { return toStdString(); }
+
+    // The characters, decoded, for range-for: for (char32_t c : s.chars()).
+    // The range keeps a reference, so the text it walks cannot change under
+    // it (changing `s` meanwhile gives `s` a copy of its own).
+    StringCharsC chars() const;
+
+    // Copies in lower or upper case by the simple one-to-one mappings (see
+    // <keel/case.h>); this string is left as it is, and so is every other
+    // handle that shares its text.
+    StringC toLower() const {
+        StringC copy(*this);
+        copy.makeUnique();
+        copy.getImpl()->toLower();
+        return copy;
+    }
+    StringC toUpper() const {
+        StringC copy(*this);
+        copy.makeUnique();
+        copy.getImpl()->toUpper();
+        return copy;
+    }
+
+    // The number of characters (not bytes).
     int32_t length() const { return getImpl()->length(); }
     bool isEmpty() const { return getImpl()->isEmpty(); }
+
+    // Comparisons answer a negative number, 0 or a positive number; only the
+    // sign means anything. None of them knows a locale.
+    //
+    // compare: the bytes of the "utf8" texts, shorter first on a tie; on
+    // valid text that is code-point order ("Z" < "a" < "\u00e9").
     int compare(const StringC& other) const { return getImpl()->compare(other.getImpl()); }
+    // compareNatural: a run of digits that starts with 1-9 compares by its
+    // value, so "file9" < "file10". A digit 0 starts no number: it compares
+    // as a character and sorts after everything else, so zero-padded numbers
+    // do not sort by value against unpadded ones, and a longer run of zeros
+    // sorts later:
+    //     "file2" < "file9" < "file10" < "file0" < "file08" < "file007"
+    // ("file10" against "file08" meets 1 against 0). A character that is no
+    // digit against a digit 1-9 reads as the number 0, so "filea" < "file2".
+    // Other characters compare one by one, folded to lower case with
+    // `foldCase`. Numbers wrap at 32 bits.
     int compareNatural(const StringC& other, bool foldCase) const {
         return getImpl()->compareNatural(other.getImpl(), foldCase);
     }
+    // compareNoCase: characters folded by toLowerChar (<keel/case.h>), no
+    // one-to-many mappings: "STRASSE" and "Stra\u00dfe" differ.
     int compareNoCase(const StringC& other) const { return getImpl()->compareNoCase(other.getImpl()); }
+
+    // Searches answer a character index, or -1 when there is no match.
+    // `after` and `before` are exclusive positions: a forward search starts at
+    // index after + 1 (so -1, the default, means the start, and passing the
+    // last match finds the next one); a backward search starts at the
+    // character in front of index `before` (-1 means the end of the text). On
+    // "banana": find('a') is 1, find('a', 1) is 3, findLast('a') is 5,
+    // findLast('a', 5) is 3. A string match found by findLast ends in front
+    // of `before`. An empty string or an empty set is never found; with an
+    // empty set the ...NotOf searches answer the first character they visit.
     int32_t find(uint32_t character, int32_t after = -1) const {
         return getImpl()->findChar(character, after);
     }
@@ -185,6 +376,7 @@ public:
     int32_t findLastNotOf(const StringC& set, int32_t before = -1) const {
         return getImpl()->findLastNotOf(set.getImpl(), before);
     }
+    // The character at `index`; 0 at or past the end.
     uint32_t charAt(int32_t index) const { return getImpl()->charAt(index); }
 
     // Text in an encoding. Each text...() must be paired with its release...():
@@ -325,6 +517,102 @@ private:
     AtomicM<StringImplI*> impl;
 };
 
+// Equality and order by compare(): the bytes of the "utf8" texts, which on
+// valid text is code-point order. No locale, no case folding; a string
+// without text equals the empty string.
+inline bool operator==(const StringC& first, const StringC& second) { return first.compare(second) == 0; }
+inline bool operator!=(const StringC& first, const StringC& second) { return first.compare(second) != 0; }
+inline bool operator<(const StringC& first, const StringC& second) { return first.compare(second) < 0; }
+inline bool operator>(const StringC& first, const StringC& second) { return first.compare(second) > 0; }
+inline bool operator<=(const StringC& first, const StringC& second) { return first.compare(second) <= 0; }
+inline bool operator>=(const StringC& first, const StringC& second) { return first.compare(second) >= 0; }
+// Against UTF-8 text, byte for byte.
+inline bool operator==(const StringC& first, std::string_view second) { return first.view() == second; }
+inline bool operator!=(const StringC& first, std::string_view second) { return first.view() != second; }
+inline bool operator==(std::string_view first, const StringC& second) { return first == second.view(); }
+inline bool operator!=(std::string_view first, const StringC& second) { return first != second.view(); }
+
+// Writes the "utf8" text; a string without text writes nothing. A template,
+// so that this header needs only <iosfwd>: include <ostream> to use it.
+template <typename Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& out, const StringC& string) {
+    std::string_view text = string.view();
+    return out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+// The characters of a string as 32-bit values, for range-for: the same
+// characters, in the same places, as charAt(0) to charAt(length() - 1).
+class StringCharsC {
+public:
+    class iterator {
+    public:
+        typedef std::forward_iterator_tag iterator_category;
+        typedef char32_t value_type;
+        typedef ptrdiff_t difference_type;
+        typedef const char32_t* pointer;
+        typedef char32_t reference;
+
+        iterator() : at_(nullptr), end_(nullptr), value_(0) {}
+        iterator(const uint8_t* at, const uint8_t* end) : at_(at), end_(end), value_(0) { load(); }
+        char32_t operator*() const { return value_; }
+        iterator& operator++() {
+            at_ = textform::nextPlace(at_, end_);
+            load();
+            return *this;
+        }
+        iterator operator++(int) {
+            iterator before = *this;
+            ++*this;
+            return before;
+        }
+        // The end is a null position: a walk ends at the end of the text or
+        // at a NUL, as length() counts.
+        bool operator==(const iterator& other) const { return at_ == other.at_; }
+        bool operator!=(const iterator& other) const { return at_ != other.at_; }
+
+    private:
+        void load() {
+            if (!at_ || at_ >= end_ || *at_ == 0) {
+                at_ = end_ = nullptr;
+                return;
+            }
+            const uint8_t* p = at_;
+            value_ = textform::nextChar(p);
+        }
+        const uint8_t* at_;
+        const uint8_t* end_;
+        char32_t value_;
+    };
+
+    explicit StringCharsC(const StringC& string) : string_(string), text_(string_.textUtf8()) {}
+    ~StringCharsC() { string_.releaseUtf8(text_); }
+    StringCharsC(const StringCharsC& other) : string_(other.string_), text_(string_.textUtf8()) {}
+    StringCharsC& operator=(const StringCharsC&) = delete;
+
+    iterator begin() const {
+        const uint8_t* start = reinterpret_cast<const uint8_t*>(text_);
+        return text_ ? iterator(start, start + string_.textUtf8Length()) : iterator();
+    }
+    iterator end() const { return iterator(); }
+
+private:
+    StringC string_;
+    const char* text_;
+};
+
+inline StringCharsC StringC::chars() const { return StringCharsC(*this); }
+
 }  // namespace keel
+
+// Strings as keys of std::unordered_map and std::unordered_set: the hash of
+// the "utf8" bytes, consistent with ==.
+namespace std {
+template <>
+struct hash<keel::StringC> {
+    size_t operator()(const keel::StringC& string) const noexcept {
+        return std::hash<std::string_view>()(string.view());
+    }
+};
+}  // namespace std
 
 #endif

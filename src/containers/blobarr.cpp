@@ -1,4 +1,4 @@
-#include "containers/blobarr.h"
+#include <keel/blobarr.h>
 
 #include <stddef.h>
 

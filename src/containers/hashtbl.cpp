@@ -1,16 +1,23 @@
 // The linear-hashing table: insertion with list splitting, removal, dump and
 // consistency check, the iterator, and the hash functions.
-#include "containers/hashtbl.h"
+#include <keel/hashtbl.h>
 
 #include <string.h>
-
-#include <typeinfo>
 
 #include <keel/arglist.h>
 
 #include "text/case.h"
-#include "text/stringim.h"
 #include "text/utf8.h"
+
+// The toolkit archive (KEEL_TOOLKIT) is linked into programs beside
+// libkeel.so and must reach strings through the public handles only: it
+// cannot name the library's representation class, whose code and type
+// information live hidden inside the shared object.
+#ifndef KEEL_TOOLKIT
+#include <typeinfo>
+
+#include "text/stringim.h"
+#endif
 
 namespace keel {
 
@@ -399,11 +406,18 @@ namespace {
 // lookup path of every string-keyed table. Other representations (and the
 // derived ones) answer false and go through the interface.
 inline bool plainText(StringImplI* impl, const uint8_t*& bytes, uint32_t& size) {
+#ifdef KEEL_TOOLKIT
+    (void)impl;
+    (void)bytes;
+    (void)size;
+    return false;
+#else
     if (typeid(*impl) != typeid(StringImplC)) return false;
     StringImplC* plain = static_cast<StringImplC*>(impl);
     bytes = plain->bytes();
     size = plain->byteCount();
     return true;
+#endif
 }
 
 // The "utf8" text of a key while it is in scope: the representation's own

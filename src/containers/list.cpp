@@ -1,5 +1,5 @@
 // Intrusive chains and the three list classes over them.
-#include "containers/list.h"
+#include <keel/list.h>
 
 namespace keel {
 

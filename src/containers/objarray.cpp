@@ -1,4 +1,4 @@
-#include "containers/objarray.h"
+#include <keel/objarray.h>
 
 namespace keel {
 

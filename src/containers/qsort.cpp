@@ -1,4 +1,4 @@
-#include "containers/qsort.h"
+#include <keel/qsort.h>
 
 #include <alloca.h>
 #include <stddef.h>

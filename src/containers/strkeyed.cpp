@@ -1,5 +1,5 @@
 // String-keyed tables and their elements.
-#include "containers/strkeyed.h"
+#include <keel/strkeyed.h>
 
 namespace keel {
 

@@ -1,60 +1,6 @@
-// A hash table keyed by strings, for elements that callers define.
-//
-// StringKeyedHashC picks the case-sensitive or the case-blind string hash by
-// its flag; its elements derive from StringKeyedHashElemC, which holds the key
-// and compares it under the table's flag. An element deleted while still
-// linked takes itself out of its table first.
-//
-//     struct EntryC : keel::StringKeyedHashElemC {
-//         explicit EntryC(const keel::StringC& name) : StringKeyedHashElemC(name) {}
-//         int payload = 0;
-//     };
-//     keel::StringKeyedHashC table(true);
-//     table.insert(new EntryC(keel::StringC("Name", "ascii")));
-//     keel::StringC probe("NAME", "ascii");
-//     auto* hit = static_cast<EntryC*>(table.find(&probe));
-#ifndef KEEL_CONTAINERS_STRKEYED_H
-#define KEEL_CONTAINERS_STRKEYED_H
-
-#include <keel/string.h>
-
-#include "containers/hashtbl.h"
-
-namespace keel {
-
-class StringKeyedHashC : public HashTableC {
-public:
-    explicit StringKeyedHashC(bool caseInsensitive) : caseInsensitive(caseInsensitive) {}
-    // Destroys the elements still linked.
-    ~StringKeyedHashC() override;
-    // `key` is the address of a StringC.
-    uint32_t hashValue(const void* key) override;
-
-    bool caseInsensitive;
-};
-
-class StringKeyedHashElemC : public HashElemI {
-public:
-    explicit StringKeyedHashElemC(const StringC& key) : keyString(key), chain(0), hash(0) {}
-    // Detaches itself when still linked, so the table stays consistent.
-    ~StringKeyedHashElemC() override;
-
-    uintptr_t* nextLink() override { return &chain; }
-    uint32_t* hashSlot() override { return &hash; }
-    const void* key() override { return &keyString; }
-    // `table` must be a StringKeyedHashC: its flag decides the comparison.
-    bool matchesKey(const void* key, HashTableC* table) override;
-    // "\"%s\"@%p(0x%lX)" with the key in the system's 8-bit encoding.
-    void printHashed(FILE* stream, uint32_t mask) override;
-
-    StringC keyString;
-    uintptr_t chain;
-    uint32_t hash;
-};
-
-// Writes "\"%s\"@%p(0x%lX)" for a string-keyed element.
-void printStringHashed(FILE* stream, const StringC& key, const void* element, uint32_t hash);
-
-}  // namespace keel
-
+// Moved to the SDK: <keel/strkeyed.h>. Kept so that code written against the
+// old path still builds; new code includes the public header.
+#ifndef KEEL_CONTAINERS_STRKEYED_FORWARD_H
+#define KEEL_CONTAINERS_STRKEYED_FORWARD_H
+#include <keel/strkeyed.h>
 #endif

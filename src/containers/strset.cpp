@@ -1,7 +1,7 @@
 // String sets.
-#include "containers/strset.h"
+#include <keel/strset.h>
 
-#include "containers/strkeyed.h"
+#include <keel/strkeyed.h>
 
 namespace keel {
 

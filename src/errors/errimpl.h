@@ -13,7 +13,7 @@
 
 #include <keel/errors.h>
 
-#include "containers/objarray.h"
+#include <keel/objarray.h>
 
 namespace keel {
 

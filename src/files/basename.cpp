@@ -1,10 +1,10 @@
-#include "files/basename.h"
+#include <keel/basename.h>
 
 #include <string.h>
 
 #include <keel/string.h>
 
-#include "files/strlcpy.h"
+#include <keel/strlcpy.h>
 
 namespace keel {
 

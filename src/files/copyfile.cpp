@@ -56,6 +56,19 @@ int freeDiskSpace(const char* path, int64_t* bytes) {
     return 0;
 }
 
+namespace {
+
+CopyCloseFn copyClose = nullptr;
+
+int closeDestination(FILE* stream) {
+    CopyCloseFn close = __atomic_load_n(&copyClose, __ATOMIC_ACQUIRE);
+    return close ? close(stream) : fclose(stream);
+}
+
+}  // namespace
+
+void setCopyCloseFunction(CopyCloseFn close) { __atomic_store_n(&copyClose, close, __ATOMIC_RELEASE); }
+
 int copyFileData(const char* source, const char* destination) {
     const size_t kBlock = 1024;
     if (!source || !destination) return kCopyFileFailed;
@@ -113,7 +126,7 @@ int copyFileData(const char* source, const char* destination) {
     while ((count = fread(block, 1, kBlock, in)) != 0) {
         if (fwrite(block, 1, count, out) < count) {
             fclose(in);
-            fclose(out);
+            closeDestination(out);
             removePath(destination);
             free(block);
             free(directory);
@@ -121,12 +134,25 @@ int copyFileData(const char* source, const char* destination) {
         }
     }
     fclose(in);
-    fclose(out);
+    // Closing the destination writes what the stream still buffers, and a
+    // full disk or an I/O error may show only there. Taken as done, such a
+    // copy would answer 0 for data that never reached the file, and
+    // moveFileData would then remove the source: the data would be gone. A
+    // failed close is a failed write: the destination is removed and the
+    // answer is 1, so the source stays.
+    if (closeDestination(out) != 0) {
+        removePath(destination);
+        free(block);
+        free(directory);
+        return kCopyFileFailed;
+    }
     free(block);
     free(directory);
     return chmod(destination, info.st_mode) == 0 ? kCopyDone : kCopyFileFailed;
 }
 
+// The source is removed only after a copy that answered 0, which includes a
+// destination that closed without error.
 int moveFileData(const char* source, const char* destination) {
     if (rename(source, destination) == 0) return kCopyDone;
     int code = copyFileData(source, destination);

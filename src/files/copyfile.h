@@ -12,6 +12,7 @@
 #define KEEL_FILES_COPYFILE_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 namespace keel {
 
@@ -50,6 +51,13 @@ int copyFileData(const char* source, const char* destination);
 // rename, and where that fails copyFileData followed by removing the source.
 // Answers 0 after a rename, otherwise the code of the copy.
 int moveFileData(const char* source, const char* destination);
+
+// Test hook: the function that closes the destination of copyFileData in
+// place of fclose (it must close the stream whatever it answers). Null, the
+// default, is fclose. A failure at close (a full disk or an I/O error seen
+// only when the last block is flushed) is otherwise hard to bring about.
+typedef int (*CopyCloseFn)(FILE* stream);
+void setCopyCloseFunction(CopyCloseFn close);
 
 }  // namespace keel
 

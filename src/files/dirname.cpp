@@ -1,9 +1,9 @@
-#include "files/dirname.h"
+#include <keel/dirname.h>
 
 #include <string.h>
 #include <unistd.h>
 
-#include "files/strlcpy.h"
+#include <keel/strlcpy.h>
 
 namespace keel {
 

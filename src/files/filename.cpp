@@ -1,8 +1,8 @@
-#include "files/filename.h"
+#include <keel/filename.h>
 
 #include <string.h>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 #include "text/case.h"
 #include "text/utf8.h"
 

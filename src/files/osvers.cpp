@@ -53,17 +53,24 @@ OsVersionC* OsVersionC::instance() {
     return one;
 }
 
-bool OsVersionC::queryFlagA() {
-    if (cachedFlagA >= 0) return cachedFlagA != 0;
-    cachedFlagA = 0;
+namespace {
+
+// The check-then-store of a flag. On a plain word, two threads asking at once
+// race on it (a read beside a write of the same word): the answers are the
+// same either way, but the race is undefined behaviour, so the flag is read
+// and written through its atomic cell.
+bool settleFlag(AtomicM<int32_t>& flag) {
+    int32_t seen = flag.load();
+    if (seen >= 0) return seen != 0;
+    flag = 0;
     return false;
 }
 
-bool OsVersionC::queryFlagB() {
-    if (cachedFlagB >= 0) return cachedFlagB != 0;
-    cachedFlagB = 0;
-    return false;
-}
+}  // namespace
+
+bool OsVersionC::queryFlagA() { return settleFlag(cachedFlagA); }
+
+bool OsVersionC::queryFlagB() { return settleFlag(cachedFlagB); }
 
 bool OsVersionC::isFamily4From51() const {
     return family == 4 && (major > 5 || (major == 5 && minor >= 1));

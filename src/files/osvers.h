@@ -12,6 +12,8 @@
 
 #include <stdint.h>
 
+#include <keel/atomic.h>
+
 namespace keel {
 
 class OsVersionC {
@@ -40,8 +42,10 @@ public:
     int32_t minor;
     int32_t reserved1;
     int32_t reserved2;
-    int32_t cachedFlagA;
-    int32_t cachedFlagB;
+    // Atomic cells: the one object is shared by every thread, and two first
+    // questions at once both store 0 into the same flag.
+    AtomicM<int32_t> cachedFlagA;
+    AtomicM<int32_t> cachedFlagB;
 
     // The version numbers of a release text such as "5.15.0-91": the first
     // number into `major`, the next one into `minor`. Missing numbers stay 0.

@@ -1,8 +1,8 @@
-#include "files/strdup.h"
+#include <keel/strdup.h>
 
 #include <string.h>
 
-#include "files/strlcpy.h"
+#include <keel/strlcpy.h>
 
 namespace keel {
 

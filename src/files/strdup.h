@@ -1,17 +1,6 @@
-// Duplicating plain 8-bit text onto the heap.
-//
-//     char* copy = keel::duplicateText(name);   // null for a null name
-//     ...
-//     delete[] copy;
-#ifndef KEEL_FILES_STRDUP_H
-#define KEEL_FILES_STRDUP_H
-
-namespace keel {
-
-// A new copy of `text` with its terminator, made with array new (free it with
-// delete[]). A null text gives null. Texts longer than 16 MiB are cut there.
-char* duplicateText(const char* text);
-
-}  // namespace keel
-
+// Moved to the SDK: <keel/strdup.h>. Kept so that code written against the
+// old path still builds; new code includes the public header.
+#ifndef KEEL_FILES_STRDUP_FORWARD_H
+#define KEEL_FILES_STRDUP_FORWARD_H
+#include <keel/strdup.h>
 #endif

@@ -1,4 +1,4 @@
-#include "files/stricmp.h"
+#include <keel/stricmp.h>
 
 #include <ctype.h>
 

@@ -1,16 +1,6 @@
-// Case-blind comparison of plain 8-bit text by the C library's case rules
-// (ASCII in the default locale). Used where names from the system are
-// compared without regard to case.
-#ifndef KEEL_FILES_STRICMP_H
-#define KEEL_FILES_STRICMP_H
-
-namespace keel {
-
-// Negative, 0 or positive as `first` sorts before, equal to or after
-// `second` with upper-case letters folded to lower case. At the end of
-// either text the answer is the difference of the two current bytes.
-int compareTextNoCase(const char* first, const char* second);
-
-}  // namespace keel
-
+// Moved to the SDK: <keel/stricmp.h>. Kept so that code written against the
+// old path still builds; new code includes the public header.
+#ifndef KEEL_FILES_STRICMP_FORWARD_H
+#define KEEL_FILES_STRICMP_FORWARD_H
+#include <keel/stricmp.h>
 #endif

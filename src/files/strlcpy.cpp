@@ -1,4 +1,4 @@
-#include "files/strlcpy.h"
+#include <keel/strlcpy.h>
 
 #include <string.h>
 

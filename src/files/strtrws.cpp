@@ -1,4 +1,4 @@
-#include "files/strtrws.h"
+#include <keel/strtrws.h>
 
 #include <string.h>
 

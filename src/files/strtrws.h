@@ -1,14 +1,6 @@
-// Trimming trailing white space from plain 8-bit text in place, as lines
-// read with fgets need before they are looked at.
-#ifndef KEEL_FILES_STRTRWS_H
-#define KEEL_FILES_STRTRWS_H
-
-namespace keel {
-
-// Removes trailing tabs, line feeds, carriage returns and spaces from `text`
-// in place and returns it. A null or empty text is returned as it is.
-char* trimTextRight(char* text);
-
-}  // namespace keel
-
+// Moved to the SDK: <keel/strtrws.h>. Kept so that code written against the
+// old path still builds; new code includes the public header.
+#ifndef KEEL_FILES_STRTRWS_FORWARD_H
+#define KEEL_FILES_STRTRWS_FORWARD_H
+#include <keel/strtrws.h>
 #endif

@@ -8,15 +8,14 @@ namespace keel {
 
 namespace {
 
-// The attribute object of one kind and the flag that says it was set up.
+// The flag that says a latch of one kind was made since the last reset.
 struct LatchKindStateT {
-    pthread_mutexattr_t attributes;
     AtomicM<bool> ready;
 };
 
 // Made on first use and never destroyed (trivial destructor, so no exit
 // action is registered): latches may still be made and destroyed during
-// exit, and they need the attribute objects.
+// exit.
 LatchKindStateT& kindState(LatchC::Kind kind) {
     static LatchKindStateT states[2];
     return states[kind == LatchC::Recursive ? 0 : 1];
@@ -25,15 +24,21 @@ LatchKindStateT& kindState(LatchC::Kind kind) {
 }  // namespace
 
 LatchC::LatchC(Kind kind) : kind_(kind) {
+    // Each latch sets up an attribute object of its own, on the stack, and
+    // drops it once the mutex is made. One process-wide object per kind,
+    // set up when its ready flag reads false, is shared by threads making
+    // latches at the same time: while one initialises it (init resets the
+    // type to the default before settype sets it again), another may make
+    // its mutex from it and get a plain mutex instead of a recursive one,
+    // whose owner then hangs on its own second lock. The ready flag is still
+    // kept, for what it tells (isReady) and for the load step that clears it.
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, kind);
+    pthread_mutex_init(&mutex_, &attributes);
+    pthread_mutexattr_destroy(&attributes);
     LatchKindStateT& state = kindState(kind);
-    // A plain read with no lock: two threads may both initialise the
-    // attribute object, which gives it the same contents twice.
-    if (!state.ready.load()) {
-        pthread_mutexattr_init(&state.attributes);
-        pthread_mutexattr_settype(&state.attributes, kind);
-        state.ready = true;
-    }
-    pthread_mutex_init(&mutex_, &state.attributes);
+    if (!state.ready.load()) state.ready = true;
 }
 
 LatchC::~LatchC() { pthread_mutex_destroy(&mutex_); }
@@ -51,9 +56,8 @@ void LatchC::resetReadyFlags() {
 
 bool LatchC::isReady(Kind kind) { return kindState(kind).ready.load(); }
 
-// Step 9 runs after the latches of steps 2 to 4 were made, so the first latch
-// made after load sets up its kind's attribute object a second time. That is
-// harmless and keeps every kind's set-up in one place.
+// Step 9 runs after the latches of steps 2 to 4 were made, so the flags read
+// false again until the next latch of each kind is made.
 void loadStepLatch() { LatchC::resetReadyFlags(); }
 
 }  // namespace keel

@@ -2,9 +2,10 @@
 //
 // The kind is chosen where the lock is declared: recursive (the owner may lock
 // again) or error-checking (relocking by the owner fails instead of hanging).
-// Each kind has one process-wide attribute object with a ready flag beside it;
-// the first latch of a kind made while the flag is false initialises the
-// attribute object. The attribute objects are never destroyed.
+// Every latch sets up mutex attributes of its own kind while it is made, so
+// two threads making latches at once never share an attribute object. Each
+// kind keeps a ready flag, set by every latch of the kind and cleared by the
+// load step of this unit.
 //
 //     static LatchC latch(LatchC::Recursive);
 //     LatchGuardC guard(latch);     // locked until the end of the scope
@@ -33,10 +34,10 @@ public:
 
     Kind kind() const { return kind_; }
 
-    // Load step: puts both ready flags back to false, so that the next latch
-    // of each kind initialises its attribute object again.
+    // Load step: puts both ready flags back to false until the next latch of
+    // each kind is made.
     static void resetReadyFlags();
-    // Whether the attribute object of `kind` counts as initialised.
+    // Whether a latch of `kind` was made since the last reset.
     static bool isReady(Kind kind);
 
 private:

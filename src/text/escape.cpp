@@ -1,9 +1,9 @@
-#include "text/escape.h"
+#include <keel/escape.h>
 
 #include <string>
 #include <vector>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 #include "text/utf8.h"
 
 namespace keel {

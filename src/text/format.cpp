@@ -274,8 +274,10 @@ private:
 
     void putSlow(uint32_t character) {
         uint32_t size = utf8EncodedLength(character);
-        // A character of no encoded form adds nothing but is counted, as
-        // appendChar does.
+        // A character of no encoded form (0x80000000 and above) adds nothing
+        // and, as in appendChar, is not counted: a count above the text
+        // would make the result's length and indexed reads answer wrong.
+        if (size == 0) return;
         if (length_ + size > limit_) {
             data_[length_] = 0;
             target_->byteLength = length_;

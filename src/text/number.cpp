@@ -1,7 +1,7 @@
-#include "text/number.h"
+#include <keel/number.h>
 
 #include "text/case.h"
-#include "text/replace.h"
+#include <keel/replace.h>
 #include "text/utf8.h"
 
 namespace keel {

@@ -1,4 +1,4 @@
-#include "text/replace.h"
+#include <keel/replace.h>
 
 namespace keel {
 

@@ -1,4 +1,4 @@
-#include "text/split.h"
+#include <keel/split.h>
 
 #include <new>
 #include <vector>

@@ -111,7 +111,12 @@ StringImplFactoryC::~StringImplFactoryC() {}
 
 StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount, const char* encoding) {
     if (byteCount == 0) return emptyString();
-    if (byteCount == 1) {
+    // A null pointer is the empty text at any count. The one-byte test below
+    // reads the byte first; with a null pointer that read went through null
+    // before anything looked at the pointer. It is only made when there are
+    // bytes to read; the null goes on to the constructor, which stores the
+    // empty text, as it does for a null with any other count.
+    if (byteCount == 1 && bytes) {
         // One byte from 1 to 127 is that ASCII character whatever the
         // encoding name says.
         int8_t value = *static_cast<const int8_t*>(bytes);

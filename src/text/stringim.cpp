@@ -433,7 +433,7 @@ void StringImplC::setVectorPaths(bool on) {
 // Count 0, every cached field 0 and no buffer; then reset puts the fields
 // into their empty state.
 StringImplC::StringImplC()
-    : data(nullptr), charCount(0), byteLength(0), capacity(0), cursorIndex(0), cursorOffset(0) {
+    : data(nullptr), charCount(0), byteLength(0), capacity(0), cursor(0) {
     StringImplC::reset();
 }
 
@@ -561,8 +561,7 @@ void StringImplC::reset() {
     charCount = -1;
     byteLength = 0;
     capacity = 0;
-    cursorIndex = -1;
-    cursorOffset = 0;
+    clearCursor();
 }
 
 // The first allocation is exact to 8 bytes; later growth is by half and
@@ -591,17 +590,56 @@ const uint8_t* StringImplC::textBytes() const { return data ? data : emptyText; 
 
 // --- The position cursor -----------------------------------------------------
 
+namespace {
+
+inline uint64_t packCursor(int32_t index, int32_t offset) {
+    return static_cast<uint64_t>(static_cast<uint32_t>(index)) |
+           (static_cast<uint64_t>(static_cast<uint32_t>(offset)) << 32);
+}
+
+}  // namespace
+
+StringImplC::CursorT StringImplC::loadCursor() const {
+    uint64_t both = cursor.load();
+    CursorT pair = {static_cast<int32_t>(static_cast<uint32_t>(both)),
+                    static_cast<int32_t>(static_cast<uint32_t>(both >> 32))};
+    return pair;
+}
+
+void StringImplC::clearCursor() { cursor = packCursor(-1, 0); }
+
+// Index and offset go into the one cell together: a reader on another
+// thread sees the whole of one cursor or the whole of another, never one's
+// index with the other's offset.
+//
+// The walk to an index past the end of a counted text answers the end. Kept
+// as it is asked, that index would stand at the end's offset, and every
+// later backward walk from this cursor would land as many characters early
+// as the index lay past the end (after charAt(length + 2), charAt(length - 1)
+// would answer the character two places in front). The end's own index, the
+// count, is stored instead; the place is the same.
 void StringImplC::setCursor(int32_t index, const uint8_t* place) {
     if (index < 1) return;
-    cursorIndex = index;
-    cursorOffset = static_cast<int32_t>(place - data);
+    int32_t known = charCount.load();
+    if (known >= 0 && index > known) {
+        index = known;
+        if (index < 1) return;
+    }
+    cursor = packCursor(index, static_cast<int32_t>(place - data));
+}
+
+uint8_t* StringImplC::seek(int32_t index) {
+    int32_t reached = 0;
+    return seek(index, &reached);
 }
 
 // Finds the character at `index`, starting from whichever known place is
 // nearest: the start, the cursor, or the end when the count is known. The
 // place found becomes the new cursor, so that walks through a string by
 // index stay linear.
-uint8_t* StringImplC::seek(int32_t index) {
+uint8_t* StringImplC::seek(int32_t index, int32_t* reached) {
+    // An index below 0 answers the start.
+    *reached = index < 0 ? 0 : index;
     // A representation without a buffer reads as the empty text.
     if (!data) return nullptr;
     int32_t known = charCount.load();
@@ -610,28 +648,33 @@ uint8_t* StringImplC::seek(int32_t index) {
         // start, as the walk below does, instead of a place in front of the
         // buffer.
         if (index <= 0) return data;
-        return data + (index < known ? index : known);
+        if (index > known) {
+            *reached = known;
+            return data + known;
+        }
+        return data + index;
     }
 
-    int32_t cursor = cursorIndex.load();
-    int32_t cursorAt = cursorOffset.load();
-    // Another thread may pair an index with the other's offset; keep the
-    // offset inside the text whatever it reads.
-    if (cursorAt < 0 || static_cast<uint32_t>(cursorAt) > byteLength) cursor = 0;
-    bool haveCursor = cursor >= 1;
+    // One load: the index and the offset belong to the same cursor.
+    CursorT pair = loadCursor();
+    int32_t cursorIndex = pair.index;
+    int32_t cursorAt = pair.offset;
+    // A cursor left by a text that has since become shorter is not used.
+    if (cursorAt < 0 || static_cast<uint32_t>(cursorAt) > byteLength) cursorIndex = 0;
+    bool haveCursor = cursorIndex >= 1;
 
     int32_t forwardIndex = 0;
     uint8_t* forwardPlace = data;
-    if (haveCursor && index >= cursor) {
-        forwardIndex = cursor;
+    if (haveCursor && index >= cursorIndex) {
+        forwardIndex = cursorIndex;
         forwardPlace = data + cursorAt;
     }
     bool haveBackward = false;
     int32_t backwardIndex = 0;
     uint8_t* backwardPlace = nullptr;
-    if (haveCursor && index < cursor) {
+    if (haveCursor && index < cursorIndex) {
         haveBackward = true;
-        backwardIndex = cursor;
+        backwardIndex = cursorIndex;
         backwardPlace = data + cursorAt;
     } else if (known >= 0) {
         haveBackward = true;
@@ -649,7 +692,9 @@ uint8_t* StringImplC::seek(int32_t index) {
     }
     if (walkBackward) {
         if (back <= 0) {
+            // Past the end of a counted text: the end, whose index is the count.
             place = data + byteLength;
+            if (back < 0) *reached = backwardIndex;
         } else {
             place = backwardPlace;
             for (int64_t steps = back; steps > 0; --steps) {
@@ -666,7 +711,11 @@ uint8_t* StringImplC::seek(int32_t index) {
             place = stepForward(place, data + byteLength);
             --steps;
         }
-        if (steps > 0) return place;  // the end, reached early: cursor unchanged
+        if (steps > 0) {
+            // The end, reached early: the cursor is left as it is.
+            *reached = static_cast<int32_t>(index - steps);
+            return place;
+        }
     }
     setCursor(index, place);
     return place;
@@ -680,11 +729,12 @@ int32_t StringImplC::length() {
     if (!data) return 0;  // no buffer: the empty text, and nothing is stored
     int32_t counted = 0;
     const uint8_t* p = data;
-    int32_t cursor = cursorIndex.load();
-    int32_t cursorAt = cursorOffset.load();
-    if (cursor >= 1 && cursorAt >= 0 && static_cast<uint32_t>(cursorAt) <= byteLength) {
-        counted = cursor;
-        p = data + cursorAt;
+    // One load, so that the count starts from an index and the offset of
+    // that same index; a torn pair would store a wrong count for good.
+    CursorT pair = loadCursor();
+    if (pair.index >= 1 && pair.offset >= 0 && static_cast<uint32_t>(pair.offset) <= byteLength) {
+        counted = pair.index;
+        p = data + pair.offset;
     }
     const uint8_t* end = data + byteLength;
     while (p < end && *p != 0) {
@@ -779,14 +829,28 @@ StringImplI* StringImplC::substring(int32_t start, int32_t count) {
 // unknown) count until the next change rewrites it. Callers rely on the
 // cheap arithmetic.
 void StringImplC::erase(int32_t start, int32_t count) {
-    uint8_t* p = seek(start);
-    uint8_t* q = count == -1 ? (data ? data + byteLength : nullptr) : seek(start + count);
+    // The end of the range is start + count, summed in 64 bits: in 32 bits
+    // erase(1, INT32_MAX) would overflow (undefined; in practice it wraps to
+    // a negative index, and nothing is erased). A range running past the end
+    // of the text ends at the end, as any count past the end does.
+    int64_t endIndex = static_cast<int64_t>(start) + count;
+    if (endIndex > INT32_MAX) endIndex = INT32_MAX;
+    if (endIndex < INT32_MIN) endIndex = INT32_MIN;
+    int32_t startReached = 0;
+    uint8_t* p = seek(start, &startReached);
+    uint8_t* q = count == -1 ? (data ? data + byteLength : nullptr) : seek(static_cast<int32_t>(endIndex));
     if (!p || !q) return;  // no buffer, or no such place: nothing to move
-    if (start == 0) {
-        cursorOffset = 0;
-        cursorIndex = -1;
+    // The cursor goes to the start of the erased range, which keeps its
+    // index. A start that lies past the end of a text of unknown count
+    // names no character: the place is the end, and storing the index asked
+    // for there would send every later walk from the cursor astray. The
+    // index that the walk reached at the end is stored instead.
+    // A start at or in front of 0 leaves no cursor: the walk to the end of
+    // the range may have put one behind the text that is about to move.
+    if (startReached < 1) {
+        clearCursor();
     } else {
-        setCursor(start, p);
+        setCursor(startReached, p);
     }
     // A negative count other than -1 names an end in front of the start;
     // nothing is moved then, rather than the text being pushed past its
@@ -823,8 +887,13 @@ void StringImplC::appendChar(uint32_t character) {
     utf8Put(end, character);
     byteLength = static_cast<uint32_t>(end - data);
     *end = 0;
+    // A value of 0x80000000 or more has no encoded form and adds nothing.
+    // Counting it anyway would leave a known count one above the text, and
+    // length, the end of backward walks and the one-byte test of seek would
+    // answer from that wrong count; the count goes up only for what was
+    // written.
     int32_t known = charCount.load();
-    if (known >= 0) charCount = known + 1;
+    if (known >= 0 && utf8EncodedLength(character) != 0) charCount = known + 1;
 }
 
 void StringImplC::insert(int32_t index, StringImplI* other) {
@@ -836,6 +905,13 @@ void StringImplC::insert(int32_t index, StringImplI* other) {
     // After the reserve, which may have moved the buffer.
     uint8_t* p = seek(index);
     if (p) {
+        // seek leaves the cursor where it was for index 0, for a one-byte
+        // text with its count known, and past the end. A cursor behind the
+        // insertion point would then keep its old index at an offset that
+        // now holds other text, and later indexed reads and length() would
+        // answer wrong; it is dropped. One at or in front of the point
+        // stays right, since the text in front of it does not change.
+        if (loadCursor().offset > static_cast<int32_t>(p - data)) clearCursor();
         uint32_t tail = static_cast<uint32_t>(data + byteLength - p) + 1;
         memmove(p + length, p, tail);
         memcpy(p, otherText, length);

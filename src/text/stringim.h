@@ -83,8 +83,8 @@ public:
     uint32_t byteCount() const { return byteLength; }
     uint32_t byteCapacity() const { return capacity; }
     int32_t storedCharCount() const { return charCount.load(); }
-    int32_t storedCursorIndex() const { return cursorIndex.load(); }
-    int32_t storedCursorOffset() const { return cursorOffset.load(); }
+    int32_t storedCursorIndex() const { return loadCursor().index; }
+    int32_t storedCursorOffset() const { return loadCursor().offset; }
     int32_t referenceCount() const { return refCount(); }
     // Test hook: with false, the 32- and 64-byte block paths (construction
     // from UTF-8, search for an ASCII character) are left out, so that tests
@@ -95,6 +95,16 @@ public:
     // stringim.cpp); null when there is no buffer or a backward walk ran in
     // front of the text.
     uint8_t* seek(int32_t index);
+    // seek, telling also the index of the character at the place answered:
+    // `index` itself, or less when the text ended first.
+    uint8_t* seek(int32_t index, int32_t* reached);
+
+    // The cursor as one pair: the character index (below 1: no cursor) and
+    // its byte offset in `data`.
+    struct CursorT {
+        int32_t index;
+        int32_t offset;
+    };
 
 protected:
     // The format engine appends to a new representation's buffer directly.
@@ -108,9 +118,13 @@ protected:
     // Stores the two texts one behind the other, with the sum of their
     // character counts.
     void storeJoined(StringImplI* first, StringImplI* second);
-    // Writes the cursor: the index first, then the offset. Nothing for an
-    // index below 1.
+    // Writes the cursor, index and offset in one store. Nothing for an index
+    // below 1; an index past a known count is stored as the count.
     void setCursor(int32_t index, const uint8_t* place);
+    // No cursor: index -1, offset 0.
+    void clearCursor();
+    // Index and offset as one pair, read in one load.
+    CursorT loadCursor() const;
     // The text as bytes: the buffer, or an empty text when there is none, so
     // that nothing reads through a null buffer.
     const uint8_t* textBytes() const;
@@ -123,8 +137,12 @@ protected:
     AtomicM<int32_t> charCount;
     uint32_t byteLength;
     uint32_t capacity;
-    AtomicM<int32_t> cursorIndex;
-    AtomicM<int32_t> cursorOffset;
+    // The position cursor: index in the low 32 bits, byte offset in the
+    // high 32 bits of one cell. Readers on other threads move it while they
+    // walk a shared text; two cells written one after the other would let a
+    // reader pair one walk's index with another's offset and answer a
+    // neighbouring character, so both go in and out together.
+    AtomicM<uint64_t> cursor;
 };
 
 // Lives until the process ends and is never changed: handles neither count

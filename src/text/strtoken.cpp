@@ -29,12 +29,4 @@ void loadStepStrtoken() {
 
 const StringC& defaultTrimSet() { return trimSet(); }
 
-StringC trimString(const StringC& source, const StringC& set) {
-    int32_t first = source.findFirstNotOf(set);
-    if (first < 0) return StringC();
-    int32_t last = source.findLastNotOf(set);
-    if (first == 0 && last == source.length() - 1) return source;
-    return source.substring(first, last - first + 1);
-}
-
 }  // namespace keel

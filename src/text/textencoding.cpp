@@ -982,10 +982,13 @@ inline void putUtf8Three(uint8_t*& o, __m128i u) {
     o += 24;
 }
 
-// The same with proper pairs among them (`pairHigh` marks the lanes of their high halves; a low
-// half writes nothing). Each lane is stored as four bytes and the pointer
-// moves by its length, so up to three bytes behind the end are written
-// over; the room takes them.
+// The same with proper pairs among them (`pairHigh` marks the lanes of their
+// high halves; a low half adds nothing). Each lane is stored as four bytes and
+// the pointer moves by its length, so bytes behind the end are written over:
+// up to three, and four when the last lane is a low half, which moves the
+// pointer by 0 and still stores its word there. Six three-byte units and a
+// pair advance 22 bytes and store up to byte 25; the caller's room must take
+// 8 * 3 + 2 bytes (see rawDecode).
 inline void putUtf8UnitsAndPairs(uint8_t*& o, __m128i u, __m128i pairHigh) {
     const __m128i zero = _mm_setzero_si128();
     __m128i next = _mm_srli_si128(u, 2);
@@ -1163,6 +1166,14 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
                 uint32_t strays = static_cast<uint32_t>(_mm_movemask_epi8(
                     _mm_or_si128(_mm_andnot_si128(pairHigh, high), _mm_andnot_si128(pairLow, low))));
                 if (strays) break;
+                // Testing the room for the eight units' largest output plus one,
+                // as the paths above do, is one byte short here: a low half in
+                // the last lane stores four bytes at the end of what the block
+                // writes (up to byte 25 of 22 written). With a room of exactly
+                // the decoded size (six three-byte units, a pair, one more
+                // unit: 25 bytes) that store went one byte past the room. The
+                // block takes this path only when its widest store fits.
+                if (left(o, oend) < 8 * 3 + 2) break;
                 putUtf8UnitsAndPairs(o, u, pairHigh);
                 chars += 8 - countBits(static_cast<uint32_t>(_mm_movemask_epi8(pairLow))) / 2;
             }

@@ -1,6 +1,14 @@
-#include "text/trim.h"
+#include <keel/trim.h>
 
 namespace keel {
+
+StringC trimString(const StringC& source, const StringC& set) {
+    int32_t first = source.findFirstNotOf(set);
+    if (first < 0) return StringC();
+    int32_t last = source.findLastNotOf(set);
+    if (first == 0 && last == source.length() - 1) return source;
+    return source.substring(first, last - first + 1);
+}
 
 void trimLeft(StringC& string, const StringC& set) {
     if (string.isEmpty()) return;

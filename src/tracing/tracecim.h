@@ -26,8 +26,8 @@
 
 #include <keel/trace.h>
 
-#include "containers/blobarr.h"
-#include "containers/hashtbl.h"
+#include <keel/blobarr.h>
+#include <keel/hashtbl.h>
 #include "files/osvers.h"
 #include "frame/latch.h"
 

@@ -5,7 +5,7 @@
 
 #include <keel/format.h>
 
-#include "files/strdup.h"
+#include <keel/strdup.h>
 
 namespace keel {
 

@@ -1,4 +1,4 @@
-#include "containers/blobarr.h"
+#include <keel/blobarr.h>
 
 #include <gtest/gtest.h>
 #include <stdint.h>

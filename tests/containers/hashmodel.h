@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "containers/hashtbl.h"
+#include <keel/hashtbl.h>
 
 namespace keel {
 namespace testing_model {

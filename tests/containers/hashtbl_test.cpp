@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "containers/hashmodel.h"
-#include "containers/hashtbl.h"
+#include <keel/hashtbl.h>
 #include "containers/printcapture.h"
 
 namespace keel {

@@ -7,7 +7,7 @@
 #include <string>
 #include <type_traits>
 
-#include "containers/list.h"
+#include <keel/list.h>
 #include "containers/printcapture.h"
 
 namespace keel {

@@ -1,10 +1,10 @@
-#include "containers/objarray.h"
+#include <keel/objarray.h>
 
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 
 namespace keel {
 namespace {

@@ -1,4 +1,4 @@
-#include "containers/qsort.h"
+#include <keel/qsort.h>
 
 #include <gtest/gtest.h>
 #include <stdint.h>

@@ -1,4 +1,4 @@
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 
 #include <gtest/gtest.h>
 

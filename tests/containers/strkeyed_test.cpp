@@ -9,7 +9,7 @@
 
 #include "containers/hashmodel.h"
 #include "containers/printcapture.h"
-#include "containers/strkeyed.h"
+#include <keel/strkeyed.h>
 
 namespace keel {
 namespace {

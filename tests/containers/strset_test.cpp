@@ -6,7 +6,7 @@
 #include <string>
 
 #include "containers/printcapture.h"
-#include "containers/strset.h"
+#include <keel/strset.h>
 
 namespace keel {
 namespace {

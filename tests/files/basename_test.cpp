@@ -1,4 +1,4 @@
-#include "files/basename.h"
+#include <keel/basename.h>
 
 #include <gtest/gtest.h>
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <errno.h>
 #include <ftw.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -124,6 +125,43 @@ TEST_F(CopyFileTest, MoveRenamesOrCopiesAndRemoves) {
     EXPECT_EQ(kCopyFileFailed, moveFileData(source.c_str(), path("d").c_str()));
     EXPECT_EQ("stays", read(source));
     EXPECT_EQ(kCopyFileFailed, moveFileData(path("missing").c_str(), path("x").c_str()));
+}
+
+// Closes the stream and answers as a full disk seen only at close does.
+int failingClose(FILE* stream) {
+    fclose(stream);
+    errno = ENOSPC;
+    return EOF;
+}
+
+// A destination that does not close is a failed write: it is removed, the
+// copy answers 1, and a move across file systems keeps its source.
+TEST_F(CopyFileTest, FailedCloseRemovesTheDestinationAndKeepsTheSource) {
+    std::string source = put("src", std::string(3000, 'k')), destination = path("dst");
+    setCopyCloseFunction(failingClose);
+    EXPECT_EQ(kCopyFileFailed, copyFileData(source.c_str(), destination.c_str()));
+    EXPECT_FALSE(pathExists(destination.c_str()));
+    EXPECT_EQ(std::string(3000, 'k'), read(source));
+    char pattern[] = "/dev/shm/keel-move-XXXXXX";
+    int fd = access("/dev/shm", W_OK) == 0 ? mkstemp(pattern) : -1;
+    if (fd >= 0) {
+        // rename fails across file systems (or works, where /dev/shm is on
+        // the same one: then no copy and no close are involved).
+        ASSERT_EQ(4, write(fd, "kept", 4));
+        close(fd);
+        int code = moveFileData(pattern, destination.c_str());
+        struct stat shm, tmp;
+        bool across = stat("/dev/shm", &shm) == 0 && stat(dir.c_str(), &tmp) == 0 && shm.st_dev != tmp.st_dev;
+        if (across) {
+            EXPECT_EQ(kCopyFileFailed, code);
+            EXPECT_EQ("kept", read(pattern));
+            EXPECT_FALSE(pathExists(destination.c_str()));
+        }
+        unlink(pattern);
+    }
+    setCopyCloseFunction(nullptr);
+    EXPECT_EQ(kCopyDone, copyFileData(source.c_str(), destination.c_str()));
+    EXPECT_EQ(std::string(3000, 'k'), read(destination));
 }
 
 // /dev/shm is usually another file system than /tmp; where it is not, the

@@ -1,4 +1,4 @@
-#include "files/dirname.h"
+#include <keel/dirname.h>
 
 #include <gtest/gtest.h>
 

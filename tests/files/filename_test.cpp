@@ -1,4 +1,4 @@
-#include "files/filename.h"
+#include <keel/filename.h>
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 #include "text/case.h"
 
 namespace keel {

@@ -5,7 +5,10 @@
 #include <stdlib.h>
 #include <sys/utsname.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace keel {
 namespace {
@@ -43,6 +46,24 @@ TEST(OsVersion, FlagsSettleToFalse) {
     version.cachedFlagA = 7;
     EXPECT_TRUE(version.queryFlagA());
     EXPECT_EQ(7, version.cachedFlagA);
+}
+
+// The shared object's flags asked on several threads at once: the same
+// answers, and every read and write through the atomic cell.
+TEST(OsVersionThreadTest, FlagsAskedAtOnce) {
+    OsVersionC version;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&version, &wrong] {
+            for (int i = 0; i < 1000; ++i) {
+                if (version.queryFlagA() || version.queryFlagB()) ++wrong;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(0, version.cachedFlagA.load());
 }
 
 TEST(OsVersion, FamilyTests) {

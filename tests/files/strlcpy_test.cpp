@@ -1,6 +1,6 @@
 // The text helpers: copyTextBounded, duplicateText, compareTextNoCase,
 // trimTextRight.
-#include "files/strlcpy.h"
+#include <keel/strlcpy.h>
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 
 #include <string>
 
-#include "files/stricmp.h"
-#include "files/strdup.h"
-#include "files/strtrws.h"
+#include <keel/stricmp.h>
+#include <keel/strdup.h>
+#include <keel/strtrws.h>
 
 namespace keel {
 namespace {

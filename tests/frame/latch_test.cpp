@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -53,6 +54,30 @@ TEST(LatchThreadTest, GuardExcludesOtherThreads) {
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(80000, counter);
+}
+
+// Latches made on several threads at once each get their own kind: a
+// recursive one lets its owner lock again (tried, so that a wrong kind
+// fails the test instead of hanging it), an error-checking one refuses.
+TEST(LatchThreadTest, LatchesMadeAtOnceKeepTheirKind) {
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t, &wrong] {
+            for (int i = 0; i < 3000; ++i) {
+                if (i % 500 == 0) LatchC::resetReadyFlags();
+                LatchC::Kind kind = (i + t) % 2 ? LatchC::Recursive : LatchC::ErrorChecking;
+                LatchC latch(kind);
+                if (latch.lock() != 0) ++wrong;
+                int again = latch.tryLock();
+                if (again != (kind == LatchC::Recursive ? 0 : EBUSY)) ++wrong;
+                if (again == 0) latch.unlock();
+                latch.unlock();
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, wrong.load());
 }
 
 }  // namespace

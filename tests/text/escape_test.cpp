@@ -1,8 +1,8 @@
-#include "text/escape.h"
+#include <keel/escape.h>
 
 #include <gtest/gtest.h>
 
-#include "containers/stringar.h"
+#include <keel/stringar.h>
 #include "text/scantest.h"
 
 namespace keel {

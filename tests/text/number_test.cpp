@@ -1,5 +1,5 @@
 // The integer scanners (value, code and end index together) and parseBool.
-#include "text/number.h"
+#include <keel/number.h>
 
 #include <gtest/gtest.h>
 

@@ -209,30 +209,6 @@ TEST(StringHandleThreadTest, ConcurrentAssignmentReleasesEachOldValueOnce) {
     EXPECT_EQ(4 * rounds, destroyedCounted.load());
 }
 
-// Readers on several threads move the cursor of one shared representation.
-// The two cursor cells are written one after the other without a lock, so a
-// reader may pair one thread's index with another's offset and answer a
-// neighbouring character; what must hold is that every answer is a
-// character of the text (or 0 past it) and that private copies are exact.
-TEST(StringHandleThreadTest, SharedReadersAndPrivateWriters) {
-    StringC shared("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80" "b", "vutf8");
-    ASSERT_EQ(5, shared.length());
-    std::atomic<int> wrong{0};
-    onFourThreads([&shared, &wrong](int) {
-        for (int i = 0; i < 500; ++i) {
-            StringC mine = shared;
-            for (int32_t k = 6; k >= 0; --k) {
-                uint32_t c = shared.charAt(k);
-                if (c != 0 && c != 'a' && c != 0xE9 && c != 0x20AC && c != 0x1F600 && c != 'b') ++wrong;
-            }
-            mine.append(uint32_t('z'));
-            if (mine.length() != 6 || mine.charAt(5) != 'z' || mine.charAt(3) != 0x1F600) ++wrong;
-        }
-    });
-    EXPECT_EQ(0, wrong.load());
-    EXPECT_EQ(5, shared.length());
-}
-
 TEST(StringCacheThreadTest, OneCharacterStringsFromManyThreads) {
     std::atomic<int> wrong{0};
     onFourThreads([&wrong](int) {

@@ -625,6 +625,27 @@ TEST(TextEncodingRoom, NothingIsWrittenPastTheRoom) {
     }
 }
 
+// Every conversion into a room of exactly the size it announced: a block path
+// that stores wider words than it advances must stop in front of the end
+// (`pieces` looks at the bytes behind the room). Dense mixtures of one- to
+// four-byte characters put every kind of lane at the end of a block.
+TEST(TextEncodingRoom, BlockPathsStayInsideAnExactRoom) {
+    // Six three-byte units, a pair and one more: 25 bytes, with the pair's
+    // low half in the last lane of the first block of eight.
+    for (bool big : {false, true}) {
+        Result r = decodeAll(big ? "utf16be" : "utf16le",
+                             units16({0x4E00, 0x4E00, 0x4E00, 0x4E00, 0x4E00, 0x4E00, 0xD83D, 0xDE00, 0x4E00}, big));
+        EXPECT_EQ(25u, r.out.size());
+    }
+    std::mt19937 rng(4711);
+    const uint32_t kinds[] = {0x41, 0xE9, 0x4E00, 0x1F600, 0x200000};
+    for (int round = 0; round < 1500; ++round) {
+        Bytes text;
+        for (uint32_t i = 0, n = 1 + rng() % 40; i < n; ++i) put8(text, kinds[rng() % 5] + rng() % 2);
+        for (const char* name : kNames) decodeAll(name, encodeAll(name, text).out);
+    }
+}
+
 TEST(TextEncodingRoom, ShortRoomLosesTheCharacterThatDidNotFit) {
     // The buffered decoders read a character before they find no room for
     // it: it is consumed and lost, and what follows is held if it fits.

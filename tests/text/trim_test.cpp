@@ -1,4 +1,4 @@
-#include "text/trim.h"
+#include <keel/trim.h>
 
 #include <gtest/gtest.h>
 

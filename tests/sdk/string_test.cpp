@@ -1,0 +1,167 @@
+// The conveniences of the StringC handle as a client uses them: moves,
+// comparisons and hashing as container keys, conversions, the character
+// range, case copies and telling a string of an unknown encoding apart.
+#include <algorithm>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <keel/keel.h>
+
+using namespace keel;
+
+namespace {
+
+StringC u8(std::string_view text) { return StringC(text); }
+
+// The reference count of a representation, read through its own operations.
+int32_t countOf(const StringC& string) {
+    StringImplI* impl = string.getImpl();
+    int32_t count = impl->addRef() - 1;
+    impl->release();
+    return count;
+}
+
+TEST(StringHandleTest, MovesTouchNoReferenceCount) {
+    StringC source = u8("moved text");
+    StringImplI* impl = source.getImpl();
+    ASSERT_EQ(1, countOf(source));
+    StringC target(std::move(source));
+    EXPECT_EQ(impl, target.getImpl());
+    EXPECT_EQ(1, countOf(target));
+    // The moved-from handle reads as the empty string and can be reused.
+    EXPECT_TRUE(source.isEmpty());  // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(0, source.length());
+    EXPECT_EQ("", source.toStdString());
+    source.append(u8("again"));
+    EXPECT_EQ("again", source.toStdString());
+
+    StringC other = u8("other");
+    other = std::move(target);
+    EXPECT_EQ(impl, other.getImpl());
+    EXPECT_EQ(1, countOf(other));
+    other = std::move(other);
+    EXPECT_EQ("moved text", other.toStdString());
+}
+
+TEST(StringHandleTest, SortsAndKeysContainers) {
+    std::vector<StringC> words;
+    for (const char* w : {"pear", "Apple", "\xc3\xa9t\xc3\xa9", "apple", "pear", "zebra", ""}) words.push_back(u8(w));
+    std::sort(words.begin(), words.end());
+    std::vector<std::string> sorted;
+    for (const StringC& w : words) sorted.push_back(w.toStdString());
+    // Byte order of the UTF-8 text: upper case before lower, U+00E9 last.
+    EXPECT_EQ((std::vector<std::string>{"", "Apple", "apple", "pear", "pear", "zebra", "\xc3\xa9t\xc3\xa9"}), sorted);
+
+    std::map<StringC, int> ordered;
+    std::unordered_map<StringC, int> hashed;
+    for (const StringC& w : words) {
+        ++ordered[w];
+        ++hashed[w];
+    }
+    EXPECT_EQ(6u, ordered.size());
+    EXPECT_EQ(6u, hashed.size());
+    EXPECT_EQ(2, hashed[u8("pear")]);
+    EXPECT_EQ(2, ordered[u8("pear")]);
+
+    EXPECT_TRUE(u8("a") == u8("a"));
+    EXPECT_TRUE(u8("a") != u8("b"));
+    EXPECT_TRUE(u8("a") < u8("b"));
+    EXPECT_TRUE(u8("b") > u8("a"));
+    EXPECT_TRUE(u8("a") <= u8("a") && u8("a") >= u8("a"));
+    EXPECT_TRUE(u8("text") == std::string_view("text"));
+    EXPECT_TRUE(std::string_view("text") != u8("texts"));
+    // Equal strings from different encodings hash alike.
+    const unsigned char utf16[] = {'p', 0, 'e', 0, 'a', 0, 'r', 0};
+    StringC fromUtf16(utf16, sizeof utf16, "utf16le");
+    EXPECT_EQ(fromUtf16, u8("pear"));
+    EXPECT_EQ(std::hash<StringC>()(fromUtf16), std::hash<StringC>()(u8("pear")));
+}
+
+TEST(StringHandleTest, ConvertsToAndFromUtf8) {
+    std::string source = "Stra\xc3\x9f" "e \xe2\x82\xac";
+    StringC string(source);
+    EXPECT_EQ(8, string.length());
+    EXPECT_EQ(source, string.toStdString());
+    EXPECT_EQ(source, static_cast<std::string>(string));
+    EXPECT_EQ(std::string_view(source), string.view());
+    EXPECT_EQ(std::string_view(source), static_cast<std::string_view>(string));
+    // Broken UTF-8 is replaced on the way in, as "utf8" always does.
+    EXPECT_EQ("a\xef\xbf\xbd" "b", u8("a\xff" "b").toStdString());
+    std::ostringstream out;
+    out << string << '|' << StringC("xy", "no-such-encoding") << '|';
+    EXPECT_EQ(source + "||", out.str());
+}
+
+// The range gives what charAt gives, character for character, also on text
+// of internal form with broken sequences.
+TEST(StringHandleTest, CharacterRangeAgreesWithCharAt) {
+    std::mt19937 random(14);
+    const unsigned char pieces[][4] = {{'a'}, {0xC3, 0xA9}, {0xE2, 0x82, 0xAC}, {0xF0, 0x9F, 0x98, 0x80}, {0x80}, {0xE4, 'x'}, {0xFF}, {0xC3}};
+    for (int round = 0; round < 300; ++round) {
+        std::string bytes;
+        int count = random() % 12;
+        for (int i = 0; i < count; ++i) {
+            const unsigned char* piece = pieces[random() % 8];
+            for (int k = 0; k < 4 && piece[k]; ++k) bytes += static_cast<char>(piece[k]);
+        }
+        StringC string(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");
+        std::vector<uint32_t> viaRange, viaCharAt;
+        for (char32_t c : string.chars()) viaRange.push_back(c);
+        for (int32_t i = 0; i < string.length(); ++i) viaCharAt.push_back(string.charAt(i));
+        ASSERT_EQ(viaCharAt, viaRange) << round;
+    }
+    // The range holds its own reference: changing the string meanwhile
+    // changes a copy.
+    StringC word = u8("abc");
+    std::u32string seen;
+    for (char32_t c : word.chars()) {
+        seen += c;
+        word.append(uint32_t('!'));
+    }
+    EXPECT_EQ(U"abc", seen);
+    EXPECT_EQ("abc!!!", word.toStdString());
+    for (char32_t c : StringC("xy", "no-such-encoding").chars()) ADD_FAILURE() << uint32_t(c);
+}
+
+TEST(StringHandleTest, CaseCopiesLeaveEverySharerAlone) {
+    StringC original = u8("Hello World \xc3\x89t\xc3\xa9");
+    StringC sharer = original;
+    StringC lower = original.toLower();
+    StringC upper = original.toUpper();
+    EXPECT_EQ("hello world \xc3\xa9t\xc3\xa9", lower.toStdString());
+    EXPECT_EQ("HELLO WORLD \xc3\x89T\xc3\x89", upper.toStdString());
+    EXPECT_EQ("Hello World \xc3\x89t\xc3\xa9", original.toStdString());
+    EXPECT_EQ("Hello World \xc3\x89t\xc3\xa9", sharer.toStdString());
+    EXPECT_EQ("a", u8("A").toLower().toStdString());  // one-character shared string
+    EXPECT_EQ("A", u8("A").toStdString());
+    EXPECT_EQ("", StringC().toUpper().toStdString());
+}
+
+TEST(StringHandleTest, ValidTellsAnUnknownEncodingApart) {
+    struct CaseT {
+        const char* encoding;
+        bool valid;
+    } cases[] = {{"utf8", true}, {"UTF8", true}, {"Ascii", true}, {"utf16", true}, {"system-8", true},
+                 {"UTF-8", false}, {"latin1", false}, {"utf-16", false}, {"", false}};
+    for (const CaseT& c : cases) {
+        StringC string("text", c.encoding);
+        EXPECT_EQ(c.valid, string.valid()) << c.encoding;
+        EXPECT_EQ(c.valid, string.length() > 0) << c.encoding;
+    }
+    // One ASCII byte and the empty text come from the factory's shared
+    // strings whatever the name says.
+    EXPECT_TRUE(StringC("x", "UTF-8").valid());
+    EXPECT_TRUE(StringC().valid());
+    EXPECT_TRUE(StringC("", "utf8").valid());
+    // No text is not the same as empty text, but it compares equal to it.
+    EXPECT_EQ(StringC(), StringC("text", "UTF-8"));
+}
+
+}  // namespace

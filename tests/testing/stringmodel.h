@@ -1,0 +1,380 @@
+// A run of random operations on a StringC checked against a std::u32string
+// that holds the same characters. Shared by the model test
+// (tests/text/stringim_model_test.cpp), which draws its choices from a
+// seeded generator, and the fuzz target (fuzz/stringmodel_fuzz.cpp), which
+// draws them from its input.
+//
+// The text is made of sequences of one to six bytes (values up to
+// 0x7FFFFFFF, never 0), on strings whose count is known and on strings
+// whose count is not, ASCII-only ones among them. The operations are indexed
+// reads inside and past the end, length, substring, insert (at 0, inside, past
+// the end), erase (inside, to the end, with counts far past the end), append
+// of strings and characters, copies changed on write, and the eight searches
+// with their start indexes. Every answer is compared with the model's.
+//
+// Left out on purpose: erase ranges that run past the end with a count
+// smaller than the text, and negative counts other than -1. There the stored
+// count goes down by the count asked for, not by the characters removed, and
+// the string answers from that count as documented; a count far past the end
+// leaves a negative count, which reads as unknown, and is in the run.
+#ifndef KEEL_TESTS_TESTING_STRINGMODEL_H
+#define KEEL_TESTS_TESTING_STRINGMODEL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <sstream>
+#include <string>
+
+#include <keel/string.h>
+
+namespace keel {
+namespace testkit {
+
+// Where the run takes its choices from: a number below `bound` (at least 1).
+// `exhausted` ends the run.
+class ChoiceSourceI {
+public:
+    virtual ~ChoiceSourceI() {}
+    virtual uint32_t below(uint32_t bound) = 0;
+    virtual bool exhausted() const = 0;
+};
+
+// A seeded generator, the same choices on every run and target.
+class SeededChoicesC : public ChoiceSourceI {
+public:
+    SeededChoicesC(uint32_t seed, uint32_t steps) : state_(seed * 2654435761u + 1), left_(steps) {}
+    uint32_t below(uint32_t bound) override {
+        if (left_ > 0) --left_;
+        state_ ^= state_ << 13;
+        state_ ^= state_ >> 17;
+        state_ ^= state_ << 5;
+        return state_ % bound;
+    }
+    bool exhausted() const override { return left_ == 0; }
+
+private:
+    uint32_t state_;
+    uint32_t left_;
+};
+
+// The bytes of a fuzzer's input, one or four at a time; 0 once they are used up.
+class ByteChoicesC : public ChoiceSourceI {
+public:
+    ByteChoicesC(const uint8_t* data, size_t size) : data_(data), size_(size), at_(0) {}
+    uint32_t below(uint32_t bound) override {
+        uint32_t value = 0;
+        for (int k = bound <= 256 ? 1 : 4; k > 0; --k) value = (value << 8) | (at_ < size_ ? data_[at_++] : 0);
+        return value % bound;
+    }
+    bool exhausted() const override { return at_ >= size_; }
+
+private:
+    const uint8_t* data_;
+    size_t size_;
+    size_t at_;
+};
+
+inline void putUtf8(std::string& out, uint32_t c) {
+    static const uint32_t limits[] = {0x80, 0x800, 0x10000, 0x200000, 0x4000000};
+    static const uint8_t leads[] = {0x00, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
+    int n = 1;
+    while (n < 6 && c >= limits[n - 1]) ++n;
+    if (n == 1) {
+        out += static_cast<char>(c);
+        return;
+    }
+    out += static_cast<char>(leads[n - 1] | (c >> (6 * (n - 1))));
+    for (int k = n - 2; k >= 0; --k) out += static_cast<char>(0x80 | ((c >> (6 * k)) & 0x3F));
+}
+
+inline std::string utf8Of(const std::u32string& text) {
+    std::string out;
+    for (char32_t c : text) putUtf8(out, c);
+    return out;
+}
+
+class StringModelRunC {
+public:
+    explicit StringModelRunC(ChoiceSourceI& choices) : choices_(choices) {}
+
+    // Runs until the choices are used up or an answer differs; answers an
+    // empty text, or what differed and the operations that led there.
+    std::string run() {
+        start();
+        for (int step = 0; !choices_.exhausted() && step < 400 && failure_.empty(); ++step) operate();
+        if (failure_.empty()) checkText("at the end");
+        return failure_.empty() ? std::string() : failure_ + "\nafter:" + log_.str();
+    }
+
+private:
+    uint32_t below(uint32_t bound) { return choices_.below(bound); }
+
+    // A character of one to six bytes; mostly short ones, and few kinds in
+    // one text so that searches find something.
+    char32_t character() {
+        static const char32_t few[] = {'a', 'b', ' ', 0xE9, 0x4E2D, 0x1F600, 0x10FFFF, 0x3FFFFFF, 0x7FFFFFFF};
+        switch (below(8)) {
+        case 0: return 0x80 + below(0x780);
+        case 1: return 0x800 + below(0xF800);
+        case 2: return 0x10000 + below(0x1F0000);
+        case 3: return 0x200000 + below(0x3E00000);
+        case 4: return 0x4000000 + below(0x7C000000);
+        case 5: return 1 + below(0x7F);
+        default: return few[below(sizeof few / sizeof few[0])];
+        }
+    }
+
+    std::u32string text(uint32_t most, bool ascii) {
+        std::u32string t;
+        for (uint32_t i = 0, n = below(most + 1); i < n; ++i) t += ascii ? char32_t('a' + below(4)) : character();
+        return t;
+    }
+
+    // Mostly short texts, now and then one long enough for the block paths.
+    std::u32string someText(bool ascii) { return text(below(8) == 0 ? 120 : 12, ascii); }
+
+    // A string of the model's text: counted or not, from internal form.
+    static StringC made(const std::u32string& t, bool counted) {
+        std::string bytes = utf8Of(t);
+        StringC s(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");
+        if (counted) s.length();
+        return s;
+    }
+
+    void start() {
+        bool ascii = below(3) == 0;
+        model_ = someText(ascii);
+        bool counted = below(2) == 0;
+        string_ = made(model_, counted);
+        log_ << "\n  made " << (ascii ? "ascii " : "") << (counted ? "counted " : "uncounted ")
+             << model_.size() << " characters";
+    }
+
+    int32_t size() const { return static_cast<int32_t>(model_.size()); }
+
+    // An index from -1 to a little past the end.
+    int32_t anIndex() { return static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 4)) - 1; }
+
+    void fail(const std::string& what, int64_t got, int64_t want) {
+        std::ostringstream m;
+        m << what << ": got " << got << ", want " << want;
+        failure_ = m.str();
+    }
+
+    void expect(const std::string& what, int64_t got, int64_t want) {
+        if (got != want && failure_.empty()) fail(what, got, want);
+    }
+
+    std::string textOf(const StringC& s) {
+        const char* t = s.textUtf8();
+        std::string r(t ? t : "", s.textUtf8Length());
+        s.releaseUtf8(t);
+        return r;
+    }
+
+    void checkText(const char* when) {
+        if (textOf(string_) != utf8Of(model_) && failure_.empty()) failure_ = std::string("text differs ") + when;
+    }
+
+    void operate() {
+        switch (below(16)) {
+        case 0:
+        case 1:
+        case 2: readAt(); break;
+        case 3: readRun(); break;
+        case 4: expect("length", string_.length(), size()); break;
+        case 5: substring(); break;
+        case 6: insert(); break;
+        case 7: erase(); break;
+        case 8: append(); break;
+        case 9: appendCharacter(); break;
+        case 10: copyOnWrite(); break;
+        case 11: if (below(4) == 0) start(); else readAt(); break;
+        default: search(); break;
+        }
+    }
+
+    void readAt() {
+        int32_t i = anIndex();
+        if (i < 0) i = size() + 2;
+        log_ << "\n  charAt " << i;
+        expect("charAt", string_.charAt(i), i < size() ? static_cast<int64_t>(model_[i]) : 0);
+    }
+
+    // A walk backward or forward from some index, as loops do.
+    void readRun() {
+        int32_t from = anIndex() + 1;
+        bool back = below(2) == 0;
+        log_ << "\n  charAt run from " << from << (back ? " back" : " forward");
+        for (int32_t k = 0; k < 6; ++k) {
+            int32_t i = back ? from - k : from + k;
+            if (i < 0) break;
+            expect("charAt in a run", string_.charAt(i), i < size() ? static_cast<int64_t>(model_[i]) : 0);
+        }
+    }
+
+    void substring() {
+        int32_t start = anIndex();
+        if (start < 0) start = 0;
+        int32_t count = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 3)) - 1;
+        log_ << "\n  substring " << start << ", " << count;
+        StringC part = string_.substring(start, count);
+        std::u32string want =
+            start >= size() ? std::u32string() : model_.substr(start, count < 0 ? std::u32string::npos : count);
+        if (textOf(part) != utf8Of(want) && failure_.empty()) failure_ = "substring text differs";
+        expect("substring length", part.length(), static_cast<int64_t>(want.size()));
+        // The whole text is the same representation; any other part is a
+        // new one of its own (a new empty one for a count of 0).
+        if (start == 0 && count == -1) {
+            expect("substring of the whole is the same", part.getImpl() == string_.getImpl(), 1);
+        } else if (start < size()) {
+            expect("a part is private", part.getImpl()->isShared(), 0);
+        }
+    }
+
+    void insert() {
+        int32_t at;
+        switch (below(3)) {
+        case 0: at = 0; break;
+        case 1: at = size() + 1 + static_cast<int32_t>(below(3)); break;
+        default: at = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 1)); break;
+        }
+        std::u32string piece = text(4, below(2) == 0);
+        log_ << "\n  insert at " << at << " of " << piece.size();
+        string_.insert(at, made(piece, below(2) == 0));
+        model_.insert(at < size() ? static_cast<size_t>(at) : model_.size(), piece);
+        checkText("after insert");
+    }
+
+    void erase() {
+        int32_t start = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 1));
+        int32_t count;
+        switch (below(4)) {
+        case 0: count = -1; break;
+        case 1: count = INT32_MAX - static_cast<int32_t>(below(3)); break;
+        case 2: count = (1 << 30) + static_cast<int32_t>(below(1 << 20)); break;
+        default: count = static_cast<int32_t>(below(static_cast<uint32_t>(size() - start) + 1)); break;
+        }
+        log_ << "\n  erase " << start << ", " << count;
+        string_.erase(start, count);
+        if (count == -1 || static_cast<int64_t>(start) + count >= size()) {
+            model_.erase(start);
+        } else {
+            model_.erase(start, count);
+        }
+        checkText("after erase");
+    }
+
+    void append() {
+        std::u32string piece = text(6, below(3) == 0);
+        log_ << "\n  append " << piece.size();
+        string_.append(made(piece, below(2) == 0));
+        model_ += piece;
+        checkText("after append");
+    }
+
+    void appendCharacter() {
+        if (below(16) == 0) {
+            // A value of 0x80000000 or more has no encoded form: nothing is added.
+            uint32_t none = 0x80000000u + below(0x7FFFFFFF);
+            log_ << "\n  append character " << none;
+            string_.append(none);
+            checkText("after append of a character without a form");
+            return;
+        }
+        char32_t c = character();
+        log_ << "\n  append character " << static_cast<uint32_t>(c);
+        string_.append(static_cast<uint32_t>(c));
+        model_ += c;
+        checkText("after append of a character");
+    }
+
+    // A copy shares the representation until one of the two changes.
+    void copyOnWrite() {
+        StringC copy = string_;
+        std::u32string before = model_;
+        log_ << "\n  copy, then change";
+        if (below(2) == 0) {
+            appendCharacter();
+        } else {
+            insert();
+        }
+        if (textOf(copy) != utf8Of(before) && failure_.empty()) failure_ = "a copy changed with the original";
+        expect("length of the copy", copy.length(), static_cast<int64_t>(before.size()));
+        if (below(2) == 0) {
+            string_ = copy;
+            model_ = before;
+        }
+    }
+
+    // The needle: a substring of the text, or a short random one.
+    std::u32string needle() {
+        if (!model_.empty() && below(3) != 0) {
+            size_t at = below(static_cast<uint32_t>(model_.size()));
+            return model_.substr(at, 1 + below(3));
+        }
+        return text(3, false);
+    }
+
+    // The model's answer of a character search: the first index from
+    // `first` on, or the last in front of `limit`, whose character is in the
+    // set (`wanted`) or not in it.
+    int64_t modelScan(const std::u32string& set, bool wanted, bool last, int32_t first, int32_t limit) const {
+        for (int32_t k = 0, n = last ? limit : size() - first; k < n; ++k) {
+            int32_t i = last ? limit - 1 - k : first + k;
+            if ((set.find(model_[i]) != std::u32string::npos) == wanted) return i;
+        }
+        return -1;
+    }
+
+    // 0-1: a character forward and backward, 2-3: a string, 4-7: the set
+    // searches (of, last of, not of, last not of).
+    void search() {
+        int op = static_cast<int>(below(8));
+        std::u32string n = needle();
+        int32_t at = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 5)) - 2;
+        StringC other = made(n, below(2) == 0);
+        log_ << "\n  search " << op << " of " << n.size() << " from " << at;
+        // Forward: from `at` + 1 (the start for anything below -1) on.
+        // Backward: in front of `at` (the end for -1 and past the end; no
+        // answer for anything below -1).
+        int32_t first = at < -1 ? 0 : at + 1;
+        int32_t limit = at < -1 ? 0 : at == -1 || at > size() ? size() : at;
+        bool last = op % 2 == 1;
+        uint32_t c = n.empty() ? 'a' : n[0];
+        int32_t got;
+        int64_t want = -1;
+        if (op < 2) {
+            got = last ? string_.findLast(c, at) : string_.find(c, at);
+            want = modelScan(std::u32string(1, c), true, last, first, limit);
+        } else if (op < 4) {
+            got = last ? string_.findLast(other, at) : string_.find(other, at);
+            // Backward, the match must end at or in front of `limit`.
+            size_t hit = n.empty() ? std::u32string::npos
+                         : last    ? (static_cast<size_t>(limit) < n.size() ? std::u32string::npos
+                                                                            : model_.rfind(n, limit - n.size()))
+                                   : model_.find(n, first);
+            if (hit != std::u32string::npos) want = static_cast<int64_t>(hit);
+        } else {
+            bool wanted = op < 6;
+            got = op == 4 ? string_.findFirstOf(other, at)
+                  : op == 5 ? string_.findLastOf(other, at)
+                  : op == 6 ? string_.findFirstNotOf(other, at)
+                            : string_.findLastNotOf(other, at);
+            if (!wanted || !n.empty()) want = modelScan(n, wanted, last, first, limit);
+        }
+        expect("search", got, want);
+    }
+
+    ChoiceSourceI& choices_;
+    StringC string_;
+    std::u32string model_;
+    std::ostringstream log_;
+    std::string failure_;
+};
+
+}  // namespace testkit
+}  // namespace keel
+
+#endif

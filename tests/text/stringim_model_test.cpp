@@ -1,0 +1,204 @@
+// The string against a plain model: random operation sequences checked
+// against a std::u32string (tests/testing/stringmodel.h), the cases that
+// once answered wrong, and readers of one shared string on several threads.
+#include <gtest/gtest.h>
+
+#include <stdint.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <keel/string.h>
+
+#include "testing/stringmodel.h"
+#include "text/stringim.h"
+
+namespace keel {
+namespace {
+
+using testkit::utf8Of;
+
+std::string utf8(const StringC& s) {
+    const char* text = s.textUtf8();
+    std::string result(text ? text : "", s.textUtf8Length());
+    s.releaseUtf8(text);
+    return result;
+}
+
+// Half the runs with the block paths of the searches off, so that the
+// character walks meet the same sequences.
+TEST(StringModelTest, RandomOperationsAgreeWithTheModel) {
+    for (uint32_t seed = 1; seed <= 800; ++seed) {
+        StringImplC::setVectorPaths(seed % 2 == 0);
+        testkit::SeededChoicesC choices(seed, 3000);
+        std::string failure = testkit::StringModelRunC(choices).run();
+        ASSERT_EQ("", failure) << "seed " << seed;
+    }
+    StringImplC::setVectorPaths(true);
+}
+
+std::u32string repeated(const std::u32string& piece, int times) {
+    std::u32string r;
+    for (int i = 0; i < times; ++i) r += piece;
+    return r;
+}
+
+// Each case runs its steps on one string and answers what `result` reads.
+TEST(StringModelTest, SequencesThatOnceAnsweredWrong) {
+    struct Case {
+        const char* what;
+        uint32_t (*result)();
+        uint32_t want;
+    };
+    const Case cases[] = {
+        // A read past the end of a counted text left the cursor at an index
+        // past the end, and the next backward walk landed early.
+        {"charAt(29) after charAt(32) of 30 counted characters",
+         [] {
+             std::string t = utf8Of(repeated(U"ab\U0001F600", 10));
+             StringC s(t.data(), static_cast<uint32_t>(t.size()), "utf8");
+             s.charAt(32);
+             return s.charAt(29);
+         },
+         0x1F600},
+        {"charAt past the end still 0",
+         [] {
+             std::string t = utf8Of(repeated(U"ab\U0001F600", 10));
+             StringC s(t.data(), static_cast<uint32_t>(t.size()), "utf8");
+             s.charAt(31);
+             return s.charAt(32);
+         },
+         0},
+        // An insertion at 0 left the cursor behind it with its old index.
+        {"charAt(2) after insert(0) behind the cursor",
+         [] {
+             StringC s("\xC3\xA9\xE4\xB8\xAD" "b", "utf8");
+             s.charAt(2);
+             s.insert(0, StringC("\xC3\xA9", "utf8"));
+             return s.charAt(2);
+         },
+         0x4E2D},
+        {"charAt(3) and length after insert(0)",
+         [] {
+             StringC s("\xC3\xA9\xE4\xB8\xAD" "b", "utf8");
+             s.charAt(2);
+             s.insert(0, StringC("\xC3\xA9", "utf8"));
+             return s.charAt(3) == 'b' ? static_cast<uint32_t>(s.length()) : 0u;
+         },
+         4},
+        // The same in ASCII text whose count equals its bytes: insert does
+        // not walk there, and the cursor stayed.
+        {"charAt(8) after insert(2) into counted ASCII",
+         [] {
+             StringC s("abcdefghij", "utf8");
+             s.append(StringC("kl", "utf8"));
+             s.charAt(8);
+             s.length();
+             s.insert(2, StringC("\xC3\xA9", "utf8"));
+             return s.charAt(8);
+         },
+         'h'},
+        // The end of erase's range overflowed as a signed sum.
+        {"erase(1, INT32_MAX) leaves one character",
+         [] {
+             StringC s("abcdef", "utf8");
+             s.erase(1, INT32_MAX);
+             return static_cast<uint32_t>(s.length()) * 1000 + s.charAt(0);
+         },
+         1000 + 'a'},
+        {"erase(2, 100) leaves two",
+         [] {
+             StringC s("abcd", "utf8");
+             s.erase(2, 100);
+             return static_cast<uint32_t>(s.length());
+         },
+         2},
+        // A null pointer is the empty text whatever the count.
+        {"StringC(nullptr, 1, utf8)", [] { return static_cast<uint32_t>(StringC(nullptr, 1, "utf8").length()); }, 0},
+        {"StringC(nullptr, 2, utf8)", [] { return static_cast<uint32_t>(StringC(nullptr, 2, "utf8").textUtf8Length()); },
+         0},
+        // An erase whose start lies past the end of an uncounted text names
+        // no character; the cursor must not take that index.
+        {"charAt(1) after erase(10, 1) of uncounted text",
+         [] {
+             StringC s("a\xC3\xA9z", 4, "vutf8");
+             s.erase(10, 1);
+             return s.charAt(1);
+         },
+         0xE9},
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.want, c.result()) << c.what;
+}
+
+// Readers on several threads walk one shared, unchanging string by index
+// and move its cursor and count as they go; every answer must be exact.
+TEST(StringCursorThreadTest, ReadersOfOneSharedStringAnswerRight) {
+    std::u32string model;
+    for (int i = 0; i < 160; ++i) {
+        static const char32_t kinds[] = {'a', 0xE9, 0x4E2D, 0x1F600, 0x3FFFFFF, 0x7FFFFFFF, 'q'};
+        model += kinds[(i * 7 + i / 5) % 7];
+    }
+    std::string bytes = utf8Of(model);
+    const StringC shared(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");  // count not known
+    const int32_t n = static_cast<int32_t>(model.size());
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 4; ++t) {
+        readers.emplace_back([&, t] {
+            uint32_t seed = 77u + static_cast<uint32_t>(t);
+            auto next = [&seed](uint32_t bound) {
+                seed = seed * 1103515245u + 12345u;
+                return (seed >> 8) % bound;
+            };
+            for (int i = 0; i < 20000; ++i) {
+                int32_t at = static_cast<int32_t>(next(static_cast<uint32_t>(n) + 3));
+                uint32_t want = at < n ? model[at] : 0;
+                switch (next(4)) {
+                case 0:
+                case 1:
+                    if (shared.charAt(at) != want) ++wrong;
+                    break;
+                case 2:
+                    if (utf8(shared.substring(at, 3)) != (at < n ? utf8Of(model.substr(at, 3)) : "")) ++wrong;
+                    break;
+                default:
+                    if (at < n && shared.find(model[at], at - 1) != at) ++wrong;
+                    if (next(64) == 0 && shared.length() != n) ++wrong;
+                    break;
+                }
+            }
+        });
+    }
+    for (std::thread& reader : readers) reader.join();
+    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(utf8Of(model), utf8(shared));
+}
+
+// The last reader on another thread lets go of its copy; the owner then
+// sees the text unshared and changes it in place. Its writes must be
+// ordered after the reader's reads, which the release of the reference and
+// the owner's look at the count provide.
+TEST(StringHandOffThreadTest, OwnerChangesInPlaceAfterTheLastReaderLetsGo) {
+    for (int round = 0; round < 200; ++round) {
+        StringC owner("a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80 shared for a moment", "utf8");
+        StringC* reader = new StringC(owner);
+        ASSERT_TRUE(owner.getImpl()->isShared());
+        std::atomic<int> wrong{0};
+        std::thread other([reader, &wrong] {
+            if (reader->charAt(3) != 0x1F600 || utf8(*reader).size() != 30) ++wrong;
+            delete reader;
+        });
+        while (owner.getImpl()->isShared()) std::this_thread::yield();
+        StringImplI* before = owner.getImpl();
+        owner.append(uint32_t('!'));
+        EXPECT_EQ(before, owner.getImpl());  // changed in place, no copy
+        other.join();
+        EXPECT_EQ(0, wrong.load());
+        EXPECT_EQ('!', owner.charAt(24));
+    }
+}
+
+}  // namespace
+}  // namespace keel
