@@ -3,6 +3,7 @@
 // sequences cut across blocks, and random reads against a plain model.
 #include <gtest/gtest.h>
 #include <string.h>
+#include <wchar.h>
 
 #include <memory>
 #include <random>
@@ -191,35 +192,13 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
         std::string text;
         size_t target = random() % 6000;
         while (text.size() < target) text += pieces[random() % 9];
-        // The model: the characters as code points.
-        std::u32string model;
-        for (const uint8_t* p = reinterpret_cast<const uint8_t*>(text.c_str()); *p;) {
-            uint32_t n = *p < 0x80 ? 1 : *p < 0xE0 ? 2 : *p < 0xF0 ? 3 : 4;
-            uint32_t value = n == 1 ? *p : *p & (0x7F >> n);
-            for (uint32_t i = 1; i < n; ++i) value = (value << 6) | (p[i] & 0x3F);
-            model += static_cast<char32_t>(value);
-            p += n;
-        }
+        // The model: the characters as code points (wchar_t is 32 bits here).
+        StringC source(text.c_str(), "utf8");
+        const wchar_t* wide = source.textWide();
+        std::u32string model(reinterpret_cast<const char32_t*>(wide), wcslen(wide));
+        source.releaseWide(wide);
         auto encode = [](const std::u32string& s) {
-            std::string out;
-            for (char32_t c : s) {
-                if (c < 0x80) {
-                    out += static_cast<char>(c);
-                } else if (c < 0x800) {
-                    out += static_cast<char>(0xC0 | (c >> 6));
-                    out += static_cast<char>(0x80 | (c & 0x3F));
-                } else if (c < 0x10000) {
-                    out += static_cast<char>(0xE0 | (c >> 12));
-                    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-                    out += static_cast<char>(0x80 | (c & 0x3F));
-                } else {
-                    out += static_cast<char>(0xF0 | (c >> 18));
-                    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-                    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-                    out += static_cast<char>(0x80 | (c & 0x3F));
-                }
-            }
-            return out;
+            return textOf(StringC(reinterpret_cast<const wchar_t*>(s.data()), static_cast<int32_t>(s.size())));
         };
         StreamReaderC reader(new PiecewiseInputC(text, round + 1), false, findEncoding("utf8"), true);
         size_t at = 0;
