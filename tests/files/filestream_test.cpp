@@ -371,20 +371,6 @@ TEST_F(FileStreamTest, ALockDiesWithItsProcess) {
     EXPECT_FALSE(second.opened);
 }
 
-TEST_F(FileStreamTest, AWaitingOpenGetsTheLockWhenItIsReleased) {
-    writeFile("f", "x");
-    FileNameC f = name("f");
-    LockHolderC holder(f, 3, 2, 0);
-    ASSERT_TRUE(holder.opened);
-    // The holder lets go when its pipe closes; the open below waits in
-    // fcntl until then, however long the emulator takes.
-    close(holder.releaseFd);
-    holder.releaseFd = -1;
-    std::unique_ptr<FileStreamC> stream(FileStreamC::open(&f, 3, 2, 0, true));
-    EXPECT_NE(nullptr, stream);
-    holder.finish();
-}
-
 // True once /proc/locks shows a process waiting for a lock ("->" lines).
 bool someoneWaitsForALock() {
     FILE* locks = fopen("/proc/locks", "r");
