@@ -53,13 +53,17 @@ bool statCollapsed(const FileNameC* name, bool link, struct stat64* record) {
     }
 }
 
+// Directories are read with readdir64 throughout: on a 32-bit program the
+// plain readdir fails with EOVERFLOW on file systems whose directory
+// offsets need 64 bits, and would make a full directory look empty.
+//
 // The regular files below the directory `path`, depth first, without
 // entering symbolic links; the size of a link's target is counted, as
 // stat follows it. Entries that cannot be read are skipped.
 void addTreeSize(const std::string& path, int64_t* total, int32_t* files) {
     DIR* directory = opendir(path.c_str());
     if (!directory) return;
-    while (struct dirent* entry = readdir(directory)) {
+    while (struct dirent64* entry = readdir64(directory)) {
         const char* entryName = entry->d_name;
         if (entryName[0] == 0 || strcmp(entryName, ".") == 0 || strcmp(entryName, "..") == 0) continue;
         std::string child = path;
@@ -211,7 +215,7 @@ bool FlnFileServiceC::isDirectoryEmpty(const FileNameC* name) {
     // entry of any kind means the directory holds something.
     int seen = 0;
     bool empty = true;
-    while (readdir(directory)) {
+    while (readdir64(directory)) {
         if (++seen == 3) {
             empty = false;
             break;
