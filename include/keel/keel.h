@@ -14,5 +14,6 @@
 #include <keel/trace.h>
 #include <keel/errors.h>
 #include <keel/fileserv.h>
+#include <keel/locale.h>
 
 #endif
