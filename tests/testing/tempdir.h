@@ -28,11 +28,13 @@
 namespace keel {
 namespace testkit {
 
-inline int openUpEntry(const char* path, const struct stat*, int type, struct FTW*) {
+// nftw64 and stat64: a test's file may be larger than 2 GiB, which the
+// plain walk of a 32-bit program cannot stat, and would then leave behind.
+inline int openUpEntry(const char* path, const struct stat64*, int type, struct FTW*) {
     if (type == FTW_D || type == FTW_DNR) chmod(path, 0700);
     return 0;
 }
-inline int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
+inline int removeEntry(const char* path, const struct stat64*, int, struct FTW*) {
     ::remove(path);
     return 0;
 }
@@ -72,8 +74,8 @@ protected:
         clearErrors();
     }
     void TearDown() override {
-        nftw(dir.c_str(), openUpEntry, 16, FTW_PHYS);
-        nftw(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+        nftw64(dir.c_str(), openUpEntry, 16, FTW_PHYS);
+        nftw64(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
         clearErrors();
     }
 
