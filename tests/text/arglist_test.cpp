@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "text/arglist.h"
-#include "text/countedimpl.h"
+#include "testing/countedimpl.h"
 
 namespace keel {
 namespace {

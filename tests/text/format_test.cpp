@@ -16,7 +16,7 @@
 
 #include "text/case.h"
 #include "text/format.h"
-#include "text/scantest.h"
+#include "testing/scantest.h"
 #include "text/utf8.h"
 
 using namespace keel;
