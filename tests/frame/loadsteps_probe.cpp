@@ -8,6 +8,8 @@
 
 #include "frame/loadorder.h"
 
+#include <keel/string.h>
+
 namespace {
 // Plain zero-initialised data: written by the steps, which run before any
 // dynamic initialiser.

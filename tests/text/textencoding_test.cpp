@@ -142,15 +142,6 @@ std::vector<size_t> randomCuts(std::mt19937& rng, size_t most, size_t size) {
     return cuts;
 }
 
-// Every single split point; more pieces at once are the business of the
-// random and the fixed-step tests below.
-void checkSplits(bool decoding, const char* name, const Bytes& in) {
-    Result whole = pieces(decoding, name, in, {});
-    for (size_t cut = 0; cut <= in.size(); ++cut) {
-        expectSame(whole, pieces(decoding, name, in, {cut}), std::string(name) + " cut at " + std::to_string(cut));
-    }
-}
-
 // Nothing is written past `room`, and what stayed held is still usable by
 // the next call.
 void expectWithinRoom(bool decoding, const char* name, const Bytes& in, uint32_t room) {
@@ -458,48 +449,6 @@ TEST(TextEncodingCases, CutSequenceIsHeldUntilTheNextPiece) {
     Result split = pieces(true, "utf16le", units16({'A', 0xFEFF, 'B'}, false), {2});
     EXPECT_EQ(internal({'A', 'B'}), split.out);
     EXPECT_EQ(2u, split.chars);
-}
-
-TEST(TextEncodingRoundTrip, EachEncodingKeepsWhatItCanHold) {
-    struct Case {
-        const char* name;
-        std::initializer_list<uint32_t> text;
-        std::initializer_list<uint32_t> back;
-        bool lost;
-    };
-    const Case cases[] = {
-        {"ascii", {'H', 'i', '!'}, {'H', 'i', '!'}, false},
-        {"ascii", {'H', 0xE9, 0x4E2D, 0x1F600}, {'H', '~', '~', '~'}, true},
-        {"iso-8859-1", {'H', 0xE9, 0xFF}, {'H', 0xE9, 0xFF}, false},
-        {"iso-8859-1", {0x100, 0x4E2D, 0x1F600}, {'~', '~', '~'}, true},
-        {"utf8", {'H', 0xE9, 0x4E2D, 0x1F600}, {'H', 0xE9, 0x4E2D, 0x1F600}, false},
-        {"system-8", {'H', 0xE9, 0x4E2D, 0x1F600}, {'H', 0xE9, 0x4E2D, 0x1F600}, false},
-        {"utf16", {'H', 0xE9, 0x4E2D, 0x1F600}, {'H', 0xE9, 0x4E2D, 0x1F600}, false},
-        {"utf16be", {'H', 0xE9, 0x4E2D, 0x1F600}, {'H', 0xE9, 0x4E2D, 0x1F600}, false},
-        {"utf16le", {'H', 0xE9, 0x4E2D, 0x1F600, 0x200000}, {'H', 0xE9, 0x4E2D, 0x1F600, 0xFFFD},
-         true},
-        {"wchar_t", {'H', 0xE9, 0x4E2D, 0x1F600, 0x200000}, {'H', 0xE9, 0x4E2D, 0x1F600, 0x200000},
-         false},
-    };
-    for (const Case& c : cases) {
-        Result out = encodeAll(c.name, internal(c.text));
-        EXPECT_EQ(c.lost, out.lost) << c.name;
-        Result in = decodeAll(c.name, out.out);
-        EXPECT_EQ(internal(c.back), in.out) << c.name;
-        EXPECT_EQ(c.back.size(), in.chars) << c.name;
-    }
-    // Invalid internal form comes back as one U+FFFD per broken sequence
-    // wherever U+FFFD can be written, which is no loss.
-    Bytes broken = bytesOf("a\xF0\x41\x42\x43\xC3");
-    for (const char* name : {"utf8", "system-8", "utf16", "utf16be", "utf16le", "wchar_t"}) {
-        Result out = encodeAll(name, broken);
-        EXPECT_FALSE(out.lost) << name;
-        EXPECT_EQ(internal({'a', 0xFFFD, 'A', 'B', 'C'}), decodeAll(name, out.out).out) << name;
-        // The UTF-8 encoder holds through its decoder, out of sight here.
-        if (findEncoding(name)->unitWidth() > 1) {
-            EXPECT_EQ(bytesOf("\xC3"), out.heldAfter) << name;
-        }
-    }
 }
 
 // --- Pieces: the same input in one piece and in every split ------------------
