@@ -529,6 +529,18 @@ TEST(TextEncodingRoom, NothingIsWrittenPastTheRoom) {
     }
 }
 
+// Eight units of three UTF-8 bytes each fill one block of the UTF-16
+// decoders; random text seldom gives eight in a row.
+TEST(TextEncodingRoom, BlockOfEightThreeByteUnits) {
+    for (bool big : {false, true}) {
+        const char* name = big ? "utf16be" : "utf16le";
+        Bytes in = units16({0x4E00, 0x800, 0xFFFF, 0x4E2D, 0x4E00, 0xD7FF, 0xE000, 0x4E00, 'a'}, big);
+        Result model = modelDecode(name, in), whole = decodeAll(name, in);
+        EXPECT_EQ(model.out, whole.out) << name;
+        EXPECT_EQ(9u, whole.chars) << name;
+    }
+}
+
 TEST(TextEncodingRoom, ShortRoomLosesTheCharacterThatDidNotFit) {
     // The buffered decoders read a character before they find no room for
     // it: it is consumed and lost, and what follows is held if it fits.
