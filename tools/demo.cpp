@@ -5,11 +5,14 @@
 // write and reads them back; then formats, counts and sorts with the SDK.
 // Then it enables a trace path for a consumer of its own, reports an error in
 // another thread and shows the trace line the report produced and the text
-// the thread's error buffer kept.
+// the thread's error buffer kept. Last it sets a compiled French catalog on
+// the locale's language facet and reports through it: the catalog's text
+// takes the place of the default text.
 #include <keel/keel.h>
 #include <keel/toolkit.h>
 
 #include <stdio.h>
+#include <string.h>
 
 #include <iostream>
 #include <string>
@@ -68,6 +71,43 @@ static bool traceAnError() {
     controller->removeConsumer(&consumer);
     printf("the report produced: \"%s\"\n", consumer.lastLine.c_str());
     return consumer.lastLine == "Error Occurrence (s203m16): " + kept;
+}
+
+// A report as a program makes one: the text of the code from the locale's
+// catalog, or the program's own default text when the catalog lacks it,
+// rendered with the arguments and stored in the thread's buffer.
+static StringC report(uint32_t code, const char* defaultText, keel::ArgListC args) {
+    StringC name;
+    keel::ErrCatalogI* catalog = getLocale(name)->getLanguage(1)->getCatalog();
+    uint32_t severity = 4;
+    StringC text = catalog->fetch(&severity, code, "", nullptr);
+    if (text.isEmpty()) text = StringC(defaultText, "utf8");
+    StringC rendered = StringC::format(text, args);
+    getErrBuf()->addError(code, severity, rendered);
+    return rendered;
+}
+
+static bool reportInFrench() {
+#ifdef KEEL_DEMO_CATALOG
+    const char* catalogPath = KEEL_DEMO_CATALOG;
+#else
+    const char* catalogPath = "demo.fr.cat";
+#endif
+    const char* defaultText = "Failed to open file '%1$S' (attempt %2$d)";
+    keel::ArgListC args;
+    args.add(StringC("rapport.txt", "utf8")).add(int32_t(3));
+    StringC before = report(0xE0CB0010, defaultText, args);
+    StringC name;
+    getLocale(name)->getLanguage(1)->openCatalog(StringC(catalogPath, "utf8"));
+    StringC after = report(0xE0CB0010, defaultText, args);
+    show("default text", before);
+    show("from the French catalog", after);
+    uint32_t severity = 0;
+    StringC kept = getErrBuf()->takeText(&severity);
+    const char* text = after.textUtf8();
+    bool translated = strncmp(text, "Impossible d'ouvrir", 19) == 0;
+    after.releaseUtf8(text);
+    return translated && severity == 4 && !kept.isEmpty();
 }
 
 int main() {
@@ -130,5 +170,6 @@ int main() {
     int ok = text != nullptr && copy.length() == 11;
     copy.releaseUtf8(text);
     if (!traceAnError()) ok = 0;
+    if (!reportInFrench()) ok = 0;
     return ok ? 0 : 1;
 }

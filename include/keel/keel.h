@@ -13,5 +13,6 @@
 #include <keel/format.h>
 #include <keel/trace.h>
 #include <keel/errors.h>
+#include <keel/locale.h>
 
 #endif

@@ -7,8 +7,9 @@
 #include <keel/arglist.h>
 #include <keel/trace.h>
 
-#include "errors/systemcat.h"
+#include "errors/catalog.h"
 #include "frame/loadorder.h"
+#include "locale/locale.h"
 #include "tracing/tracer.h"
 
 namespace keel {
@@ -25,17 +26,14 @@ alignas(AtomicM<ErrCatalogI*>) unsigned char processCatalogStorage[sizeof(Atomic
 ErrCatSwitchC* theSwitch = nullptr;
 
 TracePointT fetchPoint = {nullptr, "Error/Catalog/Fetch"};
+TracePointT openPoint = {nullptr, "0Error/Catalog/Open"};
 
-// The language facet's catalog face of the default locale, or null while
-// there is no locale to ask. The facet looks the code up in its catalog and
-// hands what it lacks to the system catalog; with no facet the switch acts
-// as that facet would with an empty catalog.
-ErrCatalogI* languageCatalog() { return nullptr; }
-
-StringC emptyCatalogFetch(uint32_t* severity, uint32_t code, const char* selector) {
-    *severity = 4;
-    if (errorHasText(code) && errorSet(code) != 0) return StringC();
-    return systemCatalog()->fetch(severity, code, "", selector);
+// The process catalog: the catalog face of the default locale's language
+// facet. The facet looks the code up in its catalog file and hands what it
+// lacks to the system catalog.
+ErrCatalogI* languageCatalog() {
+    LocaleLanguageI* language = defaultLocale()->getLanguage(1);
+    return language ? language->getCatalog() : nullptr;
 }
 
 void traceFetched(const char* format, uint32_t code, const StringC& text) {
@@ -150,7 +148,7 @@ StringC ErrCatSwitchC::fetch(uint32_t* severity, uint32_t code, const char* defa
         }
     }
     ErrCatalogI* language = languageCatalog();
-    StringC text = language ? language->fetch(severity, code, "", selector) : emptyCatalogFetch(severity, code, selector);
+    StringC text = language ? language->fetch(severity, code, "", selector) : StringC();
     if (!text.isEmpty()) {
         // Here the point is tested before the list is made.
         if (traceActive(fetchPoint)) traceFetched("Message s%dm%d from process catalog: %S", code, text);
@@ -168,6 +166,22 @@ uint32_t ErrCatSwitchC::setQualifiers(StringC qualifiers) {
     if (ErrCatalogI* module = moduleCatalogCell().load()) module->setQualifiers(qualifiers);
     if (ErrCatalogI* language = languageCatalog()) language->setQualifiers(qualifiers);
     return 0;
+}
+
+void setModuleCatalogEmpty() {
+    ErrCatalogI* old = moduleCatalogCell().exchange(new ErrCatalogC(StringC()));
+    if (old) {
+        tracerInstance()->trace(openPoint.path, &openPoint.handle, "Replaced previous catalog with empty one",
+                                ArgListC());
+        delete old;
+    }
+}
+
+uint32_t setProcessCatalog(const char* fileName) {
+    ArgListC list;
+    list.add(fileName);
+    tracerInstance()->trace(openPoint.path, &openPoint.handle, "Setting process message catalog to %s", list);
+    return defaultLocale()->getLanguage(1)->openCatalog(StringC(fileName, "system-8"));
 }
 
 ErrCatalogI* getCatalogSwitch() {

@@ -63,6 +63,14 @@ AtomicM<ErrCatalogI*>& moduleCatalogCell();
 // The process catalog, set on the default locale's language facet.
 AtomicM<ErrCatalogI*>& processCatalogCell();
 
+// Replaces the module catalog by an empty one (the old one is traced at
+// 0Error/Catalog/Open and destroyed). Programs have no way to it.
+void setModuleCatalogEmpty();
+// Opens `fileName` (null for none) as the catalog of the default locale's
+// language facet, tracing the name first; answers what openCatalog answers,
+// which is 0. Programs reach the same through LocaleLanguageI::openCatalog.
+uint32_t setProcessCatalog(const char* fileName);
+
 }  // namespace keel
 
 #endif

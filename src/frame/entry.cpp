@@ -2,10 +2,12 @@
 // outside the shared object (see keel.map); everything else is reached
 // through the interfaces they hand out.
 #include <keel/errors.h>
+#include <keel/locale.h>
 #include <keel/string.h>
 #include <keel/trace.h>
 
 #include "errors/errimpl.h"
+#include "locale/locale.h"
 #include "text/string.h"
 #include "tracing/tracer.h"
 
@@ -36,3 +38,5 @@ extern "C" KEEL_EXPORT keel::TraceControllerI* getTraceController() {
 }
 
 extern "C" KEEL_EXPORT keel::ErrBufI* getErrBuf() { return keel::threadErrBuf(); }
+
+extern "C" KEEL_EXPORT keel::LocaleI* getLocale(keel::StringC& name) { return keel::localeOfProcess(name); }

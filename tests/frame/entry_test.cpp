@@ -116,6 +116,40 @@ TEST(SlotOrderTest, ErrorInterfaces) {
               (std::vector<size_t>{SLOT(ErrCatalogI, fetch), SLOT(ErrCatalogI, setQualifiers)}));
 }
 
+TEST(SlotOrderTest, LocaleInterfaces) {
+    // Each ends with its two destructors.
+    EXPECT_EQ(slots(5), (std::vector<size_t>{SLOT(LocaleI, getRegion), SLOT(LocaleI, getNumbers),
+                                             SLOT(LocaleI, getCalendar), SLOT(LocaleI, getCurrency),
+                                             SLOT(LocaleI, getLanguage)}));
+    EXPECT_EQ(slots(6), (std::vector<size_t>{SLOT(LocaleRegionI, languageCode), SLOT(LocaleRegionI, languageLongCode),
+                                             SLOT(LocaleRegionI, territoryCode), SLOT(LocaleRegionI, regionValue4),
+                                             SLOT(LocaleRegionI, localeName), SLOT(LocaleRegionI, regionReserved)}));
+    EXPECT_EQ(slots(10), (std::vector<size_t>{
+                             SLOT(LocaleNumbersI, numbersText1), SLOT(LocaleNumbersI, numbersText2),
+                             SLOT(LocaleNumbersI, numbersValue1), SLOT(LocaleNumbersI, numbersValue2),
+                             SLOT(LocaleNumbersI, decimalSeparator), SLOT(LocaleNumbersI, numbersText4),
+                             SLOT(LocaleNumbersI, numbersValue3), SLOT(LocaleNumbersI, numbersText5),
+                             SLOT(LocaleNumbersI, numbersText6), SLOT(LocaleNumbersI, numbersText7)}));
+    EXPECT_EQ(slots(18), (std::vector<size_t>{
+                             SLOT(LocaleCalendarI, calendarValue1), SLOT(LocaleCalendarI, calendarValue2),
+                             SLOT(LocaleCalendarI, calendarValue3), SLOT(LocaleCalendarI, calendarFlag1),
+                             SLOT(LocaleCalendarI, calendarFlag2), SLOT(LocaleCalendarI, calendarFlag3),
+                             SLOT(LocaleCalendarI, calendarFlag4), SLOT(LocaleCalendarI, calendarValue4),
+                             SLOT(LocaleCalendarI, calendarValue5), SLOT(LocaleCalendarI, calendarText1),
+                             SLOT(LocaleCalendarI, calendarText2), SLOT(LocaleCalendarI, sevenTextA),
+                             SLOT(LocaleCalendarI, sevenTextB), SLOT(LocaleCalendarI, thirteenTextA),
+                             SLOT(LocaleCalendarI, thirteenTextB), SLOT(LocaleCalendarI, thirteenTextC),
+                             SLOT(LocaleCalendarI, calendarText3), SLOT(LocaleCalendarI, calendarText4)}));
+    EXPECT_EQ(slots(9), (std::vector<size_t>{
+                            SLOT(LocaleCurrencyI, currencyValue1), SLOT(LocaleCurrencyI, currencyValue2),
+                            SLOT(LocaleCurrencyI, currencyValue3), SLOT(LocaleCurrencyI, currencyText1),
+                            SLOT(LocaleCurrencyI, currencyText2), SLOT(LocaleCurrencyI, currencyText3),
+                            SLOT(LocaleCurrencyI, currencyText4), SLOT(LocaleCurrencyI, currencyText5),
+                            SLOT(LocaleCurrencyI, currencyValue4)}));
+    EXPECT_EQ(slots(3), (std::vector<size_t>{SLOT(LocaleLanguageI, getCatalog), SLOT(LocaleLanguageI, openCatalog),
+                                             SLOT(LocaleLanguageI, languageValue)}));
+}
+
 // The entry points hand out the faces their headers promise.
 TEST(EntryTest, TracerFacesAndErrorBuffer) {
     EXPECT_EQ(getTracer(2), getTracer(7));
@@ -144,7 +178,7 @@ TEST(ExportTest, SharedObjectExportsOnlyEntryPoints) {
     const std::set<std::string> allowed = {"getConfiguration", "getErrBuf",          "getLocale",
                                            "getStringFactory", "getTraceController", "getTracer"};
     for (const std::string& name : seen) EXPECT_TRUE(allowed.count(name)) << "unexpected export: " << name;
-    for (const char* name : {"getStringFactory", "getTracer", "getTraceController", "getErrBuf"}) {
+    for (const char* name : {"getStringFactory", "getTracer", "getTraceController", "getErrBuf", "getLocale"}) {
         EXPECT_TRUE(seen.count(name)) << name;
     }
 }

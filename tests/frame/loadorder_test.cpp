@@ -11,6 +11,7 @@
 
 #include <keel/string.h>
 
+#include "locale/locale.h"
 #include "testing/process.h"
 #include "tracing/tracecim.h"
 #include "tracing/tracing.h"
@@ -37,6 +38,11 @@ TEST(LoadOrderTest, TracingLatchesAreOfTheirKinds) {
     EXPECT_EQ(0, traceControlLatch().lock());
     EXPECT_EQ(0, traceControlLatch().unlock());
     EXPECT_EQ(0, traceControlLatch().unlock());
+    // Step 2: the locale latch is recursive.
+    ASSERT_EQ(0, localeLatch().lock());
+    EXPECT_EQ(0, localeLatch().lock());
+    EXPECT_EQ(0, localeLatch().unlock());
+    EXPECT_EQ(0, localeLatch().unlock());
 }
 
 int exitPipe = -1;

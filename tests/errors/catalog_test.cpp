@@ -1,0 +1,387 @@
+// Message catalogs: the compiler and dumper round trip and their refusals,
+// the reader's edge cases on real files, "%L" expansion, the process and
+// module catalogs ahead of default texts, and random catalogs against a
+// plain map.
+#include <gtest/gtest.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <map>
+#include <thread>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <keel/keel.h>
+
+#include "catalogtool.h"
+#include "errors/catalog.h"
+#include "errors/errapi.h"
+#include "errors/error.h"
+#include "locale/locale.h"
+#include "testing/catalogfiles.h"
+#include "testing/tracelines.h"
+
+namespace keel {
+namespace {
+
+using catalogtool::DiagnosticT;
+using testing_errors::utf8Of;
+using testkit::TempDirC;
+
+std::string compiled(const std::string& source) {
+    std::string binary;
+    std::vector<DiagnosticT> diagnostics;
+    EXPECT_TRUE(catalogtool::compileCatalog(source, binary, diagnostics)) << source;
+    return binary;
+}
+
+std::string allDiagnostics(const std::vector<DiagnosticT>& diagnostics, const char* unit) {
+    std::string text;
+    for (const DiagnosticT& d : diagnostics) text += catalogtool::describe(d, unit) + "\n";
+    return text;
+}
+
+std::string big32(uint32_t v) {
+    return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+}
+
+// A record: set, length, number, offset.
+std::string record(uint16_t set, uint16_t length, uint32_t number, uint32_t offset) {
+    return std::string{char(set >> 8), char(set)} + std::string{char(length >> 8), char(length)} + big32(number) +
+           big32(offset);
+}
+
+// The canonical source of every shape a stored text can take.
+const char kCanonical[] =
+    "0 2 w Fichier absent\n"
+    "203 16 e Impossible d'ouvrir le fichier '%1$S' \xc3\xa9t\xc3\xa9\n"
+    "203 17 -\n"
+    "203 18 - plain text, severity 4\n"
+    "203 19 - \\x01\\x01w\\x01Probl\xc3\xa8me\\x01Raison\\x01Solution\n"
+    "203 20 Xf \\x20two blanks\\x20\n"
+    "203 21 e\n"
+    "203 22 - {w}no blank after the brace\n"
+    "203 23 - tab\\there, back\\\\slash, line\\nend, cr\\r, nul\\x00, del\\x7F\n"
+    "4095 65535 # last code that can be looked up\n";
+
+TEST(CatalogToolTest, RoundTripIsByteIdentical) {
+    std::string binary = compiled(kCanonical);
+    std::string source;
+    std::vector<DiagnosticT> diagnostics;
+    ASSERT_TRUE(catalogtool::dumpCatalog(binary, source, diagnostics)) << allDiagnostics(diagnostics, "record");
+    EXPECT_TRUE(diagnostics.empty()) << allDiagnostics(diagnostics, "record");
+    EXPECT_EQ(kCanonical, source);
+    EXPECT_EQ(binary, compiled(source));
+
+    // The stored bytes are the exact format: header, sorted index, texts.
+    ASSERT_EQ(std::string("tavrinoc") + big32(10), binary.substr(0, 12));
+    EXPECT_EQ(record(0, 18, 2, 12 + 12 * 10), binary.substr(12, 12));
+    EXPECT_EQ("{w} Fichier absent", binary.substr(12 + 12 * 10, 18));
+    std::string text;
+    ASSERT_TRUE(catalogtool::lookupCatalog(binary, 203, 20, text));
+    EXPECT_EQ("{Xf}  two blanks ", text);
+    ASSERT_TRUE(catalogtool::lookupCatalog(binary, 203, 17, text));
+    EXPECT_EQ("", text);
+    EXPECT_FALSE(catalogtool::lookupCatalog(binary, 203, 24, text));
+
+    // A source in another order, with comments and CR LF, gives the same file.
+    std::string shuffled = "# translated\r\n\n   \t\n4095 65535 # last code that can be looked up\r\n";
+    std::string lines(kCanonical);
+    shuffled += lines.substr(0, lines.rfind("4095"));
+    diagnostics.clear();
+    std::string again;
+    ASSERT_TRUE(catalogtool::compileCatalog(shuffled, again, diagnostics));
+    EXPECT_EQ(binary, again);
+    ASSERT_EQ(1u, diagnostics.size());
+    EXPECT_EQ("line 4: warning: s4095m65535 is out of order (line 13 has s203m23, which sorts before it); entries are sorted",
+              catalogtool::describe(diagnostics[0], "line"));
+}
+
+TEST(CatalogToolTest, CompilerRefusalsNameTheirLine) {
+    struct {
+        const char* source;
+        const char* expected;
+    } const cases[] = {
+        {"1 1 e a\n1 1 w b\n", "line 2: error: s1m1 is a duplicate of line 1"},
+        {"1 2 e a\n\n1 1 w b\n1 2 i c\n", "line 4: error: s1m2 is a duplicate of line 1"},
+        {"x 1 e a\n", "line 1: error: set 'x' is not a number from 0 to 65535"},
+        {"65536 1 e a\n", "line 1: error: set '65536' is not a number from 0 to 65535"},
+        {"1 0x100000000 e a\n", "line 1: error: number '0x100000000' is not a number from 0 to 4294967295"},
+        {"# c\n1 1\n", "line 2: error: severity missing"},
+        {"1 1 ex a\n", "line 1: error: severity 'ex' is not made of the letters"},
+        {"1 1 e a\\q\n", "line 1: error: unknown escape \\q"},
+        {"1 1 e a\\x4\n", "line 1: error: \\x must be followed by two hexadecimal digits"},
+        {"1 1 e a\\\n", "line 1: error: a backslash ends the line"},
+        {"4096 1 e a\n", "line 1: warning: s4096m1 can never be looked up"},
+        {"1 65536 e a\n", "line 1: warning: s1m65536 can never be looked up"},
+    };
+    for (const auto& c : cases) {
+        std::string binary;
+        std::vector<DiagnosticT> diagnostics;
+        bool ok = catalogtool::compileCatalog(c.source, binary, diagnostics);
+        std::string all = allDiagnostics(diagnostics, "line");
+        EXPECT_NE(std::string::npos, all.find(c.expected)) << c.source << "gave:\n" << all;
+        EXPECT_EQ(strstr(c.expected, "warning") != nullptr, ok) << c.source;
+    }
+    std::string longText(65536, 'a');
+    std::string binary;
+    std::vector<DiagnosticT> diagnostics;
+    EXPECT_FALSE(catalogtool::compileCatalog("1 1 - " + longText + "\n", binary, diagnostics));
+    EXPECT_TRUE(catalogtool::compileCatalog("1 1 - " + longText.substr(1) + "\n", binary, diagnostics));
+}
+
+// Corrupt and truncated files: the dumper says what is wrong, the library
+// reads what it can and never crashes.
+TEST(CatalogToolTest, DumperRefusesCorruptFiles) {
+    std::string good = compiled("1 1 e one\n1 2 e two\n2 1 e three\n");
+    std::string wrongCount = good;
+    wrongCount.replace(8, 4, big32(4));
+    std::string pastEnd = good;
+    pastEnd.replace(12 + 12 + 8, 4, big32(1000));
+    std::string unsorted = good;
+    unsorted.replace(12 + 24, 12, record(1, 5, 1, 48));
+    std::string shared = good;
+    shared.replace(12 + 8, 4, big32(12 + 36 + 8));
+    struct {
+        std::string bytes;
+        const char* expected;
+        bool ok;
+    } const cases[] = {
+        {"", "error: the file has 0 bytes, fewer than the 12 of a catalog header", false},
+        {good.substr(0, 11), "fewer than the 12", false},
+        {"tavrinoX" + big32(0), "error: not a keel message catalog", false},
+        {good.substr(0, 40), "announces 3 messages, but the file of 40 bytes holds index records for only 2", false},
+        {wrongCount, "record 4: error: ", false},
+        {pastEnd, "record 2: error: s1m2: text at offset 1000, 7 bytes long, runs past the end of the file", false},
+        {good.substr(0, good.size() - 1), "record 3: error: s2m1: text at offset", false},
+        {unsorted, "record 3: error: s1m1 does not sort above the record before it (s1m2)", false},
+        {shared, "warning: the texts are not laid out one after the other", true},
+        {good + "tail", "warning: the texts are not laid out one after the other", true},
+        {"tavrinoc" + big32(0), "", true},
+    };
+    for (const auto& c : cases) {
+        std::string source;
+        std::vector<DiagnosticT> diagnostics;
+        EXPECT_EQ(c.ok, catalogtool::dumpCatalog(c.bytes, source, diagnostics));
+        std::string all = allDiagnostics(diagnostics, "record");
+        EXPECT_NE(std::string::npos, all.find(c.expected)) << c.expected << " gave:\n" << all;
+    }
+}
+
+struct CatalogFilesTest : ::testing::Test {
+    TempDirC dir;
+};
+
+// The reader's edge cases, each on a file of its own.
+TEST_F(CatalogFilesTest, ReaderEdgeCases) {
+    const std::string good = compiled("1 1 w first\n1 7 - {i} middle\n1 9 -\n7 3 - last\n");
+    std::string pastEnd = good;
+    pastEnd.replace(12 + 8, 4, big32(0xFFFFFFF0u));
+    std::string hugeCount = good;
+    hugeCount.replace(8, 4, big32(0xFFFFFFFFu));
+    struct {
+        const char* name;
+        std::string bytes;
+        uint32_t code;
+        const char* defaultText;
+        const char* expected;
+        uint32_t severity;
+        bool open;
+    } const cases[] = {
+        {"zero", "tavrinoc" + big32(0), 0xE0010001, "", "", 4, true},
+        {"short", "tavrinoc\0\0\0", 0xE0010001, "", "", 4, false},
+        {"magic", "Tavrinoc" + big32(4) + good.substr(12), 0xE0010001, "", "", 4, false},
+        {"first", good, 0xE0010001, "", "first", 3, true},
+        {"last", good, 0xE0070003, nullptr, "last", 4, true},
+        {"middle", good, 0xE0010007, "", "middle", 2, true},
+        {"between", good, 0xE0010008, "", "", 4, true},
+        {"bit29", good, 0xC0010001, "", "", 4, true},
+        {"bit29d", good, 0xC0010001, "{w} default", "default", 3, true},
+        {"empty", good, 0xE0010009, "", "", 4, true},
+        {"default", good, 0xE0010002, "\x01\x01i\x01" "d\xc3\xa9" "faut", "d\xc3\xa9" "faut", 2, true},
+        {"pastEnd", pastEnd, 0xE0010001, "", "", 4, true},
+        {"truncated", good.substr(0, 30), 0xE0010007, "", "", 4, true},
+        {"huge", hugeCount, 0xE0FFFFFF, "", "", 4, true},
+    };
+    for (const auto& c : cases) {
+        std::string path = dir.write(c.name, c.bytes);
+        ErrCatalogC catalog(StringC(path.c_str(), "utf8"));
+        EXPECT_EQ(c.open, catalog.isOpen()) << c.name;
+        uint32_t severity = 99;
+        EXPECT_EQ(c.expected, utf8Of(catalog.fetch(&severity, c.code, c.defaultText, nullptr))) << c.name;
+        EXPECT_EQ(c.severity, severity) << c.name;
+    }
+    // Without a file: the default text parsed, or nothing.
+    ErrCatalogC none(StringC{});
+    EXPECT_FALSE(none.isOpen());
+    uint32_t severity = 0;
+    EXPECT_EQ("Disk full", utf8Of(none.fetch(&severity, 0xE0010001, "{w} Disk full", nullptr)));
+    EXPECT_EQ(3u, severity);
+    EXPECT_EQ("", utf8Of(none.fetch(&severity, 0xE0010001, nullptr, nullptr)));
+    EXPECT_EQ(4u, severity);
+    EXPECT_EQ(nullptr, none.lookUp(0xE0010001));
+    EXPECT_EQ(0u, none.setQualifiers(StringC("Q", "ascii")));
+}
+
+// "%L" is filled with the region's names (empty here), tried in turn, and
+// last the name without a locale; a name without "%L" is opened as it stands.
+TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
+    const std::string catalog = compiled("5 5 - found\n");
+    struct {
+        const char* templateName;
+        std::vector<const char*> files;
+        const char* expected;
+    } const cases[] = {
+        {"allcat.%L.cat", {"allcat.cat"}, "allcat.cat"},
+        {"allcat.%L.cat", {"allcat.cat", "allcat.-.cat"}, "allcat.-.cat"},
+        {"allcat.%L.cat", {"allcat.cat", "allcat..cat"}, "allcat..cat"},
+        {"sub/%L/x.cat", {"sub/x.cat"}, "sub/x.cat"},
+        {"%Lx.cat", {"x.cat"}, "x.cat"},
+        {"plain.cat", {"plain.cat", "plain"}, "plain.cat"},
+        {"absent.%L.cat", {}, nullptr},
+    };
+    char original[4096];
+    ASSERT_NE(nullptr, getcwd(original, sizeof original));
+    int round = 0;
+    for (const auto& c : cases) {
+        TempDirC scratch;
+        if (mkdir(scratch.file("sub").c_str(), 0777) != 0) ADD_FAILURE();
+        for (const char* file : c.files) scratch.write(file, catalog);
+        // Every file but the expected one is too short to be a catalog, so
+        // only the expected one can answer.
+        for (const char* file : c.files) {
+            if (!c.expected || strcmp(file, c.expected) != 0) scratch.write(file, "x");
+        }
+        std::string name = c.templateName[0] == '%' ? std::string(c.templateName) : scratch.file(c.templateName);
+        if (c.templateName[0] == '%') {
+            // A template that starts with the place: relative to the working directory.
+            ASSERT_EQ(0, chdir(scratch.path().c_str()));
+        }
+        ErrCatalogC opened(StringC(name.c_str(), "utf8"));
+        EXPECT_EQ(c.expected != nullptr, opened.isOpen()) << c.templateName << " " << round;
+        EXPECT_EQ(c.expected ? "found" : "", utf8Of(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
+        // Out of the scratch directory before it is removed.
+        ASSERT_EQ(0, chdir(original));
+        ++round;
+    }
+}
+
+// The switch: module catalog, then the process catalog on the language
+// facet, then the default text; set 0 falls to strerror behind them.
+TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
+    std::string process = dir.compile("process.cat", "0 2 - {w} fichier absent\n203 16 e Impossible d'ouvrir '%1$S'\n"
+                                                     "203 17 i processus\n");
+    std::string module = dir.compile("module.cat", "203 17 w module\n");
+    StringC name("f.txt", "ascii");
+    ArgListC args;
+    args.add(name);
+    const char* defaultText = "\x01\x01" "e\x01" "Failed to open file '%1$S'";
+    uint32_t severity = 0;
+    EXPECT_EQ("Failed to open file 'f.txt'", utf8Of(errorText(&severity, 0xE0CB0010, defaultText, args)));
+
+    StringC localeName;
+    LocaleLanguageI* language = getLocale(localeName)->getLanguage(1);
+    EXPECT_EQ(0u, language->openCatalog(StringC(process.c_str(), "utf8")));
+    {
+        testing_errors::TraceLinesC trace("Error/Catalog/Fetch");
+        EXPECT_EQ("Impossible d'ouvrir 'f.txt'", utf8Of(errorText(&severity, 0xE0CB0010, defaultText, args)));
+        EXPECT_EQ(4u, severity);
+        EXPECT_EQ("fichier absent", utf8Of(errorText(&severity, 0xE0000002, nullptr)));
+        EXPECT_EQ(3u, severity);
+        EXPECT_EQ(strerror(3), utf8Of(errorText(&severity, 0xE0000003, nullptr)));
+        EXPECT_EQ("default", utf8Of(errorText(&severity, 0xE0CB0099, "default")));
+        ASSERT_EQ(3u, trace.lines.size());
+        EXPECT_EQ("Error/Catalog/Fetch Message s203m16 from process catalog: Impossible d'ouvrir '%1$S'",
+                  trace.lines[0]);
+    }
+
+    // A module catalog is asked first.
+    ErrCatalogI* before = moduleCatalogCell().exchange(new ErrCatalogC(StringC(module.c_str(), "utf8")));
+    EXPECT_EQ("module", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+    EXPECT_EQ(3u, severity);
+    {
+        testing_errors::TraceLinesC trace("0Error/Catalog/Open");
+        setModuleCatalogEmpty();
+        ASSERT_EQ(1u, trace.lines.size());
+        EXPECT_EQ("0Error/Catalog/Open Replaced previous catalog with empty one", trace.lines[0]);
+        EXPECT_EQ("processus", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+        EXPECT_EQ(2u, severity);
+
+        // setProcessCatalog traces the name; a file that cannot be used
+        // leaves an empty catalog and still answers 0.
+        EXPECT_EQ(0u, setProcessCatalog(dir.file("missing.cat").c_str()));
+        ASSERT_EQ(2u, trace.lines.size());
+        EXPECT_EQ("0Error/Catalog/Open Setting process message catalog to " + dir.file("missing.cat"),
+                  trace.lines[1]);
+        EXPECT_EQ("Failed to open file 'f.txt'", utf8Of(errorText(&severity, 0xE0CB0010, defaultText, args)));
+        EXPECT_EQ(0u, setProcessCatalog(process.c_str()));
+        EXPECT_EQ("processus", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+        EXPECT_EQ(0u, setProcessCatalog(nullptr));
+    }
+    delete moduleCatalogCell().exchange(before);
+    EXPECT_EQ("", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+}
+
+// One thread replaces the process catalog again and again while others
+// fetch through it: each fetch sees the old catalog or the new one, whole.
+TEST_F(CatalogFilesTest, ThreadsFetchWhileTheCatalogIsReplaced) {
+    std::string first = dir.compile("first.cat", "9 1 - un\n");
+    std::string second = dir.compile("second.cat", "9 1 - deux\n");
+    LocaleLanguageI* language = defaultLocale()->getLanguage(1);
+    std::atomic<bool> done(false);
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([&] {
+            while (!done.load()) {
+                std::string text = utf8Of(errorText(0xE0090001, "default"));
+                if (text != "un" && text != "deux" && text != "default") ADD_FAILURE() << text;
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i) {
+        language->openCatalog(StringC((i % 2 ? first : second).c_str(), "utf8"));
+    }
+    done = true;
+    for (std::thread& reader : readers) reader.join();
+    language->openCatalog(StringC());
+}
+
+// Random catalogs against a plain map: every code asked gives the map's
+// answer, found or not, through the file on disk.
+TEST_F(CatalogFilesTest, RandomCatalogsAgainstAModel) {
+    std::mt19937 random(17);
+    for (int round = 0; round < 40; ++round) {
+        std::map<std::pair<uint32_t, uint32_t>, std::string> model;
+        std::string source;
+        int count = random() % (round < 5 ? 3 : 300);
+        for (int i = 0; i < count; ++i) {
+            uint32_t set = random() % 4, number = random() % 50;
+            if (model.count({set, number})) continue;
+            std::string text = "t" + std::to_string(random() % 100000);
+            model[{set, number}] = text;
+            source += std::to_string(set) + " " + std::to_string(number) + " - " + text + "\n";
+        }
+        std::string path = dir.compile("random" + std::to_string(round), source);
+        LocaleLanguageI* language = defaultLocale()->getLanguage(2);
+        language->openCatalog(StringC(path.c_str(), "utf8"));
+        ErrCatalogC catalog(StringC(path.c_str(), "utf8"));
+        ASSERT_EQ(model.size(), catalog.recordCount());
+        for (int probe = 0; probe < 200; ++probe) {
+            uint32_t set = random() % 5, number = random() % 52;
+            auto hit = model.find({set, number});
+            uint32_t code = 0xE0000000u | (set << 16) | number;
+            std::string expected = hit == model.end() ? "" : hit->second;
+            EXPECT_EQ(expected, utf8Of(catalog.fetch(nullptr, code, "", nullptr)));
+            if (set != 0) {
+                EXPECT_EQ(expected, utf8Of(language->getCatalog()->fetch(nullptr, code, "", nullptr)));
+            }
+        }
+    }
+    defaultLocale()->getLanguage(1)->openCatalog(StringC());
+}
+
+}  // namespace
+}  // namespace keel

@@ -1,0 +1,141 @@
+// Locales: the map by process locale name, the five facets and their
+// version gate, the empty values, and the language facet as a catalog
+// without a file.
+#include <gtest/gtest.h>
+#include <locale.h>
+#include <string.h>
+
+#include <thread>
+#include <vector>
+
+#include <keel/keel.h>
+
+#include "locale/locale.h"
+#include "testing/tracelines.h"
+
+namespace keel {
+namespace {
+
+using testing_errors::utf8Of;
+
+TEST(LocaleTest, OneLocalePerProcessLocaleName) {
+    StringC name("ignored, overwritten", "ascii");
+    LocaleI* locale = getLocale(name);
+    EXPECT_EQ(setlocale(LC_ALL, nullptr), utf8Of(name));
+    StringC again;
+    EXPECT_EQ(locale, getLocale(again));
+    EXPECT_EQ(locale, defaultLocale());
+    EXPECT_EQ(utf8Of(name), utf8Of(locale->getRegion(1)->localeName()));
+
+    // Another process locale gets a locale of its own; the old one stays.
+    uint32_t before = localeCount();
+    if (setlocale(LC_ALL, "C.UTF-8") || setlocale(LC_ALL, "POSIX")) {
+        StringC other;
+        LocaleI* second = getLocale(other);
+        if (utf8Of(other) != utf8Of(name)) {
+            EXPECT_NE(locale, second);
+            EXPECT_EQ(before + 1, localeCount());
+            EXPECT_EQ(utf8Of(other), utf8Of(second->getRegion(2)->localeName()));
+        }
+        setlocale(LC_ALL, "C");
+    }
+    StringC back;
+    EXPECT_EQ(locale, getLocale(back));
+}
+
+TEST(LocaleTest, FacetsByVersion) {
+    StringC name;
+    LocaleI* locale = getLocale(name);
+    for (int version : {0, 3, -1}) {
+        EXPECT_EQ(nullptr, locale->getRegion(version));
+        EXPECT_EQ(nullptr, locale->getNumbers(version));
+        EXPECT_EQ(nullptr, locale->getCalendar(version));
+        EXPECT_EQ(nullptr, locale->getCurrency(version));
+        EXPECT_EQ(nullptr, locale->getLanguage(version));
+    }
+    EXPECT_NE(nullptr, locale->getRegion(1));
+    EXPECT_EQ(locale->getRegion(1), locale->getRegion(2));
+    EXPECT_EQ(locale->getNumbers(1), locale->getNumbers(2));
+    EXPECT_EQ(locale->getCalendar(1), locale->getCalendar(2));
+    EXPECT_EQ(locale->getCurrency(1), locale->getCurrency(2));
+    EXPECT_EQ(locale->getLanguage(1), locale->getLanguage(2));
+}
+
+TEST(LocaleTest, ValuesAreEmpty) {
+    StringC name;
+    LocaleI* locale = getLocale(name);
+    LocaleRegionI* region = locale->getRegion(2);
+    LocaleNumbersI* numbers = locale->getNumbers(1);
+    LocaleCalendarI* calendar = locale->getCalendar(1);
+    LocaleCurrencyI* currency = locale->getCurrency(1);
+    region->regionReserved();
+    const StringC texts[] = {
+        region->languageCode(),    region->languageLongCode(), region->territoryCode(),
+        region->regionValue4(),    numbers->numbersText1(),    numbers->numbersText2(),
+        numbers->decimalSeparator(), numbers->numbersText4(),  numbers->numbersText5(),
+        numbers->numbersText6(),   numbers->numbersText7(),    calendar->calendarText1(),
+        calendar->calendarText2(), calendar->calendarText3(),  calendar->calendarText4(),
+        calendar->sevenTextA(1),   calendar->sevenTextB(7),    calendar->thirteenTextA(1),
+        calendar->thirteenTextB(7), calendar->thirteenTextC(13), calendar->sevenTextA(0),
+        calendar->sevenTextB(8),   calendar->thirteenTextC(14), calendar->thirteenTextA(-5),
+        currency->currencyText1(), currency->currencyText2(),  currency->currencyText3(),
+        currency->currencyText4(), currency->currencyText5(),
+    };
+    for (const StringC& text : texts) EXPECT_TRUE(text.isEmpty());
+    const int32_t values[] = {
+        numbers->numbersValue1(),    numbers->numbersValue2(),    numbers->numbersValue3(),
+        calendar->calendarValue1(),  calendar->calendarValue2(),  calendar->calendarValue3(),
+        calendar->calendarValue4(),  calendar->calendarValue5(),  calendar->calendarFlag1(),
+        calendar->calendarFlag2(),   calendar->calendarFlag3(),   calendar->calendarFlag4(),
+        currency->currencyValue1(),  currency->currencyValue2(),  currency->currencyValue3(),
+        currency->currencyValue4(),  locale->getLanguage(1)->languageValue(),
+    };
+    for (int32_t value : values) EXPECT_EQ(0, value);
+}
+
+// With no catalog file the facet has no text for a catalog code and hands
+// system codes to the system catalog.
+TEST(LocaleTest, LanguageFacetWithoutCatalogFile) {
+    StringC name;
+    LocaleLanguageI* language = getLocale(name)->getLanguage(1);
+    ErrCatalogI* catalog = language->getCatalog();
+    ASSERT_NE(nullptr, catalog);
+    EXPECT_EQ(catalog, language->getCatalog());
+    struct {
+        uint32_t code;
+        const char* expected;
+    } const cases[] = {
+        {0xE0CB0010, ""}, {0xE0000002, strerror(2)}, {0xE0000000, strerror(0)}, {0x00000002, ""}, {0, ""},
+    };
+    for (const auto& c : cases) {
+        uint32_t severity = 0;
+        EXPECT_EQ(c.expected, utf8Of(catalog->fetch(&severity, c.code, "", nullptr))) << std::hex << c.code;
+        EXPECT_EQ(4u, severity);
+    }
+    EXPECT_EQ(0u, catalog->setQualifiers(StringC("Q", "ascii")));
+    EXPECT_EQ(0u, language->openCatalog(StringC("/nonexistent/x.cat", "utf8")));
+    EXPECT_EQ("", utf8Of(catalog->fetch(nullptr, 0xE0CB0010, "", nullptr)));
+    EXPECT_EQ(0u, language->openCatalog(StringC()));
+}
+
+// Threads asking for the locale and its facets at once all get the same
+// objects, made once.
+TEST(LocaleThreadTest, ConcurrentFirstUse) {
+    std::vector<std::thread> threads;
+    std::vector<LocaleLanguageI*> seen(8);
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([i, &seen] {
+            StringC name;
+            LocaleI* locale = getLocale(name);
+            locale->getNumbers(1)->decimalSeparator();
+            seen[i] = locale->getLanguage(1 + i % 2);
+            StringC text = seen[i]->getCatalog()->fetch(nullptr, 0xE0000002, "", nullptr);
+            EXPECT_FALSE(text.isEmpty());
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (LocaleLanguageI* language : seen) EXPECT_EQ(seen[0], language);
+}
+
+}  // namespace
+}  // namespace keel
