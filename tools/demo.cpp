@@ -7,12 +7,15 @@
 // another thread and shows the trace line the report produced and the text
 // the thread's error buffer kept. Last it sets a compiled French catalog on
 // the locale's language facet and reports through it: the catalog's text
-// takes the place of the default text.
+// takes the place of the default text, and the tracer's own trace file,
+// turned on by a control file, receives the line of that report.
 #include <keel/keel.h>
 #include <keel/toolkit.h>
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <iostream>
 #include <string>
@@ -89,6 +92,41 @@ static StringC report(uint32_t code, const char* defaultText, keel::ArgListC arg
     return rendered;
 }
 
+// Turns on the tracer's own file consumer through a control file, as an
+// operator would, so that every stored error is also a line of a trace file.
+static std::string traceErrorsToFile() {
+    char dir[] = "/tmp/keel-demo-XXXXXX";
+    if (!mkdtemp(dir)) return "";
+    std::string control = std::string(dir) + "/trace.ctl";
+    std::string traceFile = std::string(dir) + "/demo.trc";
+    FILE* file = fopen(control.c_str(), "w");
+    if (!file) return "";
+    fprintf(file, "# stored errors, with the process and the path\nError/Occurrence\nshow_process=1\nshow_class=1\n"
+                  "filename=%s\n", traceFile.c_str());
+    fclose(file);
+    keel::tracerI()->init("keel_demo", control.c_str(), nullptr);
+    return traceFile;
+}
+
+// Prints the trace file and takes it away with its directory.
+static bool showTraceFile(const std::string& traceFile, const char* expected) {
+    std::string lines;
+    if (FILE* file = fopen(traceFile.c_str(), "r")) {
+        char buffer[512];
+        while (fgets(buffer, sizeof buffer, file)) lines += buffer;
+        fclose(file);
+    }
+    printf("the trace file %s holds:\n%s", traceFile.c_str(), lines.c_str());
+    keel::TraceDefaultConsumerI* own = keel::tracerI()->getDefaultConsumer();
+    getTraceController()->inheritPath(own, "Error/Occurrence");
+    own->setFilename("/tmp/%p%t.trc");
+    std::string dir = traceFile.substr(0, traceFile.rfind('/'));
+    unlink(traceFile.c_str());
+    unlink((dir + "/trace.ctl").c_str());
+    rmdir(dir.c_str());
+    return lines.find(expected) != std::string::npos;
+}
+
 static bool reportInFrench() {
 #ifdef KEEL_DEMO_CATALOG
     const char* catalogPath = KEEL_DEMO_CATALOG;
@@ -101,15 +139,17 @@ static bool reportInFrench() {
     StringC before = report(0xE0CB0010, defaultText, args);
     StringC name;
     getLocale(name)->getLanguage(1)->openCatalog(StringC(catalogPath, "utf8"));
+    std::string traceFile = traceErrorsToFile();
     StringC after = report(0xE0CB0010, defaultText, args);
     show("default text", before);
     show("from the French catalog", after);
+    bool traced = showTraceFile(traceFile, "Impossible d'ouvrir");
     uint32_t severity = 0;
     StringC kept = getErrBuf()->takeText(&severity);
     const char* text = after.textUtf8();
     bool translated = strncmp(text, "Impossible d'ouvrir", 19) == 0;
     after.releaseUtf8(text);
-    return translated && severity == 4 && !kept.isEmpty();
+    return translated && traced && severity == 4 && !kept.isEmpty();
 }
 
 int main() {

@@ -13,6 +13,7 @@
 #include <keel/format.h>
 #include <keel/trace.h>
 #include <keel/errors.h>
+#include <keel/fileserv.h>
 #include <keel/locale.h>
 
 #endif

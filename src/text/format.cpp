@@ -19,6 +19,12 @@
 namespace keel {
 
 namespace {
+int readSystemClock(struct timeval* now) { return gettimeofday(now, nullptr); }
+}  // namespace
+
+FormatClockFn formatClock = readSystemClock;
+
+namespace {
 
 const char kLowerDigits[] = "0123456789abcdef";
 const char kUpperDigits[] = "0123456789ABCDEF";
@@ -493,7 +499,7 @@ private:
         case 'D':
         case 'T': {
             struct timeval now;
-            gettimeofday(&now, nullptr);
+            formatClock(&now);
             if (letter == 'D') {
                 renderTime(now.tv_sec, static_cast<int32_t>(now.tv_usec), "%Y/%m/%d", 10, 10);
             } else {

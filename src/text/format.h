@@ -11,6 +11,7 @@
 #define KEEL_TEXT_FORMAT_H
 
 #include <stdint.h>
+#include <sys/time.h>
 
 #include <keel/arglist.h>
 #include <keel/string.h>
@@ -31,6 +32,13 @@ StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 int32_t formatView32(const ArgEntry* entry);         // widths and precisions from `*`
 int64_t formatSignedView(const ArgEntry* entry);     // %d %i
 uint64_t formatUnsignedView(const ArgEntry* entry);  // %u %o %x %X %b
+
+// The clock that %D and %T read: gettimeofday unless a test has put a fixed
+// instant in its place, so that what they render can be checked exactly
+// instead of against the wall clock. Not meant to be set outside tests, and
+// not while another thread formats.
+typedef int (*FormatClockFn)(struct timeval* now);
+extern FormatClockFn formatClock;
 
 }  // namespace keel
 

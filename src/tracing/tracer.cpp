@@ -9,12 +9,15 @@
 
 namespace keel {
 
-TracerC::TracerC() : indent(0), fileConsumer(nullptr) {}
+TracerC::TracerC() : indent(0), fileConsumer(new TraceConsumerFileC(this)) { addConsumer(fileConsumer, 0, 9); }
 
 // Never run in practice (the tracer lives to the end of the process); the
 // controller's destructor empties the tree. Consumers that others added are
-// theirs to delete.
-TracerC::~TracerC() {}
+// theirs to delete; the file consumer is the tracer's own.
+TracerC::~TracerC() {
+    removeConsumer(fileConsumer);
+    delete fileConsumer;
+}
 
 uint32_t TracerC::init(const char* newName, const char* controlFile, const char* newInfo) {
     LatchGuardC guard(traceControlLatch());
@@ -28,8 +31,11 @@ uint32_t TracerC::init(const char* newName, const char* controlFile, const char*
     }
     processId = static_cast<uint32_t>(getpid());
     if (!controlFile) return 0;
-    // The default consumer reads the control file here and its max_detail
-    // becomes its level; without one there is nothing to read it.
+    // A control file that cannot be read leaves tracing as it was.
+    fileConsumer->readControlFile(controlFile);
+    int32_t level = 9;
+    fileConsumer->getMaxDetail(&level);
+    setConsumerLevel(fileConsumer, level);
     return 0;
 }
 

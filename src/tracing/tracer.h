@@ -13,6 +13,7 @@
 #include <keel/trace.h>
 
 #include "tracing/tracecim.h"
+#include "tracing/tracefil.h"
 
 namespace keel {
 
@@ -51,10 +52,10 @@ private:
     TraceControlVarC* variableOf(const char* path, TraceValuesT** handle);
 
     int32_t indent;
-    // The file consumer the tracer makes for itself, consumer 0 with level 9
-    // once it exists; until then there is none and every slot is free for
-    // the consumers that programs add.
-    TraceDefaultConsumerI* fileConsumer;
+    // The file consumer the tracer makes for itself: consumer 0, with level
+    // 9 until a control file sets its max_detail. It writes nothing until a
+    // path is enabled for it.
+    TraceConsumerFileC* fileConsumer;
 };
 
 // The one tracer, made under the tracer latch at the first call.

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "containers/hashmodel.h"
+#include "testing/hashmodel.h"
 #include <keel/hashtbl.h>
-#include "containers/printcapture.h"
+#include "testing/printcapture.h"
 
 namespace keel {
 namespace {
@@ -31,54 +31,6 @@ struct IdTable : HashMapM<uint32_t, int, IdHash, equal<uint32_t>> {
 
 using testing_print::captured;
 using testing_print::pointerText;
-
-TEST(HashTableTest, GrowsOneListAtATimeAndNeverShrinks) {
-    IdTable table;
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(static_cast<HashTableC*>(&table)) | 1, *table.listHead(0));
-    std::vector<uint32_t> counts{table.listCount()}, masks{table.bits_mask};
-    for (uint32_t i = 0; i < 10; ++i) {
-        table.add({i * 7919});
-        counts.push_back(table.listCount());
-        masks.push_back(table.bits_mask);
-    }
-    // The tenth insertion splits twice: 10/11 is still above 0.9.
-    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 12}), counts);
-    EXPECT_EQ((std::vector<uint32_t>{0, 1, 3, 3, 7, 7, 7, 7, 15, 15, 15}), masks);
-    table.eraseAll();
-    EXPECT_EQ(12u, table.listCount());
-    EXPECT_EQ(12u, table.empty_lists);
-}
-
-// The list of a hash is hash AND mask, masked again with mask >> 1 when that
-// is not below the list count.
-TEST(HashTableTest, IndexRuleMasksAgainAboveTheListCount) {
-    IdTable table;
-    table.add({100, 101, 102, 103});
-    ASSERT_EQ(5u, table.listCount());
-    ASSERT_EQ(7u, table.bits_mask);
-    const std::pair<uint32_t, uint32_t> cases[] = {{5, 1}, {4, 4}, {7, 3}, {0xFFFFFFF9u, 1}};
-    for (const auto& c : cases) EXPECT_EQ(c.second, table.listIndex(c.first)) << c.first;
-    IdElem* five = table.add({5})[0];  // 5/5 is above 0.9: a sixth list comes first, and 5 has it
-    EXPECT_EQ(5u, table.listIndex(5));
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(static_cast<ListElemI*>(five)), *table.listHead(5));
-}
-
-// The model checks the same on random sequences; here the plain case.
-TEST(HashTableTest, EqualKeysCoexistNewestFirst) {
-    IdTable table;
-    std::vector<IdElem*> e = table.add({42, 42, 7});
-    uint32_t key = 42, status = 1;
-    EXPECT_EQ(e[1], table.find(&key));
-    EXPECT_EQ(e[0], table.findNext(e[1], &key));
-    EXPECT_EQ(e[0], table.findNext(nullptr, &key));
-    EXPECT_EQ(nullptr, table.findNext(e[0], &key));
-    std::vector<HashElemI*> shown;
-    for (HashIteratorC it(&table, false); HashElemI* next = it.next(status);) shown.push_back(next);
-    EXPECT_EQ((std::vector<HashElemI*>{e[1], e[2]}), shown);  // without allElements the older one hides
-    EXPECT_EQ(e[1], table.replace(new IdElem(42, 3)));        // the newest goes, unlinked
-    EXPECT_EQ(0u, e[1]->chain);
-    delete e[1];
-}
 
 // The table's heads move as the array grows; its clear unlinks what the
 // lists still hold and frees the storage.

@@ -8,7 +8,7 @@
 #include <type_traits>
 
 #include <keel/list.h>
-#include "containers/printcapture.h"
+#include "testing/printcapture.h"
 
 namespace keel {
 namespace {

@@ -77,28 +77,6 @@ TEST(QuickSort, SortsEveryShapeForSeveralElementSizes) {
     sortAndCheck(keys, 5000);
 }
 
-TEST(QuickSort, ComparisonCountsOfShortArrays) {
-    const std::pair<std::vector<uint32_t>, uint32_t> cases[] = {
-        {{}, 0}, {{5}, 0},
-        {{1, 2}, 1}, {{2, 1}, 1},  // two elements: the search for the smallest is the only comparison
-        {{1, 2, 3}, 3},            // two to find the smallest, one for the third element
-        {{3, 2, 1}, 3},            // 1,2,3 after the exchange; the third then stops at once
-        {{1, 3, 2}, 4},            // the third steps back once (2 < 3) and stops at the sentinel
-        // Median of three: 2 (no exchange needed, so the third is skipped).
-        // Partition of 1..5 with pivot 3, left at 2, right at 4: compare(2,p) <0,
-        // compare(3,p) stops; compare(p,4) <0, compare(p,3) stops; left==right:
-        // 4 comparisons. Sentinel search over five: 4. Insertion of 3, 4, 5:
-        // one each. Total 2 + 4 + 4 + 3.
-        {{1, 2, 3, 4, 5}, 13},
-    };
-    for (const auto& c : cases) {
-        std::vector<uint32_t> keys = c.first;
-        CountingT counting = {nullptr, nullptr, 4, 0, 0};
-        quickSort(keys.data(), static_cast<uint32_t>(keys.size()), 4, compareKeys, &counting);
-        EXPECT_EQ(c.second, counting.calls) << ::testing::PrintToString(c.first);
-    }
-}
-
 // A comparison that contradicts itself must still leave a permutation of the
 // input and touch nothing outside the array; elements of size 0 are left alone.
 int compareBadly(void* context, const void*, const void*) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "text/countedimpl.h"
+#include "testing/countedimpl.h"
 
 namespace keel {
 namespace {

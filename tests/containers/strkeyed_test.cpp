@@ -7,14 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "containers/hashmodel.h"
-#include "containers/printcapture.h"
+#include "testing/hashmodel.h"
+#include "testing/printcapture.h"
+#include "testing/scantest.h"
 #include <keel/strkeyed.h>
 
 namespace keel {
 namespace {
-
-StringC u8(const std::string& text) { return StringC(text.c_str(), "utf8"); }
 
 struct NamedEntry : StringKeyedHashElemC {
     NamedEntry(const StringC& key, int tag) : StringKeyedHashElemC(key), tag(tag) {}

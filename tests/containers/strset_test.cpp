@@ -5,13 +5,12 @@
 
 #include <string>
 
-#include "containers/printcapture.h"
+#include "testing/printcapture.h"
+#include "testing/scantest.h"
 #include <keel/strset.h>
 
 namespace keel {
 namespace {
-
-StringC u8(const std::string& text) { return StringC(text.c_str(), "utf8"); }
 
 TEST(StringSetTest, AddContainsRemoveClear) {
     StringSetC set(false);

@@ -5,12 +5,13 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "text/arglist.h"
-#include "text/countedimpl.h"
+#include "testing/countedimpl.h"
 
 namespace keel {
 namespace {
@@ -34,18 +35,12 @@ TEST(ArgList, EmptyListsHaveNoBody) {
     }
 }
 
-TEST(ArgList, GetInsideTheListAndCapacityBySixteen) {
+TEST(ArgList, GetInsideTheListAcrossGrowth) {
     ArgListC list;
     for (int32_t i = 0; i < 16; ++i) list.add(i * 10);
-    EXPECT_EQ(16, list.getImpl()->capacity);
     EXPECT_EQ(nullptr, list.get(-1));
     EXPECT_EQ(nullptr, list.get(16));
-    ASSERT_NE(nullptr, list.get(15));
-    EXPECT_EQ(150, list.get(15)->read<int32_t>());
-    list.add(int32_t(160));
-    EXPECT_EQ(32, list.getImpl()->capacity);
-    for (int32_t i = 17; i < 33; ++i) list.add(i * 10);
-    EXPECT_EQ(48, list.getImpl()->capacity);
+    for (int32_t i = 16; i < 33; ++i) list.add(i * 10);
     ASSERT_EQ(33, list.count());
     for (int32_t i = 0; i < 33; ++i) ASSERT_EQ(i * 10, list.get(i)->read<int32_t>());
 }
@@ -57,9 +52,14 @@ std::string joinedNames(int32_t from, int32_t to, const ArgListC* list = nullptr
 }
 
 TEST(ArgList, EachOverloadStoresItsCode) {
-    EXPECT_EQ(",Bool,Int16,Int32,Int64,Unsigned16,Unsigned32,Unsigned64,Real,UCS4,String,DateTime,ObjRef,Decimal,"
-              "Blob,Guid,ArgList,CharStar,TimeVal,User,Null,,", joinedNames(-1, 20));
-    EXPECT_STREQ("", ArgListC::typeName(INT32_MIN));
+    // Every code has a name of its own; outside the table the name is empty.
+    std::set<std::string> names;
+    for (int32_t code = 0; code <= ArgNull; ++code) {
+        EXPECT_STRNE("", ArgListC::typeName(code)) << code;
+        names.insert(ArgListC::typeName(code));
+    }
+    EXPECT_EQ(static_cast<size_t>(ArgNull) + 1, names.size());
+    for (int32_t code : {-1, ArgNull + 1, INT32_MIN}) EXPECT_STREQ("", ArgListC::typeName(code)) << code;
     char text[] = "text";
     ArgListC list;
     list.add(true).add(int16_t(-2)).add(int32_t(-3)).add(int64_t(-4000000000LL)).add(uint16_t(65535));

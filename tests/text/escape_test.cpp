@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <keel/stringar.h>
-#include "text/scantest.h"
+#include "testing/scantest.h"
 
 namespace keel {
 namespace {

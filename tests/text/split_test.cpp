@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "text/scantest.h"
+#include "testing/scantest.h"
 
 namespace keel {
 namespace {

@@ -141,31 +141,6 @@ TEST(StringEncodingTest, UnknownEncodingGivesABufferlessString) {
 
 // --- The handle: sharing and copy on write ----------------------------------
 
-TEST(StringHandleTest, CopiesShareUntilOneChanges) {
-    struct Case { StringC original; void (*change)(StringC&); const char* after; };
-    const Case cases[] = {
-        {StringC("shared text", "utf8"), [](StringC& s) { s.append(uint32_t('!')); }, "shared text!"},
-        {StringC(), [](StringC& s) { s.append(uint32_t('x')); }, "x"},
-        {StringC(uint32_t('k')), [](StringC& s) { s.append(StringC(uint32_t('m'))); }, "km"},
-        {StringC("abcdef", "utf8"), [](StringC& s) { s.erase(1, 2); }, "adef"},
-        {StringC("adef", "utf8"), [](StringC& s) { s.insert(1, StringC("XY", "utf8")); }, "aXYdef"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.after);
-        std::string before = utf8(c.original);
-        bool sharedBefore = c.original.getImpl()->isShared();
-        StringC copy(c.original);
-        EXPECT_EQ(c.original.getImpl(), copy.getImpl());
-        EXPECT_TRUE(copy.getImpl()->isShared());
-        c.change(copy);
-        EXPECT_NE(c.original.getImpl(), copy.getImpl());
-        EXPECT_FALSE(copy.getImpl()->isShared());
-        EXPECT_EQ(c.after, utf8(copy));
-        EXPECT_EQ(before, utf8(c.original));
-        EXPECT_EQ(sharedBefore, c.original.getImpl()->isShared());
-    }
-}
-
 TEST(StringHandleTest, SharingWithoutCopies) {
     StringC text("abcdef", "utf8");
     StringImplI* before = text.getImpl();

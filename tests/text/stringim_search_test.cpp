@@ -145,25 +145,6 @@ TEST(StringSearch, BrokenTextAgreesWithCharAt) {
     }
 }
 
-// A forward search and findLastString leave the cursor behind the match, the
-// other backward searches at it.
-TEST(StringSearchCursor, LeftBehindOrAtTheMatch) {
-    StringC s = raw("x\xC3\xA4y\xC3\xA4z");  // x ä y ä z at offsets 0 1 3 4 6
-    StringImplC* r = static_cast<StringImplC*>(s.getImpl());
-    struct Case { char op; const char* needle; int32_t at, want, index, offset; };
-    const Case cases[] = {
-        {'c', "\xC3\xA4", -1, 1, 2, 3}, {'c', "\xC3\xA4", 1, 3, 4, 6}, {'o', "\xC3\xA4y", -1, 1, 2, 3},
-        {'s', "y\xC3\xA4", -1, 2, 4, 6}, {'C', "\xC3\xA4", -1, 3, 3, 4}, {'O', "y", -1, 2, 2, 3},
-        {'N', "x", 2, 1, 1, 1},          {'S', "\xC3\xA4y", -1, 1, 3, 4},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.op << " " << c.needle);
-        EXPECT_EQ(c.want, search(s, c.op, c.needle, c.at));
-        EXPECT_EQ(c.index, r->storedCursorIndex());
-        EXPECT_EQ(c.offset, r->storedCursorOffset());
-    }
-}
-
 TEST(StringSearch, BufferlessTextReadsAsEmpty) {
     StringC none("abc", "no-such-encoding");
     for (char op : std::string("cCsSnN")) EXPECT_EQ(-1, search(none, op, op == 'n' || op == 'N' ? "" : "a", -1)) << op;

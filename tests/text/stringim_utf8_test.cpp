@@ -66,31 +66,6 @@ std::string clean(uint32_t r) {
     return *piece ? std::string(piece) : std::string("\0", 1);
 }
 
-TEST(StringUtf8HeadTest, CleanTextOfEveryLengthAndMix) {
-    std::string ascii, mixed;
-    uint32_t seed = 99;
-    for (int i = 0; i < 300; ++i) {
-        ascii += static_cast<char>('a' + i % 26);
-        mixed += clean(next(seed));
-    }
-    for (size_t n = 0; n <= ascii.size(); n += (n < 140 ? 1 : 7)) {
-        SCOPED_TRACE(n);
-        expectAsDecoder(ascii.substr(0, n));
-        expectAsDecoder(mixed.substr(0, n));  // cut anywhere, also inside a sequence
-    }
-}
-
-TEST(StringUtf8HeadTest, OneBadSequenceAtEveryPlace) {
-    const std::string clean =
-        std::string(70, 'x') + "\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80" + std::string(70, 'y') + "\xE2\x82\xAC";
-    for (const char* bad : kUnclean) {
-        for (size_t at = 0; at <= clean.size(); ++at) {
-            SCOPED_TRACE(testing::Message() << "at " << at << " bad " << static_cast<int>(static_cast<uint8_t>(bad[0])));
-            expectAsDecoder(clean.substr(0, at) + bad + clean.substr(at));
-        }
-    }
-}
-
 TEST(StringUtf8HeadTest, RandomMixturesSystem8AndSecureStrings) {
     uint32_t seed = 4242;
     for (int round = 0; round < 400; ++round) {
@@ -132,6 +107,11 @@ std::vector<int32_t> runFinds(const std::string& text, const char* encoding, uin
 }
 
 TEST(StringFindAsciiTest, BlocksOfValidTextAndEveryKindOfBreak) {
+    // Without AVX2 both runs take the character walk and the comparison
+    // would hold whatever the block path did.
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("popcnt")) {
+        GTEST_SKIP() << "no AVX2 on this processor: the block path cannot run";
+    }
     const char* const kPieces[] = {"e", ",", "abc", "\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80",
                                    "\xE2\x82\xAC", "eeee", "xyz,", "\xC1\xA5" /* overlong e */,
                                    "\x80", "\xFF", "\xE4\x65" /* cut by an e */, "\xF8\x88\x80\x80\x80",

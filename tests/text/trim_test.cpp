@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "text/scantest.h"
+#include "testing/scantest.h"
 
 namespace keel {
 namespace {

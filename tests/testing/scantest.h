@@ -1,8 +1,8 @@
-// Helpers shared by the text tests, in namespace keel for them: strings from
+// Helpers shared by the tests of every subsystem, in namespace keel for them: strings from
 // UTF-8 literals or raw bytes, and a string's internal text back as a
 // std::string, NULs included.
-#ifndef KEEL_TESTS_TEXT_SCANTEST_H
-#define KEEL_TESTS_TEXT_SCANTEST_H
+#ifndef KEEL_TESTS_TESTING_SCANTEST_H
+#define KEEL_TESTS_TESTING_SCANTEST_H
 
 #include <string>
 
@@ -12,6 +12,7 @@ namespace keel {
 namespace scantest {
 
 inline StringC u8(const char* text) { return StringC(text, "utf8"); }
+inline StringC u8(const std::string& text) { return StringC(text.c_str(), "utf8"); }
 
 // The bytes as they are, broken sequences included.
 inline StringC raw(const std::string& bytes) {

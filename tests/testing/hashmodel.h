@@ -9,8 +9,8 @@
 //   static Key key(uint32_t keyIndex, std::mt19937& rng);   // any spelling
 //   static std::string norm(uint32_t keyIndex);             // equal keys, equal norm
 //   static uint32_t seq(Elem* element);
-#ifndef KEEL_TESTS_CONTAINERS_HASHMODEL_H
-#define KEEL_TESTS_CONTAINERS_HASHMODEL_H
+#ifndef KEEL_TESTS_TESTING_HASHMODEL_H
+#define KEEL_TESTS_TESTING_HASHMODEL_H
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // What a print operation writes to a stream, for the tests of the print
 // forms of lists and tables.
-#ifndef KEEL_TESTS_CONTAINERS_PRINTCAPTURE_H
-#define KEEL_TESTS_CONTAINERS_PRINTCAPTURE_H
+#ifndef KEEL_TESTS_TESTING_PRINTCAPTURE_H
+#define KEEL_TESTS_TESTING_PRINTCAPTURE_H
 
 #include <stdio.h>
 #include <stdlib.h>

@@ -2,8 +2,8 @@
 // references a container takes and drops, and how often it compares. It is
 // an ordinary representation whose count is kept apart: the test owns the
 // object, and release never deletes it. Wrap it with StringC::fromNew.
-#ifndef KEEL_TESTS_TEXT_COUNTEDIMPL_H
-#define KEEL_TESTS_TEXT_COUNTEDIMPL_H
+#ifndef KEEL_TESTS_TESTING_COUNTEDIMPL_H
+#define KEEL_TESTS_TESTING_COUNTEDIMPL_H
 
 #include <string>
 

@@ -1,0 +1,110 @@
+// The date parser over arbitrary texts, and the strict constructor over
+// arbitrary fields. The parser may only erase separators from the caller's
+// text (at most five of them), a text it accepts without a report parses
+// again from its own rendering to the same second, and the strict
+// constructor reports exactly when the fields do not come back as given.
+//
+// Input: the first 14 bytes are six 16-bit fields and a fraction seed for the
+// constructor; the rest, as UTF-8, is the text to parse.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+#include <keel/keel.h>
+
+#include "locale/datetime.h"
+
+namespace {
+
+std::string utf8Of(const keel::StringC& text) {
+    const char* bytes = text.textUtf8();
+    std::string result(bytes, text.textUtf8Length());
+    text.releaseUtf8(bytes);
+    return result;
+}
+
+// True when `part` is `whole` with some characters taken out.
+bool isSubsequence(const std::u32string& part, const std::u32string& whole) {
+    size_t j = 0;
+    for (size_t i = 0; i < whole.size() && j < part.size(); ++i) {
+        if (whole[i] == part[j]) ++j;
+    }
+    return j == part.size();
+}
+
+std::u32string charsOf(const keel::StringC& text) {
+    std::u32string chars;
+    for (int32_t i = 0; i < text.length(); ++i) chars += static_cast<char32_t>(text.charAt(i));
+    return chars;
+}
+
+}  // namespace
+
+// The locale, its facets and the catalog switch are made once and live for
+// the process: made here, before the first input, so that the leak check of
+// each input sees only what that input allocated.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    keel::StringC text("2024-02-30", "utf8");
+    keel::DateTimeC::parse(text);
+    keel::DateTimeC(0, false).format(43);
+    getErrBuf()->takeText(nullptr);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    keel::ErrBufI* errors = getErrBuf();
+    errors->takeText(nullptr);
+    if (size >= 14) {
+        int16_t f[7];
+        memcpy(f, data, 14);
+        keel::DateTimeC value(f[0], f[1], f[2], f[3], f[4], f[5], static_cast<int64_t>(f[6]) * 1000, false);
+        bool same = value.getYear() == f[0] && value.getMonth() == f[1] && value.getDay() == f[2] &&
+                    value.getHour() == f[3] && value.getMinute() == f[4] && value.getSecond() == f[5];
+        if (same == (errors->getCount() != 0)) abort();
+        for (int flags = 0; flags < 64; flags += 7) value.format(flags);
+        errors->takeText(nullptr);
+        data += 14;
+        size -= 14;
+    }
+    // Texts end at their first U+0000 here (a NUL byte, or an overlong C0 80
+    // decoded to one): a copy-on-write copy of a string that holds a NUL
+    // keeps only what stands in front of it, which is the string layer's
+    // matter and not the parser's.
+    keel::StringC text(data, static_cast<uint32_t>(size), "utf8");
+    {
+        const char* bytes = text.textUtf8();
+        std::string stored(bytes, text.textUtf8Length());
+        text.releaseUtf8(bytes);
+        size_t nul = stored.find('\0');
+        if (nul != std::string::npos) text = keel::StringC(stored.data(), static_cast<uint32_t>(nul), "utf8");
+    }
+    std::u32string before = charsOf(text);
+    keel::DateTimeC value = keel::DateTimeC::parse(text);
+    std::u32string after = charsOf(text);
+    if (after.size() > before.size() || before.size() - after.size() > 5 || !isSubsequence(after, before)) {
+        fprintf(stderr, "the parser changed more than separators\n");
+        abort();
+    }
+    bool reported = errors->getCount() != 0;
+    if (reported) {
+        uint32_t code = errors->getEntry(0)->getCode();
+        if (code != 0xE3E80064 && code != 0xE3E80065) abort();
+        if (code == 0xE3E80064 && value.getTicks() != 0) abort();
+    } else if (value.getYear() >= 1 && value.getYear() <= 9999) {
+        // A date: its rendering reads back to the same second.
+        keel::StringC again = value.format(8);
+        keel::DateTimeC back = keel::DateTimeC::parse(again);
+        int64_t second = keel::DateTimeC::kTicksPerSecond;
+        if (errors->getCount() != 0 || back.getTicks() / second != value.getTicks() / second ||
+            back.isLocalTime() != value.isLocalTime()) {
+            fprintf(stderr, "rendering %s does not parse back\n", utf8Of(value.format(8)).c_str());
+            abort();
+        }
+    }
+    errors->takeText(nullptr);
+    return 0;
+}

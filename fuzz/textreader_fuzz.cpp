@@ -1,0 +1,106 @@
+// The text reader over arbitrary bytes in every encoding: input cut into
+// pieces of random sizes gives the same lines (and the same whole text) as
+// the same bytes in one piece, the line reader built on read and pushBack
+// agrees with the stream reader's own, and nothing crashes.
+//
+// Input layout: byte 0 picks the encoding (low 3 bits) and detection (bit
+// 3); byte 1 seeds the sizes of the pieces; the rest is the stream.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include <keel/keel.h>
+
+#include "files/streamreader.h"
+
+namespace {
+
+using keel::InputStreamC;
+using keel::StreamReaderC;
+using keel::StringC;
+
+class PiecewiseInputC : public InputStreamC {
+public:
+    PiecewiseInputC(const std::string& bytes, uint32_t seed) : bytes(bytes), random(seed), piecewise(seed != 0) {}
+    int32_t read(void* buffer, uint32_t length) override {
+        size_t left = bytes.size() - position;
+        if (left == 0 || length == 0) return 0;
+        size_t piece = piecewise ? 1 + random() % length : length;
+        if (piece > left) piece = left;
+        memcpy(buffer, bytes.data() + position, piece);
+        position += piece;
+        return static_cast<int32_t>(piece);
+    }
+    int64_t getLength() override { return static_cast<int64_t>(bytes.size()); }
+    bool canRead() override { return true; }
+    bool canSeek() override { return false; }
+    bool canWrite() override { return false; }
+    int64_t seek(int64_t, int32_t) override { return -1; }
+
+private:
+    std::string bytes;
+    size_t position = 0;
+    std::mt19937 random;
+    bool piecewise;
+};
+
+const char* const kEncodings[] = {"ascii", "iso-8859-1", "system-8", "utf8", "utf16", "utf16le", "utf16be", "wchar_t"};
+
+// The UTF-16 decoders drop a U+FEFF that begins a piece of input, wherever
+// the piece lies, so where the pieces are cut decides which of them stay.
+// The comparisons leave U+FEFF out; everything else must be the same.
+std::string bytesOf(const StringC& s) {
+    const char* t = s.textUtf8();
+    std::string out(t, s.textUtf8Length());
+    s.releaseUtf8(t);
+    for (size_t at; (at = out.find("\xEF\xBB\xBF")) != std::string::npos;) out.erase(at, 3);
+    return out;
+}
+
+std::vector<std::string> lines(const std::string& bytes, const char* encoding, bool detect, uint32_t seed,
+                               bool baseReader) {
+    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, keel::findEncoding(encoding), true);
+    std::vector<std::string> result;
+    StringC line;
+    while ((baseReader ? reader.TextReaderC::readLine(line) : reader.readLine(line)) == 0) {
+        result.push_back(bytesOf(line));
+    }
+    return result;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2) return 0;
+    const char* encoding = kEncodings[data[0] & 7];
+    bool detect = (data[0] & 8) != 0;
+    uint32_t seed = data[1] + 1u;
+    std::string bytes(reinterpret_cast<const char*>(data + 2), size - 2);
+
+    std::vector<std::string> whole = lines(bytes, encoding, detect, 0, false);
+    if (lines(bytes, encoding, detect, seed, false) != whole) {
+        fprintf(stderr, "pieces of random sizes gave other lines\n");
+        abort();
+    }
+    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, keel::findEncoding(encoding), true);
+    std::string all = bytesOf(reader.readAll());
+    StreamReaderC once(new PiecewiseInputC(bytes, 0), detect, keel::findEncoding(encoding), true);
+    if (bytesOf(once.readAll()) != all) {
+        fprintf(stderr, "readAll depends on the pieces\n");
+        abort();
+    }
+    // The line reader over read and pushBack walks the blocks by character
+    // index, and a string's length ends at a U+0000; the stream reader's own
+    // finds line ends in the bytes. The two agree on text without U+0000.
+    if (all.find('\0') == std::string::npos && lines(bytes, encoding, detect, seed, true) != whole) {
+        fprintf(stderr, "the line reader over read and pushBack gave other lines\n");
+        abort();
+    }
+    return 0;
+}

@@ -1,0 +1,516 @@
+#include "files/fileserv.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <new>
+#include <string>
+
+#include <keel/arglist.h>
+
+#include "errors/errapi.h"
+#include "files/copyfile.h"
+#include "files/filestream.h"
+#include "frame/loadorder.h"
+
+namespace keel {
+
+namespace {
+
+// The current service. Null at load (step 1); set once by the first
+// instance() call unless setInstance put another service there before.
+FileServiceI* currentService = nullptr;
+
+const char kIsHiddenText[] = "\x01\x01" "e\x01" "Cannot get hidden state of file '%1$S'";
+const char kSetHiddenText[] = "\x01\x01" "e\x01" "Cannot set hidden state of file '%1$S'";
+const char kIsSystemText[] = "\x01\x01" "e\x01" "Cannot get system state of file '%1$S'";
+const char kChangeDirectoryText[] = "\x01\x01" "e\x01" "Cannot change to directory '%1$S'";
+
+uint32_t reportWithName(uint32_t code, const char* text, const FileNameC* name) {
+    ArgListC args;
+    args.add(name ? name->toString() : StringC());
+    return reportError(code, text, args);
+}
+
+// stat or lstat of the collapsed "system-8" text, retried on EINTR; false
+// for an empty collapsed text.
+bool statCollapsed(const FileNameC* name, bool link, struct stat64* record) {
+    if (!name) return false;
+    for (;;) {
+        NativeNameC native(*name, true, false);
+        if (native.isEmpty()) return false;
+        const char* text = native.get();
+        if (!text) return false;
+        int result = link ? lstat64(text, record) : stat64(text, record);
+        if (result == 0) return true;
+        if (errno != EINTR) return false;
+    }
+}
+
+// Directories are read with readdir64 throughout: on a 32-bit program the
+// plain readdir fails with EOVERFLOW on file systems whose directory
+// offsets need 64 bits, and would make a full directory look empty.
+//
+// The regular files below the directory `path`, depth first, without
+// entering symbolic links; the size of a link's target is counted, as
+// stat follows it. Entries that cannot be read are skipped.
+void addTreeSize(const std::string& path, int64_t* total, int32_t* files) {
+    DIR* directory = opendir(path.c_str());
+    if (!directory) return;
+    while (struct dirent64* entry = readdir64(directory)) {
+        const char* entryName = entry->d_name;
+        if (entryName[0] == 0 || strcmp(entryName, ".") == 0 || strcmp(entryName, "..") == 0) continue;
+        std::string child = path;
+        if (child.empty() || child[child.size() - 1] != '/') child += '/';
+        child += entryName;
+        struct stat64 record;
+        if (lstat64(child.c_str(), &record) != 0) continue;
+        if (S_ISDIR(record.st_mode)) {
+            addTreeSize(child, total, files);
+            continue;
+        }
+        int64_t size = 0;
+        if (regularFileSize(child.c_str(), &size)) {
+            *total += size;
+            ++*files;
+        }
+    }
+    closedir(directory);
+}
+
+}  // namespace
+
+void loadStepFileserv() { __atomic_store_n(&currentService, nullptr, __ATOMIC_RELEASE); }
+
+NativeNameC::NativeNameC(const FileNameC& name, bool collapsed, bool utf8)
+    : string(collapsed ? name.getCollapsedText() : name.toString()), utf8(utf8) {
+    text = utf8 ? string.textUtf8() : string.textSystem();
+    length = utf8 ? string.textUtf8Length() : string.textSystemLength();
+}
+
+NativeNameC::~NativeNameC() {
+    if (utf8) {
+        string.releaseUtf8(text);
+    } else {
+        string.releaseSystem(text);
+    }
+}
+
+const char* NativeNameC::get() const {
+    if (!text || strlen(text) != length) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    return text;
+}
+
+FlnFileServiceC::FlnFileServiceC() : copyTotalBytes(0), copyTotalFiles(0), removeAtExitList(true) {
+    srand(static_cast<unsigned>(time(nullptr)));
+}
+
+FlnFileServiceC::~FlnFileServiceC() {
+    for (uint32_t i = 0; i < removeAtExitList.size(); ++i) remove(removeAtExitList.nameAt(i), false, true);
+}
+
+FileServiceI* FlnFileServiceC::instance() {
+    FileServiceI* service = __atomic_load_n(&currentService, __ATOMIC_ACQUIRE);
+    if (service) return service;
+    static FlnFileServiceC theService;
+    FileServiceI* expected = nullptr;
+    FileServiceI* mine = &theService;
+    if (__atomic_compare_exchange_n(&currentService, &expected, mine, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE))
+        return mine;
+    // Somebody set a service first; that one stays in force.
+    return expected;
+}
+
+FileServiceI* FlnFileServiceC::setInstance(FileServiceI* service) {
+    return __atomic_exchange_n(&currentService, service, __ATOMIC_ACQ_REL);
+}
+
+FileNameArrayC* FlnFileServiceC::getRoots() {
+    FileNameArrayC* roots = new FileNameArrayC(true);
+    roots->append(new FileNameC(StringC("/", "ascii")));
+    return roots;
+}
+
+FileNameC* FlnFileServiceC::getCurrentDirectory() {
+    char* text = getcwd(nullptr, 0);
+    if (!text) return nullptr;
+    FileNameC* name = new FileNameC(StringC(text, "utf8"));
+    free(text);
+    return name;
+}
+
+bool FlnFileServiceC::canRead(const FileNameC* name) {
+    if (!name) return false;
+    if (isFile(name)) {
+        NativeNameC native(*name, false, true);
+        const char* text = native.get();
+        if (!text) return false;
+        int fd = open(text, O_RDONLY | O_LARGEFILE);
+        if (fd < 0) return false;
+        close(fd);
+        return true;
+    }
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    return text && access(text, R_OK) == 0;
+}
+
+bool FlnFileServiceC::canWrite(const FileNameC* name) {
+    if (!name) return false;
+    if (isFile(name)) {
+        NativeNameC native(*name, false, true);
+        const char* text = native.get();
+        if (!text) return false;
+        int fd = open(text, O_WRONLY | O_LARGEFILE);
+        if (fd < 0) return false;
+        close(fd);
+        return true;
+    }
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    return text && access(text, W_OK) == 0;
+}
+
+bool FlnFileServiceC::isReadOnly(const FileNameC* name) {
+    if (!name) return false;
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    struct stat64 record;
+    return text && stat64(text, &record) == 0 && (record.st_mode & 0x80) == 0;
+}
+
+bool FlnFileServiceC::exists(const FileNameC* name) {
+    if (!name) return false;
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    return text && access(text, F_OK) == 0;
+}
+
+bool FlnFileServiceC::isDirectory(const FileNameC* name) {
+    struct stat64 record;
+    return statCollapsed(name, false, &record) && S_ISDIR(record.st_mode);
+}
+
+bool FlnFileServiceC::isSymbolicLink(const FileNameC* name) {
+    struct stat64 record;
+    return statCollapsed(name, true, &record) && S_ISLNK(record.st_mode);
+}
+
+bool FlnFileServiceC::isDirectoryEmpty(const FileNameC* name) {
+    if (!name || name->getCollapsedText().isEmpty()) return true;
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    DIR* directory = text ? opendir(text) : nullptr;
+    if (!directory) return true;
+    // "." and ".." come first on the file systems of this platform; a third
+    // entry of any kind means the directory holds something.
+    int seen = 0;
+    bool empty = true;
+    while (readdir64(directory)) {
+        if (++seen == 3) {
+            empty = false;
+            break;
+        }
+    }
+    closedir(directory);
+    return empty;
+}
+
+FileNameC* FlnFileServiceC::readSymbolicLink(const FileNameC* name) {
+    if (!name) return nullptr;
+    char target[4097];
+    for (;;) {
+        NativeNameC native(*name, false, false);
+        const char* text = native.get();
+        if (!text) return nullptr;
+        ssize_t length = readlink(text, target, 4096);
+        if (length < 0) {
+            if (errno == EINTR) continue;
+            return nullptr;
+        }
+        if (length > 4096) return nullptr;
+        target[length] = 0;
+        return new FileNameC(StringC(target, "system-8"));
+    }
+}
+
+bool FlnFileServiceC::isFile(const FileNameC* name) {
+    if (!name) return false;
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    struct stat64 record;
+    return text && stat64(text, &record) == 0 && S_ISREG(record.st_mode);
+}
+
+bool FlnFileServiceC::isHidden(const FileNameC* name) {
+    reportWithName(0xE0CB0012u, kIsHiddenText, name);
+    return false;
+}
+
+int64_t FlnFileServiceC::getSize(const FileNameC* name, int32_t* fileCount) {
+    if (isDirectory(name)) {
+        // The walk of a recursive lister: every entry below that is no
+        // directory (links are not entered) and is a regular file by stat.
+        NativeNameC native(*name, false, true);
+        const char* text = native.get();
+        int64_t total = 0;
+        int32_t files = 0;
+        if (text) addTreeSize(text, &total, &files);
+        if (fileCount) *fileCount = files;
+        return total;
+    }
+    if (fileCount) *fileCount = -1;
+    if (!name) return -1;
+    NativeNameC native(*name, true, true);
+    const char* text = native.get();
+    int64_t size = 0;
+    if (!text || !regularFileSize(text, &size)) return -1;
+    return size;
+}
+
+int32_t FlnFileServiceC::getModifiedTime(const FileNameC* name) {
+    if (!name) return 0;
+    NativeNameC native(*name, true, true);
+    const char* text = native.get();
+    struct stat64 record;
+    if (!text || stat64(text, &record) != 0) return 0;
+    return static_cast<int32_t>(record.st_mtime);
+}
+
+uint32_t FlnFileServiceC::setModifiedTime(const FileNameC* name, int32_t time) {
+    if (!name || time < 0) return 0xE0CB000Cu;
+    NativeNameC native(*name, true, true);
+    const char* text = native.get();
+    if (!text) return systemErrorCode(errno);
+    struct stat64 record;
+    // The access time is kept as stat found it; a failing stat leaves it 0,
+    // and utime then tells whether the file is there.
+    memset(&record, 0, sizeof record);
+    stat64(text, &record);
+    struct utimbuf times;
+    times.actime = record.st_atime;
+    times.modtime = time;
+    if (utime(text, &times) != 0) return systemErrorCode(errno);
+    return 0;
+}
+
+bool FlnFileServiceC::setReadOnly(const FileNameC* name, bool readOnly) {
+    if (!name) return false;
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    if (!text) return false;
+    struct stat64 record;
+    int fd = openVerified(text, &record);
+    if (fd < 0) return false;
+    mode_t mode = record.st_mode & 07777;
+    if (readOnly) {
+        mode &= ~static_cast<mode_t>(0x80);
+    } else if (mode & 0x100) {
+        mode |= 0x80;
+    }
+    bool changed = fchmod(fd, mode) == 0;
+    close(fd);
+    return changed;
+}
+
+uint32_t FlnFileServiceC::copyAttributes(const FileNameC* source, const FileNameC* destination) {
+    if (!source || !destination) return systemErrorCode(EINVAL);
+    struct stat64 sourceRecord;
+    {
+        NativeNameC native(*source, false, false);
+        const char* text = native.get();
+        int fd = text ? openVerified(text, &sourceRecord) : -1;
+        if (fd < 0) return systemErrorCode(errno);
+        close(fd);
+    }
+    NativeNameC native(*destination, false, false);
+    const char* text = native.get();
+    struct stat64 destinationRecord;
+    int fd = text ? openVerified(text, &destinationRecord) : -1;
+    if (fd < 0) return systemErrorCode(errno);
+    if (fchmod(fd, sourceRecord.st_mode & 07777) != 0) {
+        uint32_t code = systemErrorCode(errno);
+        close(fd);
+        return code;
+    }
+    if (fchown(fd, sourceRecord.st_uid, sourceRecord.st_gid) != 0) {
+        uint32_t code = systemErrorCode(errno);
+        close(fd);
+        return code;
+    }
+    close(fd);
+    return 0;
+}
+
+int64_t FlnFileServiceC::getFreeSpace(const FileNameC* name) {
+    if (!name) return 0;
+    FileNameC current(*name);
+    StringC collapsed = current.getCollapsedText();
+    while (!isDirectory(&current)) {
+        if (current.isRoot()) break;
+        if (collapsed.isEmpty()) {
+            collapsed = StringC(".", "ascii");
+            break;
+        }
+        current = FileNameC(current.getDirectoryText());
+        collapsed = current.getCollapsedText();
+    }
+    const char* text = collapsed.textUtf8();
+    int64_t bytes = 0;
+    bool known = strlen(text) == collapsed.textUtf8Length() && freeDiskSpace(text, &bytes) == 0;
+    collapsed.releaseUtf8(text);
+    return known ? bytes : -1;
+}
+
+// The operations of copying, moving, removing and temporary files come with
+// the directory listers. Until then each answers as a call that did nothing:
+// no name, false, or 0xE0CB000D (the operation is not available), without a
+// report, and touches nothing on the disk.
+FileNameC* FlnFileServiceC::createTempName(const StringC&) { return nullptr; }
+
+StringC FlnFileServiceC::getTempDirectory() {
+    static const char* const variables[] = {"TMPDIR", "TMP", "TEMP"};
+    for (const char* variable : variables) {
+        const char* value = getenv(variable);
+        if (value) return StringC(value, "system-8");
+    }
+    return StringC("/tmp", "ascii");
+}
+
+uint32_t FlnFileServiceC::createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC*,
+                                               const StringC&) {
+    if (outDescriptor) *outDescriptor = -1;
+    outPath = StringC();
+    return 0xE0CB000Du;
+}
+
+FileNameC* FlnFileServiceC::createUniqueName(const FileNameC*, const StringC&, const StringC&, bool) {
+    return nullptr;
+}
+
+bool FlnFileServiceC::remove(const FileNameC*, bool, bool) { return false; }
+
+void FlnFileServiceC::removeAtExit(const FileNameC* name) {
+    if (name) removeAtExitList.append(new FileNameC(*name));
+}
+
+uint32_t FlnFileServiceC::removeFile(const FileNameC*) { return 0xE0CB000Du; }
+
+bool FlnFileServiceC::createDirectory(const FileNameC* name, bool withParents) {
+    if (!name || name->isRoot()) return false;
+    if (name->getShareFlag() && name->getParent().isRoot()) return false;
+    if (name->getCollapsedText().isEmpty()) return true;
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    if (!text) return false;
+    if (mkdir(text, 0777) == 0) return true;
+    if (errno == EEXIST) return isDirectory(name);
+    if (errno == ENOENT && withParents) {
+        FileNameC parent = name->getParent();
+        // A parent that names the same text (a name whose collapse is empty
+        // above it) cannot help; stop instead of asking the same again.
+        if (parent.compare(*name) == 0) return false;
+        if (createDirectory(&parent, true)) return mkdir(text, 0777) == 0;
+    }
+    return false;
+}
+
+uint32_t FlnFileServiceC::move(const FileNameC*, const FileNameC*) { return 0xE0CB000Du; }
+
+uint32_t FlnFileServiceC::moveAlias(const FileNameC* source, const FileNameC* destination) {
+    return move(source, destination);
+}
+
+uint32_t FlnFileServiceC::copy(const FileNameC*, const FileNameC*, CopyProgressFn, void*) { return 0xE0CB000Du; }
+
+FileListerI* FlnFileServiceC::createLister(const FileNameC*, uint32_t) { return nullptr; }
+
+bool FlnFileServiceC::isSystem(const FileNameC* name) {
+    reportWithName(0xE0CB0014u, kIsSystemText, name);
+    return false;
+}
+
+uint32_t FlnFileServiceC::setHidden(const FileNameC* name) {
+    return reportWithName(0xE0CB0013u, kSetHiddenText, name);
+}
+
+uint32_t FlnFileServiceC::reservedFileCheck(const FileNameC* name) {
+    isFile(name);
+    return 0;
+}
+
+IOStreamC* FlnFileServiceC::openStream(const FileNameC* name, uint32_t creationMode, uint32_t accessMode,
+                                       uint32_t shareMode, bool wait) {
+    return FileStreamC::open(name, creationMode, accessMode, shareMode, wait);
+}
+
+uint32_t FlnFileServiceC::setCurrentDirectory(const FileNameC* name) {
+    if (name) {
+        NativeNameC native(*name, false, true);
+        const char* text = native.get();
+        if (text && chdir(text) == 0) return 0;
+    } else {
+        errno = EINVAL;
+    }
+    reportSystemError();
+    return reportWithName(0xE0CB0011u, kChangeDirectoryText, name);
+}
+
+FileInfoC* FlnFileServiceC::getFileInfo(const FileNameC* name, bool followLinks) {
+    if (!name) return nullptr;
+    NativeNameC native(*name, false, true);
+    const char* text = native.get();
+    struct stat64 record;
+    if (!text || (followLinks ? stat64(text, &record) : lstat64(text, &record)) != 0) return nullptr;
+    FileInfoC* info = new FileInfoC();
+    fillFileInfo(info, record);
+    return info;
+}
+
+int32_t FlnFileServiceC::openVerified(const char* path, struct stat64* record) {
+    if (!path || !record) {
+        errno = EINVAL;
+        return -1;
+    }
+    struct stat64 seen;
+    if (lstat64(path, &seen) != 0) return -1;
+    int fd = open(path, O_RDONLY | O_LARGEFILE);
+    if (fd < 0) return -1;
+    if (fstat64(fd, record) != 0) {
+        int saved = errno;
+        close(fd);
+        errno = saved;
+        return -1;
+    }
+    if (seen.st_mode != record->st_mode || seen.st_ino != record->st_ino || seen.st_dev != record->st_dev ||
+        seen.st_size != record->st_size) {
+        // Closed here rather than left open, and errno says why: nothing
+        // failed, the name was a link or the file changed under it.
+        close(fd);
+        errno = S_ISLNK(seen.st_mode) ? ELOOP : EAGAIN;
+        return -1;
+    }
+    if (!isSameFile(path, record)) {
+        close(fd);
+        errno = S_ISLNK(seen.st_mode) ? ELOOP : EAGAIN;
+        return -1;
+    }
+    return fd;
+}
+
+bool FlnFileServiceC::isSameFile(const char* path, const struct stat64* record) {
+    struct stat64 seen;
+    if (!path || !record || lstat64(path, &seen) != 0) return false;
+    return seen.st_dev == record->st_dev && seen.st_ino == record->st_ino;
+}
+
+}  // namespace keel

@@ -1,0 +1,84 @@
+#include "files/streamwriter.h"
+
+#include <string.h>
+
+#include "files/fileserv.h"
+
+namespace keel {
+
+StreamWriterC::StreamWriterC(OutputStreamC* stream, TextEncodingI* encoding, bool writeMark, bool ownsStream)
+    : stream(stream), ownsStream(ownsStream), encoder(nullptr), markPending(writeMark), bufferSize(0),
+      buffer(nullptr) {
+    encoder = (encoding ? encoding : findEncoding("system-8"))->newEncoder();
+}
+
+StreamWriterC::~StreamWriterC() { close(); }
+
+StreamWriterC* StreamWriterC::open(const FileNameC* name, bool append, TextEncodingI* encoding, bool writeMark,
+                                   uint32_t shareMode, bool wait) {
+    IOStreamC* stream = FlnFileServiceC::instance()->openStream(name, append ? 0 : 1, 2, shareMode, wait);
+    if (!stream) return nullptr;
+    bool mark = writeMark && (!append || stream->getPosition() == 0);
+    return new StreamWriterC(stream, encoding, mark, true);
+}
+
+TextEncodingI* StreamWriterC::getEncoding() { return encoder ? encoder->getEncoding() : nullptr; }
+
+uint32_t StreamWriterC::close() {
+    uint32_t code = 0;
+    if (stream && ownsStream) {
+        code = stream->close();
+        delete stream;
+    }
+    stream = nullptr;
+    delete encoder;
+    encoder = nullptr;
+    delete[] buffer;
+    buffer = nullptr;
+    bufferSize = 0;
+    return code;
+}
+
+uint32_t StreamWriterC::flush() { return stream ? stream->flush() : 0; }
+
+uint32_t StreamWriterC::write(const StringC& original) {
+    if (!stream || !encoder) return 0;
+    // The line ends change only where a carriage return stands, since the
+    // line end written is the line feed itself; a text without one skips
+    // the three passes and their copies.
+    StringC text = original;
+    {
+        const char* bytes = original.textUtf8();
+        bool hasReturn = memchr(bytes, '\r', original.textUtf8Length()) != nullptr;
+        original.releaseUtf8(bytes);
+        if (hasReturn) text = convertLineEnds(original);
+    }
+    if (text.isEmpty()) return 0;
+    TextEncodingI* encoding = encoder->getEncoding();
+    if (markPending) {
+        markPending = false;
+        uint32_t length = 0;
+        const uint8_t* mark = encoding->byteOrderMark(&length);
+        uint32_t code = stream->write(mark, static_cast<int32_t>(length));
+        if (code != 0) return code;
+    }
+    const char* bytes = text.textUtf8();
+    uint32_t length = text.textUtf8Length();
+    uint32_t code;
+    if (encoding == findEncoding("utf8")) {
+        code = stream->write(bytes, static_cast<int32_t>(length));
+    } else {
+        uint32_t needed = encoder->encodedSize(bytes, length);
+        if (bufferSize < needed) {
+            delete[] buffer;
+            bufferSize = static_cast<uint32_t>(uint64_t(needed) * 3 / 2);
+            buffer = new uint8_t[bufferSize];
+        }
+        uint32_t written = encoder->encode(bytes, length, buffer, bufferSize, nullptr);
+        code = stream->write(buffer, static_cast<int32_t>(written));
+    }
+    text.releaseUtf8(bytes);
+    return code;
+}
+
+}  // namespace keel

@@ -1,0 +1,508 @@
+#include "locale/datetime.h"
+
+#include <string.h>
+#include <sys/time.h>
+#include <time.h>
+
+#include <string>
+#include <vector>
+
+#include <keel/arglist.h>
+#include <keel/locale.h>
+
+#include "errors/errapi.h"
+#include "text/case.h"
+#include "text/number.h"
+#include "text/utf8.h"
+
+namespace keel {
+
+namespace {
+
+const uint32_t kInvalidDate = 0xE3E80065;
+const uint32_t kInvalidDateText = 0xE3E80064;
+
+// Tick arithmetic wraps in unsigned words: a year beyond 2923 does not fit a
+// signed 64-bit count, and the wrap is to be silent, not undefined.
+inline int64_t wrapAdd(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+inline int64_t wrapMul(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) * static_cast<uint64_t>(b));
+}
+
+// The zone from gettimeofday: minutes west of Greenwich, less 60 in summer.
+int64_t zoneMinutes() {
+    struct timeval now;
+    struct timezone zone;
+    memset(&zone, 0, sizeof zone);
+    if (gettimeofday(&now, &zone) != 0) return 0;
+    int64_t minutes = zone.tz_minuteswest;
+    if (zone.tz_dsttime != 0) minutes -= 60;
+    return minutes;
+}
+
+// printf's "%0<width>d": zero padding fills the width, the sign included.
+char* putPadded(char* p, int32_t value, int width) {
+    uint32_t magnitude = static_cast<uint32_t>(value);
+    if (value < 0) {
+        *p++ = '-';
+        magnitude = 0u - magnitude;
+        --width;
+    }
+    char digits[12];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    for (int i = count; i < width; ++i) *p++ = '0';
+    while (count > 0) *p++ = digits[--count];
+    return p;
+}
+
+// printf's "%0.*lu": the precision is the least number of digits.
+char* putFraction(char* p, uint32_t value, int precision) {
+    char digits[12];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    for (int i = count; i < precision; ++i) *p++ = '0';
+    while (count > 0) *p++ = digits[--count];
+    return p;
+}
+
+inline bool isDigitChar(uint32_t c) { return c < 0x80 ? (c >= '0' && c <= '9') : isDigit(c); }
+inline int32_t digitOf(uint32_t c) { return c < 0x80 ? static_cast<int32_t>(c - '0') : digitValue(c); }
+inline bool isBlankChar(uint32_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == 0xA0; }
+
+// The text being parsed, as characters with the place of each in the
+// string's own bytes. Erasures are made here; `commit` then gives the caller's
+// string the remaining bytes in one piece, so the parser costs one new
+// string however many separators it takes out.
+class ParseTextC {
+public:
+    explicit ParseTextC(StringC& text) : caller(text), chars(localChars), count(0), erased(false) {
+        const char* bytes = text.textUtf8();
+        uint32_t size = text.textUtf8Length();
+        // Short texts, the usual ones, live in the object's own arrays.
+        if (size <= kLocal) {
+            memcpy(localBytes, bytes, size);
+            source = localBytes;
+        } else {
+            heapBytes.assign(bytes, size);
+            heapChars.resize(size);
+            source = heapBytes.data();
+            chars = heapChars.data();
+        }
+        text.releaseUtf8(bytes);
+        const uint8_t* begin = reinterpret_cast<const uint8_t*>(source);
+        const uint8_t* p = begin;
+        const uint8_t* end = begin + size;
+        while (p < end) {
+            const uint8_t* at = p;
+            uint32_t c = *p < 0x80 ? *p++ : utf8Next(p);
+            // A sequence cut short by the end of the bytes is not read past.
+            if (p > end) p = end;
+            chars[count++] = {c, static_cast<uint32_t>(at - begin), static_cast<uint32_t>(p - at)};
+        }
+    }
+
+    int32_t length() const { return count; }
+    uint32_t at(int32_t index) const {
+        if (index < 0 || index >= count) return 0;
+        return chars[index].c;
+    }
+    // Erases the character at `index` when it is `c`.
+    void eraseIf(int32_t index, uint32_t c) {
+        if (index >= count || at(index) != c) return;
+        memmove(chars + index, chars + index + 1, sizeof(CharT) * static_cast<size_t>(count - index - 1));
+        --count;
+        erased = true;
+    }
+    // Hands the caller's string the text as the parser left it.
+    void commit() {
+        if (!erased) return;
+        caller = joined(0);
+    }
+    // A field of exactly `width` digits at `index`, or -1.
+    int32_t field(int32_t index, int32_t width) const {
+        if (index + width > count) return -1;
+        int32_t value = 0;
+        for (int32_t i = index; i < index + width; ++i) {
+            uint32_t c = at(i);
+            if (!isDigitChar(c)) return -1;
+            value = value * 10 + digitOf(c);
+        }
+        return value;
+    }
+    // The fraction behind a separator, starting at `index`, scaled to ticks;
+    // `next` is where its digits end. False when the scanner refuses it.
+    bool fraction(int32_t index, int32_t* value, int32_t* next) const {
+        // The common case, ASCII digits ending the text or followed by a
+        // mark that no scanner would skip, is read here; everything else
+        // (signs, blanks, other scripts, long runs) goes to the scanner.
+        int32_t digits = 0;
+        uint32_t number = 0;
+        while (index + digits < count && digits < 10) {
+            uint32_t c = at(index + digits);
+            if (c < '0' || c > '9') break;
+            number = number * 10 + (c - '0');
+            ++digits;
+        }
+        uint32_t after = at(index + digits);
+        bool plain = digits > 0 && digits <= 9 &&
+                     (index + digits == count || (after < 0x80 && !isDigitChar(after) && !isBlankChar(after) &&
+                                                  after != '+' && after != '-'));
+        if (!plain) return scanFraction(index, value, next);
+        *next = index + digits;
+        *value = static_cast<int32_t>(scale(number, digits));
+        return true;
+    }
+
+private:
+    struct CharT {
+        uint32_t c;
+        uint32_t offset;
+        uint32_t size;
+    };
+    static uint32_t scale(uint32_t number, int32_t digits) {
+        // Below 8 digits the number is brought to ticks; 8 or more stand.
+        for (int32_t i = digits; i < 8; ++i) number *= 10;
+        return number;
+    }
+    bool scanFraction(int32_t index, int32_t* value, int32_t* next) const {
+        StringC rest = joined(index);
+        uint32_t error = 0, end = 0;
+        int32_t number = parseInt32(rest, &error, 10, &end);
+        if (error != 0 && error != kScanTrailingText && error != kScanNoDigits) return false;
+        int32_t digits = 0;
+        for (int32_t i = index; i < index + static_cast<int32_t>(end) && i < count; ++i) {
+            if (isDigitChar(at(i))) ++digits;
+        }
+        *value = static_cast<int32_t>(scale(static_cast<uint32_t>(number), digits));
+        *next = index + static_cast<int32_t>(end);
+        return true;
+    }
+
+    // The bytes of the characters from `first` on, in the internal form,
+    // as a new string.
+    StringC joined(int32_t first) const {
+        char local[kLocal];
+        std::string heap;
+        char* out = local;
+        if (!heapBytes.empty()) {
+            heap.resize(heapBytes.size());
+            out = &heap[0];
+        }
+        uint32_t used = 0;
+        for (int32_t i = first; i < count; ++i) {
+            memcpy(out + used, source + chars[i].offset, chars[i].size);
+            used += chars[i].size;
+        }
+        return StringC(out, used, "vutf8");
+    }
+
+    static const uint32_t kLocal = 48;
+    StringC& caller;
+    char localBytes[kLocal];
+    CharT localChars[kLocal];
+    const char* source;
+    CharT* chars;
+    std::string heapBytes;
+    std::vector<CharT> heapChars;
+    int32_t count;
+    bool erased;
+};
+
+}  // namespace
+
+namespace datetimeinternal {
+
+// The process locale's decimal separator (numbers facet of version 1, its
+// fifth value). The locale of this library holds an empty one.
+StringC decimalSeparator() {
+    StringC name;
+    LocaleI* locale = getLocale(name);
+    LocaleNumbersI* numbers = locale ? locale->getNumbers(1) : nullptr;
+    return numbers ? numbers->decimalSeparator() : StringC();
+}
+
+}  // namespace datetimeinternal
+
+DateTimeC::DateTimeC()
+    : ticks(0), year(0), month(0), day(0), hour(0), minute(0), second(0), isLocal(0), ticksValid(1),
+      fieldsValid(0), weekday(0) {}
+
+DateTimeC::DateTimeC(int64_t ticks_, bool isLocal_)
+    : ticks(ticks_), year(0), month(0), day(0), hour(0), minute(0), second(0), isLocal(isLocal_ ? 1 : 0),
+      ticksValid(1), fieldsValid(0), weekday(0) {}
+
+DateTimeC::DateTimeC(int32_t year_, int32_t month_, int32_t day_, int32_t hour_, int32_t minute_,
+                     int32_t second_, bool isLocal_) {
+    makeStrict(year_, month_, day_, hour_, minute_, second_, 0, isLocal_);
+}
+
+DateTimeC::DateTimeC(int32_t year_, int32_t month_, int32_t day_, int32_t hour_, int32_t minute_,
+                     int32_t second_, int64_t fraction, bool isLocal_) {
+    makeStrict(year_, month_, day_, hour_, minute_, second_, fraction, isLocal_);
+}
+
+void DateTimeC::makeStrict(int32_t year_, int32_t month_, int32_t day_, int32_t hour_, int32_t minute_,
+                           int32_t second_, int64_t fraction, bool isLocal_) {
+    year = static_cast<int16_t>(year_);
+    month = static_cast<int16_t>(month_);
+    day = static_cast<int16_t>(day_);
+    hour = static_cast<int16_t>(hour_);
+    minute = static_cast<int16_t>(minute_);
+    second = static_cast<int16_t>(second_);
+    isLocal = isLocal_ ? 1 : 0;
+    ticks = fraction;
+    ticksValid = 0;
+    fieldsValid = 0;
+    weekday = 0;
+    ensureTicks();
+    ensureFields();
+    // The one test: a field out of its range rolled over into the next unit
+    // on the way to ticks and back, so the fields differ from those asked.
+    // Arguments beyond 16 bits never survive the round trip either.
+    if (year != year_ || month != month_ || day != day_ || hour != hour_ || minute != minute_ ||
+        second != second_) {
+        ArgListC args;
+        args.add(year_).add(month_).add(day_).add(hour_).add(minute_).add(second_);
+        reportError(kInvalidDate, "\x01\x01" "e\x01" "Invalid date/time %04d/%02d/%02d %02d:%02d:%02d", args);
+    }
+}
+
+const DateTimeC& DateTimeC::ensureTicks() const {
+    if (ticksValid) return *this;
+    ticksValid = 1;
+    int64_t y = year;
+    int64_t k = month - 3;
+    if (month < 3) {
+        k = month + 9;
+        --y;
+    }
+    int64_t days = ((y % 100) * 1461) / 4 + (146097 * (y / 100)) / 4 + (k * 153 + 2) / 5 + day - 306;
+    int64_t seconds = days * 86400 + hour * 3600 + minute * 60 + second;
+    ticks = wrapAdd(ticks, wrapMul(seconds, kTicksPerSecond));
+    return *this;
+}
+
+const DateTimeC& DateTimeC::ensureFields() const {
+    if (fieldsValid) return *this;
+    // Every quantity here stays far inside 64 bits: |days| is at most about
+    // 1.07 million for any tick count.
+    int64_t days = ticks / kTicksPerDay;
+    weekday = static_cast<uint8_t>(days % 7);
+    int64_t a = days * 4 + 1223;
+    int64_t century = a / 146097;
+    int64_t r = (a % 146097) | 3;
+    int64_t yearOfCentury = r / 1461;
+    int64_t q = (r % 1461 + 4) / 4;
+    int64_t w = q * 5 - 3;
+    int64_t m = w / 153;
+    int64_t y = century * 100 + yearOfCentury;
+    if (m > 9) {
+        month = static_cast<int16_t>(m - 9);
+        ++y;
+    } else {
+        month = static_cast<int16_t>(m + 3);
+    }
+    year = static_cast<int16_t>(y);
+    day = static_cast<int16_t>((w % 153 + 5) / 5);
+    int64_t secondOfDay = (ticks - days * kTicksPerDay) / kTicksPerSecond;
+    second = static_cast<int16_t>(secondOfDay % 60);
+    minute = static_cast<int16_t>((secondOfDay / 60) % 60);
+    hour = static_cast<int16_t>(secondOfDay / 3600);
+    fieldsValid = 1;
+    // `ticks` stays whole: the part below one second is what the fields do
+    // not hold, and the tick face remains valid beside them.
+    return *this;
+}
+
+int64_t DateTimeC::getTicks() const { return ensureTicks().ticks; }
+
+DateTimeC DateTimeC::now(bool local) {
+    // time_t is 32 bits on i386: widen before any arithmetic.
+    int64_t seconds = static_cast<int64_t>(time(nullptr)) + kUnixEpochSeconds;
+    DateTimeC value(wrapMul(seconds, kTicksPerSecond), false);
+    return local ? value.toLocal() : value;
+}
+
+DateTimeC DateTimeC::toLocal() const {
+    if (isLocal) return *this;
+    return DateTimeC(wrapAdd(getTicks(), wrapMul(-zoneMinutes(), 6000000000LL)), true);
+}
+
+DateTimeC DateTimeC::toUniversal() const {
+    if (!isLocal) return *this;
+    return DateTimeC(wrapAdd(getTicks(), wrapMul(zoneMinutes(), 6000000000LL)), true);
+}
+
+int64_t DateTimeC::difference(const DateTimeC& a, const DateTimeC& b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a.getTicks()) - static_cast<uint64_t>(b.getTicks()));
+}
+
+DateTimeC DateTimeC::plus(int64_t interval) const { return DateTimeC(wrapAdd(getTicks(), interval), isLocal != 0); }
+
+DateTimeC DateTimeC::minus(int64_t interval) const {
+    return DateTimeC(wrapAdd(getTicks(), wrapMul(interval, -1)), isLocal != 0);
+}
+
+void DateTimeC::add(int64_t interval) {
+    ensureTicks();
+    ticks = wrapAdd(ticks, interval);
+    fieldsValid = 0;
+}
+
+void DateTimeC::subtract(int64_t interval) {
+    ensureTicks();
+    ticks = wrapAdd(ticks, wrapMul(interval, -1));
+    fieldsValid = 0;
+}
+
+StringC DateTimeC::format(int32_t flags) const {
+    ensureFields();
+    // The text is put together here byte by byte; it is what the format
+    // engine gives for "%04d%s%02d..." with the six fields as Int16, the
+    // separators as CharStar, the digit count as Int32 and the fraction as
+    // Unsigned32 (the tests hold the two side by side).
+    int digits = flags & 7;
+    bool dateOnly = (flags & kDateOnly) != 0;
+    if (dateOnly) digits = 0;
+    uint32_t fraction = 0;
+    if (digits > 0) {
+        int64_t divisor = 10;
+        for (int i = digits; i < 7; ++i) divisor *= 10;
+        // No carry: a fraction that rounds up to a whole second prints one
+        // digit too long and the seconds stay.
+        fraction = static_cast<uint32_t>((ticks % kTicksPerSecond + divisor / 2) / divisor);
+    }
+    bool extended = (flags & kExtended) != 0;
+    char head[64];
+    char* p = head;
+    // A value in year 0 is a time of day, even with date only asked for.
+    if (year == 0) {
+        p = putPadded(p, hour, 2);
+        if (extended) *p++ = ':';
+        p = putPadded(p, minute, 2);
+        if (extended) *p++ = ':';
+        p = putPadded(p, second, 2);
+    } else {
+        p = putPadded(p, year, 4);
+        if (extended) *p++ = '-';
+        p = putPadded(p, month, 2);
+        if (extended) *p++ = '-';
+        p = putPadded(p, day, 2);
+        if (!dateOnly) {
+            *p++ = (flags & kBlank) ? ' ' : 'T';
+            p = putPadded(p, hour, 2);
+            if (extended) *p++ = ':';
+            p = putPadded(p, minute, 2);
+            if (extended) *p++ = ':';
+            p = putPadded(p, second, 2);
+        }
+    }
+    char tail[24];
+    char* t = tail;
+    if (digits > 0) t = putFraction(t, fraction, digits);
+    if (year != 0 && !dateOnly && !isLocal) *t++ = 'Z';
+    if (digits > 0) {
+        StringC separator = datetimeinternal::decimalSeparator();
+        if (!separator.isEmpty()) {
+            StringC result(head, static_cast<uint32_t>(p - head), "utf8");
+            result.append(separator);
+            result.append(StringC(tail, static_cast<uint32_t>(t - tail), "utf8"));
+            return result;
+        }
+    }
+    memcpy(p, tail, static_cast<size_t>(t - tail));
+    p += t - tail;
+    return StringC(head, static_cast<uint32_t>(p - head), "utf8");
+}
+
+DateTimeC DateTimeC::parse(StringC& text) {
+    StringC kept = text;
+    ParseTextC chars(text);
+    int32_t n = chars.length();
+    bool ok = false;
+    DateTimeC result;
+    do {
+        if (n < 6) break;
+        bool timeForm = chars.at(0) == 'T' || chars.at(2) == ':' || chars.at(3) == ':';
+        if (!timeForm) {
+            int32_t digits = 0;
+            timeForm = true;
+            for (int32_t i = 0; i < n; ++i) {
+                uint32_t c = chars.at(i);
+                if (c == ',' || c == '.' || c == ':') break;
+                if (c == '-') {
+                    timeForm = false;
+                    break;
+                }
+                if (isDigitChar(c) && ++digits == 7) {
+                    timeForm = false;
+                    break;
+                }
+            }
+        }
+        if (timeForm) {
+            chars.eraseIf(0, 'T');
+            chars.eraseIf(2, ':');
+            chars.eraseIf(4, ':');
+            n = chars.length();
+            int32_t h = chars.field(0, 2), m = chars.field(2, 2), s = chars.field(4, 2);
+            if (h < 0 || m < 0 || s < 0 || h > 23 || m > 59 || s > 60) break;
+            int32_t fraction = 0, next = 0;
+            if (n >= 7 && (chars.at(6) == ',' || chars.at(6) == '.')) {
+                if (!chars.fraction(7, &fraction, &next)) break;
+            }
+            result = DateTimeC(wrapAdd(static_cast<int64_t>((h * 60 + m) * 60 + s) * kTicksPerSecond, fraction),
+                               false);
+            ok = true;
+            break;
+        }
+        chars.eraseIf(4, '-');
+        if (chars.length() > 6) chars.eraseIf(6, '-');
+        if (chars.length() > 8) {
+            if (chars.at(8) == ' ') {
+                chars.eraseIf(8, ' ');
+            } else {
+                chars.eraseIf(8, 'T');
+            }
+        }
+        if (chars.length() > 10) chars.eraseIf(10, ':');
+        if (chars.length() > 12) chars.eraseIf(12, ':');
+        n = chars.length();
+        int32_t y = chars.field(0, 4), mo = chars.field(4, 2), d = chars.field(6, 2);
+        if (y < 0 || mo < 1 || mo > 12 || d < 1 || d > 31) break;
+        int32_t h = 0, mi = 0, s = 0, fraction = 0;
+        bool local = true;
+        if (n > 13) {
+            h = chars.field(8, 2), mi = chars.field(10, 2), s = chars.field(12, 2);
+            if (h < 0 || mi < 0 || s < 0 || h > 23 || mi > 59 || s > 60) break;
+            if (n != 14) {
+                int32_t next = 14;
+                if (chars.at(14) == ',' || chars.at(14) == '.') {
+                    if (!chars.fraction(15, &fraction, &next)) break;
+                }
+                if (next < n && chars.at(next) == 'Z') local = false;
+            }
+        } else if (n != 8) {
+            break;
+        }
+        result = DateTimeC(y, mo, d, h, mi, s, static_cast<int64_t>(fraction), local);
+        ok = true;
+    } while (false);
+    chars.commit();
+    if (!ok) {
+        reportError(kInvalidDateText, "\x01\x01" "e\x01" "Invalid date/time string: '%S'", ArgListC().add(kept));
+        return DateTimeC(0, false);
+    }
+    return result;
+}
+
+}  // namespace keel

@@ -1,0 +1,501 @@
+#include "tracing/tracefil.h"
+
+#include <ctype.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdarg.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <keel/format.h>
+
+#include "files/strdup.h"
+#include "locale/datetime.h"
+#include "text/utf8.h"
+#include "tracing/tracecim.h"
+
+namespace keel {
+
+namespace {
+
+const uint32_t kNameBuffer = 4096;
+const uint32_t kAttempts = 100;
+
+// 0xE0000000 with the low 16 bits of errno; never 0, so that the controller
+// drops a consumer whose file cannot be had even when errno was left at 0.
+uint32_t systemCode(int error) { return 0xE0000000u | (static_cast<uint32_t>(error) & 0xFFFFu); }
+
+// Appends to a bounded name buffer; whatever does not fit is dropped.
+struct NameSinkT {
+    char* out;
+    uint32_t used;
+    void put(char c) {
+        if (used < kNameBuffer - 1) out[used++] = c;
+    }
+    void put(const char* text) {
+        while (*text) put(*text++);
+    }
+};
+
+// Expands one sequence letter (after "%" or "%_").
+void expandLetter(NameSinkT& sink, char letter, uint32_t attempt, bool* exclusive) {
+    char number[32];
+    switch (letter) {
+    case 'p':
+        snprintf(number, sizeof number, "%lu", static_cast<unsigned long>(getpid()));
+        sink.put(number);
+        return;
+    case 'd':
+    case 't': {
+        time_t now = time(nullptr);
+        struct tm local;
+        memset(&local, 0, sizeof local);
+        localtime_r(&now, &local);
+        if (letter == 'd') {
+            snprintf(number, sizeof number, "%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+        } else {
+            snprintf(number, sizeof number, "%02d%02d%02d", local.tm_hour, local.tm_min, local.tm_sec);
+        }
+        sink.put(number);
+        return;
+    }
+    case 'u':
+        *exclusive = true;
+        if (attempt != 0) {
+            snprintf(number, sizeof number, "%u", attempt);
+            sink.put(number);
+        }
+        return;
+    default:
+        sink.put(letter);
+        return;
+    }
+}
+
+// Seconds and four decimals of a tick count, as "%lu.%04lu" prints them with
+// the 32-bit unsigned long of the i386 target, on both targets alike.
+char* putSeconds(char* p, int64_t ticks, uint64_t perSecond) {
+    int64_t rate = static_cast<int64_t>(perSecond);
+    uint32_t whole = static_cast<uint32_t>(ticks / rate);
+    uint32_t decimals = static_cast<uint32_t>(((ticks % rate) * 10000) / rate);
+    p += sprintf(p, "%u.%04u", whole, decimals);
+    return p;
+}
+
+// The value read from a key's value: its first character decides.
+bool optionNumber(const char* value, int32_t* number) {
+    char c = value[0];
+    if (c >= '0' && c <= '9') {
+        // atoi as the C library has it on each target, without its undefined
+        // case: an overlong number clamps in `long` and is cut to 32 bits.
+        *number = static_cast<int32_t>(strtol(value, nullptr, 10));
+        return true;
+    }
+    if (c == 'F' || c == 'f' || c == 'N' || c == 'n') {
+        *number = 0;
+        return true;
+    }
+    if (c == 'T' || c == 't' || c == 'Y' || c == 'y') {
+        *number = 1;
+        return true;
+    }
+    return false;
+}
+
+// Collects rendered characters as UTF-8 and hands them to the stream in
+// blocks.
+struct LineSinkT {
+    FILE* stream;
+    uint32_t used;
+    uint8_t buffer[512];
+};
+
+void lineSink(void* context, uint32_t character) {
+    LineSinkT* sink = static_cast<LineSinkT*>(context);
+    // Room for the longest sequence and the final line feed.
+    if (sink->used > sizeof sink->buffer - 8) {
+        fwrite(sink->buffer, 1, sink->used, sink->stream);
+        sink->used = 0;
+    }
+    uint8_t* p = sink->buffer + sink->used;
+    utf8Put(p, character);
+    sink->used = static_cast<uint32_t>(p - sink->buffer);
+}
+
+}  // namespace
+
+TraceConsumerFileC::TraceConsumerFileC(TraceControllerI* controller_)
+    : controller(controller_), stream(nullptr), filename(duplicateText("/tmp/%p%t.trc")), timeOfDay(0),
+      timestamp(0), timeDeltas(0), traceCounters(0), traceTimers(0), showClass(0), firstTick(0), lastTick(0),
+      ticksPerSecond(0), flushFrequency(1), linesUnflushed(0), maxIndent(16), maxDetail(9), showProcess(0),
+      showThreads(0), patterns(nullptr), patternCount(0), patternCapacity(0) {}
+
+TraceConsumerFileC::~TraceConsumerFileC() {
+    closeStream();
+    delete[] filename;
+    // The texts of the patterns go with their array: a consumer made and
+    // deleted again (as a test or a program's own may be) leaks nothing.
+    for (uint32_t i = 0; i < patternCount; ++i) delete[] patterns[i];
+    free(patterns);
+}
+
+void TraceConsumerFileC::closeStream() {
+    if (stream) fclose(stream);
+    stream = nullptr;
+}
+
+void TraceConsumerFileC::expandName(const char* pattern, uint32_t attempt, char* out, bool* exclusive) {
+    NameSinkT sink = {out, 0};
+    *exclusive = false;
+    for (const char* p = pattern; *p; ++p) {
+        if (*p != '%') {
+            sink.put(*p);
+            continue;
+        }
+        char letter = p[1];
+        // A '%' at the very end expands to nothing; a second '%' starts a
+        // sequence of its own.
+        if (letter == 0) break;
+        if (letter == '%') continue;
+        ++p;
+        if (letter != '_') {
+            expandLetter(sink, letter, attempt, exclusive);
+            continue;
+        }
+        char next = p[1];
+        if (next == 0) break;
+        ++p;
+        // "%_x": nothing at attempt 0, "_" and x's expansion from attempt 1.
+        if (attempt == 0) {
+            if (next == 'u') *exclusive = true;
+            continue;
+        }
+        sink.put('_');
+        expandLetter(sink, next, attempt, exclusive);
+    }
+    out[sink.used] = 0;
+}
+
+uint32_t TraceConsumerFileC::open() {
+    char name[kNameBuffer];
+    int lastError = 0;
+    for (uint32_t attempt = 0; attempt < kAttempts; ++attempt) {
+        bool exclusive = false;
+        expandName(filename, attempt, name, &exclusive);
+        struct stat before;
+        bool existed = lstat(name, &before) == 0;
+        if (existed) {
+            // A link, a directory or a device planted under the name, or a
+            // file that somebody else owns: nothing of theirs is written to.
+            if (S_ISLNK(before.st_mode)) return systemCode(ELOOP);
+            if (!S_ISREG(before.st_mode)) return systemCode(S_ISDIR(before.st_mode) ? EISDIR : EINVAL);
+            if (before.st_uid != geteuid()) return systemCode(EPERM);
+        }
+        // O_NOFOLLOW: a link planted after the lstat is refused by the open
+        // itself, also where lstat found nothing and there is no record to
+        // compare with.
+        int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | (exclusive ? O_EXCL : 0);
+        int fd = ::open(name, flags, 0644);
+        if (fd < 0) {
+            lastError = errno;
+            continue;
+        }
+        struct stat after;
+        if (fstat(fd, &after) != 0 || !S_ISREG(after.st_mode) || after.st_uid != geteuid() ||
+            (existed && (after.st_dev != before.st_dev || after.st_ino != before.st_ino ||
+                         after.st_mode != before.st_mode || after.st_size != before.st_size))) {
+            // Swapped between the two looks.
+            ::close(fd);
+            return systemCode(EAGAIN);
+        }
+        stream = fdopen(fd, "w");
+        if (!stream) {
+            int error = errno;
+            ::close(fd);
+            return systemCode(error);
+        }
+        return 0;
+    }
+    return systemCode(lastError);
+}
+
+uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char* format, ArgListC args) {
+    if (!stream) {
+        uint32_t code = open();
+        if (code != 0) return code;
+    }
+    // The prefix is at most a stamp, a delta, a process, a thread and the
+    // blanks of punctuation: 160 bytes hold it; the path goes separately.
+    char prefix[192];
+    char* p = prefix;
+    bool prefixed = timestamp || timeDeltas || showProcess || showThreads;
+    bool classShown = false;
+    if (prefixed) {
+        int64_t now = 0;
+        controller->getTime(&now);
+        if (ticksPerSecond == 0) controller->getTicksPerSecond(&ticksPerSecond);
+        if (firstTick == 0) firstTick = now;
+        int64_t relative = now - firstTick;
+        bool written = false;
+        if (timestamp && ticksPerSecond != 0) {
+            if (timeOfDay) {
+                struct timeval clock;
+                gettimeofday(&clock, nullptr);
+                DateTimeC stamp((static_cast<int64_t>(clock.tv_sec) + DateTimeC::kUnixEpochSeconds) *
+                                        DateTimeC::kTicksPerSecond +
+                                    static_cast<int64_t>(clock.tv_usec) * 100,
+                                false);
+                StringC text = stamp.toLocal().format(43);
+                const char* bytes = text.textUtf8();
+                size_t length = text.textUtf8Length();
+                if (length > 64) length = 64;
+                memcpy(p, bytes, length);
+                p += length;
+                text.releaseUtf8(bytes);
+            } else if (ticksPerSecond != 0) {
+                p = putSeconds(p, relative, ticksPerSecond);
+            }
+            written = true;
+        }
+        if (timeDeltas) {
+            if (ticksPerSecond == 0) controller->getTicksPerSecond(&ticksPerSecond);
+            if (timestamp) {
+                if (written) *p++ = ' ';
+                *p++ = '(';
+            }
+            *p++ = '+';
+            if (ticksPerSecond != 0) {
+                p = putSeconds(p, relative - lastTick, ticksPerSecond);
+            }
+            if (timestamp) *p++ = ')';
+            written = true;
+        }
+        if (showProcess) {
+            p += sprintf(p, "%spid %lu", written ? ", " : "", static_cast<unsigned long>(getpid()));
+            written = true;
+        }
+        if (showThreads) {
+            p += sprintf(p, "%sthread 0x%lx", written ? ", " : "", static_cast<unsigned long>(pthread_self()));
+            written = true;
+        }
+        lastTick = relative;
+        classShown = showClass != 0;
+        if (!classShown && written) {
+            *p++ = ':';
+            *p++ = ' ';
+        }
+    }
+    fwrite(prefix, 1, static_cast<size_t>(p - prefix), stream);
+    if (classShown) {
+        // "(path): " behind a blank, the path as it came, prefix included.
+        fputs(p == prefix ? "(" : " (", stream);
+        fputs(path ? path : "", stream);
+        fputs("): ", stream);
+    }
+    int32_t blanks = indent;
+    if (maxIndent > 0) blanks = indent % maxIndent;
+    static const char kBlanks[] = "                                                                ";
+    while (blanks > 0) {
+        int32_t part = blanks < 64 ? blanks : 64;
+        fwrite(kBlanks, 1, static_cast<size_t>(part), stream);
+        blanks -= part;
+    }
+    // The message goes straight from the renderer to the stream, in the
+    // bytes that its string's "utf8" text would hold, without that string.
+    LineSinkT sink;
+    sink.stream = stream;
+    sink.used = 0;
+    StringC::formatTo(lineSink, &sink, StringC(format ? format : "", "system-8"), args);
+    sink.buffer[sink.used++] = '\n';
+    fwrite(sink.buffer, 1, sink.used, stream);
+    // A frequency of 0 or below flushes every line, as 1 does.
+    if (++linesUnflushed >= flushFrequency) {
+        fflush(stream);
+        linesUnflushed = 0;
+    }
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::writeFormat(const char* path, int32_t indent, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    ArgListC args = argListFromText(format, arguments);
+    va_end(arguments);
+    return write(path, indent, format, args);
+}
+
+uint32_t TraceConsumerFileC::valueChanged(const char* path, int32_t indent) {
+    if (!traceTimers && !traceCounters) return 0;
+    TraceValuesT* values = nullptr;
+    if (controller->getVariable(path, &values) != 0 || !values) return 0;
+    if (values->total == 0) {
+        if (traceCounters) writeFormat(path, indent, "counter %s now %ld", path, static_cast<int>(values->counter));
+        return 0;
+    }
+    if (!traceTimers) return 0;
+    if (ticksPerSecond == 0) controller->getTicksPerSecond(&ticksPerSecond);
+    if (ticksPerSecond == 0) return 0;
+    int64_t rate = static_cast<int64_t>(ticksPerSecond);
+    // "%ld" takes 32 bits in the format language, as long is on i386.
+    writeFormat(path, indent, "timer %s interval %ld, total %ld.%06ld", path, static_cast<int>(values->counter),
+                static_cast<int>(values->total / rate), static_cast<int>(values->total % rate));
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::variableCreated(const char* path) {
+    if (patternCount == 0 || !path || !*path) return 0;
+    const char* name = skipTracePrefix(path);
+    for (uint32_t i = 0; i < patternCount; ++i) {
+        size_t length = strlen(patterns[i]);
+        for (const char* component = name;;) {
+            const char* end = strchr(component, '/');
+            size_t size = end ? static_cast<size_t>(end - component) : strlen(component);
+            if (size == length && memcmp(component, patterns[i], length) == 0) {
+                controller->enablePath(this, name);
+                return 0;
+            }
+            if (!end) break;
+            component = end + 1;
+        }
+    }
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setOption(const char* key, const char* value) {
+    if (!key) return kTraceUnknownKey;
+    if (!value) value = "";
+    if (strcasecmp(key, "filename") == 0) return setFilename(value);
+    static const char* const keys[] = {"timeofday",  "timestamp", "timedeltas",   "trace_timers",
+                                       "trace_counters", "flush_freq", "max_indent", "max_detail",
+                                       "show_process",   "show_threads", "show_class"};
+    int which = -1;
+    for (int i = 0; i < static_cast<int>(sizeof keys / sizeof keys[0]); ++i) {
+        if (strcasecmp(key, keys[i]) == 0) which = i;
+    }
+    if (which < 0) return kTraceUnknownKey;
+    int32_t v = 0;
+    if (!optionNumber(value, &v)) return 0;
+    uint8_t low = static_cast<uint8_t>(v);
+    switch (which) {
+    case 0:
+        if (v == 1) {
+            timeOfDay = 1;
+            setTimestamp(1);
+        } else {
+            timeOfDay = 0;
+        }
+        break;
+    case 1: setTimestamp(low); break;
+    case 2: setTimeDeltas(low); break;
+    case 3: setTraceTimers(low); break;
+    case 4: setTraceCounters(low); break;
+    case 5: setFlushFrequency(v); break;
+    case 6: setMaxIndent(v); break;
+    case 7: setMaxDetail(v); break;
+    case 8: setShowProcess(low); break;
+    case 9: setShowThreads(low); break;
+    default: showClass = v == 1 ? 1 : 0; break;
+    }
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setTimestamp(uint8_t on) {
+    timestamp = on;
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setTimeDeltas(uint8_t on) {
+    timeDeltas = on;
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setTraceTimers(uint8_t on) {
+    traceTimers = on;
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setTraceCounters(uint8_t on) {
+    traceCounters = on;
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setFilename(const char* pattern) {
+    char* copy = duplicateText(pattern ? pattern : "");
+    delete[] filename;
+    filename = copy;
+    closeStream();
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setFlushFrequency(int32_t lines) {
+    flushFrequency = lines;
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setMaxIndent(int32_t blanks) {
+    maxIndent = blanks;
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::setMaxDetail(int32_t level) {
+    maxDetail = level;
+    return 0;
+}
+
+uint32_t TraceConsumerFileC::readControlFile(const char* path) {
+    FILE* file = path ? fopen(path, "r") : nullptr;
+    if (!file) return systemCode(path ? errno : ENOENT);
+    // A line longer than the buffer is read as several lines.
+    char line[256];
+    while (fgets(line, sizeof line, file)) controlLine(line);
+    fclose(file);
+    return 0;
+}
+
+void TraceConsumerFileC::controlLine(char* line) {
+    if (char* hash = strchr(line, '#')) *hash = 0;
+    size_t length = strlen(line);
+    while (length > 0 && isspace(static_cast<unsigned char>(line[length - 1]))) line[--length] = 0;
+    while (isspace(static_cast<unsigned char>(*line))) ++line;
+    if (*line == 0) return;
+    if (*line == '-') {
+        controller->disablePath(this, line + 1);
+        return;
+    }
+    if (*line == '+' && line[1] != '*') {
+        controller->enablePath(this, line + 1);
+        return;
+    }
+    char* equals = strchr(line, '=');
+    if (*line == '+' || (*line == '*' && !equals)) {
+        char* name = line + (*line == '+' ? 2 : 1);
+        if (*name == '/') ++name;
+        if (patternCount == patternCapacity) {
+            uint32_t capacity = patternCapacity ? patternCapacity * 2 : 8;
+            char** grown = static_cast<char**>(realloc(patterns, capacity * sizeof(char*)));
+            if (!grown) return;
+            patterns = grown;
+            patternCapacity = capacity;
+        }
+        patterns[patternCount++] = duplicateText(name);
+        return;
+    }
+    if (equals) {
+        char* keyEnd = equals;
+        while (keyEnd > line && isspace(static_cast<unsigned char>(keyEnd[-1]))) --keyEnd;
+        *keyEnd = 0;
+        char* value = equals + 1;
+        while (isspace(static_cast<unsigned char>(*value))) ++value;
+        setOption(line, value);
+        return;
+    }
+    controller->enablePath(this, line);
+}
+
+}  // namespace keel

@@ -1,0 +1,302 @@
+// The file service on real files in a fresh directory: predicates, sizes,
+// times and attributes, permissions, directories, the reports with their
+// codes and texts, and names the system cannot take.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+#include <numeric>
+#include <string>
+
+#include "files/fileserv.h"
+#include "files/iostream.h"
+#include "testing/tempdir.h"
+
+namespace keel {
+namespace {
+
+using testkit::errorCodes;
+using testkit::errorTextAt;
+using testkit::textOf;
+typedef std::vector<uint32_t> Codes;
+
+class FileServiceTest : public testkit::TempDirTest {
+protected:
+    FileServiceI* files = FlnFileServiceC::instance();
+    mode_t modeOf(const char* relative) {
+        struct stat record;
+        return stat(path(relative).c_str(), &record) == 0 ? record.st_mode & 0777 : 0;
+    }
+};
+
+TEST_F(FileServiceTest, PredicatesByKindOfName) {
+    writeFile("file", "abc");
+    mkdir(path("dir").c_str(), 0755);
+    mkdir(path("dir/sub").c_str(), 0755);
+    ASSERT_EQ(0, symlink("missing", path("dangling").c_str()));
+    ASSERT_EQ(0, symlink("file", path("tofile").c_str()));
+    ASSERT_EQ(0, symlink("dir", path("todir").c_str()));
+    struct {
+        std::string name;
+        bool exists, isFile, isDirectory, isLink, isEmpty;
+        uint32_t type;  // getFileInfo without following links; 9 for none
+    } const cases[] = {
+        {path("file"), true, true, false, false, true, 0},
+        {path("dir"), true, false, true, false, false, 1},
+        {path("dir/sub"), true, false, true, false, true, 1},
+        {path("dir/sub/.."), true, false, true, false, false, 1},
+        {path("dangling"), false, false, false, true, true, 5},
+        {path("tofile"), true, true, false, true, true, 5},
+        {path("todir"), true, false, true, true, false, 5},
+        {path("missing"), false, false, false, false, true, 9},
+        // "." collapses to the empty text: no directory here, but it exists.
+        {".", true, false, false, false, true, 1},
+        {"", false, false, false, false, true, 9},
+    };
+    for (const auto& c : cases) {
+        FileNameC n(StringC(c.name.c_str(), "utf8"));
+        EXPECT_EQ(c.exists, files->exists(&n)) << c.name;
+        EXPECT_EQ(c.isFile, files->isFile(&n)) << c.name;
+        EXPECT_EQ(c.isDirectory, files->isDirectory(&n)) << c.name;
+        EXPECT_EQ(c.isLink, files->isSymbolicLink(&n)) << c.name;
+        EXPECT_EQ(c.isEmpty, files->isDirectoryEmpty(&n)) << c.name;
+        std::unique_ptr<FileInfoC> info(files->getFileInfo(&n, false));
+        EXPECT_EQ(c.type, info ? info->type : 9u) << c.name;
+    }
+    ASSERT_EQ(0, mkfifo(path("p").c_str(), 0600));
+    FileNameC pipe = name("p");
+    EXPECT_EQ(4u, std::unique_ptr<FileInfoC>(files->getFileInfo(&pipe, true))->type);
+    std::unique_ptr<FileNameC> target(files->readSymbolicLink(&pipe));
+    EXPECT_EQ(nullptr, target);
+    ASSERT_EQ(0, symlink("a//b/./c/", path("l").c_str()));
+    FileNameC link = name("l");
+    target.reset(files->readSymbolicLink(&link));
+    EXPECT_EQ("a/b/./c", textOf(target->toString()));
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+TEST_F(FileServiceTest, CreateDirectory) {
+    writeFile("file", "");
+    struct {
+        std::string name;
+        bool withParents, answer;
+    } const cases[] = {
+        {"/", true, false},         {".", false, true},           {dir, false, true},
+        {path("file"), true, false}, {path("a/b/c"), false, false}, {path("a/b/c"), true, true},
+        {path("file/x/y"), true, false},
+    };
+    for (const auto& c : cases) {
+        FileNameC n(StringC(c.name.c_str(), "utf8"));
+        EXPECT_EQ(c.answer, files->createDirectory(&n, c.withParents)) << c.name;
+    }
+    mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_EQ(0777u & ~mask, modeOf("a/b"));
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+TEST_F(FileServiceTest, SizesTimesAndFreeSpace) {
+    int32_t count = 7;
+    FileNameC missing = name("missing");
+    EXPECT_EQ(-1, files->getSize(&missing, &count));
+    EXPECT_EQ(-1, count);
+    mkdir(path("tree").c_str(), 0755);
+    FileNameC tree = name("tree");
+    EXPECT_EQ(0, files->getSize(&tree, &count));
+    EXPECT_EQ(0, count);
+    mkdir(path("tree/sub").c_str(), 0755);
+    writeFile("one", "12345");
+    writeFile("tree/a", "aa");
+    writeFile("tree/sub/b", "bbbb");
+    // A link to a file counts its target; a link to a directory is not entered.
+    ASSERT_EQ(0, symlink("../one", path("tree/link").c_str()));
+    ASSERT_EQ(0, symlink("..", path("tree/sub/up").c_str()));
+    EXPECT_EQ(2 + 4 + 5, files->getSize(&tree, &count));
+    EXPECT_EQ(3, count);
+    FileNameC one = name("one");
+    EXPECT_EQ(5, files->getSize(&one, nullptr));
+
+    EXPECT_EQ(0xE0CB000Cu, files->setModifiedTime(&one, -1));
+    EXPECT_EQ(0u, files->setModifiedTime(&one, 1000000000));
+    EXPECT_EQ(1000000000, files->getModifiedTime(&one));
+    EXPECT_EQ(0, files->getModifiedTime(&missing));
+    EXPECT_EQ(0xE0000002u, files->setModifiedTime(&missing, 5));
+
+    FileNameC below = name("not/yet/there");
+    EXPECT_GT(files->getFreeSpace(&below), 0);
+    FileNameC relative(StringC("no-such-dir-here/x", "ascii"));
+    EXPECT_GT(files->getFreeSpace(&relative), 0);
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+TEST_F(FileServiceTest, PermissionChangesRefuseLinks) {
+    writeFile("f", "x", 0644);
+    FileNameC f = name("f");
+    EXPECT_TRUE(files->setReadOnly(&f, true));
+    EXPECT_TRUE(files->isReadOnly(&f));
+    EXPECT_TRUE(files->setReadOnly(&f, false));
+    EXPECT_EQ(0644u, modeOf("f"));
+    std::unique_ptr<FileInfoC> info(files->getFileInfo(&f, true));
+    EXPECT_EQ(0644u, info->permissions);
+
+    // Without the owner read bit, making it writable changes nothing; the
+    // verified open needs read access, which only root has then.
+    writeFile("w", "x");
+    chmod(path("w").c_str(), 0044);
+    FileNameC w = name("w");
+    EXPECT_EQ(isRoot(), files->setReadOnly(&w, false)) << (isRoot() ? "as root, which reads any file" : "");
+    EXPECT_EQ(0044u, modeOf("w"));
+
+    chmod(path("w").c_str(), 0751);
+    EXPECT_EQ(0u, files->copyAttributes(&w, &f));
+    EXPECT_EQ(0751u, modeOf("f"));
+
+    ASSERT_EQ(0, symlink("f", path("l").c_str()));
+    FileNameC l = name("l");
+    FileNameC missing = name("missing");
+    EXPECT_FALSE(files->setReadOnly(&l, true));
+    // A link is refused with ELOOP, set because nothing failed (a stale
+    // errno could otherwise make the answer 0).
+    errno = 0;
+    EXPECT_EQ(0xE0000028u, files->copyAttributes(&w, &l));
+    EXPECT_EQ(0xE0000028u, files->copyAttributes(&l, &f));
+    EXPECT_EQ(0xE0000002u, files->copyAttributes(&missing, &f));
+    EXPECT_EQ(0751u, modeOf("f"));
+
+    struct stat64 record;
+    int before = dup(0);
+    close(before);
+    EXPECT_EQ(-1, files->openVerified(path("l").c_str(), &record));
+    EXPECT_EQ(ELOOP, errno);
+    int after = dup(0);
+    close(after);
+    EXPECT_EQ(before, after) << "the refused descriptor is closed";
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+TEST_F(FileServiceTest, ReportsOfTheirOwn) {
+    FileNameC n = name("x");
+    EXPECT_FALSE(files->isHidden(&n));
+    EXPECT_FALSE(files->isSystem(&n));
+    EXPECT_EQ(0xE0CB0013u, files->setHidden(&n));
+    EXPECT_EQ(0xE0CB0011u, files->setCurrentDirectory(&n));
+    EXPECT_EQ((Codes{0xE0CB0012u, 0xE0CB0014u, 0xE0CB0013u, 0xE0000002u, 0xE0CB0011u}), errorCodes());
+    EXPECT_EQ("Cannot get hidden state of file '" + path("x") + "'", errorTextAt(0));
+    EXPECT_EQ("Cannot get system state of file '" + path("x") + "'", errorTextAt(1));
+    EXPECT_EQ("Cannot set hidden state of file '" + path("x") + "'", errorTextAt(2));
+    EXPECT_EQ("Cannot change to directory '" + path("x") + "'", errorTextAt(4));
+    testkit::clearErrors();
+    // The constants and the operations that come with the listers report
+    // nothing and touch nothing.
+    EXPECT_EQ(0xE0CB000Du, files->reservedSetter());
+    EXPECT_EQ(0x80000001u, files->reservedCodeA());
+    EXPECT_EQ(nullptr, files->createLister(&n, 0));
+    EXPECT_EQ(0xE0CB000Du, files->copy(&n, &n, nullptr, nullptr));
+    EXPECT_FALSE(files->remove(&n, true, true));
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+TEST_F(FileServiceTest, NamesTheSystemCannotTake) {
+    writeFile("a", "x");
+    std::string withNul = path("a") + std::string(1, '\0') + "b";
+    std::string longPath = dir;
+    while (longPath.size() < 4200) longPath += "/d";
+    struct {
+        std::string text;
+        uint32_t systemCode;
+    } const cases[] = {
+        // The part in front of the NUL names "a", which exists: it must not
+        // be what the operations see.
+        {withNul, 0xE0000016u},
+        {"", 0xE0000002u},
+        {path(std::string(5000, 'n')), 0xE0000024u},
+        {longPath, 0xE0000024u},
+    };
+    for (const auto& c : cases) {
+        FileNameC n(StringC(c.text.data(), static_cast<uint32_t>(c.text.size()), "utf8"));
+        SCOPED_TRACE(c.text.substr(0, 40));
+        EXPECT_FALSE(files->exists(&n) || files->isFile(&n) || files->isDirectory(&n) || files->canRead(&n));
+        EXPECT_EQ(nullptr, files->getFileInfo(&n, true));
+        EXPECT_EQ(-1, files->getSize(&n, nullptr));
+        EXPECT_FALSE(files->setReadOnly(&n, true));
+        // The empty name is the current directory, which is there already.
+        EXPECT_EQ(c.text.empty(), files->createDirectory(&n, true));
+        EXPECT_EQ(nullptr, files->openStream(&n, 3, 1, 2, false));
+        EXPECT_EQ((Codes{c.systemCode, 0xE0CB0010u}), errorCodes());
+        testkit::clearErrors();
+    }
+    EXPECT_EQ("x", readFile("a"));
+
+    // A file that disappears between two calls.
+    FileNameC a = name("a");
+    EXPECT_TRUE(files->isFile(&a));
+    unlink(path("a").c_str());
+    EXPECT_EQ(nullptr, files->getFileInfo(&a, true));
+    EXPECT_FALSE(files->setReadOnly(&a, true));
+    EXPECT_EQ(0xE0000002u, files->copyAttributes(&a, &a));
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+TEST_F(FileServiceTest, UnreadableDirectory) {
+    if (isRoot()) GTEST_SKIP() << "running as root: root reads any directory, so nothing is unreadable";
+    mkdir(path("closed").c_str(), 0755);
+    writeFile("closed/f", "abc");
+    chmod(path("closed").c_str(), 0);
+    FileNameC closed = name("closed");
+    FileNameC inside = name("closed/f");
+    EXPECT_TRUE(files->isDirectory(&closed));
+    EXPECT_TRUE(files->isDirectoryEmpty(&closed));
+    int32_t count = 9;
+    EXPECT_EQ(0, files->getSize(&closed, &count));
+    EXPECT_EQ(0, count);
+    EXPECT_EQ(nullptr, files->openStream(&inside, 3, 1, 2, false));
+    EXPECT_EQ((Codes{0xE000000Du, 0xE0CB0010u}), errorCodes());
+}
+
+// Opening a missing file: the system error and the summary, cause first.
+TEST_F(FileServiceTest, OpeningAMissingFileLeavesBothEntries) {
+    FileNameC missing = name("missing.txt");
+    uint32_t mark = getErrBuf()->getMark();
+    EXPECT_EQ(nullptr, files->openStream(&missing, 3, 1, 1, false));
+    ASSERT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), errorCodes());
+    EXPECT_EQ(strerror(ENOENT), errorTextAt(0));
+    EXPECT_EQ("Failed to open file '" + path("missing.txt") + "'", errorTextAt(1));
+    EXPECT_EQ(4u, getErrBuf()->getEntry(1)->getSeverity());
+    getErrBuf()->recover(mark);
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+// Under the Itanium C++ ABI a pointer to a virtual member function holds
+// 1 + the byte offset of its slot; the order of the slots is the interface.
+template <typename MemberFn>
+size_t slotOf(MemberFn member) {
+    uintptr_t word[2];
+    memcpy(word, &member, sizeof word);
+    return (word[0] - 1) / sizeof(void*);
+}
+#define SLOT(name) slotOf(&FileServiceI::name)
+
+TEST(FileServiceSlotTest, OperationsInTheirOrder) {
+    // Slots 0 and 1 are the two destructors.
+    std::vector<size_t> expected(48);
+    std::iota(expected.begin(), expected.end(), size_t(2));
+    std::vector<size_t> seen = {
+        SLOT(getRoots), SLOT(getCurrentDirectory), SLOT(reservedQueryA), SLOT(copyNameA), SLOT(copyNameB),
+        SLOT(reservedQueryB), SLOT(canRead), SLOT(canWrite), SLOT(isReadOnly), SLOT(exists), SLOT(isDirectory),
+        SLOT(isDirectoryEmpty), SLOT(isSymbolicLink), SLOT(readSymbolicLink), SLOT(isFile), SLOT(isHidden),
+        SLOT(reservedQueryC), SLOT(getSize), SLOT(getModifiedTime), SLOT(setModifiedTime), SLOT(reservedQueryD),
+        SLOT(reservedSetter), SLOT(setReadOnly), SLOT(copyAttributes), SLOT(getFreeSpace), SLOT(createTempName),
+        SLOT(getTempDirectory), SLOT(createSecureTempFile), SLOT(createUniqueName), SLOT(remove),
+        SLOT(removeAtExit), SLOT(removeFile), SLOT(createDirectory), SLOT(move), SLOT(moveAlias), SLOT(copy),
+        SLOT(createLister), SLOT(isSystem), SLOT(setHidden), SLOT(reservedFileCheck), SLOT(openStream),
+        SLOT(setCurrentDirectory), SLOT(getFileInfo), SLOT(reservedCodeA), SLOT(reservedCodeB),
+        SLOT(openVerified), SLOT(isSameFile)};
+    expected.resize(seen.size());
+    EXPECT_EQ(expected, seen);
+}
+
+}  // namespace
+}  // namespace keel

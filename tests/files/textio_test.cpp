@@ -1,0 +1,270 @@
+// The text reader and writer over real files and over input cut into pieces:
+// line ends, byte-order marks as read and as written in the eight encodings,
+// sequences cut across blocks, and random reads against a plain model.
+#include <gtest/gtest.h>
+#include <string.h>
+#include <wchar.h>
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "files/filestream.h"
+#include "files/streamreader.h"
+#include "files/streamwriter.h"
+#include "testing/memstream.h"
+#include "testing/tempdir.h"
+
+namespace keel {
+namespace {
+
+using testkit::PiecewiseInputC;
+using testkit::textOf;
+
+typedef std::vector<std::string> Lines;
+
+class TextFileTest : public testkit::TempDirTest {};
+
+Lines linesOf(TextReaderC& reader) {
+    Lines lines;
+    StringC line;
+    while (reader.readLine(line) == 0) lines.push_back(textOf(line));
+    return lines;
+}
+
+Lines readBytes(const std::string& bytes, bool detect, const char* encoding, uint32_t seed = 0) {
+    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, encoding ? findEncoding(encoding) : nullptr, true);
+    return linesOf(reader);
+}
+
+TEST(TextReaderTest, LineEndsAndMarks) {
+    std::string crlfAtBlockEnd = std::string(127, 'a') + "\r\n" + "b";
+    struct {
+        std::string bytes;
+        bool detect;
+        const char* encoding;
+        Lines lines;
+    } const cases[] = {
+        {"a\nb\r\nc\rd", false, "utf8", {"a", "b", "c", "d"}},
+        {"a\n\nb\n", false, "utf8", {"a", "", "b"}},
+        {"a\n\rb", false, "utf8", {"a", "", "b"}},
+        {"last\r", false, "utf8", {"last"}},
+        {"", true, nullptr, {}},
+        {"\n", false, nullptr, {""}},
+        {crlfAtBlockEnd, false, "utf8", {std::string(127, 'a'), "b"}},
+        {"\xEF\xBB\xBF", true, nullptr, {}},
+        {"\xEF\xBB\xBFx", true, nullptr, {"x"}},
+        {std::string("\xFF\xFEh\0i\0\n\0", 8), true, "iso-8859-1", {"hi"}},
+        {std::string("\xFE\xFF\0h\0i", 6), true, nullptr, {"hi"}},
+        {"\xFF\xFEx", false, "iso-8859-1", {"\xC3\xBF\xC3\xBEx"}},
+        {"\xFF\xFEx", false, nullptr, {"\xEF\xBF\xBD\xEF\xBF\xBDx"}},
+        // The reader's own mark is skipped without detection; a file without
+        // one loses nothing.
+        {"\xEF\xBB\xBFx", false, "utf8", {"x"}},
+        {"x", false, "utf8", {"x"}},
+        {"\xEF\xBB\xBFx", false, nullptr, {"\xEF\xBB\xBFx"}},
+        {"q", true, nullptr, {"q"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        EXPECT_EQ(c.lines, readBytes(c.bytes, c.detect, c.encoding));
+        // The same lines through the line reader built on read and pushBack,
+        // and through input that comes a byte or a few at a time.
+        StreamReaderC reader(new PiecewiseInputC(c.bytes, 0), c.detect,
+                             c.encoding ? findEncoding(c.encoding) : nullptr, true);
+        Lines base;
+        StringC line;
+        while (reader.TextReaderC::readLine(line) == 0) base.push_back(textOf(line));
+        EXPECT_EQ(c.lines, base);
+        EXPECT_EQ(c.lines, readBytes(c.bytes, c.detect, c.encoding, 7));
+    }
+}
+
+TEST(TextReaderTest, ReadsAtTheEnd) {
+    StreamReaderC empty(new PiecewiseInputC("", 0), false, nullptr, true);
+    EXPECT_EQ(nullptr, empty.read(5));
+    EXPECT_EQ(-1, empty.readChar());
+    EXPECT_EQ(nullptr, empty.readLine());
+    EXPECT_EQ(kEndOfText, empty.readLine(*std::unique_ptr<StringC>(new StringC())));
+    StreamReaderC reader(new PiecewiseInputC("ab\xE2\x82\xAC" "cd", 0), false, findEncoding("utf8"), true);
+    EXPECT_EQ(nullptr, reader.read(0));
+    EXPECT_EQ('a', reader.readChar());
+    std::unique_ptr<StringC> two(reader.read(2));
+    EXPECT_EQ("b\xE2\x82\xAC", textOf(*two));
+    reader.pushBack(StringC("xy", "ascii"));
+    EXPECT_EQ("xycd", textOf(reader.readAll()));
+    EXPECT_EQ(nullptr, reader.read(1));
+}
+
+TEST(TextReaderTest, SequenceCutAcrossBlocks) {
+    // The euro sign's three bytes straddle the first 1,024-byte block.
+    std::string text = std::string(1023, 'a') + "\xE2\x82\xAC" + "\n" + std::string(2000, 'b');
+    for (uint32_t seed : {0u, 3u, 11u}) {
+        Lines lines = readBytes(text, false, "utf8", seed);
+        ASSERT_EQ(2u, lines.size());
+        EXPECT_EQ(std::string(1023, 'a') + "\xE2\x82\xAC", lines[0]);
+    }
+    std::string utf16(2049, '\0');
+    utf16[1023] = 'x';  // a unit cut by the block's end
+    Lines lines = readBytes(utf16, false, "utf16be", 5);
+    ASSERT_EQ(1u, lines.size());
+}
+
+// Every encoding: what a writer puts out, a reader of the same encoding
+// gives back, and the mark stands in front as the encoding has it.
+TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
+    struct {
+        const char* encoding;
+        std::string mark;
+        std::string text;
+    } const cases[] = {
+        {"ascii", "", "plain\nlines"},
+        {"iso-8859-1", "", "caf\xC3\xA9\nx"},
+        {"system-8", "\xEF\xBB\xBF", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
+        {"utf8", "\xEF\xBB\xBF", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
+        {"utf16", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
+        {"utf16le", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
+        {"utf16be", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
+        {"wchar_t", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.encoding);
+        TextEncodingI* encoding = findEncoding(c.encoding);
+        uint32_t markLength = 0;
+        const uint8_t* mark = encoding->byteOrderMark(&markLength);
+        std::string expectedMark = c.mark;
+        if (markLength) expectedMark.assign(reinterpret_cast<const char*>(mark), markLength);
+        FileNameC n = name(c.encoding);
+        std::unique_ptr<StreamWriterC> writer(StreamWriterC::open(&n, false, encoding, true, 1, false));
+        ASSERT_NE(nullptr, writer);
+        EXPECT_EQ(0u, writer->write(StringC()));
+        EXPECT_EQ("", readFile(c.encoding));
+        EXPECT_EQ(0u, writer->write(StringC(c.text.c_str(), "utf8")));
+        EXPECT_EQ(0u, writer->write(StringC("\r\nend\r", "ascii")));
+        EXPECT_EQ(0u, writer->close());
+        std::string bytes = readFile(c.encoding);
+        EXPECT_EQ(expectedMark, bytes.substr(0, expectedMark.size()));
+        std::unique_ptr<StreamReaderC> reader(StreamReaderC::open(&n, false, encoding, 1, false));
+        ASSERT_NE(nullptr, reader);
+        StringC all = reader->readAll();
+        std::string expected = c.text + "\nend\n";
+        if (std::string(c.encoding) == "system-8") expected = "\xEF\xBB\xBF" + expected;  // no mark of its own
+        EXPECT_EQ(expected, textOf(all));
+    }
+}
+
+TEST_F(TextFileTest, MarksWhenAppending) {
+    FileNameC n = name("f");
+    for (int round = 0; round < 2; ++round) {
+        std::unique_ptr<StreamWriterC> writer(StreamWriterC::open(&n, true, nullptr, true, 0, false));
+        ASSERT_NE(nullptr, writer);
+        writer->write(StringC("a\n", "ascii"));
+    }
+    EXPECT_EQ("\xEF\xBB\xBF" "a\na\n", readFile("f"));
+    std::unique_ptr<StreamReaderC> reader(StreamReaderC::open(&n, true, nullptr, 1, false));
+    EXPECT_EQ((Lines{"a", "a"}), linesOf(*reader));
+    FileNameC missing = name("missing");
+    EXPECT_EQ(nullptr, StreamReaderC::open(&missing, true, nullptr, 1, false));
+    EXPECT_EQ((std::vector<uint32_t>{0xE0000002u, 0xE0CB0010u}), testkit::errorCodes());
+}
+
+TEST(TextWriterTest, LineEndsBecomeLineFeeds) {
+    struct {
+        const char* in;
+        const char* out;
+    } const cases[] = {
+        {"a\rb\r\nc\nd", "a\nb\nc\nd"}, {"\r\r\n\n", "\n\n\n"}, {"\n\r", "\n\n"}, {"none", "none"}, {"", ""},
+    };
+    class NullWriterC : public TextWriterC {
+    public:
+        TextEncodingI* getEncoding() override { return nullptr; }
+        uint32_t write(const StringC&) override { return 0; }
+    } writer;
+    for (const auto& c : cases) EXPECT_EQ(c.out, textOf(writer.convertLineEnds(StringC(c.in, "ascii"))));
+}
+
+// Random reads of every kind against the text and a position in it.
+TEST(TextReaderTest, RandomReadsAgainstAModel) {
+    std::mt19937 random(46);
+    const char* pieces[] = {"a", "bc", "\n", "\r", "\r\n", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "  "};
+    for (int round = 0; round < 60; ++round) {
+        std::string text;
+        size_t target = random() % 6000;
+        while (text.size() < target) text += pieces[random() % 9];
+        // The model: the characters as code points (wchar_t is 32 bits here).
+        StringC source(text.c_str(), "utf8");
+        const wchar_t* wide = source.textWide();
+        std::u32string model(reinterpret_cast<const char32_t*>(wide), wcslen(wide));
+        source.releaseWide(wide);
+        auto encode = [](const std::u32string& s) {
+            return textOf(StringC(reinterpret_cast<const wchar_t*>(s.data()), static_cast<int32_t>(s.size())));
+        };
+        StreamReaderC reader(new PiecewiseInputC(text, round + 1), false, findEncoding("utf8"), true);
+        size_t at = 0;
+        for (int step = 0; step < 400; ++step) {
+            switch (random() % 5) {
+            case 0: {
+                uint32_t count = random() % 300;
+                std::unique_ptr<StringC> got(reader.read(count));
+                if (at == model.size() || count == 0) {
+                    if (count == 0 && got) {
+                        ASSERT_EQ(0, got->length());
+                    } else {
+                        ASSERT_EQ(nullptr, got);
+                    }
+                    break;
+                }
+                ASSERT_NE(nullptr, got);
+                std::u32string expect = model.substr(at, count);
+                std::string seen = textOf(*got);
+                // Fewer characters may come when the byte bound stopped reading.
+                ASSERT_LE(static_cast<size_t>(got->length()), expect.size());
+                ASSERT_GT(got->length(), 0);
+                ASSERT_EQ(encode(expect.substr(0, got->length())), seen);
+                at += got->length();
+                break;
+            }
+            case 1: {
+                int32_t c = reader.readChar();
+                ASSERT_EQ(at < model.size() ? static_cast<int32_t>(model[at]) : -1, c);
+                if (at < model.size()) ++at;
+                break;
+            }
+            case 2:
+            case 3: {
+                StringC line;
+                uint32_t code = random() % 2 ? reader.readLine(line) : reader.TextReaderC::readLine(line);
+                if (at == model.size()) {
+                    ASSERT_EQ(kEndOfText, code);
+                    break;
+                }
+                ASSERT_EQ(0u, code);
+                size_t end = at;
+                while (end < model.size() && model[end] != U'\n' && model[end] != U'\r') ++end;
+                ASSERT_EQ(encode(model.substr(at, end - at)), textOf(line));
+                at = end;
+                if (at < model.size()) {
+                    bool cr = model[at] == U'\r';
+                    ++at;
+                    if (cr && at < model.size() && model[at] == U'\n') ++at;
+                }
+                break;
+            }
+            default: {
+                // Put back what is next anyway, or something new.
+                if (at > 0 && random() % 2) {
+                    --at;
+                    reader.pushBack(StringC(encode(model.substr(at, 1)).c_str(), "utf8"));
+                } else {
+                    model.insert(at, U"pb");
+                    reader.pushBack(StringC("pb", "ascii"));
+                }
+            }
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace keel

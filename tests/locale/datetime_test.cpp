@@ -1,0 +1,275 @@
+// DateTimeC: the calendar both ways over the whole signed tick range, the
+// strict constructors at and beyond every field's bounds, the render forms
+// beside the format engine's own rendering, and the parser's table.
+#include "locale/datetime.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include <keel/arglist.h>
+#include <keel/errors.h>
+
+#include "testing/tracelines.h"
+
+namespace keel {
+namespace {
+
+using testing_errors::utf8Of;
+
+const uint32_t kInvalidDate = 0xE3E80065;
+const uint32_t kInvalidText = 0xE3E80064;
+const int64_t kSecond = DateTimeC::kTicksPerSecond;
+
+class DateTimeTest : public ::testing::Test {
+protected:
+    DateTimeTest() : errors(getErrBuf()) { errors->takeText(nullptr); }
+    ~DateTimeTest() override { errors->takeText(nullptr); }
+    // The codes reported since the last call, oldest first, as one text.
+    std::string reported() {
+        std::string codes;
+        for (uint32_t i = 0; i < errors->getCount(); ++i) {
+            char code[16];
+            snprintf(code, sizeof code, "%s%X", codes.empty() ? "" : " ", errors->getEntry(i)->getCode());
+            codes += code;
+        }
+        errors->takeText(nullptr);
+        return codes;
+    }
+    static std::string fields(const DateTimeC& value) {
+        char text[64];
+        snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d w%d", value.getYear(), value.getMonth(),
+                 value.getDay(), value.getHour(), value.getMinute(), value.getSecond(), value.getWeekday());
+        return text;
+    }
+    ErrBufI* errors;
+};
+
+TEST_F(DateTimeTest, KnownDaysAndTheOrigin) {
+    DateTimeC epoch(1970, 1, 1, 0, 0, 0, false);
+    EXPECT_EQ(epoch.getTicks(), 62135683200LL * kSecond);
+    EXPECT_EQ(epoch.getWeekday(), 4);
+    EXPECT_EQ(fields(DateTimeC(0, false)), "0000-12-31 00:00:00 w0");
+    EXPECT_EQ(fields(DateTimeC(DateTimeC::kTicksPerDay, false)), "0001-01-01 00:00:00 w1");
+    // The last whole second that a signed tick count holds.
+    EXPECT_EQ(fields(DateTimeC(INT64_MAX, false)), "2923-10-08 21:52:48 w5");
+    EXPECT_EQ(reported(), "");
+}
+
+// Every field at and beyond its bounds: the asked-for values, whether the
+// one test reports, and what the value reads as afterwards.
+TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
+    struct Case {
+        int32_t y, mo, d, h, mi, s;
+        bool bad;
+        const char* reads;
+    } cases[] = {
+        {2024, 2, 29, 0, 0, 0, false, "2024-02-29 00:00:00 w4"},
+        {2023, 2, 29, 0, 0, 0, true, "2023-03-01 00:00:00 w3"},
+        {2024, 2, 30, 0, 0, 0, true, "2024-03-01 00:00:00 w5"},
+        {2000, 2, 29, 0, 0, 0, false, "2000-02-29 00:00:00 w2"},
+        {2024, 12, 31, 23, 59, 59, false, "2024-12-31 23:59:59 w2"},
+        {2024, 0, 15, 0, 0, 0, true, "2023-12-15 00:00:00 w5"},
+        {2024, 13, 1, 0, 0, 0, true, "2025-01-01 00:00:00 w3"},
+        {2024, 1, 0, 0, 0, 0, true, "2023-12-31 00:00:00 w0"},
+        {2024, 1, 32, 0, 0, 0, true, "2024-02-01 00:00:00 w4"},
+        {2024, 1, 1, 24, 0, 0, true, "2024-01-02 00:00:00 w2"},
+        {2024, 1, 1, 0, 60, 0, true, "2024-01-01 01:00:00 w1"},
+        {2024, 1, 1, 0, 0, 60, true, "2024-01-01 00:01:00 w1"},
+        {2024, 1, 1, 0, 0, -1, true, "2023-12-31 23:59:59 w0"},
+        {1, 1, 1, 0, 0, 0, false, "0001-01-01 00:00:00 w1"},
+        {0, 12, 31, 0, 0, 0, false, "0000-12-31 00:00:00 w0"},
+        {2923, 10, 8, 21, 52, 48, false, "2923-10-08 21:52:48 w5"},
+        // One second further no longer fits a signed count: it wraps.
+        {2923, 10, 8, 21, 52, 49, true, nullptr},
+        {9999, 12, 31, 23, 59, 59, true, nullptr},
+        {70000, 1, 1, 0, 0, 0, true, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.y) + "-" + std::to_string(c.mo) + "-" + std::to_string(c.d) + " " +
+                     std::to_string(c.h) + ":" + std::to_string(c.mi) + ":" + std::to_string(c.s));
+        DateTimeC value(c.y, c.mo, c.d, c.h, c.mi, c.s, false);
+        EXPECT_EQ(reported(), c.bad ? "E3E80065" : "");
+        if (c.reads) {
+            EXPECT_EQ(fields(value), c.reads);
+        }
+    }
+    DateTimeC(2023, 2, 29, 1, 2, 3, true);
+    ASSERT_EQ(errors->getCount(), 1u);
+    EXPECT_EQ(utf8Of(errors->getEntry(0)->getText()), "Invalid date/time 2023/02/29 01:02:03");
+    EXPECT_EQ(errors->getEntry(0)->getSeverity(), 4u);
+}
+
+// Ticks to fields and back through the strict constructor, over the whole
+// signed range, with a fraction below the second.
+TEST_F(DateTimeTest, FieldsAndTicksRoundTripOverTheRange) {
+    std::mt19937_64 random(17);
+    std::uniform_int_distribution<int64_t> anyTick(0, INT64_MAX);
+    for (int i = 0; i < 20000; ++i) {
+        int64_t ticks = anyTick(random);
+        DateTimeC value(ticks, i % 2 == 0);
+        DateTimeC again(value.getYear(), value.getMonth(), value.getDay(), value.getHour(), value.getMinute(),
+                        value.getSecond(), ticks % kSecond, i % 2 == 0);
+        ASSERT_EQ(again.getTicks(), ticks);
+        ASSERT_EQ(again.getWeekday(), (ticks / DateTimeC::kTicksPerDay) % 7);
+    }
+    EXPECT_EQ(reported(), "");
+}
+
+TEST_F(DateTimeTest, IntervalsAndZones) {
+    DateTimeC a(2024, 3, 1, 0, 0, 0, false), b(2024, 2, 28, 0, 0, 0, true);
+    EXPECT_EQ(DateTimeC::difference(a, b), 2 * DateTimeC::kTicksPerDay);
+    EXPECT_EQ(DateTimeC::difference(b, a), -2 * DateTimeC::kTicksPerDay);
+    DateTimeC later = b.plus(DateTimeC::kTicksPerDay).minus(kSecond);
+    EXPECT_TRUE(later.isLocalTime());
+    EXPECT_EQ(fields(later), "2024-02-28 23:59:59 w3");
+    later.add(91 * kSecond);
+    later.subtract(kSecond);
+    EXPECT_EQ(fields(later), "2024-02-29 00:01:29 w4");
+    // Wrapping past the top is silent and defined.
+    EXPECT_EQ(DateTimeC(INT64_MAX, false).plus(1).getTicks(), INT64_MIN);
+    // toUniversal moves the ticks back and still leaves the value local.
+    DateTimeC local = a.toLocal();
+    EXPECT_TRUE(local.isLocalTime());
+    DateTimeC back = local.toUniversal();
+    EXPECT_TRUE(back.isLocalTime());
+    EXPECT_EQ(back.getTicks(), a.getTicks());
+    DateTimeC now = DateTimeC::now(false);
+    EXPECT_EQ(now.getTicks() % kSecond, 0);
+    EXPECT_FALSE(now.isLocalTime());
+    EXPECT_TRUE(DateTimeC::now(true).isLocalTime());
+}
+
+TEST_F(DateTimeTest, RenderForms) {
+    DateTimeC stamp(2001, 2, 3, 4, 5, 6, 123456789 % kSecond, false);
+    DateTimeC local(2001, 2, 3, 4, 5, 6, true);
+    struct Case {
+        const DateTimeC* value;
+        int32_t flags;
+        const char* text;
+    } cases[] = {
+        {&stamp, 43, "2001-02-03 04:05:06235Z"},
+        {&stamp, 8 + 16, "2001-02-03"},
+        {&stamp, 16 + 7, "20010203"},
+        {&stamp, 0, "20010203T040506Z"},
+        {&stamp, 8 + 7, "2001-02-03T04:05:062345679Z"},
+        {&stamp, 1, "20010203T0405062Z"},
+        {&local, 8, "2001-02-03T04:05:06"},
+        {&local, 32, "20010203 040506"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(utf8Of(c.value->format(c.flags)), c.text) << c.flags;
+    // A time of day: no zone, and it wins over date only. No carry: 0.9999
+    // seconds in three digits prints as 1000.
+    DateTimeC time(2 * kSecond + 99990000, false);
+    EXPECT_EQ(utf8Of(time.format(3)), "0000021000");
+    EXPECT_EQ(utf8Of(time.format(8 + 16 + 3)), "00:00:02");
+    EXPECT_EQ(utf8Of(DateTimeC(1970, 1, 1, 0, 0, 0, false).format(8 + 16)), "1970-01-01");
+}
+
+// The render forms by the format engine with the formats and argument types
+// of the documented rendering: the library's own renderer must agree with
+// it for every flag value, in and out of the ordinary ranges.
+TEST_F(DateTimeTest, RendererAgreesWithTheFormatEngine) {
+    std::mt19937_64 random(3);
+    for (int i = 0; i < 4000; ++i) {
+        int64_t ticks = static_cast<int64_t>(random());
+        if (i % 4 == 0) ticks = static_cast<int64_t>(random() % static_cast<uint64_t>(DateTimeC::kTicksPerDay));
+        if (i % 4 == 1) ticks = -static_cast<int64_t>(random() % static_cast<uint64_t>(4000 * DateTimeC::kTicksPerDay));
+        DateTimeC value(ticks, i % 3 == 0);
+        int32_t flags = static_cast<int32_t>(random() % 64);
+        int32_t digits = (flags & 16) ? 0 : flags & 7;
+        const char* dsep = (flags & 8) ? "-" : "";
+        const char* tsep = (flags & 8) ? ":" : "";
+        ArgListC args;
+        StringC pattern;
+        auto num = [&](int32_t v) { args.add(static_cast<int16_t>(v)); };
+        if (value.getYear() == 0) {
+            pattern = StringC(digits ? "%02d%s%02d%s%02d%S%0.*lu" : "%02d%s%02d%s%02d", "system-8");
+            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+        } else if (flags & 16) {
+            pattern = StringC("%04d%s%02d%s%02d", "system-8");
+            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+        } else {
+            pattern = StringC(digits ? "%04d%s%02d%s%02d%s%02d%s%02d%s%02d%S%0.*lu" : "%04d%s%02d%s%02d%s%02d%s%02d%s%02d",
+                              "system-8");
+            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+            args.add((flags & 32) ? " " : "T");
+            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+        }
+        if (digits) {
+            int64_t divisor = 1;
+            for (int d = digits; d < 8; ++d) divisor *= 10;
+            args.add(StringC()).add(digits).add(static_cast<uint32_t>((ticks % kSecond + divisor / 2) / divisor));
+        }
+        std::string expected = utf8Of(StringC::format(pattern, args));
+        if (value.getYear() != 0 && !(flags & 16) && !value.isLocalTime()) expected += "Z";
+        ASSERT_EQ(utf8Of(value.format(flags)), expected) << ticks << " flags " << flags;
+    }
+}
+
+TEST_F(DateTimeTest, ParseTable) {
+    struct Case {
+        const char* text;
+        const char* reads;  // fields, or null for a time of day
+        int64_t ticks;      // the fraction, or the whole ticks of a time of day
+        bool local;
+        const char* codes;
+        const char* after;  // the caller's text afterwards
+    } cases[] = {
+        {"20240229", "2024-02-29 00:00:00 w4", 0, true, "", "20240229"},
+        {"2024-02-29", "2024-02-29 00:00:00 w4", 0, true, "", "20240229"},
+        {"2024-02-29T12:30:45Z", "2024-02-29 12:30:45 w4", 0, false, "", "20240229123045Z"},
+        {"20240229T123045.5", "2024-02-29 12:30:45 w4", 50000000, true, "", "20240229123045.5"},
+        {"2024-02-29T12:30:45,25Z", "2024-02-29 12:30:45 w4", 25000000, false, "", "20240229123045,25Z"},
+        {"20240229T123045.123456789Z", "2024-02-29 12:30:46 w4", 23456789, false, "E3E80065", nullptr},
+        {"20240229T123045.12345678Z", "2024-02-29 12:30:45 w4", 12345678, false, "", nullptr},
+        {"20240229T123045.Z", "", 0, false, "E3E80064", nullptr},
+        {"20240229T123045x", "2024-02-29 12:30:45 w4", 0, true, "", nullptr},
+        {"20240229T123045Zx", "2024-02-29 12:30:45 w4", 0, false, "", nullptr},
+        {"12:30:45", nullptr, 45045 * kSecond, false, "", "123045"},
+        {"T12:30:45.5", nullptr, 45045 * kSecond + 50000000, false, "", "123045.5"},
+        {"123045", nullptr, 45045 * kSecond, false, "", "123045"},
+        {"23:59:60", "0001-01-01 00:00:00 w1", 0, false, "", nullptr},  // a whole day of ticks
+        {"\xd9\xa1\xd9\xa2:30:45", nullptr, 45045 * kSecond, false, "", nullptr},
+        {"2024-13-01", "", 0, false, "E3E80064", "20241301"},
+        {"2024-01-32", "", 0, false, "E3E80064", nullptr},
+        {"2024-02-30", "2024-03-01 00:00:00 w5", 0, true, "E3E80065", nullptr},
+        {"20240229T123060", "2024-02-29 12:31:00 w4", 0, true, "E3E80065", nullptr},
+        {"20240229T243000", "", 0, false, "E3E80064", nullptr},
+        {"24:00:00", "", 0, false, "E3E80064", nullptr},
+        {"12345", "", 0, false, "E3E80064", "12345"},
+        {"202402291", "", 0, false, "E3E80064", nullptr},
+        {"2024-02-29T12:30", "", 0, false, "E3E80064", nullptr},
+        {"abcdefgh", "", 0, false, "E3E80064", nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        StringC text(c.text, "utf8");
+        DateTimeC value = DateTimeC::parse(text);
+        EXPECT_EQ(reported(), c.codes);
+        if (c.after) {
+            EXPECT_EQ(utf8Of(text), c.after);
+        }
+        if (c.reads == nullptr) {
+            EXPECT_EQ(value.getTicks(), c.ticks);
+            EXPECT_EQ(value.getYear(), 0);
+            EXPECT_FALSE(value.isLocalTime());
+        } else if (*c.reads == 0) {
+            EXPECT_EQ(value.getTicks(), 0);
+        } else {
+            EXPECT_EQ(fields(value), c.reads);
+            EXPECT_EQ(value.getTicks() % kSecond, c.ticks);
+            EXPECT_EQ(value.isLocalTime(), c.local);
+        }
+    }
+    StringC time("12:30:45", "utf8");
+    EXPECT_EQ(utf8Of(DateTimeC::parse(time).format(8)), "12:30:45");
+    StringC bad("2024-13-01", "utf8");
+    DateTimeC::parse(bad);
+    ASSERT_EQ(errors->getCount(), 1u);
+    EXPECT_EQ(utf8Of(errors->getEntry(0)->getText()), "Invalid date/time string: '2024-13-01'");
+}
+
+}  // namespace
+}  // namespace keel

@@ -1,0 +1,346 @@
+// The file trace consumer: the control file (a table and random files against
+// a plain model), name patterns, the opening checks, and trace files whose
+// lines are compared byte for byte.
+#include "tracing/tracefil.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <map>
+#include <random>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <keel/keel.h>
+
+#include "tracing/tracer.h"
+
+namespace keel {
+namespace {
+
+std::string readFile(const std::string& name) {
+    std::ifstream in(name, std::ios::binary);
+    std::stringstream all;
+    all << in.rdbuf();
+    return all.str();
+}
+
+void writeFile(const std::string& name, const std::string& text) {
+    std::ofstream out(name, std::ios::binary);
+    out << text;
+}
+
+std::string pid() { return std::to_string(getpid()); }
+
+std::string thread() {
+    char text[32];
+    snprintf(text, sizeof text, "0x%lx", static_cast<unsigned long>(pthread_self()));
+    return text;
+}
+
+class TraceFileTest : public ::testing::Test {
+protected:
+    TraceFileTest() : controller(getTraceController()) {
+        char pattern[] = "/tmp/keel-tracefil-XXXXXX";
+        dir = mkdtemp(pattern);
+    }
+    ~TraceFileTest() override {
+        std::string command = "rm -rf '" + dir + "'";
+        if (system(command.c_str()) != 0) ADD_FAILURE() << "cleanup of " << dir;
+    }
+    // A consumer of the test's own, reading `control` as its control file.
+    std::unique_ptr<TraceConsumerFileC> consumer(const std::string& control) {
+        std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
+        writeFile(dir + "/control", control);
+        EXPECT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
+        return made;
+    }
+    TraceControllerI* controller;
+    std::string dir;
+};
+
+TEST_F(TraceFileTest, ControlFileKeysAndValues) {
+    struct Case {
+        const char* lines;
+        const char* expect;  // timeofday timestamp timedeltas counters timers class process threads / flush indent detail
+    } cases[] = {
+        {"", "00000000/1,16,9"},
+        {"timestamp=1", "01000000/1,16,9"},
+        {"timestamp = true", "01000000/1,16,9"},
+        {"TIMESTAMP=yes", "01000000/1,16,9"},
+        {"timestamp=1\ntimestamp=maybe", "01000000/1,16,9"},
+        {"timestamp=1\ntimeofday=0", "01000000/1,16,9"},
+        {"timeofday=1", "11000000/1,16,9"},
+        {"timeofday=1\ntimeofday=2", "01000000/1,16,9"},
+        {"show_class=2\nshow_process=2", "00000020/1,16,9"},
+        {"show_class=1\nshow_threads=Y", "00000101/1,16,9"},
+        {"timedeltas=t\ntrace_counters=1\ntrace_timers=1", "00111000/1,16,9"},
+        {"flush_freq = 100\nmax_indent=4\nmax_detail=3", "00000000/100,4,3"},
+        {"max_indent=no\nmax_detail=F", "00000000/1,0,0"},
+        {"  max_indent =  7   # seven\n", "00000000/1,7,9"},
+        {"Error = 1\nwhatever=2\n=3", "00000000/1,16,9"},
+        {"*Catalog=1\nshow_process=1", "00000010/1,16,9"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.lines);
+        TraceFileOptionsT o = consumer(c.lines)->options();
+        char state[64];
+        snprintf(state, sizeof state, "%d%d%d%d%d%d%d%d/%d,%d,%d", o.timeOfDay, o.timestamp, o.timeDeltas,
+                 o.traceCounters, o.traceTimers, o.showClass, o.showProcess, o.showThreads, o.flushFrequency,
+                 o.maxIndent, o.maxDetail);
+        EXPECT_EQ(state, std::string(c.expect));
+    }
+    EXPECT_STREQ(consumer("filename=true.log")->options().filename, "true.log");
+    EXPECT_STREQ(consumer("")->options().filename, "/tmp/%p%t.trc");
+    TraceConsumerFileC plain(controller);
+    EXPECT_EQ(plain.setOption("nonsense", "1"), kTraceUnknownKey);
+    EXPECT_EQ(plain.setOption("Show_Process", "maybe"), 0u);
+    EXPECT_EQ(plain.readControlFile((dir + "/missing").c_str()), 0xE0000000u | ENOENT);
+}
+
+// Paths and patterns of a control file go to the real controller; a random
+// file of such lines against a plain model of what each path should hold.
+TEST_F(TraceFileTest, ControlFilePathsAgainstAModel) {
+    std::mt19937 random(11);
+    const char* names[] = {"Alpha", "Beta", "Gamma", "Catalog"};
+    for (int round = 0; round < 30; ++round) {
+        std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
+        ASSERT_EQ(controller->addConsumer(made.get(), 0, 9), 0u);
+        std::map<std::string, int> model;  // 1 on, 0 off: the consumer's own setting
+        std::vector<std::string> patterns;
+        std::string file;
+        std::string prefix = "TF" + std::to_string(round) + "/";
+        for (int i = 0; i < 12; ++i) {
+            std::string path = prefix + names[random() % 4] + "/" + names[random() % 4];
+            std::string padding(random() % 3, random() % 2 ? ' ' : '\t');
+            switch (random() % 6) {
+            case 0: file += padding + "-" + path + padding + "\n", model[path] = 0; break;
+            case 1: file += "+" + path + " # comment\n", model[path] = 1; break;
+            case 2: file += padding + path + "\n", model[path] = 1; break;
+            case 3: file += "3," + path + "\n", model[path] = 1; break;
+            case 4: file += "# " + path + "\n\n"; break;
+            default: {
+                std::string name = names[random() % 4];
+                file += std::string(random() % 2 ? "*" : "+*") + (random() % 2 ? "/" : "") + name + "\n";
+                patterns.push_back(name);
+            }
+            }
+        }
+        writeFile(dir + "/control", file);
+        ASSERT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
+        ASSERT_EQ(made->options().patternCount, patterns.size());
+        TraceValuesT* probe = nullptr;
+        controller->enablePath(made.get(), (prefix + "Probe").c_str());
+        controller->getVariable((prefix + "Probe").c_str(), &probe);
+        uint32_t bit = probe->explicit_;
+        ASSERT_EQ(__builtin_popcount(bit), 1);
+        for (const auto& entry : model) {
+            TraceValuesT* values = nullptr;
+            controller->getVariable(entry.first.c_str(), &values);
+            ASSERT_TRUE(values->explicit_ & bit) << file;
+            ASSERT_EQ((values->enabled & bit) != 0, entry.second == 1) << entry.first << "\n" << file;
+        }
+        // A new variable with a component that a pattern names is enabled
+        // as it comes into being; others are left alone.
+        for (const char* name : names) {
+            std::string path = prefix + "New/" + name + "/Leaf";
+            TraceValuesT* values = nullptr;
+            controller->getVariable(path.c_str(), &values);
+            bool named = std::find(patterns.begin(), patterns.end(), name) != patterns.end();
+            ASSERT_EQ((values->explicit_ & bit) != 0, named) << path << "\n" << file;
+        }
+        controller->removeConsumer(made.get());
+    }
+}
+
+TEST_F(TraceFileTest, PatternLinesAndLiteralStars) {
+    std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
+    ASSERT_EQ(controller->addConsumer(made.get(), 0, 9), 0u);
+    writeFile(dir + "/control", "*Catalog\n*/Catalog\n+*Catalog\n-*Catalog\n");
+    ASSERT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
+    EXPECT_EQ(made->options().patternCount, 3u);
+    for (uint32_t i = 0; i < 3; ++i) EXPECT_STREQ(made->options().patterns[i], "Catalog");
+    TraceValuesT* values = nullptr;
+    controller->getVariable("*Catalog", &values);
+    EXPECT_NE(values->explicit_, 0u);
+    EXPECT_EQ(values->enabled & values->explicit_, 0u);
+    controller->getVariable("Err/Catalog/Open", &values);
+    EXPECT_EQ(values->enabled & values->explicit_, values->explicit_);
+    EXPECT_NE(values->explicit_, 0u);
+    controller->removeConsumer(made.get());
+}
+
+TEST_F(TraceFileTest, NamePatterns) {
+    struct Case {
+        const char* pattern;
+        uint32_t attempt;
+        std::string expect;
+        bool exclusive;
+    } cases[] = {
+        {"/tmp/a%p.trc", 0, "/tmp/a" + pid() + ".trc", false},
+        {"x%%p", 0, "x" + pid(), false},
+        {"x%qy%", 0, "xqy", false},
+        {"x%_p", 0, "x", false},
+        {"x%_p", 2, "x_" + pid(), false},
+        {"x%u", 0, "x", true},
+        {"x%u", 7, "x7", true},
+        {"x%_u", 0, "x", true},
+        {"x%_u", 12, "x_12", true},
+        {"x%_q", 0, "x", false},
+        {"x%_q", 1, "x_q", false},
+        {"x%_", 1, "x", false},
+    };
+    char out[4096];
+    for (const Case& c : cases) {
+        bool exclusive = false;
+        TraceConsumerFileC::expandName(c.pattern, c.attempt, out, &exclusive);
+        EXPECT_EQ(out, c.expect) << c.pattern << " " << c.attempt;
+        EXPECT_EQ(exclusive, c.exclusive) << c.pattern;
+    }
+    bool exclusive = true;
+    TraceConsumerFileC::expandName("%d-%t", 0, out, &exclusive);
+    EXPECT_TRUE(std::regex_match(out, std::regex("[0-9]{8}-[0-9]{6}"))) << out;
+    std::string longPattern(5000, 'a');
+    TraceConsumerFileC::expandName((longPattern + "%p").c_str(), 0, out, &exclusive);
+    EXPECT_EQ(strlen(out), 4095u);
+}
+
+// The lines of a trace file, byte for byte, for the prefix options.
+TEST_F(TraceFileTest, LinesByteForByte) {
+    struct Case {
+        const char* control;
+        int32_t indent;
+        const char* path;
+        std::string first, second;  // a second line of the same consumer; empty: a pattern below
+    } cases[] = {
+        {"", 0, "Net/Open", "opened 7 x\n", "opened 7 x\n"},
+        {"show_class=1", 0, "Net/Open", "opened 7 x\n", "opened 7 x\n"},
+        {"timestamp=1", 0, "Net/Open", "0.0000: opened 7 x\n", ""},
+        {"timedeltas=1", 0, "Net/Open", "+0.0000: opened 7 x\n", ""},
+        {"timestamp=1\ntimedeltas=1", 0, "Net/Open", "0.0000 (+0.0000): opened 7 x\n", ""},
+        {"show_process=2", 0, "Net/Open", "pid " + pid() + ": opened 7 x\n", "pid " + pid() + ": opened 7 x\n"},
+        {"show_threads=1\nshow_class=1", 0, "3,Net/Open", "thread " + thread() + " (3,Net/Open): opened 7 x\n",
+         "thread " + thread() + " (3,Net/Open): opened 7 x\n"},
+        {"timestamp=1\ntimedeltas=1\nshow_process=1\nshow_threads=1\nshow_class=1", 0, "Net/Open",
+         "0.0000 (+0.0000), pid " + pid() + ", thread " + thread() + " (Net/Open): opened 7 x\n", ""},
+        {"", 17, "Net/Open", " opened 7 x\n", " opened 7 x\n"},
+        {"max_indent=0", 17, "Net/Open", std::string(17, ' ') + "opened 7 x\n", std::string(17, ' ') + "opened 7 x\n"},
+        {"max_indent=4\nshow_process=1", 6, "Net/Open", "pid " + pid() + ":   opened 7 x\n",
+         "pid " + pid() + ":   opened 7 x\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.control);
+        std::string name = dir + "/lines.trc";
+        unlink(name.c_str());
+        auto made = consumer(std::string(c.control) + "\nfilename=" + name);
+        ArgListC args;
+        args.add(int32_t(7)).add("x");
+        ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args), 0u);
+        EXPECT_EQ(readFile(name), c.first);
+        ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args), 0u);
+        std::string both = readFile(name);
+        if (!c.second.empty()) {
+            EXPECT_EQ(both, c.first + c.second);
+        } else {
+            // Later lines count from the first.
+            std::string rest = both.substr(c.first.size());
+            EXPECT_TRUE(std::regex_match(rest, std::regex("\\+?[0-9]+\\.[0-9]{4}.*opened 7 x\n"))) << rest;
+        }
+    }
+    // Dates and times as stamps: local, three digits behind the seconds.
+    std::string name = dir + "/day.trc";
+    auto made = consumer("timeofday=1\nfilename=" + name);
+    made->write("P", 0, "caf\xc3\xa9 %s", ArgListC().add("\xe2\x82\xac"));
+    EXPECT_TRUE(std::regex_match(readFile(name),
+                                 std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{5}: caf\xc3\xa9 \xe2\x82\xac\n")))
+        << readFile(name);
+}
+
+// The tracer's own consumer: init reads the control file, dispatch writes
+// the line, counters and timers follow their switches.
+TEST_F(TraceFileTest, TheTracersOwnConsumer) {
+    TracerI* tracer = tracerI();
+    TraceDefaultConsumerI* own = tracer->getDefaultConsumer();
+    ASSERT_NE(own, nullptr);
+    std::string name = dir + "/own.trc";
+    writeFile(dir + "/control", "FileTest/Line\nFileTest/Count\nFileTest/Timer\ntrace_counters=1\ntrace_timers=1\n"
+                                "max_detail=7\nfilename=" + name + "\n");
+    ASSERT_EQ(tracer->init(nullptr, (dir + "/control").c_str(), nullptr), 0u);
+    static TracePointT line = {nullptr, "FileTest/Line"};
+    traceLine(line, "value %d of %s", 42, "six");
+    static TraceValuesT* counter = nullptr;
+    tracer->count("FileTest/Count", &counter, 3);
+    static TraceValuesT* timer = nullptr;
+    tracer->startTimer("FileTest/Timer", &timer);
+    tracer->stopTimer("FileTest/Timer", &timer);
+    std::string text = readFile(name);
+    EXPECT_TRUE(std::regex_match(text, std::regex("value 42 of six\ncounter FileTest/Count now 3\n"
+                                                  "(timer FileTest/Timer interval 0, total 0\\.[0-9]{6}\n|"
+                                                  "counter FileTest/Timer now 0\n)")))
+        << text;
+    // Back to where it was for the other tests: nothing on, no file.
+    controller->inheritPath(own, "FileTest");
+    for (const char* path : {"FileTest/Line", "FileTest/Count", "FileTest/Timer"}) controller->inheritPath(own, path);
+    own->setTraceCounters(0);
+    own->setTraceTimers(0);
+    own->setFilename("/tmp/%p%t.trc");
+    controller->setConsumerLevel(own, 9);
+}
+
+// The opening checks: nothing planted under the name is written through.
+TEST_F(TraceFileTest, OpeningRefusesWhatWasPlanted) {
+    std::string target = dir + "/victim";
+    writeFile(target, "keep");
+    std::string link = dir + "/planted.trc";
+    ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
+    TraceConsumerFileC linked(controller);
+    linked.setFilename(link.c_str());
+    EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | ELOOP);
+    // A dangling link too: the open itself does not follow it.
+    std::string dangling = dir + "/dangling.trc";
+    ASSERT_EQ(symlink((dir + "/nowhere").c_str(), dangling.c_str()), 0);
+    linked.setFilename(dangling.c_str());
+    EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | ELOOP);
+    EXPECT_EQ(readFile(target), "keep");
+    EXPECT_NE(access((dir + "/nowhere").c_str(), F_OK), 0);
+
+    // A directory fails at once, even with attempts left.
+    ASSERT_EQ(mkdir((dir + "/adir").c_str(), 0700), 0);
+    linked.setFilename((dir + "/adir%_u").c_str());
+    EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | EISDIR);
+    EXPECT_NE(access((dir + "/adir_1").c_str(), F_OK), 0);
+
+    // A file of another owner (the test can only plant one as root).
+    if (geteuid() == 0) {
+        std::string foreign = dir + "/foreign.trc";
+        writeFile(foreign, "theirs");
+        ASSERT_EQ(chown(foreign.c_str(), 12345, 12345), 0);
+        linked.setFilename(foreign.c_str());
+        EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | EPERM);
+        EXPECT_EQ(readFile(foreign), "theirs");
+    }
+
+    // %_u: the plain name first, exclusively, then _1, _2, ...
+    writeFile(dir + "/u.trc", "");
+    writeFile(dir + "/u.trc_1", "");
+    TraceConsumerFileC numbered(controller);
+    numbered.setFilename((dir + "/u.trc%_u").c_str());
+    EXPECT_EQ(numbered.write("P", 0, "third", ArgListC()), 0u);
+    EXPECT_EQ(readFile(dir + "/u.trc_2"), "third\n");
+    EXPECT_EQ(readFile(dir + "/u.trc"), "");
+    // A name that cannot be made at all fails after the attempts.
+    numbered.setFilename((dir + "/no/such/dir%u").c_str());
+    EXPECT_EQ(numbered.write("P", 0, "x", ArgListC()), 0xE0000000u | ENOENT);
+}
+
+}  // namespace
+}  // namespace keel
