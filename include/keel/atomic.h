@@ -89,6 +89,13 @@ inline T atomicFetchAddRelaxed(T* cell, U delta) {
     return __atomic_fetch_add(cell, static_cast<T>(delta), __ATOMIC_RELAXED);
 }
 
+// Stores `desired` and answers the value it replaced, in one step (the
+// exchange of a plain pointer field that AtomicM's own loop does for a cell).
+template <typename T>
+inline T atomicExchange(T* cell, T desired) {
+    return __atomic_exchange_n(cell, desired, __ATOMIC_ACQ_REL);
+}
+
 // Publication of a value made without a lock: stores `desired` when the cell
 // still holds `expected` and answers true; otherwise answers false with
 // `expected` set to what the cell holds (acquired, so the winner's object is

@@ -86,7 +86,7 @@ void addTreeSize(const std::string& path, int64_t* total, int32_t* files) {
 
 }  // namespace
 
-void loadStepFileserv() { __atomic_store_n(&currentService, nullptr, __ATOMIC_RELEASE); }
+void loadStepFileserv() { atomicStoreRelease(&currentService, nullptr); }
 
 NativeNameC::NativeNameC(const FileNameC& name, bool collapsed, bool utf8)
     : string(collapsed ? name.getCollapsedText() : name.toString()), utf8(utf8) {
@@ -119,19 +119,19 @@ FlnFileServiceC::~FlnFileServiceC() {
 }
 
 FileServiceI* FlnFileServiceC::instance() {
-    FileServiceI* service = __atomic_load_n(&currentService, __ATOMIC_ACQUIRE);
+    FileServiceI* service = atomicLoadAcquire(&currentService);
     if (service) return service;
     static FlnFileServiceC theService;
     FileServiceI* expected = nullptr;
     FileServiceI* mine = &theService;
-    if (__atomic_compare_exchange_n(&currentService, &expected, mine, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE))
+    if (atomicCompareExchange(&currentService, expected, mine))
         return mine;
     // Somebody set a service first; that one stays in force.
     return expected;
 }
 
 FileServiceI* FlnFileServiceC::setInstance(FileServiceI* service) {
-    return __atomic_exchange_n(&currentService, service, __ATOMIC_ACQ_REL);
+    return atomicExchange(&currentService, service);
 }
 
 FileNameArrayC* FlnFileServiceC::getRoots() {

@@ -3,34 +3,35 @@
 #include <new>
 
 #include "frame/loadorder.h"
+#include "frame/nodestroy.h"
 #include "text/replace.h"
 
 namespace keel {
 
 namespace {
 
-// Raw storage: the strings are constructed by the load step, not by a static
-// initialiser, and released by exit actions in reverse order.
-alignas(StringC) unsigned char crLfStorage[sizeof(StringC)];
-alignas(StringC) unsigned char crStorage[sizeof(StringC)];
-alignas(StringC) unsigned char lfStorage[sizeof(StringC)];
+// Storage made in place: the strings are constructed by the load step, not by
+// a static initialiser, and released by exit actions in reverse order.
+InPlaceM<StringC> crLfStorage;
+InPlaceM<StringC> crStorage;
+InPlaceM<StringC> lfStorage;
 
-void releaseString(void* storage) { static_cast<StringC*>(storage)->~StringC(); }
+void releaseString(void* storage) { static_cast<InPlaceM<StringC>*>(storage)->destroy(); }
 
 }  // namespace
 
 void loadStepTextwriter() {
-    new (crLfStorage) StringC("\r\n", "ascii");
-    registerExitAction(releaseString, crLfStorage);
-    new (crStorage) StringC(uint32_t(13));
-    registerExitAction(releaseString, crStorage);
-    new (lfStorage) StringC(uint32_t(10));
-    registerExitAction(releaseString, lfStorage);
+    crLfStorage.make("\r\n", "ascii");
+    registerExitAction(releaseString, &crLfStorage);
+    crStorage.make(uint32_t(13));
+    registerExitAction(releaseString, &crStorage);
+    lfStorage.make(uint32_t(10));
+    registerExitAction(releaseString, &lfStorage);
 }
 
-const StringC& crLfString() { return *reinterpret_cast<StringC*>(crLfStorage); }
-const StringC& crString() { return *reinterpret_cast<StringC*>(crStorage); }
-const StringC& lfString() { return *reinterpret_cast<StringC*>(lfStorage); }
+const StringC& crLfString() { return *crLfStorage; }
+const StringC& crString() { return *crStorage; }
+const StringC& lfString() { return *lfStorage; }
 
 TextWriterC::TextWriterC() : lineEnd(lfString()) {}
 
