@@ -10,7 +10,7 @@
 
 #include <keel/keel.h>
 
-#include <keel/hashtbl.h>
+#include <keel/strkeyed.h>
 
 namespace {
 

@@ -14,7 +14,7 @@
 
 #include <keel/keel.h>
 
-#include <keel/hashtbl.h>
+#include <keel/strkeyed.h>
 
 namespace {
 

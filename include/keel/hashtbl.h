@@ -31,8 +31,6 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include <keel/string.h>
-
 #include <keel/blobarr.h>
 #include <keel/list.h>
 
@@ -148,13 +146,6 @@ uint32_t hashOfBytes(const void* data, int32_t length);
 // The hash of a zero-terminated text, taken in little-endian groups of four.
 // It differs from hashOfBytes for the same text: a table uses one of them.
 uint32_t hashOfCString(const char* text);
-// The hash of a string's "utf8" text by hashOfBytes.
-uint32_t hashOfString(const StringC& string);
-// A case-blind hash of a string: ASCII bytes OR 0x20, other characters
-// through toLowerChar.
-uint32_t hashOfStringNoCase(const StringC& string);
-// Equal lengths in characters, then compare (or compareNoCase) gives 0.
-bool stringKeysEqual(const StringC& first, const StringC& second, bool caseInsensitive);
 
 // Hash and equality functions of the typed maps.
 template <typename Key>
@@ -170,21 +161,6 @@ struct hashOf<unsigned long> {
 template <typename Key>
 struct equal {
     bool operator()(const Key& first, const Key& second) const { return first == second; }
-};
-
-template <>
-struct equal<StringC> {
-    bool operator()(const StringC& first, const StringC& second) const {
-        return stringKeysEqual(first, second, false);
-    }
-};
-
-template <typename Key>
-struct StringMapHashOf;
-
-template <>
-struct StringMapHashOf<StringC> {
-    uint32_t operator()(const StringC& key) const { return hashOfString(key); }
 };
 
 // The element of a typed map. It does not detach itself when deleted.
@@ -294,13 +270,6 @@ public:
         return ResultT(this, static_cast<ElemT*>(replace(new ElemT(key, value))), true);
     }
     ResultT remove(const Key& key) { return ResultT(this, static_cast<ElemT*>(detachKey(&key)), true); }
-};
-
-// A map keyed by strings (or by another Key with a StringMapHashOf).
-template <typename Value, typename Key = StringC>
-class StringMapM : public HashMapM<Key, Value, StringMapHashOf<Key>, equal<Key>> {
-public:
-    ~StringMapM() override { this->eraseAll(); }
 };
 
 // Walks a table list by list. `status` is set to 0, or to 0xE0CA0002 with a

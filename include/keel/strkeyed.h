@@ -24,6 +24,38 @@
 
 namespace keel {
 
+// The string hashes and key equality of every string-keyed table.
+//
+// The hash of a string's "utf8" text by hashOfBytes.
+uint32_t hashOfString(const StringC& string);
+// A case-blind hash of a string: ASCII bytes OR 0x20, other characters
+// through toLowerChar.
+uint32_t hashOfStringNoCase(const StringC& string);
+// Equal lengths in characters, then compare (or compareNoCase) gives 0.
+bool stringKeysEqual(const StringC& first, const StringC& second, bool caseInsensitive);
+
+template <>
+struct equal<StringC> {
+    bool operator()(const StringC& first, const StringC& second) const {
+        return stringKeysEqual(first, second, false);
+    }
+};
+
+template <typename Key>
+struct StringMapHashOf;
+
+template <>
+struct StringMapHashOf<StringC> {
+    uint32_t operator()(const StringC& key) const { return hashOfString(key); }
+};
+
+// A typed map keyed by strings (or by another Key with a StringMapHashOf).
+template <typename Value, typename Key = StringC>
+class StringMapM : public HashMapM<Key, Value, StringMapHashOf<Key>, equal<Key>> {
+public:
+    ~StringMapM() override { this->eraseAll(); }
+};
+
 class StringKeyedHashC : public HashTableC {
 public:
     explicit StringKeyedHashC(bool caseInsensitive) : caseInsensitive(caseInsensitive) {}

@@ -23,8 +23,8 @@
 #include <keel/objarray.h>  // ObjArrayC
 #include <keel/stringar.h>  // StringArrayC, StringArrayArrayC
 #include <keel/qsort.h>     // quickSort
-#include <keel/hashtbl.h>   // HashTableC, HashMapM, StringMapM, iterators, hashOfString
-#include <keel/strkeyed.h>  // StringKeyedHashC
+#include <keel/hashtbl.h>   // HashTableC, HashMapM, iterators, hashOfBytes
+#include <keel/strkeyed.h>  // StringKeyedHashC, StringMapM, hashOfString
 #include <keel/strset.h>    // StringSetC
 #include <keel/list.h>      // ListSingleC, ListDoubleC, chains
 

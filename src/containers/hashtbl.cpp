@@ -1,23 +1,12 @@
 // The linear-hashing table: insertion with list splitting, removal, dump and
-// consistency check, the iterator, and the hash functions.
+// consistency check, the iterator, and the generic hash functions (bytes and
+// zero-terminated texts). It knows nothing of strings: their hash and key
+// equality live in strkeyed.
 #include <keel/hashtbl.h>
 
 #include <string.h>
 
 #include <keel/arglist.h>
-
-#include "text/case.h"
-#include "text/utf8.h"
-
-// The toolkit archive (KEEL_TOOLKIT) is linked into programs beside
-// libkeel.so and must reach strings through the public handles only: it
-// cannot name the library's representation class, whose code and type
-// information live hidden inside the shared object.
-#ifndef KEEL_TOOLKIT
-#include <typeinfo>
-
-#include "text/stringim.h"
-#endif
 
 namespace keel {
 
@@ -405,102 +394,6 @@ uint32_t hashOfCString(const char* text) {
         if (taken < 4) return h;
         p += 4;
     }
-}
-
-namespace {
-
-// The text of the library's own plain representation, read from its fields.
-// For "utf8" its text() hands out exactly this buffer and textLength() this
-// count, and releaseText() frees nothing, so reading them directly gives the
-// same bytes without three calls through the interface. This sits on the
-// lookup path of every string-keyed table. Other representations (and the
-// derived ones) answer false and go through the interface.
-inline bool plainText(StringImplI* impl, const uint8_t*& bytes, uint32_t& size) {
-#ifdef KEEL_TOOLKIT
-    (void)impl;
-    (void)bytes;
-    (void)size;
-    return false;
-#else
-    if (typeid(*impl) != typeid(StringImplC)) return false;
-    StringImplC* plain = static_cast<StringImplC*>(impl);
-    bytes = plain->bytes();
-    size = plain->byteCount();
-    return true;
-#endif
-}
-
-// The "utf8" text of a key while it is in scope: the representation's own
-// buffer, so nothing is copied. `bytes` is null for a text without buffer.
-class KeyTextC {
-public:
-    explicit KeyTextC(StringImplI* impl) : impl_(impl), plain_(plainText(impl, bytes, size)) {
-        if (plain_) return;
-        void* text = nullptr;
-        impl->text(&text, "utf8");
-        bytes = static_cast<const uint8_t*>(text);
-        size = text ? impl->textLength("utf8") : 0;
-    }
-    ~KeyTextC() {
-        if (!plain_) impl_->releaseText(const_cast<uint8_t*>(bytes), "utf8");
-    }
-    KeyTextC(const KeyTextC&) = delete;
-    KeyTextC& operator=(const KeyTextC&) = delete;
-
-    const uint8_t* bytes;
-    uint32_t size;
-
-private:
-    StringImplI* impl_;
-    bool plain_;
-};
-
-}  // namespace
-
-uint32_t hashOfString(const StringC& string) {
-    KeyTextC text(string.getImpl());
-    return hashOfBytes(text.bytes, static_cast<int32_t>(text.size));
-}
-
-uint32_t hashOfStringNoCase(const StringC& string) {
-    KeyTextC text(string.getImpl());
-    uint32_t h = 0;
-    if (text.size == 0) return h;
-    const uint8_t* p = text.bytes;
-    const uint8_t* end = p + text.size;
-    while (p < end) {
-        // ASCII is only OR-ed with 0x20: both cases of a letter meet, and so
-        // do a few punctuation pairs, which costs nothing but a shared list.
-        // utf8Next stops at the NUL behind the text, so a sequence cut off at
-        // the end is not read past it.
-        uint32_t c = *p < 0x80 ? uint32_t(*p++ | 0x20) : toLowerChar(utf8Next(p));
-        h += c;
-        h *= 1025;
-        h ^= h >> 6;
-    }
-    h *= 9;
-    h ^= h >> 11;
-    h *= 32769;
-    return h;
-}
-
-bool stringKeysEqual(const StringC& first, const StringC& second, bool caseInsensitive) {
-    StringImplI* a = first.getImpl();
-    StringImplI* b = second.getImpl();
-    if (a == b) return true;
-    if (!caseInsensitive) {
-        // compare is a byte comparison of the two "utf8" texts that answers 0
-        // only for equal bytes and equal byte counts, and equal bytes hold
-        // equal character counts: for two plain representations the answer
-        // is the byte test alone.
-        const uint8_t *x, *y;
-        uint32_t xSize, ySize;
-        if (plainText(a, x, xSize) && plainText(b, y, ySize)) {
-            return xSize == ySize && (xSize == 0 || memcmp(x, y, xSize) == 0);
-        }
-    }
-    if (a->length() != b->length()) return false;
-    return (caseInsensitive ? a->compareNoCase(b) : a->compare(b)) == 0;
 }
 
 }  // namespace keel

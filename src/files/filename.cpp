@@ -5,6 +5,7 @@
 #include <keel/stringar.h>
 #include "text/case.h"
 #include "text/utf8.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -20,35 +21,6 @@ namespace keel {
 namespace {
 
 const uint8_t kSeparator = '/';
-const uint8_t kEmptyText[1] = {0};
-
-// The "utf8" text of a representation, which is the representation's own
-// buffer, with its length. The representation must outlive the view and stay
-// unchanged while it is used.
-class BytesC {
-public:
-    explicit BytesC(const StringC& string) : impl_(string.getImpl()), text_(nullptr) {
-        void* out = nullptr;
-        impl_->text(&out, "utf8");
-        text_ = static_cast<const uint8_t*>(out);
-        // A representation without a buffer reads as the empty text.
-        size_ = text_ ? impl_->textLength("utf8") : 0;
-    }
-    ~BytesC() {
-        if (text_) impl_->releaseText(const_cast<uint8_t*>(text_), "utf8");
-    }
-    BytesC(const BytesC&) = delete;
-    BytesC& operator=(const BytesC&) = delete;
-
-    const uint8_t* data() const { return text_ ? text_ : kEmptyText; }
-    uint32_t size() const { return size_; }
-
-private:
-    StringImplI* impl_;
-    const uint8_t* text_;
-    uint32_t size_;
-};
-
 // Room for a result: on the stack for the usual lengths, on the heap beyond.
 template <class T, uint32_t kLocal>
 class ScratchM {
@@ -305,7 +277,7 @@ FileNameC::FileNameC(const StringArrayC& components) : driveFlag(false), rooted(
     uint8_t* o = joined.data();
     for (uint32_t i = 0; i < count; ++i) {
         if (i != 0) *o++ = kSeparator;
-        BytesC element(*components.at(i));
+        Utf8ViewC element(*components.at(i));
         memcpy(o, element.data(), element.size());
         o += element.size();
     }
@@ -342,7 +314,7 @@ void FileNameC::normalise() {
     shareFlag = false;
     StringImplI* normal;
     {
-        BytesC raw(text);
+        Utf8ViewC raw(text);
         if (isNormal(raw.data(), raw.size())) return;
         ByteScratchC room(raw.size());
         bool leading = false;
@@ -377,12 +349,12 @@ void FileNameC::join(const StringC& directory, const StringC& name) {
     StringImplI* joined = nullptr;
     bool plain;
     {
-        BytesC dir(directory);
+        Utf8ViewC dir(directory);
         const uint8_t* d = dir.data();
         uint32_t dn = dir.size();
         plain = dn == 0;
         if (!plain) {
-            BytesC rest(name);
+            Utf8ViewC rest(name);
             const uint8_t* m = rest.data();
             const uint32_t mn = rest.size();
             const bool nameSlash = mn > 0 && m[0] == kSeparator;
@@ -438,7 +410,7 @@ int FileNameC::compare(const FileNameC& other) const {
 bool FileNameC::isRoot() const { return rooted && text.isEmpty(); }
 
 int32_t FileNameC::getComponentCount() const {
-    BytesC bytes(text);
+    Utf8ViewC bytes(text);
     if (bytes.size() == 0) return 0;
     const uint8_t* end = bytes.data() + bytes.size();
     int32_t count = 1;
@@ -450,7 +422,7 @@ int32_t FileNameC::getComponentCount() const {
 
 StringC FileNameC::getComponent(int32_t index) const {
     if (index < 0) return StringC();
-    BytesC bytes(text);
+    Utf8ViewC bytes(text);
     if (bytes.size() == 0) return StringC();
     const uint8_t* end = bytes.data() + bytes.size();
     const uint8_t* start = bytes.data();
@@ -471,7 +443,7 @@ StringArrayC* FileNameC::getComponents(int32_t start, int32_t count) const {
     if (count == -1 || count > available) count = available;
     StringArrayC* array = new StringArrayC;
     if (count <= 0) return array;
-    BytesC bytes(text);
+    Utf8ViewC bytes(text);
     const uint8_t* end = bytes.data() + bytes.size();
     const uint8_t* at = bytes.data();
     for (int32_t i = 0; i < start; ++i) at = findByte(at, end, kSeparator) + 1;
@@ -488,8 +460,8 @@ StringArrayC* FileNameC::getComponents(int32_t start, int32_t count) const {
 // a "/" or the end follows.
 bool FileNameC::hasPrefix(const FileNameC& prefix) const {
     if (rooted != prefix.rooted) return false;
-    BytesC mine(text);
-    BytesC theirs(prefix.text);
+    Utf8ViewC mine(text);
+    Utf8ViewC theirs(prefix.text);
     uint32_t n = theirs.size();
     if (n == 0) return true;
     if (n > mine.size() || memcmp(mine.data(), theirs.data(), n) != 0) return false;
@@ -499,7 +471,7 @@ bool FileNameC::hasPrefix(const FileNameC& prefix) const {
 StringC FileNameC::getDirectoryText() const {
     uint32_t cut;
     {
-        BytesC bytes(text);
+        Utf8ViewC bytes(text);
         const uint8_t* last = findLastByte(bytes.data(), bytes.data() + bytes.size(), kSeparator);
         cut = last ? static_cast<uint32_t>(last - bytes.data()) : 0;
         if (rooted) {
@@ -531,7 +503,7 @@ FileNameC FileNameC::getParent() const { return FileNameC(getDirectoryText()); }
 // "/." rather than to "/". Nothing looks at the disk, so ".." in front of the
 // first component stays, rooted or not.
 StringC FileNameC::getCollapsedText() const {
-    BytesC bytes(text);
+    Utf8ViewC bytes(text);
     const uint32_t n = bytes.size();
     if (n == 0) return withRoot(StringC());
     const uint8_t* p = bytes.data();
@@ -584,8 +556,8 @@ StringC FileNameC::getCollapsedText() const {
 FileNameC FileNameC::getCollapsed() const { return FileNameC(getCollapsedText()); }
 
 StringC FileNameC::getBaseName(const StringC& suffix) const {
-    BytesC bytes(text);
-    BytesC cut(suffix);
+    Utf8ViewC bytes(text);
+    Utf8ViewC cut(suffix);
     uint32_t end = bytes.size();
     if (cut.size() != 0 && cut.size() <= end &&
         memcmp(bytes.data() + end - cut.size(), cut.data(), cut.size()) == 0) {
@@ -602,11 +574,11 @@ StringC FileNameC::getBaseName(const StringC& suffix) const {
 bool FileNameC::hasBaseName() const { return !text.isEmpty(); }
 
 bool FileNameC::matchesBaseName(const StringC& pattern) const {
-    BytesC bytes(text);
+    Utf8ViewC bytes(text);
     const uint8_t* end = bytes.data() + bytes.size();
     const uint8_t* last = findLastByte(bytes.data(), end, kSeparator);
     const uint8_t* base = last ? last + 1 : bytes.data();
-    BytesC wanted(pattern);
+    Utf8ViewC wanted(pattern);
     return matchBytes(base, static_cast<uint32_t>(end - base), wanted.data(), wanted.size(), true);
 }
 
@@ -619,7 +591,7 @@ StringC FileNameC::getExtension(uint32_t character) const {
     utf8Put(e, character);
     const size_t width = static_cast<size_t>(e - encoded);
     if (width == 0) return StringC();
-    BytesC bytes(text);
+    Utf8ViewC bytes(text);
     const uint8_t* p = bytes.data();
     const uint32_t n = bytes.size();
     for (uint32_t at = n; at >= width; --at) {
@@ -635,8 +607,8 @@ StringC FileNameC::getExtension(uint32_t character) const {
 
 FileNameC* FileNameC::relativeTo(const FileNameC& base) const {
     if (rooted != base.rooted) return new FileNameC(*this);
-    BytesC mine(text);
-    BytesC theirs(base.text);
+    Utf8ViewC mine(text);
+    Utf8ViewC theirs(base.text);
     const uint32_t n = theirs.size();
     if (mine.size() == n && memcmp(mine.data(), theirs.data(), n) == 0) {
         return new FileNameC(StringC(".", "system-8"));
@@ -661,8 +633,8 @@ FileNameC FileNameC::replaceSuffix(const StringC& newSuffix, const StringC& oldS
 void FileNameC::stripSuffix(StringC& string, const StringC& suffix) {
     StringImplI* shorter;
     {
-        BytesC bytes(string);
-        BytesC cut(suffix);
+        Utf8ViewC bytes(string);
+        Utf8ViewC cut(suffix);
         if (cut.size() == 0 || cut.size() > bytes.size()) return;
         uint32_t keep = bytes.size() - cut.size();
         if (memcmp(bytes.data() + keep, cut.data(), cut.size()) != 0) return;
@@ -673,8 +645,8 @@ void FileNameC::stripSuffix(StringC& string, const StringC& suffix) {
 }
 
 bool FileNameC::wildcardMatch(const StringC& name, const StringC& pattern, bool caseSensitive) {
-    BytesC nameBytes(name);
-    BytesC patternBytes(pattern);
+    Utf8ViewC nameBytes(name);
+    Utf8ViewC patternBytes(pattern);
     return matchBytes(nameBytes.data(), nameBytes.size(), patternBytes.data(), patternBytes.size(), caseSensitive);
 }
 

@@ -18,6 +18,7 @@
 #include "files/copyfile.h"
 #include "files/filestream.h"
 #include "frame/loadorder.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -364,10 +365,9 @@ int64_t FlnFileServiceC::getFreeSpace(const FileNameC* name) {
         current = FileNameC(current.getDirectoryText());
         collapsed = current.getCollapsedText();
     }
-    const char* text = collapsed.textUtf8();
+    Utf8ViewC text(collapsed);
     int64_t bytes = 0;
-    bool known = strlen(text) == collapsed.textUtf8Length() && freeDiskSpace(text, &bytes) == 0;
-    collapsed.releaseUtf8(text);
+    bool known = strlen(text.chars()) == text.size() && freeDiskSpace(text.chars(), &bytes) == 0;
     return known ? bytes : -1;
 }
 

@@ -5,6 +5,7 @@
 
 #include "files/fileserv.h"
 #include "text/utf8.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -182,8 +183,9 @@ StringC* StreamReaderC::read(uint32_t count) {
 }
 
 void StreamReaderC::pushBack(const StringC& text) {
-    const char* bytes = text.textUtf8();
-    uint32_t length = text.textUtf8Length();
+    Utf8ViewC view(text);
+    const char* bytes = view.chars();
+    uint32_t length = view.size();
     if (length > 0) {
         if (length <= pendingStart && memcmp(pending + pendingStart - length, bytes, length) == 0) {
             // The text just handed out comes back: only the start moves.
@@ -200,7 +202,6 @@ void StreamReaderC::pushBack(const StringC& text) {
             pendingEnd = length + rest;
         }
     }
-    text.releaseUtf8(bytes);
 }
 
 uint32_t StreamReaderC::readLine(StringC& line) {

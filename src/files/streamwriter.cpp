@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "files/fileserv.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -48,10 +49,8 @@ uint32_t StreamWriterC::write(const StringC& original) {
     // the three passes and their copies.
     StringC text = original;
     {
-        const char* bytes = original.textUtf8();
-        bool hasReturn = memchr(bytes, '\r', original.textUtf8Length()) != nullptr;
-        original.releaseUtf8(bytes);
-        if (hasReturn) text = convertLineEnds(original);
+        Utf8ViewC bytes(original);
+        if (memchr(bytes.data(), '\r', bytes.size()) != nullptr) text = convertLineEnds(original);
     }
     if (text.isEmpty()) return 0;
     TextEncodingI* encoding = encoder->getEncoding();
@@ -62,8 +61,9 @@ uint32_t StreamWriterC::write(const StringC& original) {
         uint32_t code = stream->write(mark, static_cast<int32_t>(length));
         if (code != 0) return code;
     }
-    const char* bytes = text.textUtf8();
-    uint32_t length = text.textUtf8Length();
+    Utf8ViewC view(text);
+    const char* bytes = view.chars();
+    uint32_t length = view.size();
     uint32_t code;
     if (encoding == findEncoding("utf8")) {
         code = stream->write(bytes, static_cast<int32_t>(length));
@@ -77,7 +77,6 @@ uint32_t StreamWriterC::write(const StringC& original) {
         uint32_t written = encoder->encode(bytes, length, buffer, bufferSize, nullptr);
         code = stream->write(buffer, static_cast<int32_t>(written));
     }
-    text.releaseUtf8(bytes);
     return code;
 }
 

@@ -14,6 +14,7 @@
 #include "text/case.h"
 #include "text/number.h"
 #include "text/utf8.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -85,8 +86,9 @@ inline bool isBlankChar(uint32_t c) { return c == ' ' || c == '\t' || c == '\n' 
 class ParseTextC {
 public:
     explicit ParseTextC(StringC& text) : caller(text), chars(localChars), count(0), erased(false) {
-        const char* bytes = text.textUtf8();
-        uint32_t size = text.textUtf8Length();
+        Utf8ViewC view(text);
+        const char* bytes = view.chars();
+        uint32_t size = view.size();
         // Short texts, the usual ones, live in the object's own arrays.
         if (size <= kLocal) {
             memcpy(localBytes, bytes, size);
@@ -97,7 +99,6 @@ public:
             source = heapBytes.data();
             chars = heapChars.data();
         }
-        text.releaseUtf8(bytes);
         const uint8_t* begin = reinterpret_cast<const uint8_t*>(source);
         const uint8_t* p = begin;
         const uint8_t* end = begin + size;

@@ -4,7 +4,7 @@
 
 #include <new>
 
-#include "containers/hashtbl.h"
+#include <keel/strkeyed.h>
 #include "errors/catalog.h"
 #include "errors/error.h"
 #include "errors/systemcat.h"

@@ -7,6 +7,7 @@
 
 #include <keel/stringar.h>
 #include "text/utf8.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -17,13 +18,10 @@ namespace {
 // the walk only.
 template <class Step>
 void walkText(const StringC& text, Step step) {
-    const char* bytes = text.textUtf8();
-    if (bytes) {
-        const uint8_t* p = reinterpret_cast<const uint8_t*>(bytes);
-        const uint8_t* end = p + text.textUtf8Length();
-        while (p < end && *p != 0) step(p, end);
-    }
-    text.releaseUtf8(bytes);
+    Utf8ViewC bytes(text);
+    const uint8_t* p = bytes.data();
+    const uint8_t* end = p + bytes.size();
+    while (p < end && *p != 0) step(p, end);
 }
 
 // A small set of characters: a bitmap for ASCII, a list for the rest.
@@ -55,9 +53,8 @@ private:
 
 // The bytes of `text` as it is, up to its end.
 void appendWhole(std::string& out, const StringC& text) {
-    const char* bytes = text.textUtf8();
-    if (bytes) out.append(bytes, text.textUtf8Length());
-    text.releaseUtf8(bytes);
+    Utf8ViewC bytes(text);
+    out.append(bytes.chars(), bytes.size());
 }
 
 // Appends the characters of `source` (up to its first NUL), each with the

@@ -14,6 +14,7 @@
 #include "text/case.h"
 #include "text/stringim.h"
 #include "text/utf8.h"
+#include "text/utf8view.h"
 #include "text/wordbits.h"
 
 namespace keel {
@@ -730,14 +731,10 @@ private:
 
     // A string's own internal text, read in place.
     void emitString(StringImplI* string) {
-        void* text = nullptr;
-        string->text(&text, "utf8");
-        // A representation without a buffer shows as empty.
-        const uint8_t* bytes =
-            text ? static_cast<const uint8_t*>(text) : reinterpret_cast<const uint8_t*>("");
-        const uint8_t* byteEnd = text ? bytes + string->textLength("utf8") : nullptr;
-        emitText(bytes, width_ > 0 ? string->length() : -1, true, byteEnd);
-        string->releaseText(text, "utf8");
+        Utf8ViewC text(string);
+        // A representation without a buffer shows as empty, its end unknown.
+        const uint8_t* byteEnd = text.rawBytes() ? text.data() + text.size() : nullptr;
+        emitText(text.data(), width_ > 0 ? string->length() : -1, true, byteEnd);
     }
 
     // Internal-form text of `length` characters (-1: not counted yet), cut
@@ -867,34 +864,35 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
     // Taken first: %! shows the error of the caller, whatever rendering
     // does to errno on the way.
     int errorNumber = errno;
-    void* text = nullptr;
-    format->text(&text, "utf8");
-    if (text) {
-        CallbackSinkC target(sink, context);
-        RendererM<CallbackSinkC> renderer(target, args, errorNumber);
-        renderer.run(static_cast<const uint8_t*>(text), nullptr);
+    {
+        Utf8ViewC text(format);
+        if (text.rawBytes()) {
+            CallbackSinkC target(sink, context);
+            RendererM<CallbackSinkC> renderer(target, args, errorNumber);
+            renderer.run(text.data(), nullptr);
+        }
     }
-    format->releaseText(text, "utf8");
     errno = errorNumber;
 }
 
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
     int errorNumber = errno;
-    void* text = nullptr;
-    format->text(&text, "utf8");
-    const uint8_t* bytes = static_cast<const uint8_t*>(text);
-    size_t length = bytes ? strlen(static_cast<const char*>(text)) : 0;
-    // Room for the format's own text and a little more is made at once; most
-    // messages then need no second buffer.
-    StringImplC* result =
-        StringFormatSinkC::newEmpty(static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64);
-    StringFormatSinkC target(result);
-    if (bytes) {
-        RendererM<StringFormatSinkC> renderer(target, args, errorNumber);
-        renderer.run(bytes, bytes + length);
+    StringImplC* result;
+    {
+        Utf8ViewC text(format);
+        const uint8_t* bytes = text.rawBytes();
+        size_t length = bytes ? strlen(text.chars()) : 0;
+        // Room for the format's own text and a little more is made at once;
+        // most messages then need no second buffer.
+        uint32_t room = static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64;
+        result = StringFormatSinkC::newEmpty(room);
+        StringFormatSinkC target(result);
+        if (bytes) {
+            RendererM<StringFormatSinkC> renderer(target, args, errorNumber);
+            renderer.run(bytes, bytes + length);
+        }
+        target.finish();
     }
-    target.finish();
-    format->releaseText(text, "utf8");
     errno = errorNumber;
     return result;
 }

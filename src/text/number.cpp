@@ -4,6 +4,7 @@
 #include "text/case.h"
 #include <keel/replace.h>
 #include "text/utf8.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -131,13 +132,15 @@ Signed parseInteger(const StringC& text, uint32_t* error, int base, uint32_t* en
     }
 
     // A string without a buffer reads as the empty text.
-    const char* data = text.textUtf8();
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(data ? data : "");
     uint32_t index = 0;
     Unsigned acc = 0;
     bool negative = false;
-    uint32_t code = scanMagnitude<Unsigned>(p, base, index, acc, negative);
-    text.releaseUtf8(data);
+    uint32_t code;
+    {
+        Utf8ViewC data(text);
+        const uint8_t* p = data.data();
+        code = scanMagnitude<Unsigned>(p, base, index, acc, negative);
+    }
     if (endIndex) *endIndex = index;
     if (code != 0 && code != kScanTrailingText) {
         if (error) *error = code;
@@ -183,8 +186,9 @@ static bool equalsWordAscii(const char* data, uint32_t size, const char* word) {
 bool parseBool(const StringC& text) {
     static const char* const kTrueWords[] = {"TRUE", "T",  "1",       "YES",
                                              "ON",   "OK", "ENABLED", "ACTIVE"};
-    const char* data = text.textUtf8();
-    uint32_t size = text.textUtf8Length();
+    Utf8ViewC bytes(text);
+    const char* data = bytes.rawBytes() ? bytes.chars() : nullptr;
+    uint32_t size = bytes.size();
     // ASCII text without NUL takes the byte path: there the case fold is the
     // ASCII one, and an equal character count is an equal byte count, so the
     // answer is that of equalsNoCase. Other text goes through equalsNoCase.
@@ -201,7 +205,6 @@ bool parseBool(const StringC& text) {
             break;
         }
     }
-    text.releaseUtf8(data);
     return result;
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "text/utf8.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -16,19 +17,16 @@ namespace {
 class SeparatorSetC {
 public:
     explicit SeparatorSetC(const StringC& set) {
-        const char* data = set.textUtf8();
-        if (data) {
-            const uint8_t* p = reinterpret_cast<const uint8_t*>(data);
-            while (*p) {
-                uint32_t c = utf8Next(p);
-                if (c < 0x80) {
-                    ascii[c >> 5] |= 1u << (c & 31);
-                } else {
-                    others.push_back(c);
-                }
+        Utf8ViewC data(set);
+        const uint8_t* p = data.data();
+        while (*p) {
+            uint32_t c = utf8Next(p);
+            if (c < 0x80) {
+                ascii[c >> 5] |= 1u << (c & 31);
+            } else {
+                others.push_back(c);
             }
         }
-        set.releaseUtf8(data);
     }
     bool contains(uint32_t c) const {
         if (c < 0x80) return (ascii[c >> 5] >> (c & 31)) & 1;
@@ -67,8 +65,8 @@ StringArrayC* splitString(const StringC& text, const StringC& separators, bool t
 
     SeparatorSetC set(separators);
     bool escapes = (escape & 0xFFFE) != 0xFFFE;
-    const char* data = text.textUtf8();
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(data ? data : "");
+    Utf8ViewC data(text);
+    const uint8_t* p = data.data();
     const uint8_t* start = p;
     bool escaped = false;
     while (*p) {
@@ -82,7 +80,6 @@ StringArrayC* splitString(const StringC& text, const StringC& separators, bool t
         p = next;
     }
     appendPiece(pieces, start, p, trim, keepEmpty);
-    text.releaseUtf8(data);
     return pieces;
 }
 

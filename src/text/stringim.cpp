@@ -18,6 +18,7 @@
 #include "text/textencoding.h"
 #include "text/utf8.h"
 #include "text/utf8scan.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -163,21 +164,17 @@ StringImplC::StringImplC(StringImplI* first, StringImplI* second) : StringImplC(
 void StringImplC::storeJoined(StringImplI* first, StringImplI* second) {
     uint32_t firstLength = utf8LengthOf(first);
     uint32_t secondLength = utf8LengthOf(second);
-    void* firstText = nullptr;
-    void* secondText = nullptr;
-    first->text(&firstText, "utf8");
-    second->text(&secondText, "utf8");
+    Utf8ViewC firstText(first);
+    Utf8ViewC secondText(second);
     reserve(firstLength + secondLength + 1);
-    if (firstLength) memcpy(data, firstText, firstLength);
-    if (secondLength) memcpy(data + firstLength, secondText, secondLength);
+    if (firstLength) memcpy(data, firstText.data(), firstLength);
+    if (secondLength) memcpy(data + firstLength, secondText.data(), secondLength);
     // The second's NUL; written here since a representation without a
     // buffer has no NUL to copy.
     data[firstLength + secondLength] = 0;
     byteLength = firstLength + secondLength;
     // Counting both parts here also gives them their counts.
     charCount = first->length() + second->length();
-    first->releaseText(firstText, "utf8");
-    second->releaseText(secondText, "utf8");
 }
 
 void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encoding) {
@@ -590,14 +587,12 @@ void StringImplC::erase(int32_t start, int32_t count) {
 // The cursor stays valid: the text in front of it does not change.
 void StringImplC::append(StringImplI* other) {
     uint32_t length = utf8LengthOf(other);
-    void* otherText = nullptr;
-    other->text(&otherText, "utf8");
+    Utf8ViewC otherText(other);
     reserve(byteLength + length + 1);
-    if (length) memcpy(data + byteLength, otherText, length);
+    if (length) memcpy(data + byteLength, otherText.data(), length);
     byteLength += length;
     data[byteLength] = 0;
     charCount = -1;
-    other->releaseText(otherText, "utf8");
 }
 
 void StringImplC::appendChar(uint32_t character) {
@@ -618,8 +613,7 @@ void StringImplC::appendChar(uint32_t character) {
 void StringImplC::insert(int32_t index, StringImplI* other) {
     uint32_t length = utf8LengthOf(other);
     if (length == 0) return;
-    void* otherText = nullptr;
-    other->text(&otherText, "utf8");
+    Utf8ViewC otherText(other);
     reserve(byteLength + length + 1);
     // After the reserve, which may have moved the buffer.
     uint8_t* p = seek(index);
@@ -633,11 +627,10 @@ void StringImplC::insert(int32_t index, StringImplI* other) {
         if (loadCursor().offset > static_cast<int32_t>(p - data)) clearCursor();
         uint32_t tail = static_cast<uint32_t>(data + byteLength - p) + 1;
         memmove(p + length, p, tail);
-        memcpy(p, otherText, length);
+        memcpy(p, otherText.data(), length);
         byteLength += length;
         charCount = -1;
     }
-    other->releaseText(otherText, "utf8");
 }
 
 void StringImplC::mapCharacters(CharMapFn map) {

@@ -16,6 +16,7 @@
 #include "text/case.h"
 #include "text/utf8.h"
 #include "text/utf8scan.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -53,29 +54,6 @@ inline uint32_t charValue(const uint8_t* p) {
 inline uint32_t byteValue(uint8_t b) { return b < 0x80 ? b : 0xFFFD; }
 
 inline uint32_t foldAscii(uint32_t c) { return c - 'A' < 26u ? c + 32 : c; }
-
-// The other string's "utf8" text, taken once and released at the end.
-class OtherTextC {
-public:
-    explicit OtherTextC(StringImplI* other) : other_(other), text_(nullptr) {
-        other_->text(&text_, "utf8");
-        size_ = text_ ? other_->textLength("utf8") : 0;
-    }
-    ~OtherTextC() { other_->releaseText(text_, "utf8"); }
-    OtherTextC(const OtherTextC&) = delete;
-    OtherTextC& operator=(const OtherTextC&) = delete;
-
-    const uint8_t* bytes() const {
-        static const uint8_t kEmpty[1] = {0};
-        return text_ ? static_cast<const uint8_t*>(text_) : kEmpty;
-    }
-    uint32_t size() const { return size_; }
-
-private:
-    StringImplI* other_;
-    void* text_;
-    uint32_t size_;
-};
 
 // A growable list of characters that lives on the stack while it is short.
 class CharBufferC {
@@ -120,7 +98,7 @@ private:
 class CharListC {
 public:
     explicit CharListC(StringImplI* other) : text_(other), ascii_(true) {
-        const uint8_t* p = text_.bytes();
+        const uint8_t* p = text_.data();
         const uint8_t* end = p + text_.size();
         while (p < end && *p != 0) {
             if (*p >= 0x80) ascii_ = false;
@@ -133,10 +111,10 @@ public:
     // True when every character is a one-byte ASCII character; then
     // needle() is the same characters as a C text.
     bool ascii() const { return ascii_; }
-    const char* needle() const { return reinterpret_cast<const char*>(text_.bytes()); }
+    const char* needle() const { return reinterpret_cast<const char*>(text_.data()); }
 
 private:
-    OtherTextC text_;
+    Utf8ViewC text_;
     bool ascii_;
     CharBufferC chars_;
 };
@@ -320,9 +298,9 @@ HitT findBackwardInSet(StringImplC& s, StringImplI* set, int32_t before, bool wa
 // NULs inside either text count like any other byte.
 int StringImplC::compare(StringImplI* other) {
     if (other == this) return 0;
-    OtherTextC theirs(other);
+    Utf8ViewC theirs(other);
     const uint8_t* a = textBytes();
-    const uint8_t* b = theirs.bytes();
+    const uint8_t* b = theirs.data();
     uint32_t common = byteLength < theirs.size() ? byteLength : theirs.size();
     if (memcmp(a, b, common) != 0) {
         uint32_t i = 0;
@@ -337,9 +315,9 @@ int StringImplC::compare(StringImplI* other) {
 // apart and the byte lengths decide the tail.
 int StringImplC::compareNoCase(StringImplI* other) {
     if (other == this) return 0;
-    OtherTextC theirs(other);
+    Utf8ViewC theirs(other);
     const uint8_t* p1 = textBytes();
-    const uint8_t* p2 = theirs.bytes();
+    const uint8_t* p2 = theirs.data();
     const uint8_t* end2 = p2 + theirs.size();
     const uint8_t* bound = p1 + (byteLength < theirs.size() ? byteLength : theirs.size());
     while (p1 < bound) {
@@ -371,10 +349,10 @@ int StringImplC::compareNoCase(StringImplI* other) {
 // without moving, and the walk would never end.
 int StringImplC::compareNatural(StringImplI* other, bool foldCase) {
     if (other == this) return 0;
-    OtherTextC theirs(other);
+    Utf8ViewC theirs(other);
     const uint8_t* p1 = textBytes();
     const uint8_t* end1 = p1 + byteLength;
-    const uint8_t* p2 = theirs.bytes();
+    const uint8_t* p2 = theirs.data();
     const uint8_t* end2 = p2 + theirs.size();
     for (;;) {
         if (p1 >= end1 || p2 >= end2) {

@@ -16,6 +16,7 @@
 #include "text/textencoding.h"
 #include "text/utf8.h"
 #include "text/utf8scan.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -99,14 +100,12 @@ SecureStringImplC::SecureStringImplC(StringImplI* first, StringImplI* second) {
 
 SecureStringImplC::SecureStringImplC(StringImplI* other) {
     uint32_t length = utf8LengthOf(other);
-    void* otherText = nullptr;
-    other->text(&otherText, "utf8");
+    Utf8ViewC otherText(other);
     reserve(length + 1);
-    if (length) memcpy(data, otherText, length);
+    if (length) memcpy(data, otherText.data(), length);
     data[length] = 0;
     byteLength = length;
     charCount = other->length();
-    other->releaseText(otherText, "utf8");
 }
 
 SecureStringImplC::~SecureStringImplC() {

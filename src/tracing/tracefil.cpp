@@ -18,6 +18,7 @@
 #include "files/strdup.h"
 #include "locale/datetime.h"
 #include "text/utf8.h"
+#include "text/utf8view.h"
 #include "tracing/tracecim.h"
 
 namespace keel {
@@ -252,12 +253,11 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
                                     static_cast<int64_t>(clock.tv_usec) * 100,
                                 false);
                 StringC text = stamp.toLocal().format(43);
-                const char* bytes = text.textUtf8();
-                size_t length = text.textUtf8Length();
+                Utf8ViewC bytes(text);
+                size_t length = bytes.size();
                 if (length > 64) length = 64;
-                memcpy(p, bytes, length);
+                memcpy(p, bytes.data(), length);
                 p += length;
-                text.releaseUtf8(bytes);
             } else if (ticksPerSecond != 0) {
                 p = putSeconds(p, relative, ticksPerSecond);
             }
