@@ -1,4 +1,5 @@
 #include "files/fileserv.h"
+#include "files/fillistr.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -51,37 +52,6 @@ bool statCollapsed(const FileNameC* name, bool link, struct stat64* record) {
         if (result == 0) return true;
         if (errno != EINTR) return false;
     }
-}
-
-// Directories are read with readdir64 throughout: on a 32-bit program the
-// plain readdir fails with EOVERFLOW on file systems whose directory
-// offsets need 64 bits, and would make a full directory look empty.
-//
-// The regular files below the directory `path`, depth first, without
-// entering symbolic links; the size of a link's target is counted, as
-// stat follows it. Entries that cannot be read are skipped.
-void addTreeSize(const std::string& path, int64_t* total, int32_t* files) {
-    DIR* directory = opendir(path.c_str());
-    if (!directory) return;
-    while (struct dirent64* entry = readdir64(directory)) {
-        const char* entryName = entry->d_name;
-        if (entryName[0] == 0 || strcmp(entryName, ".") == 0 || strcmp(entryName, "..") == 0) continue;
-        std::string child = path;
-        if (child.empty() || child[child.size() - 1] != '/') child += '/';
-        child += entryName;
-        struct stat64 record;
-        if (lstat64(child.c_str(), &record) != 0) continue;
-        if (S_ISDIR(record.st_mode)) {
-            addTreeSize(child, total, files);
-            continue;
-        }
-        int64_t size = 0;
-        if (regularFileSize(child.c_str(), &size)) {
-            *total += size;
-            ++*files;
-        }
-    }
-    closedir(directory);
 }
 
 }  // namespace
@@ -260,11 +230,24 @@ int64_t FlnFileServiceC::getSize(const FileNameC* name, int32_t* fileCount) {
     if (isDirectory(name)) {
         // The walk of a recursive lister: every entry below that is no
         // directory (links are not entered) and is a regular file by stat.
-        NativeNameC native(*name, false, true);
-        const char* text = native.get();
         int64_t total = 0;
         int32_t files = 0;
-        if (text) addTreeSize(text, &total, &files);
+        FileListerI* lister = createLister(name, 1);
+        FileNameC* entry;
+        bool entryIsDirectory;
+        while (lister->nextName(&entry, &entryIsDirectory) == 0) {
+            if (!entry) continue;
+            if (!entryIsDirectory) {
+                NativeNameC native(*entry, false, true);
+                const char* text = native.get();
+                int64_t size = 0;
+                if (text && regularFileSize(text, &size)) {
+                    total += size;
+                    ++files;
+                }
+            }
+            delete entry;
+        }
         if (fileCount) *fileCount = files;
         return total;
     }
@@ -432,7 +415,9 @@ uint32_t FlnFileServiceC::moveAlias(const FileNameC* source, const FileNameC* de
 
 uint32_t FlnFileServiceC::copy(const FileNameC*, const FileNameC*, CopyProgressFn, void*) { return 0xE0CB000Du; }
 
-FileListerI* FlnFileServiceC::createLister(const FileNameC*, uint32_t) { return nullptr; }
+FileListerI* FlnFileServiceC::createLister(const FileNameC* name, uint32_t flags) {
+    return new FileListerC(name, flags);
+}
 
 bool FlnFileServiceC::isSystem(const FileNameC* name) {
     reportWithName(0xE0CB0014u, kIsSystemText, name);

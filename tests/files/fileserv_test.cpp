@@ -193,7 +193,6 @@ TEST_F(FileServiceTest, ReportsOfTheirOwn) {
     // nothing and touch nothing.
     EXPECT_EQ(0xE0CB000Du, files->reservedSetter());
     EXPECT_EQ(0x80000001u, files->reservedCodeA());
-    EXPECT_EQ(nullptr, files->createLister(&n, 0));
     EXPECT_EQ(0xE0CB000Du, files->copy(&n, &n, nullptr, nullptr));
     EXPECT_FALSE(files->remove(&n, true, true));
     EXPECT_TRUE(errorCodes().empty());
