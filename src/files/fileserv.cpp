@@ -1,4 +1,5 @@
 #include "files/fileserv.h"
+#include "files/filelist.h"
 #include "files/fillistr.h"
 
 #include <dirent.h>
@@ -380,13 +381,58 @@ FileNameC* FlnFileServiceC::createUniqueName(const FileNameC*, const StringC&, c
     return nullptr;
 }
 
-bool FlnFileServiceC::remove(const FileNameC*, bool, bool) { return false; }
+bool FlnFileServiceC::remove(const FileNameC* name, bool force, bool recursive) {
+    if (!name) return false;
+    bool gone;
+    {
+        NativeNameC native(*name, false, true);
+        const char* text = native.get();
+        if (!text) return false;
+        // A symbolic link is taken away as a link, never followed: emptying
+        // its target would reach outside what the caller named.
+        if (!isSymbolicLink(name) && isDirectory(name)) {
+            gone = rmdir(text) == 0;
+            if (!gone && recursive) gone = removeChildren(name, force);
+        } else {
+            gone = ::remove(text) == 0 || errno == ENOENT;
+        }
+    }
+    if (gone) return true;
+    if (!force) return false;
+    int error = errno;
+    if (!setReadOnly(name, false)) {
+        errno = error;
+        return false;
+    }
+    return remove(name, false, recursive);
+}
+
+bool FlnFileServiceC::removeChildren(const FileNameC* directory, bool force) {
+    FileListingC listing(instance()->createLister(directory, 0), true);
+    bool all = true;
+    int error = 0;
+    for (uint32_t i = 0; i < listing.size(); ++i) {
+        if (!remove(listing.nameAt(i), force, true)) {
+            all = false;
+            error = errno;
+        }
+    }
+    NativeNameC native(*directory, false, true);
+    const char* text = native.get();
+    bool removed = text && rmdir(text) == 0;
+    if (!removed) return false;
+    if (!all) errno = error;
+    return all;
+}
 
 void FlnFileServiceC::removeAtExit(const FileNameC* name) {
     if (name) removeAtExitList.append(new FileNameC(*name));
 }
 
-uint32_t FlnFileServiceC::removeFile(const FileNameC*) { return 0xE0CB000Du; }
+uint32_t FlnFileServiceC::removeFile(const FileNameC* name) {
+    if (remove(name, false, true)) return 0;
+    return reportSystemError();
+}
 
 bool FlnFileServiceC::createDirectory(const FileNameC* name, bool withParents) {
     if (!name || name->isRoot()) return false;

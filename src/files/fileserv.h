@@ -118,6 +118,10 @@ public:
     const OsVersionC& getOsVersion() const { return osVersion; }
 
 private:
+    // Removes every entry of the directory (recursively, links as links),
+    // then the directory; true only when all of that worked.
+    bool removeChildren(const FileNameC* directory, bool force);
+
     // While copy walks a tree: its bytes and files; otherwise 0.
     int64_t copyTotalBytes;
     uint32_t copyTotalFiles;

@@ -194,7 +194,6 @@ TEST_F(FileServiceTest, ReportsOfTheirOwn) {
     EXPECT_EQ(0xE0CB000Du, files->reservedSetter());
     EXPECT_EQ(0x80000001u, files->reservedCodeA());
     EXPECT_EQ(0xE0CB000Du, files->copy(&n, &n, nullptr, nullptr));
-    EXPECT_FALSE(files->remove(&n, true, true));
     EXPECT_TRUE(errorCodes().empty());
 }
 
@@ -295,6 +294,34 @@ TEST(FileServiceSlotTest, OperationsInTheirOrder) {
         SLOT(openVerified), SLOT(isSameFile)};
     expected.resize(seen.size());
     EXPECT_EQ(expected, seen);
+}
+
+// A symbolic link planted inside a tree to a directory outside it: removing
+// the tree takes the link away as a link and leaves the outside whole.
+TEST_F(FileServiceTest, RemoveNeverFollowsALink) {
+    ASSERT_EQ(0, mkdir(path("outside").c_str(), 0755));
+    writeFile("outside/keep", "k");
+    ASSERT_EQ(0, mkdir(path("tree").c_str(), 0755));
+    ASSERT_EQ(0, mkdir(path("tree/sub").c_str(), 0755));
+    writeFile("tree/sub/f", "x");
+    ASSERT_EQ(0, symlink(path("outside").c_str(), path("tree/sub/link").c_str()));
+    FileNameC tree = name("tree");
+    EXPECT_FALSE(files->remove(&tree, false, false));
+    EXPECT_FALSE(files->remove(&tree, true, false));
+    EXPECT_TRUE(files->remove(&tree, false, true));
+    EXPECT_EQ("<missing>", readFile("tree/sub/f"));
+    EXPECT_EQ("k", readFile("outside/keep"));
+    // A link given directly goes as a link too.
+    ASSERT_EQ(0, symlink(path("outside").c_str(), path("direct").c_str()));
+    FileNameC direct = name("direct");
+    EXPECT_TRUE(files->remove(&direct, true, true));
+    EXPECT_FALSE(files->isSymbolicLink(&direct));
+    EXPECT_EQ("k", readFile("outside/keep"));
+    // What is not there is gone already.
+    FileNameC missing = name("missing");
+    EXPECT_TRUE(files->remove(&missing, false, false));
+    EXPECT_EQ(0u, files->removeFile(&missing));
+    EXPECT_TRUE(errorCodes().empty());
 }
 
 }  // namespace
