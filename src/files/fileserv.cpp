@@ -4,6 +4,8 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
@@ -15,6 +17,7 @@
 #include <string>
 
 #include <keel/arglist.h>
+#include <keel/errors.h>
 
 #include "errors/errapi.h"
 #include "files/copyfile.h"
@@ -33,6 +36,24 @@ const char kIsHiddenText[] = "\x01\x01" "e\x01" "Cannot get hidden state of file
 const char kSetHiddenText[] = "\x01\x01" "e\x01" "Cannot set hidden state of file '%1$S'";
 const char kIsSystemText[] = "\x01\x01" "e\x01" "Cannot get system state of file '%1$S'";
 const char kChangeDirectoryText[] = "\x01\x01" "e\x01" "Cannot change to directory '%1$S'";
+
+const char kTemplateText[] =
+    "\x01\x01" "e\x01" "createSecureTempFile failed to create the name template for temp file. '%1$S'";
+const char kMissingDirectoryText[] =
+    "\x01\x01" "e\x01" "createSecureTempFile the input directory does not exist. '%1$S'";
+const char kNewTempText[] =
+    "\x01\x01" "e\x01" "createSecureTempFile failed to create the new temp file name. '%1$S'";
+
+// printf-style text in "system-8", for the arguments of the reports above.
+StringC formatSystem(const char* format, ...) __attribute__((format(printf, 1, 2)));
+StringC formatSystem(const char* format, ...) {
+    char text[4200];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return StringC(text, "system-8");
+}
 
 uint32_t reportWithName(uint32_t code, const char* text, const FileNameC* name) {
     ArgListC args;
@@ -355,11 +376,20 @@ int64_t FlnFileServiceC::getFreeSpace(const FileNameC* name) {
     return known ? bytes : -1;
 }
 
-// The operations of copying, moving, removing and temporary files come with
-// the directory listers. Until then each answers as a call that did nothing:
-// no name, false, or 0xE0CB000D (the operation is not available), without a
-// report, and touches nothing on the disk.
-FileNameC* FlnFileServiceC::createTempName(const StringC&) { return nullptr; }
+// Temporary files and unique names. A name comes from rand(), which the
+// service seeded at start; collisions are tried again and leave no report.
+FileNameC* FlnFileServiceC::createTempName(const StringC& prefix) {
+    StringC directory = getTempDirectory();
+    if (!directory.isEmpty()) {
+        FileNameC directoryName(directory);
+        FileNameC* found = createUniqueName(&directoryName, prefix, StringC(), false);
+        if (found) return found;
+    }
+    ArgListC args;
+    args.add("Error creating temporary file using random file name");
+    reportError(0xE0CB001Eu, kTemplateText, args);
+    return nullptr;
+}
 
 StringC FlnFileServiceC::getTempDirectory() {
     static const char* const variables[] = {"TMPDIR", "TMP", "TEMP"};
@@ -370,14 +400,103 @@ StringC FlnFileServiceC::getTempDirectory() {
     return StringC("/tmp", "ascii");
 }
 
-uint32_t FlnFileServiceC::createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC*,
-                                               const StringC&) {
-    if (outDescriptor) *outDescriptor = -1;
-    outPath = StringC();
-    return 0xE0CB000Du;
+uint32_t FlnFileServiceC::createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC* directory,
+                                               const StringC& prefix) {
+    int32_t ignored;
+    if (!outDescriptor) outDescriptor = &ignored;
+    *outDescriptor = -1;
+    char buffer[4096];
+    memset(buffer, 0, sizeof buffer);
+    uint32_t code = 0;
+    StringC dirText = directory ? directory->toString() : StringC();
+    bool usable = false;
+    if (!dirText.isEmpty()) {
+        FileNameC given(dirText);
+        usable = isDirectory(&given);
+    }
+    if (!usable) {
+        // A directory the caller got wrong is replaced by the temporary one.
+        dirText = getTempDirectory();
+        if (dirText.isEmpty()) {
+            ArgListC args;
+            args.add(formatSystem("getenv failed with error %d", errno));
+            code = reportError(0xE0CB001Eu, kTemplateText, args);
+        } else {
+            FileNameC fallback(dirText);
+            usable = isDirectory(&fallback);
+            if (!usable) {
+                const char* text = dirText.textSystem();
+                ArgListC args;
+                args.add(formatSystem("Invalid temp dir: %s", text));
+                dirText.releaseSystem(text);
+                code = reportError(0xE0CB001Fu, kMissingDirectoryText, args);
+            }
+        }
+    }
+    if (usable) {
+        const char* dirBytes = dirText.textSystem();
+        const char* prefixBytes = prefix.textSystem();
+        std::string pathTemplate = std::string(dirBytes) + "/" + prefixBytes + "XXXXXX";
+        dirText.releaseSystem(dirBytes);
+        prefix.releaseSystem(prefixBytes);
+        if (pathTemplate.size() > 4095) {
+            ArgListC args;
+            args.add("The path constructed was too long");
+            code = reportError(0xE0CB001Eu, kTemplateText, args);
+        } else {
+            int written = snprintf(buffer, sizeof buffer, "%s", pathTemplate.c_str());
+            if (written > 4095) {
+                ArgListC args;
+                args.add(formatSystem("snprintf failed returning %d", written));
+                code = reportError(0xE0CB001Eu, kTemplateText, args);
+            } else {
+                // mkstemp creates and opens in one step with O_EXCL, so a
+                // name planted meanwhile (a symbolic link too) is never used.
+                *outDescriptor = mkstemp(buffer);
+                if (*outDescriptor == -1) {
+                    ArgListC args;
+                    args.add(formatSystem("mkstemp failed with errno %d", errno));
+                    code = reportError(0xE0CB001Du, kNewTempText, args);
+                }
+            }
+        }
+    }
+    if (*outDescriptor == -1 && code == 0) {
+        ArgListC args;
+        args.add("Unknown error creating temporary file");
+        code = reportError(0xE0CB001Eu, kTemplateText, args);
+    }
+    outPath = StringC(buffer, "system-8");
+    return code;
 }
 
-FileNameC* FlnFileServiceC::createUniqueName(const FileNameC*, const StringC&, const StringC&, bool) {
+FileNameC* FlnFileServiceC::createUniqueName(const FileNameC* directory, const StringC& prefix,
+                                             const StringC& suffix, bool create) {
+    ErrBufI* errors = getErrBuf();
+    uint32_t mark = errors->getMark();
+    for (uint32_t attempt = 0; attempt < 0x7FFFFFFFu; ++attempt) {
+        std::string number = std::to_string(rand());
+        StringC text(StringC(prefix, StringC(number.c_str(), "ascii")), suffix);
+        FileNameC* name = new FileNameC(directory, text);
+        if (!create) {
+            if (!exists(name)) return name;
+            delete name;
+            continue;
+        }
+        uint32_t count = errors->getCount();
+        // Create new (O_CREAT | O_EXCL): a name somebody holds, a planted
+        // symbolic link included, fails with EEXIST and the next is tried.
+        IOStreamC* stream = openStream(name, 2, 2, 0, false);
+        if (stream) {
+            delete stream;
+            return name;
+        }
+        delete name;
+        if (errors->getCount() <= count) return nullptr;
+        ErrEntryI* first = errors->getEntry(count);
+        if (!first || first->getCode() != 0xE0000011u) return nullptr;
+        errors->recover(mark);
+    }
     return nullptr;
 }
 

@@ -324,5 +324,66 @@ TEST_F(FileServiceTest, RemoveNeverFollowsALink) {
     EXPECT_TRUE(errorCodes().empty());
 }
 
+TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
+    FileNameC here(StringC(dir.c_str(), "utf8"));
+    StringC made;
+    int32_t fd = -2;
+    ASSERT_EQ(0u, files->createSecureTempFile(made, &fd, &here, StringC("pre", "ascii")));
+    ASSERT_GE(fd, 0);
+    std::string madePath = testkit::textOf(made);
+    EXPECT_EQ(path("pre"), madePath.substr(0, madePath.size() - 6));
+    struct stat64 record;
+    ASSERT_EQ(0, fstat64(fd, &record));
+    EXPECT_EQ(0600u, record.st_mode & 0777u);
+    close(fd);
+
+    // A missing directory falls back to the temporary one; an empty TMPDIR
+    // or one naming nothing fails with its own code.
+    const char* saved = getenv("TMPDIR");
+    std::string savedText = saved ? saved : "";
+    setenv("TMPDIR", dir.c_str(), 1);
+    FileNameC missing = name("missing");
+    EXPECT_EQ(0u, files->createSecureTempFile(made, &fd, &missing, StringC("fb", "ascii")));
+    EXPECT_EQ(path("fb"), testkit::textOf(made).substr(0, path("fb").size()));
+    close(fd);
+    setenv("TMPDIR", "", 1);
+    EXPECT_EQ(0xE0CB001Eu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
+    EXPECT_EQ(-1, fd);
+    setenv("TMPDIR", path("missing").c_str(), 1);
+    EXPECT_EQ(0xE0CB001Fu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
+    if (saved) setenv("TMPDIR", savedText.c_str(), 1); else unsetenv("TMPDIR");
+    testkit::clearErrors();
+    // The bound on the template: 4,095 characters pass it, 4,096 do not.
+    std::string longPrefix(4095 - dir.size() - 1 - 6, 'p');
+    EXPECT_EQ(0xE0CB001Du, files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
+    EXPECT_EQ(4095u, testkit::textOf(made).size());
+    longPrefix += 'p';
+    EXPECT_EQ(0xE0CB001Eu, files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
+    EXPECT_EQ("", testkit::textOf(made));
+    testkit::clearErrors();
+
+    // A symbolic link planted where the first random name falls is refused
+    // (create new), and its target is never made.
+    srand(77);
+    std::string first = "u" + std::to_string(rand()) + ".x";
+    ASSERT_EQ(0, symlink(path("target").c_str(), path(first).c_str()));
+    srand(77);
+    FileNameC* unique = files->createUniqueName(&here, StringC("u", "ascii"), StringC(".x", "ascii"), true);
+    ASSERT_NE(nullptr, unique);
+    EXPECT_NE(path(first), testkit::textOf(unique->toString()));
+    EXPECT_EQ("", readFile(testkit::textOf(unique->toString()).substr(dir.size() + 1)));
+    EXPECT_EQ("<missing>", readFile("target"));
+    EXPECT_TRUE(errorCodes().empty());
+    delete unique;
+    // A missing directory stops at once, its errors left in the buffer.
+    EXPECT_EQ(nullptr, files->createUniqueName(&missing, StringC("u", "ascii"), StringC(), true));
+    EXPECT_FALSE(errorCodes().empty());
+    testkit::clearErrors();
+    FileNameC* free = files->createTempName(StringC("t", "ascii"));
+    ASSERT_NE(nullptr, free);
+    EXPECT_FALSE(files->exists(free));
+    delete free;
+}
+
 }  // namespace
 }  // namespace keel
