@@ -55,6 +55,23 @@ StringC formatSystem(const char* format, ...) {
     return StringC(text, "system-8");
 }
 
+const char kCreateDirectoryText[] = "\x01\x01" "e\x01" "Cannot create directory '%1$S'";
+const char kOpenSourceText[] =
+    "\x01\x01" "e\x01" "Failed to open the source file when copying file '%1$S' to '%2$S'";
+const char kOpenDestinationText[] =
+    "\x01\x01" "e\x01" "Failed to open the destination file when copying file '%1$S' to '%2$S'";
+const char kReadSourceText[] =
+    "\x01\x01" "e\x01" "Failed to read the source file when copying file '%1$S' to '%2$S'";
+const char kWriteDestinationText[] =
+    "\x01\x01" "e\x01" "Failed to write to the destination file when copying file '%1$S' to '%2$S'";
+
+uint32_t reportTwoNames(uint32_t code, const char* text, const FileNameC* first, const FileNameC* second) {
+    ArgListC args;
+    args.add(first ? first->toString() : StringC());
+    args.add(second ? second->toString() : StringC());
+    return reportError(code, text, args);
+}
+
 uint32_t reportWithName(uint32_t code, const char* text, const FileNameC* name) {
     ArgListC args;
     args.add(name ? name->toString() : StringC());
@@ -572,13 +589,150 @@ bool FlnFileServiceC::createDirectory(const FileNameC* name, bool withParents) {
     return false;
 }
 
-uint32_t FlnFileServiceC::move(const FileNameC*, const FileNameC*) { return 0xE0CB000Du; }
+uint32_t FlnFileServiceC::move(const FileNameC* source, const FileNameC* destination) {
+    if (!source || !destination) return systemErrorCode(EINVAL);
+    int error;
+    {
+        NativeNameC from(*source, false, true);
+        NativeNameC to(*destination, false, true);
+        const char* fromText = from.get();
+        const char* toText = to.get();
+        if (!fromText || !toText) return systemErrorCode(EINVAL);
+        errno = 0;
+        if (rename(fromText, toText) == 0) return 0;
+        error = errno;
+    }
+    if (error == 0) return 0;
+    if (error != EXDEV || !isFile(source)) return systemErrorCode(error);
+    // Across devices: copy, then remove. The copy must reach the disk
+    // before the source goes; a destination that cannot be flushed or
+    // closed is a failed write and the source stays.
+    uint32_t closeCode = 0;
+    uint32_t code = copyFile(source, destination, nullptr, nullptr, true, &closeCode);
+    if (code != 0) return closeCode != 0 ? closeCode : code;
+    copyAttributes(source, destination);
+    setModifiedTime(destination, getModifiedTime(source));
+    NativeNameC from(*source, false, true);
+    const char* fromText = from.get();
+    if (!fromText || ::remove(fromText) != 0) return systemErrorCode(errno);
+    return 0;
+}
 
 uint32_t FlnFileServiceC::moveAlias(const FileNameC* source, const FileNameC* destination) {
     return move(source, destination);
 }
 
-uint32_t FlnFileServiceC::copy(const FileNameC*, const FileNameC*, CopyProgressFn, void*) { return 0xE0CB000Du; }
+uint32_t FlnFileServiceC::copyFile(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
+                                   void* context, bool syncDestination, uint32_t* closeCode) {
+    FileServiceI* service = instance();
+    IOStreamC* input = service->openStream(source, 3, 1, 1, false);
+    if (!input) return reportTwoNames(0xE0CB0016u, kOpenSourceText, source, destination);
+    int64_t fileSize = input->getLength();
+    IOStreamC* output = service->openStream(destination, 1, 2, 1, false);
+    if (!output) {
+        delete input;
+        return reportTwoNames(0xE0CB0017u, kOpenDestinationText, source, destination);
+    }
+    int64_t totalBytes = copyTotalBytes != 0 ? copyTotalBytes : fileSize;
+    int32_t totalFiles = copyTotalFiles != 0 ? static_cast<int32_t>(copyTotalFiles) : 1;
+    char buffer[4096];
+    int64_t done = 0;
+    uint32_t code = 0;
+    for (;;) {
+        int32_t got = input->read(buffer, sizeof buffer);
+        if (got < 0) {
+            code = reportTwoNames(0xE0CB0018u, kReadSourceText, source, destination);
+            break;
+        }
+        if (got == 0) break;
+        if (output->write(buffer, got) != 0) {
+            code = reportTwoNames(0xE0CB0019u, kWriteDestinationText, source, destination);
+            break;
+        }
+        done += got;
+        // A stopped copy is no error; the partial destination stays.
+        if (progress && !progress(source, destination, totalBytes, totalFiles, fileSize, done, context)) break;
+    }
+    // A destination that fails to close (or to reach the disk, when asked)
+    // lost data that the writes above accepted: that is a failed write.
+    uint32_t ending = 0;
+    if (code == 0 && syncDestination) ending = output->flush();
+    uint32_t closed = output->close();
+    if (ending == 0) ending = closed;
+    if (code == 0 && ending != 0) {
+        if (closeCode) *closeCode = ending;
+        code = reportTwoNames(0xE0CB0019u, kWriteDestinationText, source, destination);
+    }
+    delete output;
+    delete input;
+    return code;
+}
+
+uint32_t FlnFileServiceC::copyDirectoryNode(const FileNameC* source, const FileNameC* destination) {
+    if (createDirectory(destination, false)) {
+        copyAttributes(source, destination);
+        return 0;
+    }
+    return reportWithName(0xE0CB0002u, kCreateDirectoryText, destination);
+}
+
+bool FlnFileServiceC::linksToAncestor(const FileNameC* source) {
+    struct stat64 link;
+    struct stat64 target;
+    if (!statCollapsed(source, true, &link) || !S_ISLNK(link.st_mode)) return false;
+    if (!statCollapsed(source, false, &target)) return false;
+    FileNameC current = source->getParent();
+    for (;;) {
+        struct stat64 record;
+        if (statCollapsed(&current, false, &record) && record.st_dev == target.st_dev &&
+            record.st_ino == target.st_ino)
+            return true;
+        FileNameC parent = current.getParent();
+        if (parent.compare(current) == 0 || current.isRoot()) return false;
+        current = parent;
+    }
+}
+
+uint32_t FlnFileServiceC::copy(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
+                              void* context) {
+    if (!source || !destination) return reportTwoNames(0xE0CB0016u, kOpenSourceText, source, destination);
+    if (!isDirectory(source)) {
+        ErrBufI* errors = getErrBuf();
+        uint32_t mark = errors->getMark();
+        if (copyFile(source, destination, progress, context, false, nullptr) == 0) return 0;
+        setReadOnly(destination, false);
+        errors->recover(mark);
+        return copyFile(source, destination, progress, context, false, nullptr);
+    }
+    uint32_t code = copyDirectoryNode(source, destination);
+    if (code != 0) return code;
+    // A link to a directory on its own path would be copied into itself
+    // without end: the directory is made, not entered.
+    if (linksToAncestor(source)) return 0;
+    int32_t files = 0;
+    copyTotalBytes = getSize(source, &files);
+    copyTotalFiles = static_cast<uint32_t>(files);
+    FileListerI* lister = createLister(source, 5);
+    FileNameC* entry;
+    bool entryIsDirectory;
+    for (;;) {
+        if (lister->nextName(&entry, &entryIsDirectory) != 0) {
+            copyTotalBytes = 0;
+            copyTotalFiles = 0;
+            return 0;
+        }
+        if (!entry) continue;
+        StringC relative = entry->getCollapsedText();
+        FileNameC from(source, relative);
+        FileNameC to(destination, relative);
+        code = entryIsDirectory ? copyDirectoryNode(&from, &to) : copy(&from, &to, progress, context);
+        delete entry;
+        if (code != 0) {
+            lister->finish();
+            return code;
+        }
+    }
+}
 
 FileListerI* FlnFileServiceC::createLister(const FileNameC* name, uint32_t flags) {
     return new FileListerC(name, flags);
