@@ -210,5 +210,23 @@ TEST_F(ListerTest, FiltersDropFilesButKeepDirectories) {
     EXPECT_EQ(0u, none.size());
 }
 
+// Deep and wide: every level and entry comes back once; a walk holds one
+// handle per level, so depth costs no tree in memory.
+TEST_F(ListerTest, DeepAndWideTrees) {
+    std::string deep = "deep";
+    makeDir(deep);
+    for (int level = 0; level < 200; ++level) {
+        deep += "/d";
+        makeDir(deep);
+    }
+    writeFile(deep + "/bottom", "b");
+    std::vector<std::string> walked = pull(1, nullptr, "deep");
+    ASSERT_EQ(201u, walked.size());
+    EXPECT_EQ(deep + "/bottom", walked.back());
+    makeDir("wide");
+    for (int i = 0; i < 10000; ++i) writeFile("wide/" + std::to_string(i), "");
+    EXPECT_EQ(10000u, pull(1, nullptr, "wide").size());
+}
+
 }  // namespace
 }  // namespace keel
