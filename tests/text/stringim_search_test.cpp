@@ -107,6 +107,7 @@ TEST(StringSearch, AnswersOnBothForms) {
         {banana, 'C', "a", 100, 5},  // past the end: from the end
         {banana, 'c', "a", -7, 1},   // below -1 forward: from the start
         {banana, 'c', "a", 100, -1}, {banana, 'c', "a", 0x7FFFFFFF, -1}, {banana, 'S', "ana", 100, 3},
+        {banana, 'c', "", -1, -1},  // charAt(0) of an empty needle
         {hello, 'n', "", 100, -1}, {hello, 'N', "", 100, 11},
         // Broken sequences read as U+FFFD; in a one-byte text every byte at or
         // above 0x80 does.
