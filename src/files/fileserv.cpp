@@ -1,7 +1,11 @@
 #include "files/fileserv.h"
+#include "files/filelist.h"
+#include "files/fillistr.h"
 
 #include <dirent.h>
 #include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,6 +17,7 @@
 #include <string>
 
 #include <keel/arglist.h>
+#include <keel/errors.h>
 
 #include "errors/errapi.h"
 #include "files/copyfile.h"
@@ -33,6 +38,41 @@ const char kSetHiddenText[] = "\x01\x01" "e\x01" "Cannot set hidden state of fil
 const char kIsSystemText[] = "\x01\x01" "e\x01" "Cannot get system state of file '%1$S'";
 const char kChangeDirectoryText[] = "\x01\x01" "e\x01" "Cannot change to directory '%1$S'";
 
+const char kTemplateText[] =
+    "\x01\x01" "e\x01" "createSecureTempFile failed to create the name template for temp file. '%1$S'";
+const char kMissingDirectoryText[] =
+    "\x01\x01" "e\x01" "createSecureTempFile the input directory does not exist. '%1$S'";
+const char kNewTempText[] =
+    "\x01\x01" "e\x01" "createSecureTempFile failed to create the new temp file name. '%1$S'";
+
+// printf-style text in "system-8", for the arguments of the reports above.
+StringC formatSystem(const char* format, ...) __attribute__((format(printf, 1, 2)));
+StringC formatSystem(const char* format, ...) {
+    char text[4200];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return StringC(text, "system-8");
+}
+
+const char kCreateDirectoryText[] = "\x01\x01" "e\x01" "Cannot create directory '%1$S'";
+const char kOpenSourceText[] =
+    "\x01\x01" "e\x01" "Failed to open the source file when copying file '%1$S' to '%2$S'";
+const char kOpenDestinationText[] =
+    "\x01\x01" "e\x01" "Failed to open the destination file when copying file '%1$S' to '%2$S'";
+const char kReadSourceText[] =
+    "\x01\x01" "e\x01" "Failed to read the source file when copying file '%1$S' to '%2$S'";
+const char kWriteDestinationText[] =
+    "\x01\x01" "e\x01" "Failed to write to the destination file when copying file '%1$S' to '%2$S'";
+
+uint32_t reportTwoNames(uint32_t code, const char* text, const FileNameC* first, const FileNameC* second) {
+    ArgListC args;
+    args.add(first ? first->toString() : StringC());
+    args.add(second ? second->toString() : StringC());
+    return reportError(code, text, args);
+}
+
 uint32_t reportWithName(uint32_t code, const char* text, const FileNameC* name) {
     ArgListC args;
     args.add(name ? name->toString() : StringC());
@@ -52,37 +92,6 @@ bool statCollapsed(const FileNameC* name, bool link, struct stat64* record) {
         if (result == 0) return true;
         if (errno != EINTR) return false;
     }
-}
-
-// Directories are read with readdir64 throughout: on a 32-bit program the
-// plain readdir fails with EOVERFLOW on file systems whose directory
-// offsets need 64 bits, and would make a full directory look empty.
-//
-// The regular files below the directory `path`, depth first, without
-// entering symbolic links; the size of a link's target is counted, as
-// stat follows it. Entries that cannot be read are skipped.
-void addTreeSize(const std::string& path, int64_t* total, int32_t* files) {
-    DIR* directory = opendir(path.c_str());
-    if (!directory) return;
-    while (struct dirent64* entry = readdir64(directory)) {
-        const char* entryName = entry->d_name;
-        if (entryName[0] == 0 || strcmp(entryName, ".") == 0 || strcmp(entryName, "..") == 0) continue;
-        std::string child = path;
-        if (child.empty() || child[child.size() - 1] != '/') child += '/';
-        child += entryName;
-        struct stat64 record;
-        if (lstat64(child.c_str(), &record) != 0) continue;
-        if (S_ISDIR(record.st_mode)) {
-            addTreeSize(child, total, files);
-            continue;
-        }
-        int64_t size = 0;
-        if (regularFileSize(child.c_str(), &size)) {
-            *total += size;
-            ++*files;
-        }
-    }
-    closedir(directory);
 }
 
 }  // namespace
@@ -261,11 +270,24 @@ int64_t FlnFileServiceC::getSize(const FileNameC* name, int32_t* fileCount) {
     if (isDirectory(name)) {
         // The walk of a recursive lister: every entry below that is no
         // directory (links are not entered) and is a regular file by stat.
-        NativeNameC native(*name, false, true);
-        const char* text = native.get();
         int64_t total = 0;
         int32_t files = 0;
-        if (text) addTreeSize(text, &total, &files);
+        FileListerI* lister = createLister(name, 1);
+        FileNameC* entry;
+        bool entryIsDirectory;
+        while (lister->nextName(&entry, &entryIsDirectory) == 0) {
+            if (!entry) continue;
+            if (!entryIsDirectory) {
+                NativeNameC native(*entry, false, true);
+                const char* text = native.get();
+                int64_t size = 0;
+                if (text && regularFileSize(text, &size)) {
+                    total += size;
+                    ++files;
+                }
+            }
+            delete entry;
+        }
         if (fileCount) *fileCount = files;
         return total;
     }
@@ -371,11 +393,20 @@ int64_t FlnFileServiceC::getFreeSpace(const FileNameC* name) {
     return known ? bytes : -1;
 }
 
-// The operations of copying, moving, removing and temporary files come with
-// the directory listers. Until then each answers as a call that did nothing:
-// no name, false, or 0xE0CB000D (the operation is not available), without a
-// report, and touches nothing on the disk.
-FileNameC* FlnFileServiceC::createTempName(const StringC&) { return nullptr; }
+// Temporary files and unique names. A name comes from rand(), which the
+// service seeded at start; collisions are tried again and leave no report.
+FileNameC* FlnFileServiceC::createTempName(const StringC& prefix) {
+    StringC directory = getTempDirectory();
+    if (!directory.isEmpty()) {
+        FileNameC directoryName(directory);
+        FileNameC* found = createUniqueName(&directoryName, prefix, StringC(), false);
+        if (found) return found;
+    }
+    ArgListC args;
+    args.add("Error creating temporary file using random file name");
+    reportError(0xE0CB001Eu, kTemplateText, args);
+    return nullptr;
+}
 
 StringC FlnFileServiceC::getTempDirectory() {
     static const char* const variables[] = {"TMPDIR", "TMP", "TEMP"};
@@ -386,24 +417,158 @@ StringC FlnFileServiceC::getTempDirectory() {
     return StringC("/tmp", "ascii");
 }
 
-uint32_t FlnFileServiceC::createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC*,
-                                               const StringC&) {
-    if (outDescriptor) *outDescriptor = -1;
-    outPath = StringC();
-    return 0xE0CB000Du;
+uint32_t FlnFileServiceC::createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC* directory,
+                                               const StringC& prefix) {
+    int32_t ignored;
+    if (!outDescriptor) outDescriptor = &ignored;
+    *outDescriptor = -1;
+    char buffer[4096];
+    memset(buffer, 0, sizeof buffer);
+    uint32_t code = 0;
+    StringC dirText = directory ? directory->toString() : StringC();
+    bool usable = false;
+    if (!dirText.isEmpty()) {
+        FileNameC given(dirText);
+        usable = isDirectory(&given);
+    }
+    if (!usable) {
+        // A directory the caller got wrong is replaced by the temporary one.
+        dirText = getTempDirectory();
+        if (dirText.isEmpty()) {
+            ArgListC args;
+            args.add(formatSystem("getenv failed with error %d", errno));
+            code = reportError(0xE0CB001Eu, kTemplateText, args);
+        } else {
+            FileNameC fallback(dirText);
+            usable = isDirectory(&fallback);
+            if (!usable) {
+                const char* text = dirText.textSystem();
+                ArgListC args;
+                args.add(formatSystem("Invalid temp dir: %s", text));
+                dirText.releaseSystem(text);
+                code = reportError(0xE0CB001Fu, kMissingDirectoryText, args);
+            }
+        }
+    }
+    if (usable) {
+        const char* dirBytes = dirText.textSystem();
+        const char* prefixBytes = prefix.textSystem();
+        std::string pathTemplate = std::string(dirBytes) + "/" + prefixBytes + "XXXXXX";
+        dirText.releaseSystem(dirBytes);
+        prefix.releaseSystem(prefixBytes);
+        if (pathTemplate.size() > 4095) {
+            ArgListC args;
+            args.add("The path constructed was too long");
+            code = reportError(0xE0CB001Eu, kTemplateText, args);
+        } else {
+            int written = snprintf(buffer, sizeof buffer, "%s", pathTemplate.c_str());
+            if (written > 4095) {
+                ArgListC args;
+                args.add(formatSystem("snprintf failed returning %d", written));
+                code = reportError(0xE0CB001Eu, kTemplateText, args);
+            } else {
+                // mkstemp creates and opens in one step with O_EXCL, so a
+                // name planted meanwhile (a symbolic link too) is never used.
+                *outDescriptor = mkstemp(buffer);
+                if (*outDescriptor == -1) {
+                    ArgListC args;
+                    args.add(formatSystem("mkstemp failed with errno %d", errno));
+                    code = reportError(0xE0CB001Du, kNewTempText, args);
+                }
+            }
+        }
+    }
+    if (*outDescriptor == -1 && code == 0) {
+        ArgListC args;
+        args.add("Unknown error creating temporary file");
+        code = reportError(0xE0CB001Eu, kTemplateText, args);
+    }
+    outPath = StringC(buffer, "system-8");
+    return code;
 }
 
-FileNameC* FlnFileServiceC::createUniqueName(const FileNameC*, const StringC&, const StringC&, bool) {
+FileNameC* FlnFileServiceC::createUniqueName(const FileNameC* directory, const StringC& prefix,
+                                             const StringC& suffix, bool create) {
+    ErrBufI* errors = getErrBuf();
+    uint32_t mark = errors->getMark();
+    for (uint32_t attempt = 0; attempt < 0x7FFFFFFFu; ++attempt) {
+        std::string number = std::to_string(rand());
+        StringC text(StringC(prefix, StringC(number.c_str(), "ascii")), suffix);
+        FileNameC* name = new FileNameC(directory, text);
+        if (!create) {
+            if (!exists(name)) return name;
+            delete name;
+            continue;
+        }
+        uint32_t count = errors->getCount();
+        // Create new (O_CREAT | O_EXCL): a name somebody holds, a planted
+        // symbolic link included, fails with EEXIST and the next is tried.
+        IOStreamC* stream = openStream(name, 2, 2, 0, false);
+        if (stream) {
+            delete stream;
+            return name;
+        }
+        delete name;
+        if (errors->getCount() <= count) return nullptr;
+        ErrEntryI* first = errors->getEntry(count);
+        if (!first || first->getCode() != 0xE0000011u) return nullptr;
+        errors->recover(mark);
+    }
     return nullptr;
 }
 
-bool FlnFileServiceC::remove(const FileNameC*, bool, bool) { return false; }
+bool FlnFileServiceC::remove(const FileNameC* name, bool force, bool recursive) {
+    if (!name) return false;
+    bool gone;
+    {
+        NativeNameC native(*name, false, true);
+        const char* text = native.get();
+        if (!text) return false;
+        // A symbolic link is taken away as a link, never followed: emptying
+        // its target would reach outside what the caller named.
+        if (!isSymbolicLink(name) && isDirectory(name)) {
+            gone = rmdir(text) == 0;
+            if (!gone && recursive) gone = removeChildren(name, force);
+        } else {
+            gone = ::remove(text) == 0 || errno == ENOENT;
+        }
+    }
+    if (gone) return true;
+    if (!force) return false;
+    int error = errno;
+    if (!setReadOnly(name, false)) {
+        errno = error;
+        return false;
+    }
+    return remove(name, false, recursive);
+}
+
+bool FlnFileServiceC::removeChildren(const FileNameC* directory, bool force) {
+    FileListingC listing(instance()->createLister(directory, 0), true);
+    bool all = true;
+    int error = 0;
+    for (uint32_t i = 0; i < listing.size(); ++i) {
+        if (!remove(listing.nameAt(i), force, true)) {
+            all = false;
+            error = errno;
+        }
+    }
+    NativeNameC native(*directory, false, true);
+    const char* text = native.get();
+    bool removed = text && rmdir(text) == 0;
+    if (!removed) return false;
+    if (!all) errno = error;
+    return all;
+}
 
 void FlnFileServiceC::removeAtExit(const FileNameC* name) {
     if (name) removeAtExitList.append(new FileNameC(*name));
 }
 
-uint32_t FlnFileServiceC::removeFile(const FileNameC*) { return 0xE0CB000Du; }
+uint32_t FlnFileServiceC::removeFile(const FileNameC* name) {
+    if (remove(name, false, true)) return 0;
+    return reportSystemError();
+}
 
 bool FlnFileServiceC::createDirectory(const FileNameC* name, bool withParents) {
     if (!name || name->isRoot()) return false;
@@ -424,15 +589,154 @@ bool FlnFileServiceC::createDirectory(const FileNameC* name, bool withParents) {
     return false;
 }
 
-uint32_t FlnFileServiceC::move(const FileNameC*, const FileNameC*) { return 0xE0CB000Du; }
+uint32_t FlnFileServiceC::move(const FileNameC* source, const FileNameC* destination) {
+    if (!source || !destination) return systemErrorCode(EINVAL);
+    int error;
+    {
+        NativeNameC from(*source, false, true);
+        NativeNameC to(*destination, false, true);
+        const char* fromText = from.get();
+        const char* toText = to.get();
+        if (!fromText || !toText) return systemErrorCode(EINVAL);
+        errno = 0;
+        if (rename(fromText, toText) == 0) return 0;
+        error = errno;
+    }
+    if (error == 0) return 0;
+    if (error != EXDEV || !isFile(source)) return systemErrorCode(error);
+    // Across devices: copy, then remove. The copy must reach the disk
+    // before the source goes; a destination that cannot be flushed or
+    // closed is a failed write and the source stays.
+    uint32_t closeCode = 0;
+    uint32_t code = copyFile(source, destination, nullptr, nullptr, true, &closeCode);
+    if (code != 0) return closeCode != 0 ? closeCode : code;
+    copyAttributes(source, destination);
+    setModifiedTime(destination, getModifiedTime(source));
+    NativeNameC from(*source, false, true);
+    const char* fromText = from.get();
+    if (!fromText || ::remove(fromText) != 0) return systemErrorCode(errno);
+    return 0;
+}
 
 uint32_t FlnFileServiceC::moveAlias(const FileNameC* source, const FileNameC* destination) {
     return move(source, destination);
 }
 
-uint32_t FlnFileServiceC::copy(const FileNameC*, const FileNameC*, CopyProgressFn, void*) { return 0xE0CB000Du; }
+uint32_t FlnFileServiceC::copyFile(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
+                                   void* context, bool syncDestination, uint32_t* closeCode) {
+    FileServiceI* service = instance();
+    IOStreamC* input = service->openStream(source, 3, 1, 1, false);
+    if (!input) return reportTwoNames(0xE0CB0016u, kOpenSourceText, source, destination);
+    int64_t fileSize = input->getLength();
+    IOStreamC* output = service->openStream(destination, 1, 2, 1, false);
+    if (!output) {
+        delete input;
+        return reportTwoNames(0xE0CB0017u, kOpenDestinationText, source, destination);
+    }
+    int64_t totalBytes = copyTotalBytes != 0 ? copyTotalBytes : fileSize;
+    int32_t totalFiles = copyTotalFiles != 0 ? static_cast<int32_t>(copyTotalFiles) : 1;
+    char buffer[4096];
+    int64_t done = 0;
+    uint32_t code = 0;
+    for (;;) {
+        int32_t got = input->read(buffer, sizeof buffer);
+        if (got < 0) {
+            code = reportTwoNames(0xE0CB0018u, kReadSourceText, source, destination);
+            break;
+        }
+        if (got == 0) break;
+        if (output->write(buffer, got) != 0) {
+            code = reportTwoNames(0xE0CB0019u, kWriteDestinationText, source, destination);
+            break;
+        }
+        done += got;
+        // A stopped copy is no error; the partial destination stays.
+        if (progress && !progress(source, destination, totalBytes, totalFiles, fileSize, done, context)) break;
+    }
+    // A destination that fails to close (or to reach the disk, when asked)
+    // lost data that the writes above accepted: that is a failed write.
+    uint32_t ending = 0;
+    if (code == 0 && syncDestination) ending = output->flush();
+    uint32_t closed = output->close();
+    if (ending == 0) ending = closed;
+    if (code == 0 && ending != 0) {
+        if (closeCode) *closeCode = ending;
+        code = reportTwoNames(0xE0CB0019u, kWriteDestinationText, source, destination);
+    }
+    delete output;
+    delete input;
+    return code;
+}
 
-FileListerI* FlnFileServiceC::createLister(const FileNameC*, uint32_t) { return nullptr; }
+uint32_t FlnFileServiceC::copyDirectoryNode(const FileNameC* source, const FileNameC* destination) {
+    if (createDirectory(destination, false)) {
+        copyAttributes(source, destination);
+        return 0;
+    }
+    return reportWithName(0xE0CB0002u, kCreateDirectoryText, destination);
+}
+
+bool FlnFileServiceC::linksToAncestor(const FileNameC* source) {
+    struct stat64 link;
+    struct stat64 target;
+    if (!statCollapsed(source, true, &link) || !S_ISLNK(link.st_mode)) return false;
+    if (!statCollapsed(source, false, &target)) return false;
+    FileNameC current = source->getParent();
+    for (;;) {
+        struct stat64 record;
+        if (statCollapsed(&current, false, &record) && record.st_dev == target.st_dev &&
+            record.st_ino == target.st_ino)
+            return true;
+        FileNameC parent = current.getParent();
+        if (parent.compare(current) == 0 || current.isRoot()) return false;
+        current = parent;
+    }
+}
+
+uint32_t FlnFileServiceC::copy(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
+                              void* context) {
+    if (!source || !destination) return reportTwoNames(0xE0CB0016u, kOpenSourceText, source, destination);
+    if (!isDirectory(source)) {
+        ErrBufI* errors = getErrBuf();
+        uint32_t mark = errors->getMark();
+        if (copyFile(source, destination, progress, context, false, nullptr) == 0) return 0;
+        setReadOnly(destination, false);
+        errors->recover(mark);
+        return copyFile(source, destination, progress, context, false, nullptr);
+    }
+    uint32_t code = copyDirectoryNode(source, destination);
+    if (code != 0) return code;
+    // A link to a directory on its own path would be copied into itself
+    // without end: the directory is made, not entered.
+    if (linksToAncestor(source)) return 0;
+    int32_t files = 0;
+    copyTotalBytes = getSize(source, &files);
+    copyTotalFiles = static_cast<uint32_t>(files);
+    FileListerI* lister = createLister(source, 5);
+    FileNameC* entry;
+    bool entryIsDirectory;
+    for (;;) {
+        if (lister->nextName(&entry, &entryIsDirectory) != 0) {
+            copyTotalBytes = 0;
+            copyTotalFiles = 0;
+            return 0;
+        }
+        if (!entry) continue;
+        StringC relative = entry->getCollapsedText();
+        FileNameC from(source, relative);
+        FileNameC to(destination, relative);
+        code = entryIsDirectory ? copyDirectoryNode(&from, &to) : copy(&from, &to, progress, context);
+        delete entry;
+        if (code != 0) {
+            lister->finish();
+            return code;
+        }
+    }
+}
+
+FileListerI* FlnFileServiceC::createLister(const FileNameC* name, uint32_t flags) {
+    return new FileListerC(name, flags);
+}
 
 bool FlnFileServiceC::isSystem(const FileNameC* name) {
     reportWithName(0xE0CB0014u, kIsSystemText, name);

@@ -118,6 +118,19 @@ public:
     const OsVersionC& getOsVersion() const { return osVersion; }
 
 private:
+    // Removes every entry of the directory (recursively, links as links),
+    // then the directory; true only when all of that worked.
+    bool removeChildren(const FileNameC* directory, bool force);
+    // One file's contents in blocks of 4,096 bytes. `syncDestination` flushes
+    // it to the disk before closing; a failed flush or close is a failed
+    // write, whose system code goes to *closeCode when given.
+    uint32_t copyFile(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
+                      void* context, bool syncDestination, uint32_t* closeCode);
+    // Makes the directory (an existing one will do) with the source's mode.
+    uint32_t copyDirectoryNode(const FileNameC* source, const FileNameC* destination);
+    // The source is a symbolic link to a directory on its own path.
+    bool linksToAncestor(const FileNameC* source);
+
     // While copy walks a tree: its bytes and files; otherwise 0.
     int64_t copyTotalBytes;
     uint32_t copyTotalFiles;

@@ -4,8 +4,11 @@
 #include <stdint.h>
 
 #include <numeric>
+#include <random>
 #include <utility>
 #include <vector>
+
+#include "testing/arraymodel.h"
 
 namespace keel {
 namespace {
@@ -82,43 +85,21 @@ TEST(BlobArray, InsertPastTheEndAppendsAndRemoveClosesTheGap) {
     EXPECT_EQ(nullptr, array.data());
 }
 
-// Owns a heap block (so it is movable by bytes, as array elements must be)
-// and counts live objects, so that leaks and double destruction show.
-struct TrackedT {
-    static int live;
-    int* value;
-    explicit TrackedT(int v) : value(new int(v)) { ++live; }
-    TrackedT(const TrackedT& other) : value(new int(*other.value)) { ++live; }
-    TrackedT& operator=(const TrackedT&) = delete;
-    ~TrackedT() {
-        delete value;
-        --live;
+// Random insertions (of new values and of the array's own elements),
+// removals in and out of range and removeAll against a std::vector, with the
+// count of live elements and the growth rule checked after every step.
+TEST(ArrayM, RandomOperationsAgreeWithTheModel) {
+    for (uint32_t seed = 1; seed <= 100; ++seed) {
+        std::mt19937 random(seed);
+        {
+            arraymodel::DriverC driver;
+            for (int step = 0; step < 300; ++step) {
+                uint32_t operation = random(), argument = random();
+                ASSERT_EQ("", driver.step(operation, argument)) << "seed " << seed << " step " << step;
+            }
+        }
+        EXPECT_EQ(0, arraymodel::TrackedT::live()) << "the destructor removes what is left";
     }
-};
-int TrackedT::live = 0;
-
-TEST(ArrayM, TypedArrayKeepsTheRules) {
-    {
-        ArrayM<TrackedT> array;
-        for (int i = 0; i < 40; ++i) array.append(TrackedT(i));
-        array.insertAt(0, TrackedT(-1));
-        array.insertAt(500, TrackedT(-2));
-        EXPECT_EQ(-1, *array[0].value);
-        EXPECT_EQ(0, *array[1].value);
-        EXPECT_EQ(-2, *array[41].value);
-        // Inserting an element of the same array copies it first.
-        for (int i = 0; i < 30; ++i) array.insertAt(0, array[array.size() - 1]);
-        EXPECT_EQ(-2, *array[0].value);
-        EXPECT_EQ(72, TrackedT::live);
-        array.removeAt(72);
-        array.removeAt(0);
-        EXPECT_EQ(71, TrackedT::live);
-        while (array.size() > 0) array.removeAt(0);
-        EXPECT_EQ(0u, array.capacity());  // the last removal frees the storage
-        EXPECT_EQ(0, TrackedT::live);
-        for (int i = 0; i < 5; ++i) array.append(TrackedT(5));
-    }
-    EXPECT_EQ(0, TrackedT::live);  // the destructor removed the remaining five
 }
 
 TEST(ArrayMDeathTest, IndexOutOfRangeEndsTheProcess) {

@@ -175,13 +175,12 @@ struct CatalogFilesTest : ::testing::Test {
     TempDirC dir;
 };
 
-// The reader's edge cases, each on a file of its own.
+// The reader's edge cases, each on a file of its own. Misses between codes
+// are the random model test's; offsets past the end, cut files and absurd
+// counts are catalog_fuzz's, which compares every answer with the tool's
+// reading of the same bytes.
 TEST_F(CatalogFilesTest, ReaderEdgeCases) {
     const std::string good = compiled("1 1 w first\n1 7 - {i} middle\n1 9 -\n7 3 - last\n");
-    std::string pastEnd = good;
-    pastEnd.replace(12 + 8, 4, big32(0xFFFFFFF0u));
-    std::string hugeCount = good;
-    hugeCount.replace(8, 4, big32(0xFFFFFFFFu));
     struct {
         const char* name;
         std::string bytes;
@@ -197,14 +196,10 @@ TEST_F(CatalogFilesTest, ReaderEdgeCases) {
         {"first", good, 0xE0010001, "", "first", 3, true},
         {"last", good, 0xE0070003, nullptr, "last", 4, true},
         {"middle", good, 0xE0010007, "", "middle", 2, true},
-        {"between", good, 0xE0010008, "", "", 4, true},
         {"bit29", good, 0xC0010001, "", "", 4, true},
         {"bit29d", good, 0xC0010001, "{w} default", "default", 3, true},
         {"empty", good, 0xE0010009, "", "", 4, true},
         {"default", good, 0xE0010002, "\x01\x01i\x01" "d\xc3\xa9" "faut", "d\xc3\xa9" "faut", 2, true},
-        {"pastEnd", pastEnd, 0xE0010001, "", "", 4, true},
-        {"truncated", good.substr(0, 30), 0xE0010007, "", "", 4, true},
-        {"huge", hugeCount, 0xE0FFFFFF, "", "", 4, true},
     };
     for (const auto& c : cases) {
         std::string path = dir.write(c.name, c.bytes);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <errno.h>
 
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,7 @@
 
 #include "errors/errapi.h"
 #include "errors/errimpl.h"
+#include "testing/errbufmodel.h"
 #include "testing/tracelines.h"
 
 namespace keel {
@@ -95,25 +97,30 @@ TEST_F(ErrBufTest, EntriesSplitTheirText) {
     EXPECT_EQ(4u, errors->getCount());
 }
 
-TEST_F(ErrBufTest, MarksRecoverAndTakeText) {
+TEST_F(ErrBufTest, RecoveryTracesNewestFirst) {
     reportError(0xE0CB0005, "{w}older");
     uint32_t mark = errors->getMark();
     reportError(0xE0CB0006, "first");
     reportError(0xE0CB0007, "second");
     TraceLinesC trace("Error/Recovery");
     errors->recover(mark);
-    ASSERT_EQ(1u, errors->getCount());
     EXPECT_EQ((std::vector<std::string>{"0,Error/Recovery/Error/203/7 Error Recovery (s203m7): second",
                                         "0,Error/Recovery/Error/203/6 Error Recovery (s203m6): first"}),
               trace.lines);
-    reportError(0xE0CB0008, "later");
-    EXPECT_EQ(mark + 2, errors->getEntry(1)->getSequence()) << "numbers are not reused";
-    uint32_t highest = 0;
-    EXPECT_EQ("older\nlater", utf8Of(errors->takeText(&highest)));
-    EXPECT_EQ(4u, highest);
-    EXPECT_EQ(0u, errors->getCount());
-    EXPECT_EQ("", utf8Of(errors->takeText(&highest)));
-    EXPECT_EQ(0u, highest);
+}
+
+// Random sequences of the buffer's operations against the plain model of
+// tests/testing/errbufmodel.h: marks, recovery, removal by index (in and out
+// of range), takeText and reportAll, on a buffer of its own.
+TEST(ErrBufModelTest, RandomOperationsAgreeWithTheModel) {
+    for (uint32_t seed = 1; seed <= 200; ++seed) {
+        std::mt19937 random(seed);
+        errbufmodel::DriverC driver;
+        for (int step = 0; step < 60; ++step) {
+            uint32_t operation = random(), argument = random();
+            ASSERT_EQ("", driver.step(operation, argument)) << "seed " << seed << " step " << step;
+        }
+    }
 }
 
 TEST_F(ErrBufTest, TraceLinesOfEntries) {

@@ -5,7 +5,11 @@
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <utime.h>
 
 #include <memory>
 #include <numeric>
@@ -193,9 +197,6 @@ TEST_F(FileServiceTest, ReportsOfTheirOwn) {
     // nothing and touch nothing.
     EXPECT_EQ(0xE0CB000Du, files->reservedSetter());
     EXPECT_EQ(0x80000001u, files->reservedCodeA());
-    EXPECT_EQ(nullptr, files->createLister(&n, 0));
-    EXPECT_EQ(0xE0CB000Du, files->copy(&n, &n, nullptr, nullptr));
-    EXPECT_FALSE(files->remove(&n, true, true));
     EXPECT_TRUE(errorCodes().empty());
 }
 
@@ -296,6 +297,223 @@ TEST(FileServiceSlotTest, OperationsInTheirOrder) {
         SLOT(openVerified), SLOT(isSameFile)};
     expected.resize(seen.size());
     EXPECT_EQ(expected, seen);
+}
+
+// A symbolic link planted inside a tree to a directory outside it: removing
+// the tree takes the link away as a link and leaves the outside whole.
+TEST_F(FileServiceTest, RemoveNeverFollowsALink) {
+    ASSERT_EQ(0, mkdir(path("outside").c_str(), 0755));
+    writeFile("outside/keep", "k");
+    ASSERT_EQ(0, mkdir(path("tree").c_str(), 0755));
+    ASSERT_EQ(0, mkdir(path("tree/sub").c_str(), 0755));
+    writeFile("tree/sub/f", "x");
+    ASSERT_EQ(0, symlink(path("outside").c_str(), path("tree/sub/link").c_str()));
+    FileNameC tree = name("tree");
+    EXPECT_FALSE(files->remove(&tree, false, false));
+    EXPECT_FALSE(files->remove(&tree, true, false));
+    EXPECT_TRUE(files->remove(&tree, false, true));
+    EXPECT_EQ("<missing>", readFile("tree/sub/f"));
+    EXPECT_EQ("k", readFile("outside/keep"));
+    // A link given directly goes as a link too.
+    ASSERT_EQ(0, symlink(path("outside").c_str(), path("direct").c_str()));
+    FileNameC direct = name("direct");
+    EXPECT_TRUE(files->remove(&direct, true, true));
+    EXPECT_FALSE(files->isSymbolicLink(&direct));
+    EXPECT_EQ("k", readFile("outside/keep"));
+    // What is not there is gone already.
+    FileNameC missing = name("missing");
+    EXPECT_TRUE(files->remove(&missing, false, false));
+    EXPECT_EQ(0u, files->removeFile(&missing));
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
+    FileNameC here(StringC(dir.c_str(), "utf8"));
+    StringC made;
+    int32_t fd = -2;
+    ASSERT_EQ(0u, files->createSecureTempFile(made, &fd, &here, StringC("pre", "ascii")));
+    ASSERT_GE(fd, 0);
+    std::string madePath = testkit::textOf(made);
+    EXPECT_EQ(path("pre"), madePath.substr(0, madePath.size() - 6));
+    struct stat64 record;
+    ASSERT_EQ(0, fstat64(fd, &record));
+    EXPECT_EQ(0600u, record.st_mode & 0777u);
+    close(fd);
+
+    // A missing directory falls back to the temporary one; an empty TMPDIR
+    // or one naming nothing fails with its own code.
+    const char* saved = getenv("TMPDIR");
+    std::string savedText = saved ? saved : "";
+    setenv("TMPDIR", dir.c_str(), 1);
+    FileNameC missing = name("missing");
+    EXPECT_EQ(0u, files->createSecureTempFile(made, &fd, &missing, StringC("fb", "ascii")));
+    EXPECT_EQ(path("fb"), testkit::textOf(made).substr(0, path("fb").size()));
+    close(fd);
+    setenv("TMPDIR", "", 1);
+    EXPECT_EQ(0xE0CB001Eu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
+    EXPECT_EQ(-1, fd);
+    setenv("TMPDIR", path("missing").c_str(), 1);
+    EXPECT_EQ(0xE0CB001Fu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
+    if (saved) setenv("TMPDIR", savedText.c_str(), 1); else unsetenv("TMPDIR");
+    testkit::clearErrors();
+    // The bound on the template: 4,095 characters pass it, 4,096 do not.
+    std::string longPrefix(4095 - dir.size() - 1 - 6, 'p');
+    EXPECT_EQ(0xE0CB001Du, files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
+    EXPECT_EQ(4095u, testkit::textOf(made).size());
+    longPrefix += 'p';
+    EXPECT_EQ(0xE0CB001Eu, files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
+    EXPECT_EQ("", testkit::textOf(made));
+    testkit::clearErrors();
+
+    // A symbolic link planted where the first random name falls is refused
+    // (create new), and its target is never made.
+    srand(77);
+    std::string first = "u" + std::to_string(rand()) + ".x";
+    ASSERT_EQ(0, symlink(path("target").c_str(), path(first).c_str()));
+    srand(77);
+    FileNameC* unique = files->createUniqueName(&here, StringC("u", "ascii"), StringC(".x", "ascii"), true);
+    ASSERT_NE(nullptr, unique);
+    EXPECT_NE(path(first), testkit::textOf(unique->toString()));
+    EXPECT_EQ("", readFile(testkit::textOf(unique->toString()).substr(dir.size() + 1)));
+    EXPECT_EQ("<missing>", readFile("target"));
+    EXPECT_TRUE(errorCodes().empty());
+    delete unique;
+    // A missing directory stops at once, its errors left in the buffer.
+    EXPECT_EQ(nullptr, files->createUniqueName(&missing, StringC("u", "ascii"), StringC(), true));
+    EXPECT_FALSE(errorCodes().empty());
+    testkit::clearErrors();
+    FileNameC* free = files->createTempName(StringC("t", "ascii"));
+    ASSERT_NE(nullptr, free);
+    EXPECT_FALSE(files->exists(free));
+    delete free;
+}
+
+struct ProgressLog {
+    int calls = 0;
+    int stopAt = -1;
+    int64_t lastDone = 0;
+    int64_t totalBytes = 0;
+    int32_t totalFiles = 0;
+};
+
+bool logProgress(const FileNameC*, const FileNameC*, int64_t totalBytes, int32_t totalFiles, int64_t, int64_t done,
+                 void* context) {
+    ProgressLog* log = static_cast<ProgressLog*>(context);
+    ++log->calls;
+    log->lastDone = done;
+    log->totalBytes = totalBytes;
+    log->totalFiles = totalFiles;
+    return log->calls != log->stopAt;
+}
+
+// Copy of a tree holding a link to a directory outside it and a link to its
+// own ancestor: the outside is read, never changed, and the loop ends.
+TEST_F(FileServiceTest, CopyOfTreesLinksAndProgress) {
+    ASSERT_EQ(0, mkdir(path("outside").c_str(), 0755));
+    writeFile("outside/keep", "k");
+    ASSERT_EQ(0, mkdir(path("tree").c_str(), 0755));
+    ASSERT_EQ(0, mkdir(path("tree/a").c_str(), 0755));
+    writeFile("tree/a/f", std::string(5000, 'x'));
+    writeFile("tree/empty", "");
+    ASSERT_EQ(0, symlink(path("outside").c_str(), path("tree/out").c_str()));
+    ASSERT_EQ(0, symlink(path("tree").c_str(), path("tree/a/loop").c_str()));
+    FileNameC tree = name("tree");
+    FileNameC copyName = name("copy");
+    ProgressLog log;
+    EXPECT_EQ(0u, files->copy(&tree, &copyName, logProgress, &log));
+    EXPECT_EQ(std::string(5000, 'x'), readFile("copy/a/f"));
+    EXPECT_EQ("", readFile("copy/empty"));
+    EXPECT_EQ("k", readFile("copy/out/keep"));
+    EXPECT_TRUE(files->isDirectory(&copyName));
+    FileNameC loopCopy = name("copy/a/loop");
+    EXPECT_TRUE(files->isDirectory(&loopCopy));
+    EXPECT_TRUE(files->isDirectoryEmpty(&loopCopy));
+    // Two blocks of a/f and one of out/keep, read through the link; the
+    // empty file calls nothing.
+    EXPECT_EQ(3, log.calls);
+    EXPECT_TRUE(files->remove(&copyName, true, true));
+    EXPECT_EQ("k", readFile("outside/keep"));
+    EXPECT_EQ(std::string(5000, 'x'), readFile("tree/a/f"));
+
+    // Stopped by the call-back after the first block: no error, a partial
+    // destination of one block.
+    ProgressLog stop;
+    stop.stopAt = 1;
+    FileNameC one = name("tree/a/f");
+    FileNameC part = name("part");
+    EXPECT_EQ(0u, files->copy(&one, &part, logProgress, &stop));
+    EXPECT_EQ(4096u, readFile("part").size());
+    EXPECT_EQ(5000, stop.totalBytes);
+    EXPECT_EQ(1, stop.totalFiles);
+    EXPECT_TRUE(errorCodes().empty());
+}
+
+// A destination that cannot grow (RLIMIT_FSIZE, SIGXFSZ ignored: EFBIG), in
+// a child so the limit stays there: the copy's code with both names, the
+// source whole, the process alive.
+TEST_F(FileServiceTest, CopyIntoAFileThatCannotGrow) {
+    writeFile("big", std::string(20000, 'b'));
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limit = {8192, 8192};
+        if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(10);
+        testkit::clearErrors();
+        FileNameC source = name("big");
+        FileNameC destination = name("small");
+        uint32_t code = files->copy(&source, &destination, nullptr, nullptr);
+        if (code != 0xE0CB0019u) _exit(11);
+        std::vector<uint32_t> codes = errorCodes();
+        if (codes.empty() || codes.back() != 0xE0CB0019u) _exit(12);
+        std::string text = testkit::errorTextAt(static_cast<uint32_t>(codes.size() - 1));
+        if (text != "Failed to write to the destination file when copying file '" + path("big") + "' to '" +
+                        path("small") + "'")
+            _exit(13);
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ(std::string(20000, 'b'), readFile("big"));
+}
+
+TEST_F(FileServiceTest, MoveWithinAndAcrossDevices) {
+    writeFile("m", "moved");
+    chmod(path("m").c_str(), 0640);
+    FileNameC from = name("m");
+    FileNameC to = name("n");
+    EXPECT_EQ(0u, files->move(&from, &to));
+    EXPECT_EQ("moved", readFile("n"));
+    EXPECT_EQ("<missing>", readFile("m"));
+    FileNameC missing = name("missing");
+    EXPECT_EQ(0xE0000002u, files->moveAlias(&missing, &to));
+
+    struct stat64 shm;
+    struct stat64 here;
+    if (stat64("/dev/shm", &shm) != 0 || stat64(dir.c_str(), &here) != 0 || shm.st_dev == here.st_dev)
+        GTEST_SKIP() << "/dev/shm is missing or on the same device as " << dir;
+    char pattern[] = "/dev/shm/keel-move-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(pattern));
+    std::string other = pattern;
+    struct utimbuf times = {1000000, 1000000};
+    utime(path("n").c_str(), &times);
+    FileNameC across(StringC((other + "/n").c_str(), "utf8"));
+    EXPECT_EQ(0u, files->move(&to, &across));
+    EXPECT_EQ("<missing>", readFile("n"));
+    struct stat64 record;
+    ASSERT_EQ(0, stat64((other + "/n").c_str(), &record));
+    EXPECT_EQ(0640u, record.st_mode & 0777u);
+    EXPECT_EQ(1000000, record.st_mtime);
+    // A directory does not move across devices, and stays.
+    ASSERT_EQ(0, mkdir(path("d").c_str(), 0755));
+    FileNameC directory = name("d");
+    FileNameC acrossDirectory(StringC((other + "/d").c_str(), "utf8"));
+    EXPECT_EQ(0xE0000012u, files->move(&directory, &acrossDirectory));
+    EXPECT_TRUE(files->isDirectory(&directory));
+    ::unlink((other + "/n").c_str());
+    ::rmdir(other.c_str());
 }
 
 }  // namespace

@@ -58,7 +58,9 @@ TEST_F(DateTimeTest, KnownDaysAndTheOrigin) {
 }
 
 // Every field at and beyond its bounds: the asked-for values, whether the
-// one test reports, and what the value reads as afterwards.
+// one test reports, and what the value reads as afterwards. Valid fields
+// anywhere in the range are the round trip's below, and datetime_fuzz checks
+// that a report comes exactly when the fields do not come back as given.
 TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
     struct Case {
         int32_t y, mo, d, h, mi, s;
@@ -68,8 +70,6 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
         {2024, 2, 29, 0, 0, 0, false, "2024-02-29 00:00:00 w4"},
         {2023, 2, 29, 0, 0, 0, true, "2023-03-01 00:00:00 w3"},
         {2024, 2, 30, 0, 0, 0, true, "2024-03-01 00:00:00 w5"},
-        {2000, 2, 29, 0, 0, 0, false, "2000-02-29 00:00:00 w2"},
-        {2024, 12, 31, 23, 59, 59, false, "2024-12-31 23:59:59 w2"},
         {2024, 0, 15, 0, 0, 0, true, "2023-12-15 00:00:00 w5"},
         {2024, 13, 1, 0, 0, 0, true, "2025-01-01 00:00:00 w3"},
         {2024, 1, 0, 0, 0, 0, true, "2023-12-31 00:00:00 w0"},

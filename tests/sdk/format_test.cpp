@@ -128,33 +128,13 @@ const char* const kFormats[] = {
     "%e", "%f", "%y", "%%", "%", "[%s][%s]",
 };
 
-TEST(FormatFrontTest, EveryTypeGivesItsEntry) {
-    for (const SampleT& sample : samples()) {
-        ArgListC list = sample.byHand();
-        ASSERT_EQ(1, list.count()) << sample.name;
-        EXPECT_EQ(sample.code, list.get(0)->code()) << sample.name;
-    }
-    // The front end's own list for a few types, where the table above only
-    // renders: widths follow the platform's types.
-    EXPECT_EQ(sizeof(long) == 8 ? ArgInt64 : ArgInt32, makeArgList(1L).get(0)->code());
-    EXPECT_EQ(ArgInt16, makeArgList('x').get(0)->code());
-    EXPECT_EQ(ArgString, makeArgList(std::string("s")).get(0)->code());
-    EXPECT_EQ(ArgCharStar, makeArgList("s").get(0)->code());
-    EXPECT_EQ(ArgDateTime, makeArgList(std::chrono::system_clock::now()).get(0)->code());
-    EXPECT_EQ(0, makeArgList().count());
-    ArgListC three = makeArgList(1, "two", 3.0);
-    ASSERT_EQ(3, three.count());
-    EXPECT_EQ(ArgInt32, three.get(0)->code());
-    EXPECT_EQ(ArgCharStar, three.get(1)->code());
-    EXPECT_EQ(ArgReal, three.get(2)->code());
-}
-
 // Any letter against any entry: the engine's text, and never a fault (this
 // program also runs under AddressSanitizer).
 TEST(FormatFrontTest, SameTextAsTheEngineForEveryLetterAndEntry) {
     for (const SampleT& sample : samples()) {
         ArgListC list = sample.byHand();
         int32_t code = list.get(0)->code();
+        EXPECT_EQ(sample.code, code) << sample.name;
         // The low 32 bits of the sample, as a `*` width takes them.
         long long value = std::strtoll(engine("%d", list).c_str(), nullptr, 10);
         bool starFits = std::llabs(static_cast<int32_t>(static_cast<uint32_t>(value))) < 100000;
@@ -175,16 +155,12 @@ TEST(FormatFrontTest, SameTextAsTheEngineForEveryLetterAndEntry) {
     }
 }
 
-// What the calls show now, with the C-variadic trap beside them.
+// Several arguments in one call (the table above has one each); a letter's
+// length part is not needed for any of them.
 TEST(FormatFrontTest, LengthLettersAreNotNeeded) {
     std::vector<int> items(3);
     EXPECT_EQ("3 items in list", text(format("%zu items in %s", items.size(), "list")));
-    EXPECT_EQ("6000000000", text(format("%lu", uint64_t(6000000000ULL))));
     EXPECT_EQ("6000000000 -6000000000", text(format("%u %d", 6000000000ULL, -6000000000LL)));
-    StringC name(std::string_view("report.txt"));
-    EXPECT_EQ("open report.txt", text(format("open %S", name)));
-    EXPECT_EQ("open report.txt", text(format("open %S", &name)));
-    EXPECT_EQ("ffffffff 4294967295 -1", text(format("%x %u %d", -1, -1, -1)));
     EXPECT_EQ("2 1", text(format("%2$d %1$d", 1, 2)));
     EXPECT_EQ("   42|42   |", text(format("%*d|%-*d|", 5, 42, 5, 42)));
     // Missing arguments show as the engine shows them.

@@ -99,27 +99,16 @@ TEST(StringCompare, NoCaseDriftOnDifferentEncodedLengths) {
 TEST(StringSearch, AnswersOnBothForms) {
     struct Case { std::string text; char op; std::string needle; int32_t at, want; };
     const std::string banana = "banana", hello = "hello, world", fffd = "\xEF\xBF\xBD";
+    // Ordinary searches, from every start between -2 and two past the end,
+    // with empty needles and partial matches, are compared with the string
+    // model (stringim_model_test); these are what it never makes: starts far
+    // out of range, broken text and NULs inside the text.
     const Case cases[] = {
-        {banana, 'c', "a", -1, 1}, {banana, 'c', "a", 1, 3}, {banana, 'c', "a", 5, -1}, {banana, 'c', "x", -1, -1},
-        {banana, 'C', "a", -1, 5}, {banana, 'C', "a", 5, 3}, {banana, 'C', "a", 1, -1}, {banana, 'C', "b", 0, -1},
-        {banana, 'C', "b", -1, 0}, {banana, 'C', "a", 100, 5},  // past the end: from the end
-        {banana, 'C', "a", -2, -1}, {banana, 'c', "a", -7, 1},  // below -1 forward: from the start
-        {banana, 'c', "a", 100, -1}, {banana, 'c', "a", 0x7FFFFFFF, -1}, {banana, 'c', "", -1, -1},
-        {banana, 's', "ana", -1, 1}, {banana, 's', "ana", 1, 3}, {banana, 's', "ana", 3, -1},
-        {banana, 'S', "ana", -1, 3}, {banana, 'S', "ana", 4, 1}, {banana, 'S', "ana", 3, -1},
-        {banana, 's', "banana", -1, 0}, {banana, 'S', "banana", -1, 0}, {banana, 's', "bananas", -1, -1},
-        {banana, 'S', "bananas", -1, -1}, {banana, 's', "", -1, -1}, {banana, 'S', "", -1, -1},
-        {banana, 's', "na", 2, 4}, {banana, 's', "nab", -1, -1},
-        // A mismatch after a partial match restarts behind the candidate.
-        {"aaab", 's', "aab", -1, 1}, {"abababc", 's', "ababc", -1, 2}, {"abababc", 'S', "ababc", -1, 2},
-        {"abababc", 'S', "abab", 6, 2}, {"abababc", 'S', "abab", 5, 0},
-        {hello, 'o', "lw", -1, 2}, {hello, 'o', "lw", 2, 3}, {hello, 'O', "lw", -1, 10}, {hello, 'O', "lw", 10, 7},
-        {hello, 'o', "xyz", -1, -1}, {hello, 'o', "", -1, -1}, {hello, 'O', "", -1, -1},
-        {hello, 'n', "helo", -1, 5}, {hello, 'N', "d", -1, 10}, {hello, 'N', ", wrld", -1, 8},
-        {hello, 'n', "helo, wrd", -1, -1}, {hello, 'N', "helo, wrd", -1, -1},
-        // An empty set: the first character visited is the answer.
-        {hello, 'n', "", -1, 0}, {hello, 'n', "", 3, 4}, {hello, 'N', "", -1, 11}, {hello, 'N', "", 3, 2},
-        {hello, 'n', "", 11, -1}, {hello, 'N', "", 0, -1},
+        {banana, 'C', "a", 100, 5},  // past the end: from the end
+        {banana, 'c', "a", -7, 1},   // below -1 forward: from the start
+        {banana, 'c', "a", 100, -1}, {banana, 'c', "a", 0x7FFFFFFF, -1}, {banana, 'S', "ana", 100, 3},
+        {banana, 'c', "", -1, -1},  // charAt(0) of an empty needle
+        {hello, 'n', "", 100, -1}, {hello, 'N', "", 100, 11},
         // Broken sequences read as U+FFFD; in a one-byte text every byte at or
         // above 0x80 does.
         {"a\xFF" "b", 'c', fffd, -1, 1}, {"x\x80y\xFEz", 'c', fffd, -1, 1}, {"x\x80y\xFEz", 'c', fffd, 1, 3},

@@ -334,6 +334,10 @@ TEST(TextEncodingObjectsThread, ConcurrentFirstUseGivesOneObjectEach) {
 }
 
 // --- The replacements and the edge cases of each encoding --------------------
+// Only what the random model test below cannot see: marks (its UTF-16 input
+// has no byte FE), values beyond 31 bits, and the tails left held. Broken
+// UTF-8, surrogates and what each encoder replaces are compared with the
+// model there, whose per-character steps utf8_test and utf16_test pin down.
 
 TEST(TextEncodingCases, DecodersReplaceAndKeepTheirTails) {
     struct Case { const char* name; Bytes in, out; uint32_t chars; Bytes held; };
@@ -341,12 +345,6 @@ TEST(TextEncodingCases, DecodersReplaceAndKeepTheirTails) {
         {"ascii", bytesOf("A\xE9"), internal({0x41, 0xFFFD}), 2, {}},
         {"utf8", internal({'a', 0xE9, 0x4E2D, 0x1F600, 0x7FFFFFFF, 0xD800}),
          internal({'a', 0xE9, 0x4E2D, 0x1F600, 0x7FFFFFFF, 0xD800}), 6, {}},
-        {"utf8", bytesOf("\xE4\x41\x42"), internal({0xFFFD, 'A', 'B'}), 3, {}},
-        // Overlong forms are rewritten in their shortest form.
-        {"utf8", {0xC0, 0x80, 0x41}, internal({0, 'A'}), 2, {}},
-        {"utf8", {0xE0, 0x80, 0xAF}, internal({'/'}), 1, {}},
-        // Stray continuation bytes and FE, FF one by one.
-        {"utf8", {0x80, 0xFE, 0xFF}, internal({0xFFFD, 0xFFFD, 0xFFFD}), 3, {}},
         // The mark is no business of the UTF-8 decoder: it arrives as U+FEFF.
         {"utf8", bytesOf("\xEF\xBB\xBFx"), internal({0xFEFF, 'x'}), 2, {}},
         // A string made in one go drops what is left held.
@@ -377,59 +375,14 @@ TEST(TextEncodingCases, DecodersReplaceAndKeepTheirTails) {
     }
     for (bool big : {false, true}) {
         const char* name = big ? "utf16be" : "utf16le";
-        EXPECT_EQ(internal({0x1F600}), decodeAll(name, units16({0xD83D, 0xDE00}, big)).out) << name;
-        // Lone surrogates of either kind, one replacement per unit.
-        Result r = decodeAll(name, units16({0xDC00, 'a', 0xD800, 'b', 0xD800, 0xD800, 0xDC00}, big));
-        EXPECT_EQ(internal({0xFFFD, 'a', 0xFFFD, 'b', 0xFFFD, 0x10000}), r.out) << name;
-        EXPECT_EQ(6u, r.chars);
         // A high surrogate at the end waits for its partner.
-        r = decodeAll(name, units16({'a', 0xD800}, big));
+        Result r = decodeAll(name, units16({'a', 0xD800}, big));
         EXPECT_EQ(internal({'a'}), r.out);
         EXPECT_EQ(2u, r.heldAfter.size());
     }
-    Bytes all;
-    for (int b = 1; b < 256; ++b) all.push_back(static_cast<uint8_t>(b));
-    Result latin = decodeAll("iso-8859-1", all);
-    EXPECT_EQ(255u, latin.chars);
-    const uint8_t* p = latin.out.data();
-    for (int b = 1; b < 256; ++b) EXPECT_EQ(static_cast<uint32_t>(b), utf8Next(p));
-    EXPECT_EQ(latin.out.data() + latin.out.size(), p);
-    EXPECT_EQ(all, encodeAll("iso-8859-1", latin.out).out);
     Coder ascii(true, "ascii");
     EXPECT_EQ(4u, ascii.size(bytesOf("A\xE9").data(), 2));
     EXPECT_EQ(6u * 1000, ascii.d->maxOutput(2000));
-}
-
-TEST(TextEncodingCases, EncodersReplaceWhatTheyCannotHold) {
-    struct Case { const char* name; Bytes in, out; bool lost; };
-    const Case cases[] = {
-        // Broken internal form is one U+FFFD per sequence, which ASCII cannot hold.
-        {"ascii", bytesOf("a\xE4\x41z"), bytesOf("a~Az"), true},
-        {"ascii", bytesOf("plain text, nothing lost"), bytesOf("plain text, nothing lost"), false},
-        // Overlong two-byte forms decode to their value like anywhere else.
-        {"iso-8859-1", bytesOf("\xC1\x81"), bytesOf("A"), false},
-        {"utf8", bytesOf("a\xC3\xA9\xE4\x41\x42"), internal({'a', 0xE9, 0xFFFD, 'A', 'B'}), false},
-        {"system-8", bytesOf("a\xC3\xA9\xE4\x41\x42"), internal({'a', 0xE9, 0xFFFD, 'A', 'B'}), false},
-        // "utf16" writes little-endian, which its mark FF FE announces.
-        {"utf16", internal({'a', 0x4E2D}), units16({'a', 0x4E2D}, false), false},
-        {"wchar_t", bytesOf("\xE4z!"), words32({0xFFFD, 'z', '!'}), false},
-    };
-    for (const Case& c : cases) {
-        Result r = encodeAll(c.name, c.in);
-        EXPECT_EQ(c.out, r.out) << c.name << " " << &c - cases;
-        EXPECT_EQ(c.lost, r.lost) << c.name << " " << &c - cases;
-    }
-    for (bool big : {false, true}) {
-        const char* name = big ? "utf16be" : "utf16le";
-        Result e = encodeAll(name, internal({'a', 0xE9, 0x4E2D, 0x1F600, 0x10FFFF}));
-        EXPECT_EQ(units16({'a', 0xE9, 0x4E2D, 0xD83D, 0xDE00, 0xDBFF, 0xDFFF}, big), e.out);
-        EXPECT_FALSE(e.lost);
-        // A surrogate value in the internal form goes out as it is.
-        EXPECT_EQ(units16({0xDC00}, big), encodeAll(name, internal({0xDC00})).out);
-        e = encodeAll(name, internal({0x110000, 'z'}));
-        EXPECT_EQ(units16({0xFFFD, 'z'}, big), e.out);
-        EXPECT_TRUE(e.lost);
-    }
 }
 
 TEST(TextEncodingCases, CutSequenceIsHeldUntilTheNextPiece) {

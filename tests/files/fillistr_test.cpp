@@ -1,0 +1,232 @@
+// Listers on real trees: a random tree against a table of what was made,
+// the order and flags of a walk, sinks, filters and the listing.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "files/filelist.h"
+#include "files/fileserv.h"
+#include "files/fillistr.h"
+#include "testing/tempdir.h"
+
+namespace keel {
+namespace {
+
+using testkit::textOf;
+
+class ListerTest : public testkit::TempDirTest {
+protected:
+    void makeDir(const std::string& relative) { ASSERT_EQ(0, mkdir(path(relative).c_str(), 0755)); }
+
+    // Pulls the walk to its end: each name (relative to the temp dir when
+    // absolute) with "/" behind directories. The lister is gone afterwards.
+    std::vector<std::string> pull(uint32_t flags, uint32_t* last = nullptr, const std::string& start = "") {
+        FileNameC startName = start.empty() ? FileNameC(StringC(dir.c_str(), "utf8")) : name(start);
+        FileListerI* lister = FlnFileServiceC::instance()->createLister(&startName, flags);
+        std::vector<std::string> seen;
+        FileNameC* entry;
+        bool isDirectory;
+        uint32_t result;
+        while ((result = lister->nextName(&entry, &isDirectory)) == 0) {
+            if (!entry) {
+                seen.push_back("<error>");
+                continue;
+            }
+            std::string text = textOf(entry->toString());
+            if (text.compare(0, dir.size() + 1, dir + "/") == 0) text = text.substr(dir.size() + 1);
+            seen.push_back(text + (isDirectory ? "/" : ""));
+            delete entry;
+        }
+        if (last) *last = result;
+        return seen;
+    }
+};
+
+// A sink that records what it is told and answers from a table.
+class RecordingSink : public FileListSinkI {
+public:
+    std::vector<std::string> seen;
+    std::map<std::string, int32_t> answers;
+    int32_t answerFor(FileNameC* name, const char* kind) {
+        std::string text = textOf(name->getBaseName(StringC()));
+        seen.push_back(kind + text);
+        delete name;
+        auto found = answers.find(text);
+        return found == answers.end() ? 0 : found->second;
+    }
+    int32_t onFile(FileNameC* name) override { return answerFor(name, "f:"); }
+    int32_t onDirectory(FileNameC* name) override { return answerFor(name, "d:"); }
+    int32_t onError(const FileNameC*, int error) override {
+        seen.push_back("e:" + std::to_string(error));
+        return 3;
+    }
+};
+
+TEST_F(ListerTest, RandomTreeMatchesTheTableOfWhatWasMade) {
+    std::mt19937 random(19);
+    for (int round = 0; round < 20; ++round) {
+        std::string top = "t" + std::to_string(round);
+        makeDir(top);
+        std::vector<std::string> dirs{top};
+        std::set<std::string> made;
+        int count = 1 + static_cast<int>(random() % 40);
+        for (int i = 0; i < count; ++i) {
+            std::string parent = dirs[random() % dirs.size()];
+            std::string child = parent + "/n" + std::to_string(i);
+            if (random() % 3 == 0) {
+                makeDir(child);
+                dirs.push_back(child);
+                made.insert(child + "/");
+            } else {
+                writeFile(child, "x");
+                made.insert(child);
+            }
+        }
+        std::vector<std::string> walked = pull(1, nullptr, top);
+        std::set<std::string> walkedSet(walked.begin(), walked.end());
+        EXPECT_EQ(walked.size(), walkedSet.size()) << "an entry came twice";
+        EXPECT_EQ(made, walkedSet);
+        // Depth first: everything below a directory comes right after it.
+        for (size_t i = 0; i < walked.size(); ++i) {
+            if (walked[i].back() != '/') continue;
+            size_t below = 0;
+            for (const std::string& name : made) below += name.compare(0, walked[i].size(), walked[i]) == 0 && name != walked[i];
+            for (size_t j = i + 1; j <= i + below; ++j) EXPECT_EQ(0u, walked[j].compare(0, walked[i].size(), walked[i]));
+        }
+    }
+}
+
+TEST_F(ListerTest, FlagsOrderAndTheEnd) {
+    makeDir("d");
+    writeFile("d/f", "12");
+    uint32_t last = 0;
+    EXPECT_EQ((std::vector<std::string>{"d/"}), pull(0, &last));
+    EXPECT_EQ(kListerEnd, last);
+    EXPECT_EQ((std::vector<std::string>{"d/", "d/f"}), pull(1));
+    // Relative names: the bare entry first, then a relative path.
+    EXPECT_EQ((std::vector<std::string>{"d/", "d/f"}), pull(5));
+    EXPECT_EQ((std::vector<std::string>{"d/"}), pull(4));
+    // ".." is reported with flag 8 and never entered.
+    std::vector<std::string> withParent = pull(9, nullptr, "d");
+    std::multiset<std::string> got(withParent.begin(), withParent.end());
+    EXPECT_EQ((std::multiset<std::string>{"d/f", "d/../"}), got);
+    // A missing start: 0 with no name, then errno 2 and the lister is gone.
+    EXPECT_EQ((std::vector<std::string>{"<error>"}), pull(1, &last, "missing"));
+    EXPECT_EQ(2u, last);
+    makeDir("empty");
+    EXPECT_TRUE(pull(1, &last, "empty").empty());
+    EXPECT_EQ(kListerEnd, last);
+    // getSize walks with a lister.
+    int32_t files = 0;
+    FileNameC top(StringC(dir.c_str(), "utf8"));
+    EXPECT_EQ(2, FlnFileServiceC::instance()->getSize(&top, &files));
+    EXPECT_EQ(1, files);
+}
+
+TEST_F(ListerTest, LinkToADirectoryIsEnteredOnlyWhenFollowingLinks) {
+    makeDir("outside");
+    writeFile("outside/secret", "s");
+    makeDir("tree");
+    ASSERT_EQ(0, symlink(path("outside").c_str(), path("tree/link").c_str()));
+    EXPECT_EQ((std::vector<std::string>{"tree/link"}), pull(1, nullptr, "tree"));
+    EXPECT_EQ((std::vector<std::string>{"tree/link/", "tree/link/secret"}), pull(3, nullptr, "tree"));
+}
+
+TEST_F(ListerTest, SinkAnswersSteerTheWalkAndParentIsNeverEntered) {
+    makeDir("a");
+    makeDir("a/skip");
+    writeFile("a/skip/hidden", "x");
+    makeDir("a/in");
+    writeFile("a/in/f", "x");
+    FileNameC start = name("a");
+    RecordingSink sink;
+    sink.answers["skip"] = 1;
+    // Answer 0 to ".." on a recursive lister: still not entered (a's and
+    // in's come back, skip is refused by the sink).
+    FileListerI* lister = new FileListerC(&start, 9);
+    EXPECT_EQ(0u, lister->runToSink(&sink));
+    std::multiset<std::string> got(sink.seen.begin(), sink.seen.end());
+    EXPECT_EQ((std::multiset<std::string>{"d:..", "d:..", "d:skip", "d:in", "f:f"}), got);
+
+    // Answer 3 at once: runToSink answers 0 and the lister is still there.
+    RecordingSink stopper;
+    stopper.answers["skip"] = 3;
+    stopper.answers["in"] = 3;
+    lister = new FileListerC(&start, 1);
+    EXPECT_EQ(0u, lister->runToSink(&stopper));
+    EXPECT_EQ(1u, stopper.seen.size());
+    delete lister;
+
+    // An unreadable start goes to onError; its answer 3 ends the walk.
+    RecordingSink errors;
+    FileNameC missing = name("missing");
+    lister = new FileListerC(&missing, 1);
+    EXPECT_EQ(2u, lister->runToSink(&errors));
+    EXPECT_EQ((std::vector<std::string>{"e:2"}), errors.seen);
+}
+
+TEST_F(ListerTest, FiltersDropFilesButKeepDirectories) {
+    makeDir("s");
+    writeFile("s/a.txt", "x");
+    writeFile("s/b.bin", "x");
+    makeDir("s/sub");
+    writeFile("s/sub/c.txt", "x");
+    FileNameC start = name("s");
+    FileWildcardListerC* wild = new FileWildcardListerC(&start, StringC("*.txt", "ascii"), 1);
+    std::set<std::string> seen;
+    FileNameC* entry;
+    FileInfoC* info;
+    while (wild->next(&entry, &info) == 0) {
+        seen.insert(textOf(entry->getBaseName(StringC())));
+        delete entry;
+        delete info;
+    }
+    EXPECT_EQ((std::set<std::string>{"a.txt", "sub", "c.txt"}), seen);
+
+    FileFindListerC* find = new FileFindListerC(&start, 1);
+    StringArrayC suffixes;
+    suffixes.append(StringC(".bin", "ascii"));
+    EXPECT_EQ(1u, find->addSuffixes(nullptr));
+    EXPECT_EQ(0u, find->addSuffixes(&suffixes));
+    // Through a listing: a sink sees only accepted entries.
+    FileListingC listing(find, true);
+    EXPECT_EQ(0u, listing.getStatus());
+    ASSERT_EQ(1u, listing.size());
+    EXPECT_EQ(path("s/b.bin"), textOf(listing.nameAt(0)->toString()));
+
+    FileListingC all(new FileListerC(&start, 1), true);
+    EXPECT_EQ(4u, all.size());
+    // A walk that is empty before its first step leaves runToSink's lister
+    // alive: the listing deletes it (a leak would show under ASan).
+    FileListerC* refused = new FileListerC(&start, 1);
+    refused->skipDirectory();
+    FileListingC none(refused, true);
+    EXPECT_EQ(0u, none.size());
+}
+
+// Deep and wide: every level and entry comes back once; a walk holds one
+// handle per level, so depth costs no tree in memory.
+TEST_F(ListerTest, DeepAndWideTrees) {
+    std::string deep = "deep";
+    makeDir(deep);
+    for (int level = 0; level < 200; ++level) {
+        deep += "/d";
+        makeDir(deep);
+    }
+    writeFile(deep + "/bottom", "b");
+    std::vector<std::string> walked = pull(1, nullptr, "deep");
+    ASSERT_EQ(201u, walked.size());
+    EXPECT_EQ(deep + "/bottom", walked.back());
+    makeDir("wide");
+    for (int i = 0; i < 10000; ++i) writeFile("wide/" + std::to_string(i), "");
+    EXPECT_EQ(10000u, pull(1, nullptr, "wide").size());
+}
+
+}  // namespace
+}  // namespace keel

@@ -1,0 +1,121 @@
+// A plain model of one thread's error buffer, and a driver that applies the
+// same operation to a real ErrBufImplC and to the model and says where they
+// first differ. Shared by the random-sequence test and the fuzz target.
+//
+//     keel::errbufmodel::DriverC driver;
+//     std::string broken = driver.step(operation, argument);  // empty: agree
+#ifndef KEEL_TESTS_TESTING_ERRBUFMODEL_H
+#define KEEL_TESTS_TESTING_ERRBUFMODEL_H
+
+#include <stdint.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <keel/keel.h>
+
+#include "errors/errimpl.h"
+
+namespace keel {
+namespace errbufmodel {
+
+struct EntryT {
+    uint32_t code, severity, sequence;
+    std::string text;
+};
+
+inline std::string utf8(const StringC& string) {
+    const char* text = string.textUtf8();
+    std::string copy(text ? text : "", string.textUtf8Length());
+    string.releaseUtf8(text);
+    return copy;
+}
+
+class DriverC {
+public:
+    ErrBufImplC buffer;
+    std::vector<EntryT> model;
+    std::vector<uint32_t> marks = {1};
+    uint32_t next = 1;
+    uint32_t steps = 0;
+
+    // Operation by `operation % 7` (add twice as often as the others),
+    // `argument` picks the code, severity, mark or index.
+    std::string step(uint32_t operation, uint32_t argument) {
+        std::string name;
+        switch (operation % 7) {
+            case 0:
+            case 1: {
+                EntryT entry{0xE0CB0000 | (argument % 50), 1 + argument % 5, next++,
+                             "t" + std::to_string(steps)};
+                buffer.addError(entry.code, entry.severity, StringC(entry.text.c_str(), "utf8"));
+                model.push_back(entry);
+                name = "addError";
+                break;
+            }
+            case 2:
+                if (buffer.getMark() != next) return "getMark";
+                marks.push_back(next);
+                name = "getMark";
+                break;
+            case 3: {
+                uint32_t mark = marks[argument % marks.size()];
+                buffer.recover(mark);
+                model.erase(std::remove_if(model.begin(), model.end(),
+                                           [&](const EntryT& e) { return e.sequence >= mark; }),
+                            model.end());
+                name = "recover";
+                break;
+            }
+            case 4: {
+                uint32_t index = argument % (static_cast<uint32_t>(model.size()) + 2);
+                if (buffer.removeEntry(index) != 0) return "removeEntry answer";
+                if (index < model.size()) model.erase(model.begin() + index);
+                name = "removeEntry";
+                break;
+            }
+            case 5:
+                if (argument % 4 == 0) {
+                    buffer.reportAll();
+                    model.clear();
+                    name = "reportAll";
+                } else {
+                    std::string expected;
+                    uint32_t highest = 0;
+                    for (const EntryT& e : model) {
+                        expected += (expected.empty() ? "" : "\n") + e.text;  // texts are never empty
+                        highest = std::max(highest, e.severity);
+                    }
+                    uint32_t severity = 99;
+                    if (utf8(buffer.takeText(&severity)) != expected) return "takeText text";
+                    if (severity != highest) return "takeText severity";
+                    model.clear();
+                    name = "takeText";
+                }
+                break;
+            default:
+                name = "nothing";
+                break;
+        }
+        ++steps;
+        return agrees() ? "" : name;
+    }
+
+    bool agrees() {
+        if (buffer.getCount() != model.size()) return false;
+        for (uint32_t i = 0; i < model.size(); ++i) {
+            ErrEntryI* entry = buffer.getEntry(i);
+            if (!entry || entry->getCode() != model[i].code ||
+                entry->getSeverity() != model[i].severity ||
+                entry->getSequence() != model[i].sequence || utf8(entry->getText()) != model[i].text)
+                return false;
+        }
+        return buffer.getEntry(static_cast<uint32_t>(model.size())) == nullptr;
+    }
+};
+
+}  // namespace errbufmodel
+}  // namespace keel
+
+#endif
