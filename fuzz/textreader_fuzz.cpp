@@ -18,37 +18,13 @@
 #include <keel/keel.h>
 
 #include "files/streamreader.h"
+#include "../tests/testing/memstream.h"
 
 namespace {
 
-using keel::InputStreamC;
+using keel::testkit::PiecewiseInputC;
 using keel::StreamReaderC;
 using keel::StringC;
-
-class PiecewiseInputC : public InputStreamC {
-public:
-    PiecewiseInputC(const std::string& bytes, uint32_t seed) : bytes(bytes), random(seed), piecewise(seed != 0) {}
-    int32_t read(void* buffer, uint32_t length) override {
-        size_t left = bytes.size() - position;
-        if (left == 0 || length == 0) return 0;
-        size_t piece = piecewise ? 1 + random() % length : length;
-        if (piece > left) piece = left;
-        memcpy(buffer, bytes.data() + position, piece);
-        position += piece;
-        return static_cast<int32_t>(piece);
-    }
-    int64_t getLength() override { return static_cast<int64_t>(bytes.size()); }
-    bool canRead() override { return true; }
-    bool canSeek() override { return false; }
-    bool canWrite() override { return false; }
-    int64_t seek(int64_t, int32_t) override { return -1; }
-
-private:
-    std::string bytes;
-    size_t position = 0;
-    std::mt19937 random;
-    bool piecewise;
-};
 
 const char* const kEncodings[] = {"ascii", "iso-8859-1", "system-8", "utf8", "utf16", "utf16le", "utf16be", "wchar_t"};
 
