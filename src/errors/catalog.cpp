@@ -10,7 +10,7 @@
 
 #include "errors/error.h"
 #include "locale/locale.h"
-#include "text/replace.h"
+#include <keel/replace.h>
 
 namespace keel {
 

@@ -9,7 +9,7 @@
 
 #include <keel/atomic.h>
 
-#include "files/dirname.h"
+#include <keel/dirname.h>
 #include "files/fopen.h"
 
 namespace keel {

@@ -11,8 +11,8 @@
 #ifndef KEEL_FILES_FILENARR_H
 #define KEEL_FILES_FILENARR_H
 
-#include "containers/objarray.h"
-#include "files/filename.h"
+#include <keel/objarray.h>
+#include <keel/filename.h>
 
 namespace keel {
 

@@ -20,7 +20,7 @@
 
 #include <keel/fileserv.h>
 
-#include "files/filename.h"
+#include <keel/filename.h>
 #include "files/filenarr.h"
 #include "files/osvers.h"
 

@@ -17,7 +17,7 @@
 
 #include <stdint.h>
 
-#include "files/filename.h"
+#include <keel/filename.h>
 #include "files/iostream.h"
 
 namespace keel {

@@ -24,7 +24,7 @@
 #include <keel/fileserv.h>
 #include <keel/stringar.h>
 
-#include "files/filename.h"
+#include <keel/filename.h>
 
 struct __dirstream;
 

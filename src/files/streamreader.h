@@ -19,7 +19,7 @@
 
 #include <stdint.h>
 
-#include "files/filename.h"
+#include <keel/filename.h>
 #include "files/iostream.h"
 #include "files/textreader.h"
 #include "text/textencoding.h"

@@ -15,7 +15,7 @@
 
 #include <stdint.h>
 
-#include "files/filename.h"
+#include <keel/filename.h>
 #include "files/iostream.h"
 #include "files/textwriter.h"
 

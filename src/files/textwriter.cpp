@@ -4,7 +4,7 @@
 
 #include "frame/loadorder.h"
 #include "frame/nodestroy.h"
-#include "text/replace.h"
+#include <keel/replace.h>
 
 namespace keel {
 

@@ -12,7 +12,7 @@
 
 #include "errors/errapi.h"
 #include "text/case.h"
-#include "text/number.h"
+#include <keel/number.h>
 #include "text/utf8.h"
 #include "text/utf8view.h"
 

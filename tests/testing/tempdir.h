@@ -23,7 +23,7 @@
 
 #include <keel/keel.h>
 
-#include "files/filename.h"
+#include <keel/filename.h>
 
 namespace keel {
 namespace testkit {

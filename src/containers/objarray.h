@@ -1,6 +1,0 @@
-// Moved to the SDK: <keel/objarray.h>. Kept so that code written against the
-// old path still builds; new code includes the public header.
-#ifndef KEEL_CONTAINERS_OBJARRAY_FORWARD_H
-#define KEEL_CONTAINERS_OBJARRAY_FORWARD_H
-#include <keel/objarray.h>
-#endif

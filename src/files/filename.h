@@ -1,6 +1,0 @@
-// Moved to the SDK: <keel/filename.h>. Kept so that code written against the
-// old path still builds; new code includes the public header.
-#ifndef KEEL_FILES_FILENAME_FORWARD_H
-#define KEEL_FILES_FILENAME_FORWARD_H
-#include <keel/filename.h>
-#endif
