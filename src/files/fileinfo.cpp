@@ -27,7 +27,8 @@ void fillFileInfo(FileInfoC* info, const struct stat64& record) {
     }
     // The nine permission bits one by one, owner read 0x100 to other
     // execute 0x1; their values are those of the mode on this platform.
-    static const mode_t bits[] = {S_IRUSR, S_IWUSR, S_IXUSR, S_IRGRP, S_IWGRP, S_IXGRP, S_IROTH, S_IWOTH, S_IXOTH};
+    static const mode_t bits[] = {S_IRUSR, S_IWUSR, S_IXUSR, S_IRGRP, S_IWGRP,
+                                  S_IXGRP, S_IROTH, S_IWOTH, S_IXOTH};
     uint32_t permissions = 0;
     for (int i = 0; i < 9; ++i) {
         if (mode & bits[i]) permissions |= 0x100u >> i;

@@ -85,7 +85,8 @@ bool isNormal(const uint8_t* p, uint32_t n) {
     if (n == 0) return true;
     if (p[0] == kSeparator || p[n - 1] == kSeparator) return false;
     const uint8_t* end = p + n;
-    for (const uint8_t* s = findByte(p, end, kSeparator); s != end; s = findByte(s + 1, end, kSeparator)) {
+    for (const uint8_t* s = findByte(p, end, kSeparator); s != end;
+         s = findByte(s + 1, end, kSeparator)) {
         if (s[1] == kSeparator) return false;
     }
     return true;
@@ -211,8 +212,8 @@ bool matchChars(const MatchT& m) {
     if (m.lastStar < 0) return walk(m, 0, 0, nullptr);
     const size_t rowSize = static_cast<size_t>(m.nameCount) + 1;
     ScratchM<uint8_t, 256> rows(2 * rowSize);
-    uint8_t* next = nullptr;        // the row of the next "*" to the right
-    uint8_t* spare = rows.data();   // where the row being made goes
+    uint8_t* next = nullptr;       // the row of the next "*" to the right
+    uint8_t* spare = rows.data();  // where the row being made goes
     uint8_t* other = rows.data() + rowSize;
     for (int32_t star = m.lastStar - 1; star >= 0; --star) {
         if (m.pattern[star] != '*') continue;
@@ -227,8 +228,8 @@ bool matchChars(const MatchT& m) {
     return walk(m, 0, 0, next);
 }
 
-bool matchBytes(const uint8_t* name, uint32_t nameSize, const uint8_t* pattern, uint32_t patternSize,
-                bool caseSensitive) {
+bool matchBytes(const uint8_t* name, uint32_t nameSize, const uint8_t* pattern,
+                uint32_t patternSize, bool caseSensitive) {
     CharsC nameChars(name, nameSize);
     CharsC patternChars(pattern, patternSize);
     MatchT m;
@@ -254,7 +255,10 @@ bool matchBytes(const uint8_t* name, uint32_t nameSize, const uint8_t* pattern, 
 FileNameC::FileNameC() : driveFlag(false), rooted(false), shareFlag(false) {}
 
 FileNameC::FileNameC(const FileNameC& other)
-    : text(other.text), driveFlag(other.driveFlag), rooted(other.rooted), shareFlag(other.shareFlag) {}
+    : text(other.text),
+      driveFlag(other.driveFlag),
+      rooted(other.rooted),
+      shareFlag(other.shareFlag) {}
 
 FileNameC::FileNameC(const FileNameC* other) : driveFlag(false), rooted(false), shareFlag(false) {
     if (!other) {
@@ -264,11 +268,13 @@ FileNameC::FileNameC(const FileNameC* other) : driveFlag(false), rooted(false), 
     *this = *other;
 }
 
-FileNameC::FileNameC(const StringC& string) : text(string), driveFlag(false), rooted(false), shareFlag(false) {
+FileNameC::FileNameC(const StringC& string)
+    : text(string), driveFlag(false), rooted(false), shareFlag(false) {
     normalise();
 }
 
-FileNameC::FileNameC(const StringArrayC& components) : driveFlag(false), rooted(false), shareFlag(false) {
+FileNameC::FileNameC(const StringArrayC& components)
+    : driveFlag(false), rooted(false), shareFlag(false) {
     const uint32_t count = components.size();
     if (count == 0) return;
     size_t total = count - 1;
@@ -282,7 +288,8 @@ FileNameC::FileNameC(const StringArrayC& components) : driveFlag(false), rooted(
         o += element.size();
     }
     ByteScratchC normal(total);
-    size_t length = normaliseInto(joined.data(), static_cast<size_t>(o - joined.data()), normal.data(), &rooted);
+    size_t length = normaliseInto(joined.data(), static_cast<size_t>(o - joined.data()),
+                                  normal.data(), &rooted);
     replaceText(text, newText(normal.data(), length));
 }
 
@@ -414,7 +421,8 @@ int32_t FileNameC::getComponentCount() const {
     if (bytes.size() == 0) return 0;
     const uint8_t* end = bytes.data() + bytes.size();
     int32_t count = 1;
-    for (const uint8_t* s = findByte(bytes.data(), end, kSeparator); s != end; s = findByte(s + 1, end, kSeparator)) {
+    for (const uint8_t* s = findByte(bytes.data(), end, kSeparator); s != end;
+         s = findByte(s + 1, end, kSeparator)) {
         ++count;
     }
     return count;
@@ -613,7 +621,8 @@ FileNameC* FileNameC::relativeTo(const FileNameC& base) const {
     if (mine.size() == n && memcmp(mine.data(), theirs.data(), n) == 0) {
         return new FileNameC(StringC(".", "system-8"));
     }
-    if (mine.size() > n && mine.data()[n] == kSeparator && memcmp(mine.data(), theirs.data(), n) == 0) {
+    if (mine.size() > n && mine.data()[n] == kSeparator &&
+        memcmp(mine.data(), theirs.data(), n) == 0) {
         return new FileNameC(fromBytes(mine.data() + n + 1, mine.size() - n - 1));
     }
     return new FileNameC(*this);
@@ -647,7 +656,8 @@ void FileNameC::stripSuffix(StringC& string, const StringC& suffix) {
 bool FileNameC::wildcardMatch(const StringC& name, const StringC& pattern, bool caseSensitive) {
     Utf8ViewC nameBytes(name);
     Utf8ViewC patternBytes(pattern);
-    return matchBytes(nameBytes.data(), nameBytes.size(), patternBytes.data(), patternBytes.size(), caseSensitive);
+    return matchBytes(nameBytes.data(), nameBytes.size(), patternBytes.data(), patternBytes.size(),
+                      caseSensitive);
 }
 
 }  // namespace keel

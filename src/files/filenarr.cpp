@@ -15,7 +15,8 @@ struct NameCompareT {
 
 int compareThrough(void* context, void* first, void* second) {
     NameCompareT* adapter = static_cast<NameCompareT*>(context);
-    return adapter->compare(adapter->context, static_cast<FileNameC*>(first), static_cast<FileNameC*>(second));
+    return adapter->compare(adapter->context, static_cast<FileNameC*>(first),
+                            static_cast<FileNameC*>(second));
 }
 
 }  // namespace

@@ -33,17 +33,35 @@ namespace {
 // instance() call unless setInstance put another service there before.
 FileServiceI* currentService = nullptr;
 
-const char kIsHiddenText[] = "\x01\x01" "e\x01" "Cannot get hidden state of file '%1$S'";
-const char kSetHiddenText[] = "\x01\x01" "e\x01" "Cannot set hidden state of file '%1$S'";
-const char kIsSystemText[] = "\x01\x01" "e\x01" "Cannot get system state of file '%1$S'";
-const char kChangeDirectoryText[] = "\x01\x01" "e\x01" "Cannot change to directory '%1$S'";
+const char kIsHiddenText[] =
+    "\x01\x01"
+    "e\x01"
+    "Cannot get hidden state of file '%1$S'";
+const char kSetHiddenText[] =
+    "\x01\x01"
+    "e\x01"
+    "Cannot set hidden state of file '%1$S'";
+const char kIsSystemText[] =
+    "\x01\x01"
+    "e\x01"
+    "Cannot get system state of file '%1$S'";
+const char kChangeDirectoryText[] =
+    "\x01\x01"
+    "e\x01"
+    "Cannot change to directory '%1$S'";
 
 const char kTemplateText[] =
-    "\x01\x01" "e\x01" "createSecureTempFile failed to create the name template for temp file. '%1$S'";
+    "\x01\x01"
+    "e\x01"
+    "createSecureTempFile failed to create the name template for temp file. '%1$S'";
 const char kMissingDirectoryText[] =
-    "\x01\x01" "e\x01" "createSecureTempFile the input directory does not exist. '%1$S'";
+    "\x01\x01"
+    "e\x01"
+    "createSecureTempFile the input directory does not exist. '%1$S'";
 const char kNewTempText[] =
-    "\x01\x01" "e\x01" "createSecureTempFile failed to create the new temp file name. '%1$S'";
+    "\x01\x01"
+    "e\x01"
+    "createSecureTempFile failed to create the new temp file name. '%1$S'";
 
 // printf-style text in "system-8", for the arguments of the reports above.
 StringC formatSystem(const char* format, ...) __attribute__((format(printf, 1, 2)));
@@ -56,17 +74,29 @@ StringC formatSystem(const char* format, ...) {
     return StringC(text, "system-8");
 }
 
-const char kCreateDirectoryText[] = "\x01\x01" "e\x01" "Cannot create directory '%1$S'";
+const char kCreateDirectoryText[] =
+    "\x01\x01"
+    "e\x01"
+    "Cannot create directory '%1$S'";
 const char kOpenSourceText[] =
-    "\x01\x01" "e\x01" "Failed to open the source file when copying file '%1$S' to '%2$S'";
+    "\x01\x01"
+    "e\x01"
+    "Failed to open the source file when copying file '%1$S' to '%2$S'";
 const char kOpenDestinationText[] =
-    "\x01\x01" "e\x01" "Failed to open the destination file when copying file '%1$S' to '%2$S'";
+    "\x01\x01"
+    "e\x01"
+    "Failed to open the destination file when copying file '%1$S' to '%2$S'";
 const char kReadSourceText[] =
-    "\x01\x01" "e\x01" "Failed to read the source file when copying file '%1$S' to '%2$S'";
+    "\x01\x01"
+    "e\x01"
+    "Failed to read the source file when copying file '%1$S' to '%2$S'";
 const char kWriteDestinationText[] =
-    "\x01\x01" "e\x01" "Failed to write to the destination file when copying file '%1$S' to '%2$S'";
+    "\x01\x01"
+    "e\x01"
+    "Failed to write to the destination file when copying file '%1$S' to '%2$S'";
 
-uint32_t reportTwoNames(uint32_t code, const char* text, const FileNameC* first, const FileNameC* second) {
+uint32_t reportTwoNames(uint32_t code, const char* text, const FileNameC* first,
+                        const FileNameC* second) {
     ArgListC args;
     args.add(first ? first->toString() : StringC());
     args.add(second ? second->toString() : StringC());
@@ -125,7 +155,8 @@ FlnFileServiceC::FlnFileServiceC() : copyTotalBytes(0), copyTotalFiles(0), remov
 }
 
 FlnFileServiceC::~FlnFileServiceC() {
-    for (uint32_t i = 0; i < removeAtExitList.size(); ++i) remove(removeAtExitList.nameAt(i), false, true);
+    for (uint32_t i = 0; i < removeAtExitList.size(); ++i)
+        remove(removeAtExitList.nameAt(i), false, true);
 }
 
 FileServiceI* FlnFileServiceC::instance() {
@@ -134,8 +165,7 @@ FileServiceI* FlnFileServiceC::instance() {
     static FlnFileServiceC theService;
     FileServiceI* expected = nullptr;
     FileServiceI* mine = &theService;
-    if (atomicCompareExchange(&currentService, expected, mine))
-        return mine;
+    if (atomicCompareExchange(&currentService, expected, mine)) return mine;
     // Somebody set a service first; that one stays in force.
     return expected;
 }
@@ -417,8 +447,8 @@ StringC FlnFileServiceC::getTempDirectory() {
     return StringC("/tmp", "ascii");
 }
 
-uint32_t FlnFileServiceC::createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC* directory,
-                                               const StringC& prefix) {
+uint32_t FlnFileServiceC::createSecureTempFile(StringC& outPath, int32_t* outDescriptor,
+                                               const FileNameC* directory, const StringC& prefix) {
     int32_t ignored;
     if (!outDescriptor) outDescriptor = &ignored;
     *outDescriptor = -1;
@@ -622,8 +652,9 @@ uint32_t FlnFileServiceC::moveAlias(const FileNameC* source, const FileNameC* de
     return move(source, destination);
 }
 
-uint32_t FlnFileServiceC::copyFile(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
-                                   void* context, bool syncDestination, uint32_t* closeCode) {
+uint32_t FlnFileServiceC::copyFile(const FileNameC* source, const FileNameC* destination,
+                                   CopyProgressFn progress, void* context, bool syncDestination,
+                                   uint32_t* closeCode) {
     FileServiceI* service = instance();
     IOStreamC* input = service->openStream(source, 3, 1, 1, false);
     if (!input) return reportTwoNames(0xE0CB0016u, kOpenSourceText, source, destination);
@@ -651,7 +682,9 @@ uint32_t FlnFileServiceC::copyFile(const FileNameC* source, const FileNameC* des
         }
         done += got;
         // A stopped copy is no error; the partial destination stays.
-        if (progress && !progress(source, destination, totalBytes, totalFiles, fileSize, done, context)) break;
+        if (progress &&
+            !progress(source, destination, totalBytes, totalFiles, fileSize, done, context))
+            break;
     }
     // A destination that fails to close (or to reach the disk, when asked)
     // lost data that the writes above accepted: that is a failed write.
@@ -693,9 +726,10 @@ bool FlnFileServiceC::linksToAncestor(const FileNameC* source) {
     }
 }
 
-uint32_t FlnFileServiceC::copy(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
-                              void* context) {
-    if (!source || !destination) return reportTwoNames(0xE0CB0016u, kOpenSourceText, source, destination);
+uint32_t FlnFileServiceC::copy(const FileNameC* source, const FileNameC* destination,
+                               CopyProgressFn progress, void* context) {
+    if (!source || !destination)
+        return reportTwoNames(0xE0CB0016u, kOpenSourceText, source, destination);
     if (!isDirectory(source)) {
         ErrBufI* errors = getErrBuf();
         uint32_t mark = errors->getMark();
@@ -725,7 +759,8 @@ uint32_t FlnFileServiceC::copy(const FileNameC* source, const FileNameC* destina
         StringC relative = entry->getCollapsedText();
         FileNameC from(source, relative);
         FileNameC to(destination, relative);
-        code = entryIsDirectory ? copyDirectoryNode(&from, &to) : copy(&from, &to, progress, context);
+        code =
+            entryIsDirectory ? copyDirectoryNode(&from, &to) : copy(&from, &to, progress, context);
         delete entry;
         if (code != 0) {
             lister->finish();
@@ -752,8 +787,8 @@ uint32_t FlnFileServiceC::reservedFileCheck(const FileNameC* name) {
     return 0;
 }
 
-IOStreamC* FlnFileServiceC::openStream(const FileNameC* name, uint32_t creationMode, uint32_t accessMode,
-                                       uint32_t shareMode, bool wait) {
+IOStreamC* FlnFileServiceC::openStream(const FileNameC* name, uint32_t creationMode,
+                                       uint32_t accessMode, uint32_t shareMode, bool wait) {
     return FileStreamC::open(name, creationMode, accessMode, shareMode, wait);
 }
 
@@ -774,7 +809,8 @@ FileInfoC* FlnFileServiceC::getFileInfo(const FileNameC* name, bool followLinks)
     NativeNameC native(*name, false, true);
     const char* text = native.get();
     struct stat64 record;
-    if (!text || (followLinks ? stat64(text, &record) : lstat64(text, &record)) != 0) return nullptr;
+    if (!text || (followLinks ? stat64(text, &record) : lstat64(text, &record)) != 0)
+        return nullptr;
     FileInfoC* info = new FileInfoC();
     fillFileInfo(info, record);
     return info;
@@ -795,8 +831,8 @@ int32_t FlnFileServiceC::openVerified(const char* path, struct stat64* record) {
         errno = saved;
         return -1;
     }
-    if (seen.st_mode != record->st_mode || seen.st_ino != record->st_ino || seen.st_dev != record->st_dev ||
-        seen.st_size != record->st_size) {
+    if (seen.st_mode != record->st_mode || seen.st_ino != record->st_ino ||
+        seen.st_dev != record->st_dev || seen.st_size != record->st_size) {
         // Closed here rather than left open, and errno says why: nothing
         // failed, the name was a link or the file changed under it.
         close(fd);

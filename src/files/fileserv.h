@@ -90,10 +90,10 @@ public:
     int64_t getFreeSpace(const FileNameC* name) override;
     FileNameC* createTempName(const StringC& prefix) override;
     StringC getTempDirectory() override;
-    uint32_t createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC* directory,
-                                  const StringC& prefix) override;
-    FileNameC* createUniqueName(const FileNameC* directory, const StringC& prefix, const StringC& suffix,
-                                bool create) override;
+    uint32_t createSecureTempFile(StringC& outPath, int32_t* outDescriptor,
+                                  const FileNameC* directory, const StringC& prefix) override;
+    FileNameC* createUniqueName(const FileNameC* directory, const StringC& prefix,
+                                const StringC& suffix, bool create) override;
     bool remove(const FileNameC* name, bool force, bool recursive) override;
     void removeAtExit(const FileNameC* name) override;
     uint32_t removeFile(const FileNameC* name) override;
@@ -106,8 +106,8 @@ public:
     bool isSystem(const FileNameC* name) override;
     uint32_t setHidden(const FileNameC* name) override;
     uint32_t reservedFileCheck(const FileNameC* name) override;
-    IOStreamC* openStream(const FileNameC* name, uint32_t creationMode, uint32_t accessMode, uint32_t shareMode,
-                          bool wait) override;
+    IOStreamC* openStream(const FileNameC* name, uint32_t creationMode, uint32_t accessMode,
+                          uint32_t shareMode, bool wait) override;
     uint32_t setCurrentDirectory(const FileNameC* name) override;
     FileInfoC* getFileInfo(const FileNameC* name, bool followLinks) override;
     uint32_t reservedCodeA() override { return 0x80000001u; }
@@ -124,8 +124,9 @@ private:
     // One file's contents in blocks of 4,096 bytes. `syncDestination` flushes
     // it to the disk before closing; a failed flush or close is a failed
     // write, whose system code goes to *closeCode when given.
-    uint32_t copyFile(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
-                      void* context, bool syncDestination, uint32_t* closeCode);
+    uint32_t copyFile(const FileNameC* source, const FileNameC* destination,
+                      CopyProgressFn progress, void* context, bool syncDestination,
+                      uint32_t* closeCode);
     // Makes the directory (an existing one will do) with the source's mode.
     uint32_t copyDirectoryNode(const FileNameC* source, const FileNameC* destination);
     // The source is a symbolic link to a directory on its own path.

@@ -14,8 +14,14 @@ namespace keel {
 
 namespace {
 
-const char kOpenFailedText[] = "\x01\x01" "e\x01" "Failed to open file '%1$S'";
-const char kAppendText[] = "\x01\x01" "e\x01" "Attempted to open '%1$S' for appending without write access";
+const char kOpenFailedText[] =
+    "\x01\x01"
+    "e\x01"
+    "Failed to open file '%1$S'";
+const char kAppendText[] =
+    "\x01\x01"
+    "e\x01"
+    "Attempted to open '%1$S' for appending without write access";
 
 uint32_t reportOpenFailed(uint32_t code, const char* text, const FileNameC* name) {
     ArgListC args;
@@ -24,8 +30,7 @@ uint32_t reportOpenFailed(uint32_t code, const char* text, const FileNameC* name
 }
 
 void closeRetrying(int fd) {
-    while (::close(fd) != 0 && errno == EINTR) {
-    }
+    while (::close(fd) != 0 && errno == EINTR) {}
 }
 
 // The system error, then 0xE0CB0010, then the descriptor closed.
@@ -45,7 +50,8 @@ int accessFlag(uint32_t accessMode, uint32_t shareMode, uint32_t creationMode) {
     // Read, and any value outside 1 to 3.
     if (shareMode == 0) return O_RDWR;
     if (shareMode == 1) return O_RDONLY;
-    return (creationMode == FileStreamC::CreateOrTruncate || creationMode == FileStreamC::TruncateExisting)
+    return (creationMode == FileStreamC::CreateOrTruncate ||
+            creationMode == FileStreamC::TruncateExisting)
                ? O_RDWR
                : O_RDONLY;
 }
@@ -173,7 +179,10 @@ uint32_t FileStreamC::close() {
 
 int32_t FileStreamC::read(void* buffer, uint32_t length) {
     if (!canRead()) {
-        reportError(0xE0CB0006u, "\x01\x01" "e\x01" "Attempted to read from a stream that does not support reading");
+        reportError(0xE0CB0006u,
+                    "\x01\x01"
+                    "e\x01"
+                    "Attempted to read from a stream that does not support reading");
         return -1;
     }
     // The answer is a signed 32-bit count, so one call reads at most that.
@@ -188,7 +197,10 @@ int32_t FileStreamC::read(void* buffer, uint32_t length) {
 
 int64_t FileStreamC::getLength() {
     if (handle < 0) {
-        reportError(0xE0CB0005u, "\x01\x01" "e\x01" "Cannot obtain length of stream");
+        reportError(0xE0CB0005u,
+                    "\x01\x01"
+                    "e\x01"
+                    "Cannot obtain length of stream");
         return -1;
     }
     struct stat64 record;
@@ -202,7 +214,9 @@ int64_t FileStreamC::getLength() {
 int64_t FileStreamC::seek(int64_t offset, int32_t whence) {
     if (!canSeek()) {
         reportError(0xE0CB0007u,
-                    "\x01\x01" "e\x01" "Attempted to set current position in a stream that does not support seeking");
+                    "\x01\x01"
+                    "e\x01"
+                    "Attempted to set current position in a stream that does not support seeking");
         return -1;
     }
     int from = whence == 1 ? SEEK_CUR : whence == 2 ? SEEK_END : SEEK_SET;
@@ -218,7 +232,10 @@ int64_t FileStreamC::seek(int64_t offset, int32_t whence) {
 
 uint32_t FileStreamC::setLength(int64_t length) {
     if (!canWrite() || !canSeek())
-        return reportError(0xE0CB000Bu, "\x01\x01" "e\x01" "Attempted to set length on non-resizable stream");
+        return reportError(0xE0CB000Bu,
+                           "\x01\x01"
+                           "e\x01"
+                           "Attempted to set length on non-resizable stream");
     if (ftruncate64(handle, static_cast<off64_t>(length)) != 0) return reportSystemError();
     return 0;
 }
@@ -231,7 +248,10 @@ uint32_t FileStreamC::flush() {
 
 uint32_t FileStreamC::write(const void* buffer, int32_t length) {
     if (!canWrite())
-        return reportError(0xE0CB0008u, "\x01\x01" "e\x01" "Attempted to write to a stream that does not support writing");
+        return reportError(0xE0CB0008u,
+                           "\x01\x01"
+                           "e\x01"
+                           "Attempted to write to a stream that does not support writing");
     if (length < 1) return 0;
     const char* bytes = static_cast<const char*>(buffer);
     while (length > 0) {

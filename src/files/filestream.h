@@ -50,8 +50,8 @@ public:
 
     // A new stream, or null after reporting (the system error first, then
     // 0xE0CB0010 with the name). `wait` waits for a lock held elsewhere.
-    static FileStreamC* open(const FileNameC* name, uint32_t creationMode, uint32_t accessMode, uint32_t shareMode,
-                             bool wait);
+    static FileStreamC* open(const FileNameC* name, uint32_t creationMode, uint32_t accessMode,
+                             uint32_t shareMode, bool wait);
 
     uint32_t close() override;
     int32_t read(void* buffer, uint32_t length) override;

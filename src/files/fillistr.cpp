@@ -36,8 +36,14 @@ void DIRStackC::push(FileNameC* name, struct __dirstream* handle) {
 }
 
 FileListerC::FileListerC(const FileNameC* name, uint32_t flags)
-    : recursive((flags & 1) != 0), followLinks((flags & 2) != 0), relativeNames((flags & 4) != 0),
-      includeParent((flags & 8) != 0), lastSinkResult(0), base(nullptr), pending(nullptr), status(0),
+    : recursive((flags & 1) != 0),
+      followLinks((flags & 2) != 0),
+      relativeNames((flags & 4) != 0),
+      includeParent((flags & 8) != 0),
+      lastSinkResult(0),
+      base(nullptr),
+      pending(nullptr),
+      status(0),
       aliveFlag(nullptr) {
     FileNameC empty;
     const FileNameC* start = name ? name : &empty;
@@ -137,7 +143,8 @@ uint32_t FileListerC::step(FileNameC** name, FileInfoC** info, FileListSinkI* si
     }
 }
 
-void FileListerC::dispatch(FileListSinkI* sink, FileNameC* name, int state, bool isDirectory, bool isParent) {
+void FileListerC::dispatch(FileListSinkI* sink, FileNameC* name, int state, bool isDirectory,
+                           bool isParent) {
     int32_t answer = (state == 0 && isDirectory) ? sink->onDirectory(new FileNameC(name))
                                                  : sink->onFile(new FileNameC(name));
     lastSinkResult = answer;

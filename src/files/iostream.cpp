@@ -17,7 +17,11 @@ uint32_t OutputStreamC::writeFrom(InputStreamC* input, int32_t count) {
         }
         int32_t got = input->read(chunk, want);
         if (got < 1) return 0;
-        if (write(chunk, got) != 0) return reportError(0xE0CB0015u, "\x01\x01" "e\x01" "Failed to write to a stream");
+        if (write(chunk, got) != 0)
+            return reportError(0xE0CB0015u,
+                               "\x01\x01"
+                               "e\x01"
+                               "Failed to write to a stream");
         done += got;
     }
 }

@@ -23,10 +23,20 @@ void setLine(StringC& line, const char* bytes, uint32_t length) {
 
 }  // namespace
 
-StreamReaderC::StreamReaderC(InputStreamC* stream, bool detect, TextEncodingI* encoding, bool ownsStream)
-    : stream(stream), ownsStream(ownsStream), detectPending(detect), ownMarkPending(false), decoder(nullptr),
-      inputSize(kInputSize), input(new uint8_t[kInputSize]), outputSize(0), pending(nullptr),
-      pendingStart(0), pendingEnd(0), pendingCapacity(0) {
+StreamReaderC::StreamReaderC(InputStreamC* stream, bool detect, TextEncodingI* encoding,
+                             bool ownsStream)
+    : stream(stream),
+      ownsStream(ownsStream),
+      detectPending(detect),
+      ownMarkPending(false),
+      decoder(nullptr),
+      inputSize(kInputSize),
+      input(new uint8_t[kInputSize]),
+      outputSize(0),
+      pending(nullptr),
+      pendingStart(0),
+      pendingEnd(0),
+      pendingCapacity(0) {
     TextEncodingI* chosen = encoding ? encoding : findEncoding("system-8");
     setEncoding(chosen);
     uint32_t markLength = 0;
@@ -36,8 +46,8 @@ StreamReaderC::StreamReaderC(InputStreamC* stream, bool detect, TextEncodingI* e
 
 StreamReaderC::~StreamReaderC() { close(); }
 
-StreamReaderC* StreamReaderC::open(const FileNameC* name, bool detect, TextEncodingI* encoding, uint32_t shareMode,
-                                   bool wait) {
+StreamReaderC* StreamReaderC::open(const FileNameC* name, bool detect, TextEncodingI* encoding,
+                                   uint32_t shareMode, bool wait) {
     IOStreamC* stream = FlnFileServiceC::instance()->openStream(name, 3, 1, shareMode, wait);
     if (!stream) return nullptr;
     return new StreamReaderC(stream, detect, encoding, true);
@@ -61,7 +71,9 @@ uint32_t StreamReaderC::close() {
     return code;
 }
 
-TextEncodingI* StreamReaderC::getEncoding() const { return decoder ? decoder->getEncoding() : nullptr; }
+TextEncodingI* StreamReaderC::getEncoding() const {
+    return decoder ? decoder->getEncoding() : nullptr;
+}
 
 void StreamReaderC::setEncoding(TextEncodingI* encoding) {
     if (decoder && decoder->getEncoding() == encoding) return;
@@ -134,7 +146,8 @@ bool StreamReaderC::decodeBlock() {
         if (checked && skip >= have) continue;
         compact();
         reservePending(outputSize);
-        uint32_t written = decoder->decode(input + skip, have - skip, pending + pendingEnd, outputSize, nullptr);
+        uint32_t written =
+            decoder->decode(input + skip, have - skip, pending + pendingEnd, outputSize, nullptr);
         pendingEnd += written;
         return true;
     }
@@ -218,7 +231,8 @@ uint32_t StreamReaderC::readLine(StringC& line) {
         const char* back = before ? static_cast<const char*>(memchr(from, '\r', before)) : nullptr;
         const char* end = back ? back : feed;
         if (end) {
-            setLine(line, pending + pendingStart, static_cast<uint32_t>(end - (pending + pendingStart)));
+            setLine(line, pending + pendingStart,
+                    static_cast<uint32_t>(end - (pending + pendingStart)));
             bool carriageReturn = *end == '\r';
             pendingStart = static_cast<size_t>(end - pending) + 1;
             if (carriageReturn) {

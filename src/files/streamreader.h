@@ -35,8 +35,8 @@ public:
 
     // Opens an existing file for reading with the share mode and the wait
     // flag; null when the file service gave no stream.
-    static StreamReaderC* open(const FileNameC* name, bool detect, TextEncodingI* encoding, uint32_t shareMode,
-                               bool wait);
+    static StreamReaderC* open(const FileNameC* name, bool detect, TextEncodingI* encoding,
+                               uint32_t shareMode, bool wait);
 
     uint32_t close() override;
     StringC* read(uint32_t count) override;

@@ -7,17 +7,23 @@
 
 namespace keel {
 
-StreamWriterC::StreamWriterC(OutputStreamC* stream, TextEncodingI* encoding, bool writeMark, bool ownsStream)
-    : stream(stream), ownsStream(ownsStream), encoder(nullptr), markPending(writeMark), bufferSize(0),
+StreamWriterC::StreamWriterC(OutputStreamC* stream, TextEncodingI* encoding, bool writeMark,
+                             bool ownsStream)
+    : stream(stream),
+      ownsStream(ownsStream),
+      encoder(nullptr),
+      markPending(writeMark),
+      bufferSize(0),
       buffer(nullptr) {
     encoder = (encoding ? encoding : findEncoding("system-8"))->newEncoder();
 }
 
 StreamWriterC::~StreamWriterC() { close(); }
 
-StreamWriterC* StreamWriterC::open(const FileNameC* name, bool append, TextEncodingI* encoding, bool writeMark,
-                                   uint32_t shareMode, bool wait) {
-    IOStreamC* stream = FlnFileServiceC::instance()->openStream(name, append ? 0 : 1, 2, shareMode, wait);
+StreamWriterC* StreamWriterC::open(const FileNameC* name, bool append, TextEncodingI* encoding,
+                                   bool writeMark, uint32_t shareMode, bool wait) {
+    IOStreamC* stream =
+        FlnFileServiceC::instance()->openStream(name, append ? 0 : 1, 2, shareMode, wait);
     if (!stream) return nullptr;
     bool mark = writeMark && (!append || stream->getPosition() == 0);
     return new StreamWriterC(stream, encoding, mark, true);

@@ -30,8 +30,8 @@ public:
     // Opens the file to append to or to create or empty, for writing, with
     // the share mode and the wait flag. When appending, the mark is written
     // only into a file that is empty. Null when no stream was opened.
-    static StreamWriterC* open(const FileNameC* name, bool append, TextEncodingI* encoding, bool writeMark,
-                               uint32_t shareMode, bool wait);
+    static StreamWriterC* open(const FileNameC* name, bool append, TextEncodingI* encoding,
+                               bool writeMark, uint32_t shareMode, bool wait);
 
     TextEncodingI* getEncoding() override;
     uint32_t close() override;

@@ -76,8 +76,12 @@ char* putFraction(char* p, uint32_t value, int precision) {
 }
 
 inline bool isDigitChar(uint32_t c) { return c < 0x80 ? (c >= '0' && c <= '9') : isDigit(c); }
-inline int32_t digitOf(uint32_t c) { return c < 0x80 ? static_cast<int32_t>(c - '0') : digitValue(c); }
-inline bool isBlankChar(uint32_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == 0xA0; }
+inline int32_t digitOf(uint32_t c) {
+    return c < 0x80 ? static_cast<int32_t>(c - '0') : digitValue(c);
+}
+inline bool isBlankChar(uint32_t c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == 0xA0;
+}
 
 // The text being parsed, as characters with the place of each in the
 // string's own bytes. Erasures are made here; `commit` then gives the caller's
@@ -119,7 +123,8 @@ public:
     // Erases the character at `index` when it is `c`.
     void eraseIf(int32_t index, uint32_t c) {
         if (index >= count || at(index) != c) return;
-        memmove(chars + index, chars + index + 1, sizeof(CharT) * static_cast<size_t>(count - index - 1));
+        memmove(chars + index, chars + index + 1,
+                sizeof(CharT) * static_cast<size_t>(count - index - 1));
         --count;
         erased = true;
     }
@@ -154,9 +159,10 @@ public:
             ++digits;
         }
         uint32_t after = at(index + digits);
-        bool plain = digits > 0 && digits <= 9 &&
-                     (index + digits == count || (after < 0x80 && !isDigitChar(after) && !isBlankChar(after) &&
-                                                  after != '+' && after != '-'));
+        bool plain =
+            digits > 0 && digits <= 9 &&
+            (index + digits == count || (after < 0x80 && !isDigitChar(after) &&
+                                         !isBlankChar(after) && after != '+' && after != '-'));
         if (!plain) return scanFraction(index, value, next);
         *next = index + digits;
         *value = static_cast<int32_t>(scale(number, digits));
@@ -234,12 +240,30 @@ StringC decimalSeparator() {
 }  // namespace datetimeinternal
 
 DateTimeC::DateTimeC()
-    : ticks(0), year(0), month(0), day(0), hour(0), minute(0), second(0), isLocal(0), ticksValid(1),
-      fieldsValid(0), weekday(0) {}
+    : ticks(0),
+      year(0),
+      month(0),
+      day(0),
+      hour(0),
+      minute(0),
+      second(0),
+      isLocal(0),
+      ticksValid(1),
+      fieldsValid(0),
+      weekday(0) {}
 
 DateTimeC::DateTimeC(int64_t ticks_, bool isLocal_)
-    : ticks(ticks_), year(0), month(0), day(0), hour(0), minute(0), second(0), isLocal(isLocal_ ? 1 : 0),
-      ticksValid(1), fieldsValid(0), weekday(0) {}
+    : ticks(ticks_),
+      year(0),
+      month(0),
+      day(0),
+      hour(0),
+      minute(0),
+      second(0),
+      isLocal(isLocal_ ? 1 : 0),
+      ticksValid(1),
+      fieldsValid(0),
+      weekday(0) {}
 
 DateTimeC::DateTimeC(int32_t year_, int32_t month_, int32_t day_, int32_t hour_, int32_t minute_,
                      int32_t second_, bool isLocal_) {
@@ -251,8 +275,8 @@ DateTimeC::DateTimeC(int32_t year_, int32_t month_, int32_t day_, int32_t hour_,
     makeStrict(year_, month_, day_, hour_, minute_, second_, fraction, isLocal_);
 }
 
-void DateTimeC::makeStrict(int32_t year_, int32_t month_, int32_t day_, int32_t hour_, int32_t minute_,
-                           int32_t second_, int64_t fraction, bool isLocal_) {
+void DateTimeC::makeStrict(int32_t year_, int32_t month_, int32_t day_, int32_t hour_,
+                           int32_t minute_, int32_t second_, int64_t fraction, bool isLocal_) {
     year = static_cast<int16_t>(year_);
     month = static_cast<int16_t>(month_);
     day = static_cast<int16_t>(day_);
@@ -273,7 +297,11 @@ void DateTimeC::makeStrict(int32_t year_, int32_t month_, int32_t day_, int32_t 
         second != second_) {
         ArgListC args;
         args.add(year_).add(month_).add(day_).add(hour_).add(minute_).add(second_);
-        reportError(kInvalidDate, "\x01\x01" "e\x01" "Invalid date/time %04d/%02d/%02d %02d:%02d:%02d", args);
+        reportError(kInvalidDate,
+                    "\x01\x01"
+                    "e\x01"
+                    "Invalid date/time %04d/%02d/%02d %02d:%02d:%02d",
+                    args);
     }
 }
 
@@ -286,7 +314,8 @@ const DateTimeC& DateTimeC::ensureTicks() const {
         k = month + 9;
         --y;
     }
-    int64_t days = ((y % 100) * 1461) / 4 + (146097 * (y / 100)) / 4 + (k * 153 + 2) / 5 + day - 306;
+    int64_t days =
+        ((y % 100) * 1461) / 4 + (146097 * (y / 100)) / 4 + (k * 153 + 2) / 5 + day - 306;
     int64_t seconds = days * 86400 + hour * 3600 + minute * 60 + second;
     ticks = wrapAdd(ticks, wrapMul(seconds, kTicksPerSecond));
     return *this;
@@ -344,10 +373,13 @@ DateTimeC DateTimeC::toUniversal() const {
 }
 
 int64_t DateTimeC::difference(const DateTimeC& a, const DateTimeC& b) {
-    return static_cast<int64_t>(static_cast<uint64_t>(a.getTicks()) - static_cast<uint64_t>(b.getTicks()));
+    return static_cast<int64_t>(static_cast<uint64_t>(a.getTicks()) -
+                                static_cast<uint64_t>(b.getTicks()));
 }
 
-DateTimeC DateTimeC::plus(int64_t interval) const { return DateTimeC(wrapAdd(getTicks(), interval), isLocal != 0); }
+DateTimeC DateTimeC::plus(int64_t interval) const {
+    return DateTimeC(wrapAdd(getTicks(), interval), isLocal != 0);
+}
 
 DateTimeC DateTimeC::minus(int64_t interval) const {
     return DateTimeC(wrapAdd(getTicks(), wrapMul(interval, -1)), isLocal != 0);
@@ -461,8 +493,9 @@ DateTimeC DateTimeC::parse(StringC& text) {
             if (n >= 7 && (chars.at(6) == ',' || chars.at(6) == '.')) {
                 if (!chars.fraction(7, &fraction, &next)) break;
             }
-            result = DateTimeC(wrapAdd(static_cast<int64_t>((h * 60 + m) * 60 + s) * kTicksPerSecond, fraction),
-                               false);
+            result = DateTimeC(
+                wrapAdd(static_cast<int64_t>((h * 60 + m) * 60 + s) * kTicksPerSecond, fraction),
+                false);
             ok = true;
             break;
         }
@@ -500,7 +533,11 @@ DateTimeC DateTimeC::parse(StringC& text) {
     } while (false);
     chars.commit();
     if (!ok) {
-        reportError(kInvalidDateText, "\x01\x01" "e\x01" "Invalid date/time string: '%S'", ArgListC().add(kept));
+        reportError(kInvalidDateText,
+                    "\x01\x01"
+                    "e\x01"
+                    "Invalid date/time string: '%S'",
+                    ArgListC().add(kept));
         return DateTimeC(0, false);
     }
     return result;

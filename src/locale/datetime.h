@@ -32,9 +32,9 @@ public:
     static const int64_t kUnixEpochSeconds = 62135683200LL;
 
     // Format flags: the low three bits are the digits of fraction (0 to 7).
-    static const int32_t kExtended = 8;   // "-" between date fields, ":" between time fields
+    static const int32_t kExtended = 8;  // "-" between date fields, ":" between time fields
     static const int32_t kDateOnly = 16;
-    static const int32_t kBlank = 32;     // a blank between date and time instead of "T"
+    static const int32_t kBlank = 32;  // a blank between date and time instead of "T"
 
     // All zero, ticks valid, universal.
     DateTimeC();
@@ -42,11 +42,11 @@ public:
     // Strict: a date that does not exist (30 February, month 13, second 60)
     // rolls over into the next unit and reports 0xE3E80065 with the values
     // asked for; the value keeps the rolled-over date.
-    DateTimeC(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute, int32_t second,
-              bool isLocal);
+    DateTimeC(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute,
+              int32_t second, bool isLocal);
     // The same with `fraction`, the ticks below one second.
-    DateTimeC(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute, int32_t second,
-              int64_t fraction, bool isLocal);
+    DateTimeC(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute,
+              int32_t second, int64_t fraction, bool isLocal);
 
     // The current time in whole seconds; with `local` moved to the local zone.
     static DateTimeC now(bool local);
@@ -84,8 +84,8 @@ public:
     bool isLocalTime() const { return isLocal != 0; }
 
 private:
-    void makeStrict(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute, int32_t second,
-                    int64_t fraction, bool isLocal);
+    void makeStrict(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute,
+                    int32_t second, int64_t fraction, bool isLocal);
     const DateTimeC& ensureTicks() const;
     const DateTimeC& ensureFields() const;
 

@@ -135,7 +135,8 @@ uint32_t LocaleLanguageC::setQualifiers(StringC text) {
     return catalog.load()->setQualifiers(text);
 }
 
-StringC LocaleLanguageC::fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) {
+StringC LocaleLanguageC::fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                               const char* selector) {
     uint32_t ignored = 4;
     if (!severity) severity = &ignored;
     *severity = 4;

@@ -154,7 +154,8 @@ public:
     uint32_t openCatalog(StringC path) override;
     int32_t languageValue() override { return languageValue_; }
 
-    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) override;
+    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                  const char* selector) override;
     uint32_t setQualifiers(StringC text) override;
 
     StringC catalogName;

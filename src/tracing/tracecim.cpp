@@ -44,8 +44,15 @@ LatchC& traceControlLatch() { return *controlLatchStorage; }
 
 // --- control variables --------------------------------------------------
 
-TraceControlVarC::TraceControlVarC(TraceControlVarC* parent, const char* text, uint32_t nameLength, int16_t level)
-    : TraceValuesT(), chain(0), hash(0), parent(parent), name(nullptr), children(nullptr), keyText(nullptr) {
+TraceControlVarC::TraceControlVarC(TraceControlVarC* parent, const char* text, uint32_t nameLength,
+                                   int16_t level)
+    : TraceValuesT(),
+      chain(0),
+      hash(0),
+      parent(parent),
+      name(nullptr),
+      children(nullptr),
+      keyText(nullptr) {
     detail = level;
     keyText = new char[nameLength + 3];
     keyText[0] = '0';
@@ -141,8 +148,8 @@ TraceControlVarC* TraceControllerC::findVariable(const char* path) {
             parent = made;
             continue;
         }
-        TraceControlVarC* variable =
-            new TraceControlVarC(parent, nameStart, static_cast<uint32_t>(ends[k] - prefixLength), detail);
+        TraceControlVarC* variable = new TraceControlVarC(
+            parent, nameStart, static_cast<uint32_t>(ends[k] - prefixLength), detail);
         insert(variable);
         if (parent) parent->addChild(variable);
         computeActive(variable);
@@ -272,7 +279,8 @@ uint32_t TraceControllerC::setConsumerLevel(TraceConsumerI* consumer, int32_t le
     return status;
 }
 
-uint32_t TraceControllerC::setPath(TraceConsumerI* consumer, const char* path, bool setting, bool on) {
+uint32_t TraceControllerC::setPath(TraceConsumerI* consumer, const char* path, bool setting,
+                                   bool on) {
     LatchGuardC guard(traceControlLatch());
     int32_t index = consumerIndex(consumer);
     if (index < 0) return kTraceNoConsumer;
@@ -312,7 +320,9 @@ uint32_t TraceControllerC::setVariable(const char* path, const TraceValuesT* val
     variable->explicit_ = values->explicit_;
     atomicStoreRelaxed(&variable->counter, values->counter);
     variable->total = values->total;
-    variable->detail = static_cast<int16_t>(values->detail < 0 ? 0 : values->detail > 9 ? 9 : values->detail);
+    variable->detail = static_cast<int16_t>(values->detail < 0   ? 0
+                                            : values->detail > 9 ? 9
+                                                                 : values->detail);
     computeActive(variable);
     return 0;
 }
@@ -329,7 +339,8 @@ uint32_t TraceControllerC::getChildName(const char* path, int32_t index, const c
     if (!result) return kTraceNoChild;
     LatchGuardC guard(traceControlLatch());
     TraceControlVarC* variable = lookupVariable(path);
-    if (!variable || index < 0 || static_cast<uint32_t>(index) >= variable->childCount()) return kTraceNoChild;
+    if (!variable || index < 0 || static_cast<uint32_t>(index) >= variable->childCount())
+        return kTraceNoChild;
     *result = variable->child(static_cast<uint32_t>(index))->name;
     return 0;
 }
@@ -372,7 +383,8 @@ uint32_t TraceControllerC::getInfo(const char** result) {
     return 0;
 }
 
-void TraceControllerC::walkVariables(void (*visit)(void* context, TraceControlVarC* variable), void* context) {
+void TraceControllerC::walkVariables(void (*visit)(void* context, TraceControlVarC* variable),
+                                     void* context) {
     LatchGuardC guard(traceControlLatch());
     HashIteratorC walk(this);
     uint32_t status = 0;

@@ -63,7 +63,8 @@ inline int32_t tracePrefixDigit(const char* path) {
 
 class TraceControlVarC : public HashElemI, public TraceValuesT {
 public:
-    TraceControlVarC(TraceControlVarC* parent, const char* name, uint32_t nameLength, int16_t detail);
+    TraceControlVarC(TraceControlVarC* parent, const char* name, uint32_t nameLength,
+                     int16_t detail);
     ~TraceControlVarC() override;
 
     uintptr_t* nextLink() override { return &chain; }

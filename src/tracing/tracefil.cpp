@@ -59,9 +59,11 @@ void expandLetter(NameSinkT& sink, char letter, uint32_t attempt, bool* exclusiv
         memset(&local, 0, sizeof local);
         localtime_r(&now, &local);
         if (letter == 'd') {
-            snprintf(number, sizeof number, "%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+            snprintf(number, sizeof number, "%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1,
+                     local.tm_mday);
         } else {
-            snprintf(number, sizeof number, "%02d%02d%02d", local.tm_hour, local.tm_min, local.tm_sec);
+            snprintf(number, sizeof number, "%02d%02d%02d", local.tm_hour, local.tm_min,
+                     local.tm_sec);
         }
         sink.put(number);
         return;
@@ -132,10 +134,27 @@ void lineSink(void* context, uint32_t character) {
 }  // namespace
 
 TraceConsumerFileC::TraceConsumerFileC(TraceControllerI* controller_)
-    : controller(controller_), stream(nullptr), filename(duplicateText("/tmp/%p%t.trc")), timeOfDay(0),
-      timestamp(0), timeDeltas(0), traceCounters(0), traceTimers(0), showClass(0), firstTick(0), lastTick(0),
-      ticksPerSecond(0), flushFrequency(1), linesUnflushed(0), maxIndent(16), maxDetail(9), showProcess(0),
-      showThreads(0), patterns(nullptr), patternCount(0), patternCapacity(0) {}
+    : controller(controller_),
+      stream(nullptr),
+      filename(duplicateText("/tmp/%p%t.trc")),
+      timeOfDay(0),
+      timestamp(0),
+      timeDeltas(0),
+      traceCounters(0),
+      traceTimers(0),
+      showClass(0),
+      firstTick(0),
+      lastTick(0),
+      ticksPerSecond(0),
+      flushFrequency(1),
+      linesUnflushed(0),
+      maxIndent(16),
+      maxDetail(9),
+      showProcess(0),
+      showThreads(0),
+      patterns(nullptr),
+      patternCount(0),
+      patternCapacity(0) {}
 
 TraceConsumerFileC::~TraceConsumerFileC() {
     closeStream();
@@ -151,7 +170,8 @@ void TraceConsumerFileC::closeStream() {
     stream = nullptr;
 }
 
-void TraceConsumerFileC::expandName(const char* pattern, uint32_t attempt, char* out, bool* exclusive) {
+void TraceConsumerFileC::expandName(const char* pattern, uint32_t attempt, char* out,
+                                    bool* exclusive) {
     NameSinkT sink = {out, 0};
     *exclusive = false;
     for (const char* p = pattern; *p; ++p) {
@@ -195,13 +215,15 @@ uint32_t TraceConsumerFileC::open() {
             // A link, a directory or a device planted under the name, or a
             // file that somebody else owns: nothing of theirs is written to.
             if (S_ISLNK(before.st_mode)) return systemCode(ELOOP);
-            if (!S_ISREG(before.st_mode)) return systemCode(S_ISDIR(before.st_mode) ? EISDIR : EINVAL);
+            if (!S_ISREG(before.st_mode))
+                return systemCode(S_ISDIR(before.st_mode) ? EISDIR : EINVAL);
             if (before.st_uid != geteuid()) return systemCode(EPERM);
         }
         // O_NOFOLLOW: a link planted after the lstat is refused by the open
         // itself, also where lstat found nothing and there is no record to
         // compare with.
-        int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | (exclusive ? O_EXCL : 0);
+        int flags =
+            O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | (exclusive ? O_EXCL : 0);
         int fd = ::open(name, flags, 0644);
         if (fd < 0) {
             lastError = errno;
@@ -226,7 +248,8 @@ uint32_t TraceConsumerFileC::open() {
     return systemCode(lastError);
 }
 
-uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char* format, ArgListC args) {
+uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char* format,
+                                   ArgListC args) {
     if (!stream) {
         uint32_t code = open();
         if (code != 0) return code;
@@ -248,10 +271,11 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
             if (timeOfDay) {
                 struct timeval clock;
                 gettimeofday(&clock, nullptr);
-                DateTimeC stamp((static_cast<int64_t>(clock.tv_sec) + DateTimeC::kUnixEpochSeconds) *
-                                        DateTimeC::kTicksPerSecond +
-                                    static_cast<int64_t>(clock.tv_usec) * 100,
-                                false);
+                DateTimeC stamp(
+                    (static_cast<int64_t>(clock.tv_sec) + DateTimeC::kUnixEpochSeconds) *
+                            DateTimeC::kTicksPerSecond +
+                        static_cast<int64_t>(clock.tv_usec) * 100,
+                    false);
                 StringC text = stamp.toLocal().format(43);
                 Utf8ViewC bytes(text);
                 size_t length = bytes.size();
@@ -281,7 +305,8 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
             written = true;
         }
         if (showThreads) {
-            p += sprintf(p, "%sthread 0x%lx", written ? ", " : "", static_cast<unsigned long>(pthread_self()));
+            p += sprintf(p, "%sthread 0x%lx", written ? ", " : "",
+                         static_cast<unsigned long>(pthread_self()));
             written = true;
         }
         lastTick = relative;
@@ -300,7 +325,8 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
     }
     int32_t blanks = indent;
     if (maxIndent > 0) blanks = indent % maxIndent;
-    static const char kBlanks[] = "                                                                ";
+    static const char kBlanks[] =
+        "                                                                ";
     while (blanks > 0) {
         int32_t part = blanks < 64 ? blanks : 64;
         fwrite(kBlanks, 1, static_cast<size_t>(part), stream);
@@ -322,7 +348,8 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
     return 0;
 }
 
-uint32_t TraceConsumerFileC::writeFormat(const char* path, int32_t indent, const char* format, ...) {
+uint32_t TraceConsumerFileC::writeFormat(const char* path, int32_t indent, const char* format,
+                                         ...) {
     va_list arguments;
     va_start(arguments, format);
     ArgListC args = argListFromText(format, arguments);
@@ -335,7 +362,9 @@ uint32_t TraceConsumerFileC::valueChanged(const char* path, int32_t indent) {
     TraceValuesT* values = nullptr;
     if (controller->getVariable(path, &values) != 0 || !values) return 0;
     if (values->total == 0) {
-        if (traceCounters) writeFormat(path, indent, "counter %s now %ld", path, static_cast<int>(values->counter));
+        if (traceCounters)
+            writeFormat(path, indent, "counter %s now %ld", path,
+                        static_cast<int>(values->counter));
         return 0;
     }
     if (!traceTimers) return 0;
@@ -343,8 +372,9 @@ uint32_t TraceConsumerFileC::valueChanged(const char* path, int32_t indent) {
     if (ticksPerSecond == 0) return 0;
     int64_t rate = static_cast<int64_t>(ticksPerSecond);
     // "%ld" takes 32 bits in the format language, as long is on i386.
-    writeFormat(path, indent, "timer %s interval %ld, total %ld.%06ld", path, static_cast<int>(values->counter),
-                static_cast<int>(values->total / rate), static_cast<int>(values->total % rate));
+    writeFormat(path, indent, "timer %s interval %ld, total %ld.%06ld", path,
+                static_cast<int>(values->counter), static_cast<int>(values->total / rate),
+                static_cast<int>(values->total % rate));
     return 0;
 }
 
@@ -371,9 +401,9 @@ uint32_t TraceConsumerFileC::setOption(const char* key, const char* value) {
     if (!key) return kTraceUnknownKey;
     if (!value) value = "";
     if (strcasecmp(key, "filename") == 0) return setFilename(value);
-    static const char* const keys[] = {"timeofday",  "timestamp", "timedeltas",   "trace_timers",
-                                       "trace_counters", "flush_freq", "max_indent", "max_detail",
-                                       "show_process",   "show_threads", "show_class"};
+    static const char* const keys[] = {
+        "timeofday",  "timestamp",  "timedeltas",   "trace_timers", "trace_counters", "flush_freq",
+        "max_indent", "max_detail", "show_process", "show_threads", "show_class"};
     int which = -1;
     for (int i = 0; i < static_cast<int>(sizeof keys / sizeof keys[0]); ++i) {
         if (strcasecmp(key, keys[i]) == 0) which = i;
@@ -391,16 +421,36 @@ uint32_t TraceConsumerFileC::setOption(const char* key, const char* value) {
             timeOfDay = 0;
         }
         break;
-    case 1: setTimestamp(low); break;
-    case 2: setTimeDeltas(low); break;
-    case 3: setTraceTimers(low); break;
-    case 4: setTraceCounters(low); break;
-    case 5: setFlushFrequency(v); break;
-    case 6: setMaxIndent(v); break;
-    case 7: setMaxDetail(v); break;
-    case 8: setShowProcess(low); break;
-    case 9: setShowThreads(low); break;
-    default: showClass = v == 1 ? 1 : 0; break;
+    case 1:
+        setTimestamp(low);
+        break;
+    case 2:
+        setTimeDeltas(low);
+        break;
+    case 3:
+        setTraceTimers(low);
+        break;
+    case 4:
+        setTraceCounters(low);
+        break;
+    case 5:
+        setFlushFrequency(v);
+        break;
+    case 6:
+        setMaxIndent(v);
+        break;
+    case 7:
+        setMaxDetail(v);
+        break;
+    case 8:
+        setShowProcess(low);
+        break;
+    case 9:
+        setShowThreads(low);
+        break;
+    default:
+        showClass = v == 1 ? 1 : 0;
+        break;
     }
     return 0;
 }

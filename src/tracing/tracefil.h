@@ -33,7 +33,8 @@ const uint32_t kTraceUnknownKey = 0xE0150006u;
 // The settings of a file consumer, as a plain record (for diagnostics).
 struct TraceFileOptionsT {
     const char* filename;
-    uint8_t timeOfDay, timestamp, timeDeltas, traceCounters, traceTimers, showClass, showProcess, showThreads;
+    uint8_t timeOfDay, timestamp, timeDeltas, traceCounters, traceTimers, showClass, showProcess,
+        showThreads;
     int32_t flushFrequency, maxIndent, maxDetail;
     uint32_t patternCount;
     const char* const* patterns;
@@ -67,8 +68,9 @@ public:
     void setShowProcess(uint8_t on) { showProcess = on; }
     void setShowThreads(uint8_t on) { showThreads = on; }
     TraceFileOptionsT options() const {
-        return {filename,       timeOfDay, timestamp,  timeDeltas, traceCounters, traceTimers, showClass,
-                showProcess,    showThreads, flushFrequency, maxIndent, maxDetail, patternCount, patterns};
+        return {filename,    timeOfDay, timestamp,    timeDeltas,  traceCounters,
+                traceTimers, showClass, showProcess,  showThreads, flushFrequency,
+                maxIndent,   maxDetail, patternCount, patterns};
     }
 
     // The file name of attempt `attempt` (0 to 99): '%' sequences expanded

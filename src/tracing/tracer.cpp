@@ -9,7 +9,9 @@
 
 namespace keel {
 
-TracerC::TracerC() : indent(0), fileConsumer(new TraceConsumerFileC(this)) { addConsumer(fileConsumer, 0, 9); }
+TracerC::TracerC() : indent(0), fileConsumer(new TraceConsumerFileC(this)) {
+    addConsumer(fileConsumer, 0, 9);
+}
 
 // Never run in practice (the tracer lives to the end of the process); the
 // controller's destructor empties the tree. Consumers that others added are
@@ -58,7 +60,8 @@ uint32_t TracerC::isEnabled(const char* path, TraceValuesT** handle) {
     return atomicLoadRelaxed(&variable->active);
 }
 
-uint32_t TracerC::trace(const char* path, TraceValuesT** handle, const char* format, ArgListC args) {
+uint32_t TracerC::trace(const char* path, TraceValuesT** handle, const char* format,
+                        ArgListC args) {
     if (!handle) return 0;
     uint32_t mask = isEnabled(path, handle);
     if (mask == 0) return 0;
@@ -142,8 +145,8 @@ void TracerC::stopTimer(const char* path, TraceValuesT** handle) {
     values->started = 0;
 }
 
-uint32_t TracerC::getValues(const char* path, TraceValuesT** handle, int32_t* counter, int64_t* total,
-                            uint64_t* ticksPerSecond) {
+uint32_t TracerC::getValues(const char* path, TraceValuesT** handle, int32_t* counter,
+                            int64_t* total, uint64_t* ticksPerSecond) {
     TraceControlVarC* variable = variableOf(path, handle);
     if (!variable) return 0;
     if (counter) *counter = atomicLoadRelaxed(&variable->counter);

@@ -27,7 +27,8 @@ public:
     TraceDefaultConsumerI* getDefaultConsumer() override;
     void reserved2() override;
     uint32_t isEnabled(const char* path, TraceValuesT** handle) override;
-    uint32_t trace(const char* path, TraceValuesT** handle, const char* format, ArgListC args) override;
+    uint32_t trace(const char* path, TraceValuesT** handle, const char* format,
+                   ArgListC args) override;
     uint32_t enter(const char* path, TraceValuesT** handle) override;
     void leave() override;
     uint32_t count(const char* path, TraceValuesT** handle, int32_t delta) override;

@@ -20,13 +20,25 @@ TEST(BaseNameOf, PointsBehindTheLastSlash) {
 // Into a separate buffer the path stays as it is; "<null>" stands for a null
 // answer. A suffix is cut only at the end and never at position 0.
 TEST(BaseNameInto, TrailingSlashesSuffixAndBounds) {
-    struct Case { const char* path; const char* suffix; size_t size; const char* base; };
+    struct Case {
+        const char* path;
+        const char* suffix;
+        size_t size;
+        const char* base;
+    };
     const Case cases[] = {
-        {"/a/b.txt/", ".txt", 64, "b"}, {"/a/b.txt", nullptr, 64, "b.txt"}, {".txt", ".txt", 64, ".txt"},
-        {"a/.txt", ".txt", 64, ""},     {"b.txt.bak", ".txt", 64, "b.txt.bak"}, {"b.txt", "", 64, "b.txt"},
-        {"a/b///", nullptr, 64, "b"},   {"///", nullptr, 64, ""},             {"", nullptr, 64, "<null>"},
+        {"/a/b.txt/", ".txt", 64, "b"},
+        {"/a/b.txt", nullptr, 64, "b.txt"},
+        {".txt", ".txt", 64, ".txt"},
+        {"a/.txt", ".txt", 64, ""},
+        {"b.txt.bak", ".txt", 64, "b.txt.bak"},
+        {"b.txt", "", 64, "b.txt"},
+        {"a/b///", nullptr, 64, "b"},
+        {"///", nullptr, 64, ""},
+        {"", nullptr, 64, "<null>"},
         {"/d/caf\xc3\xa9.txt", ".txt", 64, "caf\xc3\xa9"},  // non-ASCII names keep their bytes
-        {"/a/longname", nullptr, 5, "long"}, {"/a/longname", nullptr, 1, ""},
+        {"/a/longname", nullptr, 5, "long"},
+        {"/a/longname", nullptr, 1, ""},
     };
     for (const Case& c : cases) {
         char path[64], output[64];
@@ -43,7 +55,8 @@ TEST(BaseNameInto, TrailingSlashesSuffixAndBounds) {
 TEST(BaseNameInto, IntoThePathItself) {
     char path[] = "/usr/lib/libkeel.so/";
     EXPECT_EQ(path, baseNameInto(path, nullptr, 0, ".so"));
-    EXPECT_EQ(std::string("libkeel\0\0\0\0\0\0\0\0\0\0\0\0\0", 21), std::string(path, sizeof path));  // the rest cleared
+    EXPECT_EQ(std::string("libkeel\0\0\0\0\0\0\0\0\0\0\0\0\0", 21),
+              std::string(path, sizeof path));  // the rest cleared
     // An invalid byte reads as U+FFFD, three bytes that do not fit in the
     // place of one: the name is cut to the path's storage.
     char invalid[] = "\xfe";

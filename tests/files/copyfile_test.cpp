@@ -86,7 +86,8 @@ TEST(FreeBytesOf, ProductOrCeiling) {
 
 TEST_F(CopyFileTest, CopyKeepsContentAndMode) {
     std::string content;
-    for (int i = 0; i < 3000; ++i) content.push_back(static_cast<char>(i * 7));  // several blocks and a part
+    for (int i = 0; i < 3000; ++i)
+        content.push_back(static_cast<char>(i * 7));  // several blocks and a part
     std::string source = put("src", content, 0640);
     std::string destination = put("dst", "old content that is longer than nothing");
     EXPECT_EQ(kCopyDone, copyFileData(source.c_str(), destination.c_str()));
@@ -151,7 +152,8 @@ TEST_F(CopyFileTest, FailedCloseRemovesTheDestinationAndKeepsTheSource) {
         close(fd);
         int code = moveFileData(pattern, destination.c_str());
         struct stat shm, tmp;
-        bool across = stat("/dev/shm", &shm) == 0 && stat(dir.c_str(), &tmp) == 0 && shm.st_dev != tmp.st_dev;
+        bool across =
+            stat("/dev/shm", &shm) == 0 && stat(dir.c_str(), &tmp) == 0 && shm.st_dev != tmp.st_dev;
         if (across) {
             EXPECT_EQ(kCopyFileFailed, code);
             EXPECT_EQ("kept", read(pattern));

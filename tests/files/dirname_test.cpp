@@ -15,12 +15,16 @@ namespace {
 // stays as it is, and a refusal ("<null>") leaves the buffer cleared; an
 // answer needs room for its terminator.
 TEST(DirectoryOf, IntoABuffer) {
-    struct Case { const char* path; size_t size; const char* dir; };
+    struct Case {
+        const char* path;
+        size_t size;
+        const char* dir;
+    };
     const Case cases[] = {
-        {"a/b", 64, "a/"}, {"/a/b", 64, "/a/"}, {"a/b///", 64, "a/"}, {"a//b", 64, "a//"}, {"b", 64, "."},
-        {"b/", 64, "."},   {"/", 64, "/"},      {"//", 64, "/"},      {"/b", 64, "/"},     {"", 64, "."},
-        {"a/b", 3, "a/"},  {"a/b", 2, "<null>"}, {"/a/b", 3, "<null>"}, {"b", 2, "."},    {"b", 1, "<null>"},
-        {"b", 0, "<null>"},
+        {"a/b", 64, "a/"},     {"/a/b", 64, "/a/"}, {"a/b///", 64, "a/"}, {"a//b", 64, "a//"},
+        {"b", 64, "."},        {"b/", 64, "."},     {"/", 64, "/"},       {"//", 64, "/"},
+        {"/b", 64, "/"},       {"", 64, "."},       {"a/b", 3, "a/"},     {"a/b", 2, "<null>"},
+        {"/a/b", 3, "<null>"}, {"b", 2, "."},       {"b", 1, "<null>"},   {"b", 0, "<null>"},
     };
     for (const Case& c : cases) {
         char path[64], output[64];
@@ -28,7 +32,8 @@ TEST(DirectoryOf, IntoABuffer) {
         memset(output, 'Z', sizeof output);
         char* result = directoryOf(path, output, c.size);
         EXPECT_EQ(c.dir, std::string(result ? result : "<null>")) << c.path << " in " << c.size;
-        EXPECT_TRUE(result ? result == output : c.size == 0 || output[0] == '\0') << c.path << " in " << c.size;
+        EXPECT_TRUE(result ? result == output : c.size == 0 || output[0] == '\0')
+            << c.path << " in " << c.size;
         EXPECT_STREQ(c.path, path);
     }
     char path[] = "a/b";
@@ -43,7 +48,13 @@ TEST(DirectoryOf, IntoABuffer) {
 // and "//" keep a character behind the answer; an empty path has no room for ".".
 TEST(DirectoryOf, InPlace) {
     const std::pair<const char*, const char*> cases[] = {
-        {"/usr/lib/x.so", "/usr/lib/"}, {"a/b/", "a/"}, {"b", "."}, {"/", "/"}, {"b/", "./"}, {"//", "//"}, {"", nullptr},
+        {"/usr/lib/x.so", "/usr/lib/"},
+        {"a/b/", "a/"},
+        {"b", "."},
+        {"/", "/"},
+        {"b/", "./"},
+        {"//", "//"},
+        {"", nullptr},
     };
     for (const auto& c : cases) {
         char path[16];

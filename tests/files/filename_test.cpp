@@ -12,7 +12,9 @@
 namespace keel {
 namespace {
 
-StringC S(const std::string& text) { return StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8"); }
+StringC S(const std::string& text) {
+    return StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+}
 
 std::string str(const StringC& s) {
     const char* t = s.textUtf8();
@@ -27,23 +29,39 @@ FileNameC N(const std::string& text) { return FileNameC(S(text)); }
 // syntax is ordinary text, a NUL is an ordinary character, and the "fewer
 // than three characters" rule counts characters, not bytes.
 TEST(FileName, NormalFormAndCollapse) {
-    struct Case { std::string input, text; bool rooted; std::string string, collapsed; };
+    struct Case {
+        std::string input, text;
+        bool rooted;
+        std::string string, collapsed;
+    };
     const Case cases[] = {
-        {"", "", false, "", ""},                     {"/", "", true, "/", "/"},
-        {"//", "", true, "/", "/"},                  {"///a", "a", true, "/a", "/a"},
-        {"a//b", "a/b", false, "a/b", "a/b"},        {"a/b//", "a/b", false, "a/b", "a/b"},
-        {".", ".", false, ".", ""},                  {"./", ".", false, ".", ""},
-        {"./a", "./a", false, "./a", "a"},           {"a/.", "a/.", false, "a/.", "a/"},
-        {"ab/.", "ab/.", false, "ab/.", "ab"},       {"..", "..", false, "..", ".."},
-        {"a/..", "a/..", false, "a/..", "."},        {"/a/..", "a/..", true, "/a/..", "/."},
-        {"a/b/..", "a/b/..", false, "a/b/..", "a/"}, {"a/../..", "a/../..", false, "a/../..", ".."},
-        {"/..", "..", true, "/..", "/.."},           {"/a/../..", "a/../..", true, "/a/../..", "/.."},
-        {"../..", "../..", false, "../..", "../.."}, {"a/b/../../c", "a/b/../../c", false, "a/b/../../c", "c"},
-        {"/./a", "./a", true, "/./a", "/a"},         {"...", "...", false, "...", "..."},
+        {"", "", false, "", ""},
+        {"/", "", true, "/", "/"},
+        {"//", "", true, "/", "/"},
+        {"///a", "a", true, "/a", "/a"},
+        {"a//b", "a/b", false, "a/b", "a/b"},
+        {"a/b//", "a/b", false, "a/b", "a/b"},
+        {".", ".", false, ".", ""},
+        {"./", ".", false, ".", ""},
+        {"./a", "./a", false, "./a", "a"},
+        {"a/.", "a/.", false, "a/.", "a/"},
+        {"ab/.", "ab/.", false, "ab/.", "ab"},
+        {"..", "..", false, "..", ".."},
+        {"a/..", "a/..", false, "a/..", "."},
+        {"/a/..", "a/..", true, "/a/..", "/."},
+        {"a/b/..", "a/b/..", false, "a/b/..", "a/"},
+        {"a/../..", "a/../..", false, "a/../..", ".."},
+        {"/..", "..", true, "/..", "/.."},
+        {"/a/../..", "a/../..", true, "/a/../..", "/.."},
+        {"../..", "../..", false, "../..", "../.."},
+        {"a/b/../../c", "a/b/../../c", false, "a/b/../../c", "c"},
+        {"/./a", "./a", true, "/./a", "/a"},
+        {"...", "...", false, "...", "..."},
         {"a/../../b/./c/", "a/../../b/./c", false, "a/../../b/./c", "../b/c"},
         {"x/../a/..", "x/../a/..", false, "x/../a/..", "."},
         {"C:\\dir\\f", "C:\\dir\\f", false, "C:\\dir\\f", "C:\\dir\\f"},
-        {std::string("a\0//b/", 6), std::string("a\0/b", 4), false, std::string("a\0/b", 4), std::string("a\0/b", 4)},
+        {std::string("a\0//b/", 6), std::string("a\0/b", 4), false, std::string("a\0/b", 4),
+         std::string("a\0/b", 4)},
         {"\xc3\xa9/.", "\xc3\xa9/.", false, "\xc3\xa9/.", "\xc3\xa9/"},
         {"\xc3\xa9x/.", "\xc3\xa9x/.", false, "\xc3\xa9x/.", "\xc3\xa9x"},
     };
@@ -69,14 +87,18 @@ TEST(FileName, NormalFormAndCollapse) {
 
 // Joining a directory and a name looks only at the raw ends.
 TEST(FileName, Join) {
-    struct Case { std::string dir, name, result; };
+    struct Case {
+        std::string dir, name, result;
+    };
     const Case cases[] = {
-        {"a", "b", "a/b"},      {"a", "/b", "ab"},   {"a/", "/b", "a/b"}, {".", "/b", "b"},  {".", "//b", "b"},
-        {".", "b", "b"},        {"", "/b", "/b"},    {"", "b//", "b"},    {"/", "b", "/b"},  {"a", "//", "a"},
-        {"/a", "../b", "/a/../b"}, {"b", "/", "b"}, {"", "", ""},        {"a", "", "a"},    {"./", "b", "./b"},
+        {"a", "b", "a/b"}, {"a", "/b", "ab"}, {"a/", "/b", "a/b"},       {".", "/b", "b"},
+        {".", "//b", "b"}, {".", "b", "b"},   {"", "/b", "/b"},          {"", "b//", "b"},
+        {"/", "b", "/b"},  {"a", "//", "a"},  {"/a", "../b", "/a/../b"}, {"b", "/", "b"},
+        {"", "", ""},      {"a", "", "a"},    {"./", "b", "./b"},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(c.result, str(FileNameC(S(c.dir), S(c.name)).toString())) << c.dir << " + " << c.name;
+        EXPECT_EQ(c.result, str(FileNameC(S(c.dir), S(c.name)).toString()))
+            << c.dir << " + " << c.name;
         FileNameC dir = N(c.dir);
         EXPECT_EQ(FileNameC(dir.toString(), S(c.name)).compare(FileNameC(&dir, S(c.name))), 0);
     }
@@ -93,12 +115,20 @@ TEST(FileName, Join) {
 // The questions each name answers; "-" marks an empty answer where the
 // column would otherwise read as a blank.
 TEST(FileName, Queries) {
-    struct Case { std::string input; int components; std::string dir, base, baseTxt, ext; };
+    struct Case {
+        std::string input;
+        int components;
+        std::string dir, base, baseTxt, ext;
+    };
     const Case cases[] = {
-        {"", 0, "", "", "", ""},          {"/", 0, "/", "", "", ""},
-        {"a", 1, "", "a", "a", ""},       {"/a", 1, "/", "a", "a", ""},
-        {"a/b.txt", 2, "a", "b.txt", "b", "txt"}, {"/x/a.b/c", 3, "/x/a.b", "c", "c", "b/c"},
-        {".txt", 1, "", ".txt", "", "txt"},       {"a/.txt", 2, "a", ".txt", "", "txt"},
+        {"", 0, "", "", "", ""},
+        {"/", 0, "/", "", "", ""},
+        {"a", 1, "", "a", "a", ""},
+        {"/a", 1, "/", "a", "a", ""},
+        {"a/b.txt", 2, "a", "b.txt", "b", "txt"},
+        {"/x/a.b/c", 3, "/x/a.b", "c", "c", "b/c"},
+        {".txt", 1, "", ".txt", "", "txt"},
+        {"a/.txt", 2, "a", ".txt", "", "txt"},
         {"a/b", 2, "a", "b", "b", ""},
     };
     for (const Case& c : cases) {
@@ -119,10 +149,15 @@ TEST(FileName, Queries) {
 
     FileNameC path = N("/usr/lib/x");
     const char* expected[] = {"usr", "lib", "x", "", ""};
-    for (int i = -1; i < 4; ++i) EXPECT_EQ(i < 0 ? "" : expected[i], str(path.getComponent(i))) << i;
+    for (int i = -1; i < 4; ++i)
+        EXPECT_EQ(i < 0 ? "" : expected[i], str(path.getComponent(i))) << i;
     EXPECT_EQ("", str(N("/").getComponent(0)));
-    struct Range { int start, count; const char* joined; };
-    const Range ranges[] = {{0, -1, "usr lib x"}, {1, 1, "lib"}, {9, 5, "x"}, {-3, 2, "usr lib"}, {1, -7, ""}};
+    struct Range {
+        int start, count;
+        const char* joined;
+    };
+    const Range ranges[] = {
+        {0, -1, "usr lib x"}, {1, 1, "lib"}, {9, 5, "x"}, {-3, 2, "usr lib"}, {1, -7, ""}};
     for (const Range& r : ranges) {
         std::unique_ptr<StringArrayC> parts(path.getComponents(r.start, r.count));
         ASSERT_NE(nullptr, parts);
@@ -136,9 +171,13 @@ TEST(FileName, Queries) {
 }
 
 TEST(FileName, PrefixRelativeSuffixAndCompare) {
-    struct Case { std::string name, base; bool prefix; std::string relative; };
+    struct Case {
+        std::string name, base;
+        bool prefix;
+        std::string relative;
+    };
     const Case cases[] = {
-        {"/a/b", "/a", true, "b"},   {"/a", "/a", true, "."},    {"/a", "/", true, "/a"},
+        {"/a/b", "/a", true, "b"},   {"/a", "/a", true, "."},     {"/a", "/", true, "/a"},
         {"/ab", "/a", false, "/ab"}, {"a/b", "/a", false, "a/b"}, {"a/b/c", "a/b", true, "c"},
         {"a", "a/b", false, "a"},    {"", "", true, "."},         {"a", "", true, "a"},
     };
@@ -149,9 +188,14 @@ TEST(FileName, PrefixRelativeSuffixAndCompare) {
     }
     EXPECT_EQ("/d/x.bak", str(N("/d/x.txt").replaceSuffix(S(".bak"), S(".txt")).toString()));
     EXPECT_EQ("/d/x.txt.bak", str(N("/d/x.txt").replaceSuffix(S(".bak"), S(".c")).toString()));
-    struct Strip { const char* text; const char* suffix; const char* result; };
-    for (const Strip& c : {Strip{"abc", "", "abc"}, Strip{"abc", "abc", ""}, Strip{"abc", "xabc", "abc"},
-                           Strip{"abc", "bc", "a"}, Strip{"abc", "b", "abc"}}) {
+    struct Strip {
+        const char* text;
+        const char* suffix;
+        const char* result;
+    };
+    for (const Strip& c :
+         {Strip{"abc", "", "abc"}, Strip{"abc", "abc", ""}, Strip{"abc", "xabc", "abc"},
+          Strip{"abc", "bc", "a"}, Strip{"abc", "b", "abc"}}) {
         StringC text = S(c.text);
         FileNameC::stripSuffix(text, S(c.suffix));
         EXPECT_EQ(c.result, str(text)) << c.text << " - " << c.suffix;
@@ -165,12 +209,17 @@ TEST(FileName, PrefixRelativeSuffixAndCompare) {
 }
 
 TEST(FileName, WildcardTable) {
-    struct Case { const char* name; const char* pattern; bool caseSensitive, match; };
+    struct Case {
+        const char* name;
+        const char* pattern;
+        bool caseSensitive, match;
+    };
     // Names and patterns of a, b, A, '/', NUL, '*' and '?' are compared with
     // the literal steps below; these rows are the rules in other letters.
     const Case cases[] = {
-        {"", "?", true, false},          {"a/b", "a*", true, true},       {"a/b", "a?b", true, true},
-        {"x.TXT", "*.txt", true, false}, {"x.TXT", "*.txt", false, true}, {"\xc3\x89t\xc3\xa9", "?T*", false, true},
+        {"", "?", true, false},          {"a/b", "a*", true, true},
+        {"a/b", "a?b", true, true},      {"x.TXT", "*.txt", true, false},
+        {"x.TXT", "*.txt", false, true}, {"\xc3\x89t\xc3\xa9", "?T*", false, true},
         {"abcbc", "*bc*bc", true, true},
     };
     for (const Case& c : cases) {
@@ -183,8 +232,10 @@ TEST(FileName, WildcardTable) {
     // Many stars against a long name: the literal recursion would not end in
     // a lifetime; each star's answers are worked out once.
     std::string longName(4096, 'a');
-    EXPECT_FALSE(FileNameC::wildcardMatch(S(longName), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
-    EXPECT_TRUE(FileNameC::wildcardMatch(S(longName + "b"), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
+    EXPECT_FALSE(
+        FileNameC::wildcardMatch(S(longName), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
+    EXPECT_TRUE(
+        FileNameC::wildcardMatch(S(longName + "b"), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
 }
 
 // The matcher's steps taken literally, recursion and all, on short strings.

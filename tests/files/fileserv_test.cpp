@@ -88,8 +88,12 @@ TEST_F(FileServiceTest, CreateDirectory) {
         std::string name;
         bool withParents, answer;
     } const cases[] = {
-        {"/", true, false},         {".", false, true},           {dir, false, true},
-        {path("file"), true, false}, {path("a/b/c"), false, false}, {path("a/b/c"), true, true},
+        {"/", true, false},
+        {".", false, true},
+        {dir, false, true},
+        {path("file"), true, false},
+        {path("a/b/c"), false, false},
+        {path("a/b/c"), true, true},
         {path("file/x/y"), true, false},
     };
     for (const auto& c : cases) {
@@ -151,7 +155,8 @@ TEST_F(FileServiceTest, PermissionChangesRefuseLinks) {
     writeFile("w", "x");
     chmod(path("w").c_str(), 0044);
     FileNameC w = name("w");
-    EXPECT_EQ(isRoot(), files->setReadOnly(&w, false)) << (isRoot() ? "as root, which reads any file" : "");
+    EXPECT_EQ(isRoot(), files->setReadOnly(&w, false))
+        << (isRoot() ? "as root, which reads any file" : "");
     EXPECT_EQ(0044u, modeOf("w"));
 
     chmod(path("w").c_str(), 0751);
@@ -187,7 +192,8 @@ TEST_F(FileServiceTest, ReportsOfTheirOwn) {
     EXPECT_FALSE(files->isSystem(&n));
     EXPECT_EQ(0xE0CB0013u, files->setHidden(&n));
     EXPECT_EQ(0xE0CB0011u, files->setCurrentDirectory(&n));
-    EXPECT_EQ((Codes{0xE0CB0012u, 0xE0CB0014u, 0xE0CB0013u, 0xE0000002u, 0xE0CB0011u}), errorCodes());
+    EXPECT_EQ((Codes{0xE0CB0012u, 0xE0CB0014u, 0xE0CB0013u, 0xE0000002u, 0xE0CB0011u}),
+              errorCodes());
     EXPECT_EQ("Cannot get hidden state of file '" + path("x") + "'", errorTextAt(0));
     EXPECT_EQ("Cannot get system state of file '" + path("x") + "'", errorTextAt(1));
     EXPECT_EQ("Cannot set hidden state of file '" + path("x") + "'", errorTextAt(2));
@@ -219,7 +225,8 @@ TEST_F(FileServiceTest, NamesTheSystemCannotTake) {
     for (const auto& c : cases) {
         FileNameC n(StringC(c.text.data(), static_cast<uint32_t>(c.text.size()), "utf8"));
         SCOPED_TRACE(c.text.substr(0, 40));
-        EXPECT_FALSE(files->exists(&n) || files->isFile(&n) || files->isDirectory(&n) || files->canRead(&n));
+        EXPECT_FALSE(files->exists(&n) || files->isFile(&n) || files->isDirectory(&n) ||
+                     files->canRead(&n));
         EXPECT_EQ(nullptr, files->getFileInfo(&n, true));
         EXPECT_EQ(-1, files->getSize(&n, nullptr));
         EXPECT_FALSE(files->setReadOnly(&n, true));
@@ -242,7 +249,8 @@ TEST_F(FileServiceTest, NamesTheSystemCannotTake) {
 }
 
 TEST_F(FileServiceTest, UnreadableDirectory) {
-    if (isRoot()) GTEST_SKIP() << "running as root: root reads any directory, so nothing is unreadable";
+    if (isRoot())
+        GTEST_SKIP() << "running as root: root reads any directory, so nothing is unreadable";
     mkdir(path("closed").c_str(), 0755);
     writeFile("closed/f", "abc");
     chmod(path("closed").c_str(), 0);
@@ -284,17 +292,30 @@ TEST(FileServiceSlotTest, OperationsInTheirOrder) {
     // Slots 0 and 1 are the two destructors.
     std::vector<size_t> expected(48);
     std::iota(expected.begin(), expected.end(), size_t(2));
-    std::vector<size_t> seen = {
-        SLOT(getRoots), SLOT(getCurrentDirectory), SLOT(reservedQueryA), SLOT(copyNameA), SLOT(copyNameB),
-        SLOT(reservedQueryB), SLOT(canRead), SLOT(canWrite), SLOT(isReadOnly), SLOT(exists), SLOT(isDirectory),
-        SLOT(isDirectoryEmpty), SLOT(isSymbolicLink), SLOT(readSymbolicLink), SLOT(isFile), SLOT(isHidden),
-        SLOT(reservedQueryC), SLOT(getSize), SLOT(getModifiedTime), SLOT(setModifiedTime), SLOT(reservedQueryD),
-        SLOT(reservedSetter), SLOT(setReadOnly), SLOT(copyAttributes), SLOT(getFreeSpace), SLOT(createTempName),
-        SLOT(getTempDirectory), SLOT(createSecureTempFile), SLOT(createUniqueName), SLOT(remove),
-        SLOT(removeAtExit), SLOT(removeFile), SLOT(createDirectory), SLOT(move), SLOT(moveAlias), SLOT(copy),
-        SLOT(createLister), SLOT(isSystem), SLOT(setHidden), SLOT(reservedFileCheck), SLOT(openStream),
-        SLOT(setCurrentDirectory), SLOT(getFileInfo), SLOT(reservedCodeA), SLOT(reservedCodeB),
-        SLOT(openVerified), SLOT(isSameFile)};
+    std::vector<size_t> seen = {SLOT(getRoots),         SLOT(getCurrentDirectory),
+                                SLOT(reservedQueryA),   SLOT(copyNameA),
+                                SLOT(copyNameB),        SLOT(reservedQueryB),
+                                SLOT(canRead),          SLOT(canWrite),
+                                SLOT(isReadOnly),       SLOT(exists),
+                                SLOT(isDirectory),      SLOT(isDirectoryEmpty),
+                                SLOT(isSymbolicLink),   SLOT(readSymbolicLink),
+                                SLOT(isFile),           SLOT(isHidden),
+                                SLOT(reservedQueryC),   SLOT(getSize),
+                                SLOT(getModifiedTime),  SLOT(setModifiedTime),
+                                SLOT(reservedQueryD),   SLOT(reservedSetter),
+                                SLOT(setReadOnly),      SLOT(copyAttributes),
+                                SLOT(getFreeSpace),     SLOT(createTempName),
+                                SLOT(getTempDirectory), SLOT(createSecureTempFile),
+                                SLOT(createUniqueName), SLOT(remove),
+                                SLOT(removeAtExit),     SLOT(removeFile),
+                                SLOT(createDirectory),  SLOT(move),
+                                SLOT(moveAlias),        SLOT(copy),
+                                SLOT(createLister),     SLOT(isSystem),
+                                SLOT(setHidden),        SLOT(reservedFileCheck),
+                                SLOT(openStream),       SLOT(setCurrentDirectory),
+                                SLOT(getFileInfo),      SLOT(reservedCodeA),
+                                SLOT(reservedCodeB),    SLOT(openVerified),
+                                SLOT(isSameFile)};
     expected.resize(seen.size());
     EXPECT_EQ(expected, seen);
 }
@@ -354,14 +375,19 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     EXPECT_EQ(-1, fd);
     setenv("TMPDIR", path("missing").c_str(), 1);
     EXPECT_EQ(0xE0CB001Fu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
-    if (saved) setenv("TMPDIR", savedText.c_str(), 1); else unsetenv("TMPDIR");
+    if (saved)
+        setenv("TMPDIR", savedText.c_str(), 1);
+    else
+        unsetenv("TMPDIR");
     testkit::clearErrors();
     // The bound on the template: 4,095 characters pass it, 4,096 do not.
     std::string longPrefix(4095 - dir.size() - 1 - 6, 'p');
-    EXPECT_EQ(0xE0CB001Du, files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
+    EXPECT_EQ(0xE0CB001Du,
+              files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
     EXPECT_EQ(4095u, testkit::textOf(made).size());
     longPrefix += 'p';
-    EXPECT_EQ(0xE0CB001Eu, files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
+    EXPECT_EQ(0xE0CB001Eu,
+              files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
     EXPECT_EQ("", testkit::textOf(made));
     testkit::clearErrors();
 
@@ -371,7 +397,8 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     std::string first = "u" + std::to_string(rand()) + ".x";
     ASSERT_EQ(0, symlink(path("target").c_str(), path(first).c_str()));
     srand(77);
-    FileNameC* unique = files->createUniqueName(&here, StringC("u", "ascii"), StringC(".x", "ascii"), true);
+    FileNameC* unique =
+        files->createUniqueName(&here, StringC("u", "ascii"), StringC(".x", "ascii"), true);
     ASSERT_NE(nullptr, unique);
     EXPECT_NE(path(first), testkit::textOf(unique->toString()));
     EXPECT_EQ("", readFile(testkit::textOf(unique->toString()).substr(dir.size() + 1)));
@@ -396,8 +423,8 @@ struct ProgressLog {
     int32_t totalFiles = 0;
 };
 
-bool logProgress(const FileNameC*, const FileNameC*, int64_t totalBytes, int32_t totalFiles, int64_t, int64_t done,
-                 void* context) {
+bool logProgress(const FileNameC*, const FileNameC*, int64_t totalBytes, int32_t totalFiles,
+                 int64_t, int64_t done, void* context) {
     ProgressLog* log = static_cast<ProgressLog*>(context);
     ++log->calls;
     log->lastDone = done;
@@ -467,8 +494,8 @@ TEST_F(FileServiceTest, CopyIntoAFileThatCannotGrow) {
         std::vector<uint32_t> codes = errorCodes();
         if (codes.empty() || codes.back() != 0xE0CB0019u) _exit(12);
         std::string text = testkit::errorTextAt(static_cast<uint32_t>(codes.size() - 1));
-        if (text != "Failed to write to the destination file when copying file '" + path("big") + "' to '" +
-                        path("small") + "'")
+        if (text != "Failed to write to the destination file when copying file '" + path("big") +
+                        "' to '" + path("small") + "'")
             _exit(13);
         _exit(0);
     }
@@ -492,7 +519,8 @@ TEST_F(FileServiceTest, MoveWithinAndAcrossDevices) {
 
     struct stat64 shm;
     struct stat64 here;
-    if (stat64("/dev/shm", &shm) != 0 || stat64(dir.c_str(), &here) != 0 || shm.st_dev == here.st_dev)
+    if (stat64("/dev/shm", &shm) != 0 || stat64(dir.c_str(), &here) != 0 ||
+        shm.st_dev == here.st_dev)
         GTEST_SKIP() << "/dev/shm is missing or on the same device as " << dir;
     char pattern[] = "/dev/shm/keel-move-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(pattern));

@@ -29,7 +29,8 @@ typedef std::vector<uint32_t> Codes;
 
 class FileStreamTest : public testkit::TempDirTest {
 protected:
-    std::unique_ptr<FileStreamC> open(const char* relative, uint32_t creation, uint32_t access, uint32_t share) {
+    std::unique_ptr<FileStreamC> open(const char* relative, uint32_t creation, uint32_t access,
+                                      uint32_t share) {
         FileNameC n = name(relative);
         return std::unique_ptr<FileStreamC>(FileStreamC::open(&n, creation, access, share, false));
     }
@@ -43,15 +44,23 @@ TEST_F(FileStreamTest, CreationModes) {
         const char* after;
         uint32_t systemCode;
     } const cases[] = {
-        {0, false, true, "", 0},        {0, true, true, "old", 0},     {1, false, true, "", 0},
-        {1, true, true, "", 0},         {2, false, true, "", 0},       {2, true, false, "old", 0xE0000011u},
-        {3, false, false, "<missing>", 0xE0000002u}, {3, true, true, "old", 0},
-        {4, false, true, "", 0},        {4, true, true, "old", 0},     {5, false, false, "<missing>", 0xE0000002u},
+        {0, false, true, "", 0},
+        {0, true, true, "old", 0},
+        {1, false, true, "", 0},
+        {1, true, true, "", 0},
+        {2, false, true, "", 0},
+        {2, true, false, "old", 0xE0000011u},
+        {3, false, false, "<missing>", 0xE0000002u},
+        {3, true, true, "old", 0},
+        {4, false, true, "", 0},
+        {4, true, true, "old", 0},
+        {5, false, false, "<missing>", 0xE0000002u},
         {5, true, true, "", 0},
     };
     for (uint32_t share = 0; share < 3; ++share) {
         for (const auto& c : cases) {
-            SCOPED_TRACE(testing::Message() << "creation " << c.creation << " exists " << c.exists << " share " << share);
+            SCOPED_TRACE(testing::Message() << "creation " << c.creation << " exists " << c.exists
+                                            << " share " << share);
             ::unlink(path("f").c_str());
             if (c.exists) writeFile("f", "old");
             std::unique_ptr<FileStreamC> stream = open("f", c.creation, 2, share);
@@ -72,7 +81,8 @@ TEST_F(FileStreamTest, ModesThatAreRefused) {
     std::unique_ptr<FileStreamC> stream = open("f", 0, 1, 2);
     EXPECT_EQ(nullptr, stream);
     EXPECT_EQ((Codes{0xE0CB0009u}), errorCodes());
-    EXPECT_EQ("Attempted to open '" + path("f") + "' for appending without write access", errorTextAt(0));
+    EXPECT_EQ("Attempted to open '" + path("f") + "' for appending without write access",
+              errorTextAt(0));
     EXPECT_EQ("<missing>", readFile("f"));
     testkit::clearErrors();
     EXPECT_EQ(nullptr, open("f", 6, 3, 2));
@@ -149,7 +159,8 @@ TEST_F(FileStreamTest, OperationsByAccessAndAfterClose) {
     EXPECT_EQ(0xE0CB000Bu, writer->setLength(0));
     EXPECT_EQ((Codes{0xE0CB0005u, 0xE0CB0007u, 0xE0CB0008u, 0xE0CB000Bu}), errorCodes());
     EXPECT_EQ("Cannot obtain length of stream", errorTextAt(0));
-    EXPECT_EQ("Attempted to set current position in a stream that does not support seeking", errorTextAt(1));
+    EXPECT_EQ("Attempted to set current position in a stream that does not support seeking",
+              errorTextAt(1));
     EXPECT_EQ("Attempted to set length on non-resizable stream", errorTextAt(3));
 }
 
@@ -239,7 +250,8 @@ TEST_F(FileStreamTest, RandomOperationsAgainstAModel) {
             char buffer[400];
             uint32_t want = random() % sizeof buffer;
             int32_t got = stream->read(buffer, want);
-            int64_t expected = std::max<int64_t>(0, std::min<int64_t>(want, int64_t(model.size()) - position));
+            int64_t expected =
+                std::max<int64_t>(0, std::min<int64_t>(want, int64_t(model.size()) - position));
             ASSERT_EQ(expected, got);
             if (got > 0) {
                 ASSERT_EQ(model.substr(position, got), std::string(buffer, got));
@@ -250,7 +262,8 @@ TEST_F(FileStreamTest, RandomOperationsAgainstAModel) {
         case 2: {
             int32_t whence = random() % 3;
             int64_t base = whence == 1 ? position : whence == 2 ? int64_t(model.size()) : 0;
-            int64_t offset = int64_t(random() % 1200) - (base > 0 ? int64_t(random() % (base + 1)) : 0);
+            int64_t offset =
+                int64_t(random() % 1200) - (base > 0 ? int64_t(random() % (base + 1)) : 0);
             ASSERT_EQ(base + offset, stream->seek(offset, whence));
             position = base + offset;
             break;
@@ -288,8 +301,7 @@ public:
             char answer = stream ? 'y' : 'n';
             if (write(ready[1], &answer, 1) != 1) _exit(2);
             char c;
-            while (read(release[0], &c, 1) > 0) {
-            }
+            while (read(release[0], &c, 1) > 0) {}
             _exit(stream ? 0 : 1);
         }
         close(ready[1]);
@@ -327,13 +339,15 @@ TEST_F(FileStreamTest, RecordLocksAsAnotherProcessSeesThem) {
         uint32_t share;
         bool opens;
     } const cases[] = {
-        {0, 0, false}, {0, 1, false}, {0, 2, true}, {1, 0, false}, {1, 1, true}, {1, 3, true}, {2, 0, true},
+        {0, 0, false}, {0, 1, false}, {0, 2, true}, {1, 0, false},
+        {1, 1, true},  {1, 3, true},  {2, 0, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "held " << c.heldShare << " asked " << c.share);
         LockHolderC holder(f, 3, c.heldShare == 0 ? 2 : 1, c.heldShare);
         ASSERT_TRUE(holder.opened);
-        std::unique_ptr<FileStreamC> stream(FileStreamC::open(&f, 3, c.share == 1 ? 1 : 3, c.share, false));
+        std::unique_ptr<FileStreamC> stream(
+            FileStreamC::open(&f, 3, c.share == 1 ? 1 : 3, c.share, false));
         EXPECT_EQ(c.opens, stream != nullptr);
         if (!c.opens) {
             EXPECT_EQ((Codes{0xE000000Bu, 0xE0CB0010u}), errorCodes());
@@ -387,7 +401,8 @@ bool someoneWaitsForALock() {
 // A waiting open whose file is renamed away and replaced while it waits:
 // after the lock it finds that the name names another file.
 TEST_F(FileStreamTest, AFileReplacedWhileTheOpenWaitsIsRefused) {
-    if (!someoneWaitsForALock() && access("/proc/locks", R_OK) != 0) GTEST_SKIP() << "no /proc/locks to watch";
+    if (!someoneWaitsForALock() && access("/proc/locks", R_OK) != 0)
+        GTEST_SKIP() << "no /proc/locks to watch";
     writeFile("f", "old");
     FileNameC f = name("f");
     LockHolderC holder(f, 3, 2, 0);

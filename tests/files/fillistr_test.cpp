@@ -26,7 +26,8 @@ protected:
 
     // Pulls the walk to its end: each name (relative to the temp dir when
     // absolute) with "/" behind directories. The lister is gone afterwards.
-    std::vector<std::string> pull(uint32_t flags, uint32_t* last = nullptr, const std::string& start = "") {
+    std::vector<std::string> pull(uint32_t flags, uint32_t* last = nullptr,
+                                  const std::string& start = "") {
         FileNameC startName = start.empty() ? FileNameC(StringC(dir.c_str(), "utf8")) : name(start);
         FileListerI* lister = FlnFileServiceC::instance()->createLister(&startName, flags);
         std::vector<std::string> seen;
@@ -96,8 +97,10 @@ TEST_F(ListerTest, RandomTreeMatchesTheTableOfWhatWasMade) {
         for (size_t i = 0; i < walked.size(); ++i) {
             if (walked[i].back() != '/') continue;
             size_t below = 0;
-            for (const std::string& name : made) below += name.compare(0, walked[i].size(), walked[i]) == 0 && name != walked[i];
-            for (size_t j = i + 1; j <= i + below; ++j) EXPECT_EQ(0u, walked[j].compare(0, walked[i].size(), walked[i]));
+            for (const std::string& name : made)
+                below += name.compare(0, walked[i].size(), walked[i]) == 0 && name != walked[i];
+            for (size_t j = i + 1; j <= i + below; ++j)
+                EXPECT_EQ(0u, walked[j].compare(0, walked[i].size(), walked[i]));
         }
     }
 }
@@ -135,7 +138,8 @@ TEST_F(ListerTest, LinkToADirectoryIsEnteredOnlyWhenFollowingLinks) {
     makeDir("tree");
     ASSERT_EQ(0, symlink(path("outside").c_str(), path("tree/link").c_str()));
     EXPECT_EQ((std::vector<std::string>{"tree/link"}), pull(1, nullptr, "tree"));
-    EXPECT_EQ((std::vector<std::string>{"tree/link/", "tree/link/secret"}), pull(3, nullptr, "tree"));
+    EXPECT_EQ((std::vector<std::string>{"tree/link/", "tree/link/secret"}),
+              pull(3, nullptr, "tree"));
 }
 
 TEST_F(ListerTest, SinkAnswersSteerTheWalkAndParentIsNeverEntered) {

@@ -26,8 +26,8 @@ TEST(OsVersion, ReadsTheRunningKernelOnce) {
 // The second number is looked for past any non-digits; missing numbers stay 0.
 TEST(OsVersion, ReleaseTexts) {
     const std::pair<const char*, std::pair<int32_t, int32_t>> cases[] = {
-        {"5.15.0-91-generic", {5, 15}}, {"Linux", {0, 0}}, {"", {0, 0}}, {"v6", {6, 0}}, {"rel 4-rc-12x", {4, 12}},
-        {"3.", {3, 0}},
+        {"5.15.0-91-generic", {5, 15}}, {"Linux", {0, 0}}, {"", {0, 0}}, {"v6", {6, 0}},
+        {"rel 4-rc-12x", {4, 12}},      {"3.", {3, 0}},
     };
     for (const auto& c : cases) {
         OsVersionC version;
@@ -68,7 +68,8 @@ TEST(OsVersionThreadTest, FlagsAskedAtOnce) {
 
 TEST(OsVersion, FamilyTests) {
     // {family, major, minor, from 5.1, above 5}
-    const int32_t cases[][5] = {{4, 5, 0, 0, 0}, {4, 5, 1, 1, 0}, {4, 6, 0, 1, 1}, {10, 6, 0, 0, 0}};
+    const int32_t cases[][5] = {
+        {4, 5, 0, 0, 0}, {4, 5, 1, 1, 0}, {4, 6, 0, 1, 1}, {10, 6, 0, 0, 0}};
     OsVersionC version;
     for (const auto& c : cases) {
         version.family = c[0];

@@ -18,10 +18,15 @@ namespace {
 // The answer is the source length; the copy is cut to size - 1 and ends in a
 // NUL, and a size of 0 (or no source) writes nothing.
 TEST(CopyTextBounded, CutsAndAnswersTheSourceLength) {
-    struct Case { const char* source; size_t size, answer; const char* buffer; };
+    struct Case {
+        const char* source;
+        size_t size, answer;
+        const char* buffer;
+    };
     const Case cases[] = {
-        {"abc", 8, 3, "abc\0ZZZZ"},        {"abcdefghij", 8, 10, "abcdefg"}, {"1234567", 8, 7, "1234567"},
-        {"12345678", 8, 8, "1234567"},     {"abc", 1, 3, "\0ZZZZZZZ"},       {"abc", 0, 3, "ZZZZZZZZ"},
+        {"abc", 8, 3, "abc\0ZZZZ"},   {"abcdefghij", 8, 10, "abcdefg"},
+        {"1234567", 8, 7, "1234567"}, {"12345678", 8, 8, "1234567"},
+        {"abc", 1, 3, "\0ZZZZZZZ"},   {"abc", 0, 3, "ZZZZZZZZ"},
         {nullptr, 8, 0, "ZZZZZZZZ"},
     };
     for (const Case& c : cases) {
@@ -54,18 +59,26 @@ TEST(DuplicateText, CopiesWithTerminatorAndMeasuresAtMost16MiB) {
 // after "_" (0x5F) as "a" (0x61) does; at the end of either text the
 // difference of the current bytes, which are unsigned.
 TEST(CompareTextNoCase, FoldsUpperCaseOnly) {
-    struct Case { const char *a, *b; int want; };
-    const Case cases[] = {
-        {"Hello", "hELLO", 0}, {"", "", 0}, {"abc", "ABD", 'c' - 'd'}, {"ab", "abc", -'c'}, {"abC", "ab", 'C'},
-        {"A", "_", 'a' - '_'}, {"_", "A", '_' - 'a'}, {"a1", "a2", '1' - '2'}, {"\xe9", "e", 0xe9 - 'e'},
+    struct Case {
+        const char *a, *b;
+        int want;
     };
-    for (const Case& c : cases) EXPECT_EQ(c.want, compareTextNoCase(c.a, c.b)) << c.a << " / " << c.b;
+    const Case cases[] = {
+        {"Hello", "hELLO", 0},     {"", "", 0},
+        {"abc", "ABD", 'c' - 'd'}, {"ab", "abc", -'c'},
+        {"abC", "ab", 'C'},        {"A", "_", 'a' - '_'},
+        {"_", "A", '_' - 'a'},     {"a1", "a2", '1' - '2'},
+        {"\xe9", "e", 0xe9 - 'e'},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(c.want, compareTextNoCase(c.a, c.b)) << c.a << " / " << c.b;
 }
 
 // Spaces, tabs, CR and LF go; vertical tab and form feed stay.
 TEST(TrimTextRight, RemovesTrailingBlanksInPlace) {
     const std::pair<const char*, const char*> cases[] = {
-        {"line \t\r\n", "line"}, {"   ", ""}, {" keep leading", " keep leading"}, {"x\v\f", "x\v\f"}, {"", ""},
+        {"line \t\r\n", "line"}, {"   ", ""}, {" keep leading", " keep leading"},
+        {"x\v\f", "x\v\f"},      {"", ""},
     };
     for (const auto& c : cases) {
         char text[16];

@@ -34,7 +34,8 @@ Lines linesOf(TextReaderC& reader) {
 }
 
 Lines readBytes(const std::string& bytes, bool detect, const char* encoding, uint32_t seed = 0) {
-    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, encoding ? findEncoding(encoding) : nullptr, true);
+    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect,
+                         encoding ? findEncoding(encoding) : nullptr, true);
     return linesOf(reader);
 }
 
@@ -87,7 +88,10 @@ TEST(TextReaderTest, ReadsAtTheEnd) {
     EXPECT_EQ(-1, empty.readChar());
     EXPECT_EQ(nullptr, empty.readLine());
     EXPECT_EQ(kEndOfText, empty.readLine(*std::unique_ptr<StringC>(new StringC())));
-    StreamReaderC reader(new PiecewiseInputC("ab\xE2\x82\xAC" "cd", 0), false, findEncoding("utf8"), true);
+    StreamReaderC reader(new PiecewiseInputC("ab\xE2\x82\xAC"
+                                             "cd",
+                                             0),
+                         false, findEncoding("utf8"), true);
     EXPECT_EQ(nullptr, reader.read(0));
     EXPECT_EQ('a', reader.readChar());
     std::unique_ptr<StringC> two(reader.read(2));
@@ -136,7 +140,8 @@ TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
         std::string expectedMark = c.mark;
         if (markLength) expectedMark.assign(reinterpret_cast<const char*>(mark), markLength);
         FileNameC n = name(c.encoding);
-        std::unique_ptr<StreamWriterC> writer(StreamWriterC::open(&n, false, encoding, true, 1, false));
+        std::unique_ptr<StreamWriterC> writer(
+            StreamWriterC::open(&n, false, encoding, true, 1, false));
         ASSERT_NE(nullptr, writer);
         EXPECT_EQ(0u, writer->write(StringC()));
         EXPECT_EQ("", readFile(c.encoding));
@@ -149,7 +154,8 @@ TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
         ASSERT_NE(nullptr, reader);
         StringC all = reader->readAll();
         std::string expected = c.text + "\nend\n";
-        if (std::string(c.encoding) == "system-8") expected = "\xEF\xBB\xBF" + expected;  // no mark of its own
+        if (std::string(c.encoding) == "system-8")
+            expected = "\xEF\xBB\xBF" + expected;  // no mark of its own
         EXPECT_EQ(expected, textOf(all));
     }
 }
@@ -157,11 +163,15 @@ TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
 TEST_F(TextFileTest, MarksWhenAppending) {
     FileNameC n = name("f");
     for (int round = 0; round < 2; ++round) {
-        std::unique_ptr<StreamWriterC> writer(StreamWriterC::open(&n, true, nullptr, true, 0, false));
+        std::unique_ptr<StreamWriterC> writer(
+            StreamWriterC::open(&n, true, nullptr, true, 0, false));
         ASSERT_NE(nullptr, writer);
         writer->write(StringC("a\n", "ascii"));
     }
-    EXPECT_EQ("\xEF\xBB\xBF" "a\na\n", readFile("f"));
+    EXPECT_EQ(
+        "\xEF\xBB\xBF"
+        "a\na\n",
+        readFile("f"));
     std::unique_ptr<StreamReaderC> reader(StreamReaderC::open(&n, true, nullptr, 1, false));
     EXPECT_EQ((Lines{"a", "a"}), linesOf(*reader));
     FileNameC missing = name("missing");
@@ -174,20 +184,26 @@ TEST(TextWriterTest, LineEndsBecomeLineFeeds) {
         const char* in;
         const char* out;
     } const cases[] = {
-        {"a\rb\r\nc\nd", "a\nb\nc\nd"}, {"\r\r\n\n", "\n\n\n"}, {"\n\r", "\n\n"}, {"none", "none"}, {"", ""},
+        {"a\rb\r\nc\nd", "a\nb\nc\nd"},
+        {"\r\r\n\n", "\n\n\n"},
+        {"\n\r", "\n\n"},
+        {"none", "none"},
+        {"", ""},
     };
     class NullWriterC : public TextWriterC {
     public:
         TextEncodingI* getEncoding() override { return nullptr; }
         uint32_t write(const StringC&) override { return 0; }
     } writer;
-    for (const auto& c : cases) EXPECT_EQ(c.out, textOf(writer.convertLineEnds(StringC(c.in, "ascii"))));
+    for (const auto& c : cases)
+        EXPECT_EQ(c.out, textOf(writer.convertLineEnds(StringC(c.in, "ascii"))));
 }
 
 // Random reads of every kind against the text and a position in it.
 TEST(TextReaderTest, RandomReadsAgainstAModel) {
     std::mt19937 random(46);
-    const char* pieces[] = {"a", "bc", "\n", "\r", "\r\n", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "  "};
+    const char* pieces[] = {
+        "a", "bc", "\n", "\r", "\r\n", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "  "};
     for (int round = 0; round < 60; ++round) {
         std::string text;
         size_t target = random() % 6000;
@@ -198,9 +214,11 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
         std::u32string model(reinterpret_cast<const char32_t*>(wide), wcslen(wide));
         source.releaseWide(wide);
         auto encode = [](const std::u32string& s) {
-            return textOf(StringC(reinterpret_cast<const wchar_t*>(s.data()), static_cast<int32_t>(s.size())));
+            return textOf(StringC(reinterpret_cast<const wchar_t*>(s.data()),
+                                  static_cast<int32_t>(s.size())));
         };
-        StreamReaderC reader(new PiecewiseInputC(text, round + 1), false, findEncoding("utf8"), true);
+        StreamReaderC reader(new PiecewiseInputC(text, round + 1), false, findEncoding("utf8"),
+                             true);
         size_t at = 0;
         for (int step = 0; step < 400; ++step) {
             switch (random() % 5) {
@@ -234,7 +252,8 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             case 2:
             case 3: {
                 StringC line;
-                uint32_t code = random() % 2 ? reader.readLine(line) : reader.TextReaderC::readLine(line);
+                uint32_t code =
+                    random() % 2 ? reader.readLine(line) : reader.TextReaderC::readLine(line);
                 if (at == model.size()) {
                     ASSERT_EQ(kEndOfText, code);
                     break;

@@ -31,7 +31,8 @@ protected:
         std::string codes;
         for (uint32_t i = 0; i < errors->getCount(); ++i) {
             char code[16];
-            snprintf(code, sizeof code, "%s%X", codes.empty() ? "" : " ", errors->getEntry(i)->getCode());
+            snprintf(code, sizeof code, "%s%X", codes.empty() ? "" : " ",
+                     errors->getEntry(i)->getCode());
             codes += code;
         }
         errors->takeText(nullptr);
@@ -39,8 +40,9 @@ protected:
     }
     static std::string fields(const DateTimeC& value) {
         char text[64];
-        snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d w%d", value.getYear(), value.getMonth(),
-                 value.getDay(), value.getHour(), value.getMinute(), value.getSecond(), value.getWeekday());
+        snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d w%d", value.getYear(),
+                 value.getMonth(), value.getDay(), value.getHour(), value.getMinute(),
+                 value.getSecond(), value.getWeekday());
         return text;
     }
     ErrBufI* errors;
@@ -87,8 +89,9 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
         {70000, 1, 1, 0, 0, 0, true, nullptr},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.y) + "-" + std::to_string(c.mo) + "-" + std::to_string(c.d) + " " +
-                     std::to_string(c.h) + ":" + std::to_string(c.mi) + ":" + std::to_string(c.s));
+        SCOPED_TRACE(std::to_string(c.y) + "-" + std::to_string(c.mo) + "-" + std::to_string(c.d) +
+                     " " + std::to_string(c.h) + ":" + std::to_string(c.mi) + ":" +
+                     std::to_string(c.s));
         DateTimeC value(c.y, c.mo, c.d, c.h, c.mi, c.s, false);
         EXPECT_EQ(reported(), c.bad ? "E3E80065" : "");
         if (c.reads) {
@@ -109,8 +112,8 @@ TEST_F(DateTimeTest, FieldsAndTicksRoundTripOverTheRange) {
     for (int i = 0; i < 20000; ++i) {
         int64_t ticks = anyTick(random);
         DateTimeC value(ticks, i % 2 == 0);
-        DateTimeC again(value.getYear(), value.getMonth(), value.getDay(), value.getHour(), value.getMinute(),
-                        value.getSecond(), ticks % kSecond, i % 2 == 0);
+        DateTimeC again(value.getYear(), value.getMonth(), value.getDay(), value.getHour(),
+                        value.getMinute(), value.getSecond(), ticks % kSecond, i % 2 == 0);
         ASSERT_EQ(again.getTicks(), ticks);
         ASSERT_EQ(again.getWeekday(), (ticks / DateTimeC::kTicksPerDay) % 7);
     }
@@ -174,8 +177,11 @@ TEST_F(DateTimeTest, RendererAgreesWithTheFormatEngine) {
     std::mt19937_64 random(3);
     for (int i = 0; i < 4000; ++i) {
         int64_t ticks = static_cast<int64_t>(random());
-        if (i % 4 == 0) ticks = static_cast<int64_t>(random() % static_cast<uint64_t>(DateTimeC::kTicksPerDay));
-        if (i % 4 == 1) ticks = -static_cast<int64_t>(random() % static_cast<uint64_t>(4000 * DateTimeC::kTicksPerDay));
+        if (i % 4 == 0)
+            ticks = static_cast<int64_t>(random() % static_cast<uint64_t>(DateTimeC::kTicksPerDay));
+        if (i % 4 == 1)
+            ticks = -static_cast<int64_t>(random() %
+                                          static_cast<uint64_t>(4000 * DateTimeC::kTicksPerDay));
         DateTimeC value(ticks, i % 3 == 0);
         int32_t flags = static_cast<int32_t>(random() % 64);
         int32_t digits = (flags & 16) ? 0 : flags & 7;
@@ -186,21 +192,27 @@ TEST_F(DateTimeTest, RendererAgreesWithTheFormatEngine) {
         auto num = [&](int32_t v) { args.add(static_cast<int16_t>(v)); };
         if (value.getYear() == 0) {
             pattern = StringC(digits ? "%02d%s%02d%s%02d%S%0.*lu" : "%02d%s%02d%s%02d", "system-8");
-            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep),
+                num(value.getSecond());
         } else if (flags & 16) {
             pattern = StringC("%04d%s%02d%s%02d", "system-8");
-            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep),
+                num(value.getDay());
         } else {
-            pattern = StringC(digits ? "%04d%s%02d%s%02d%s%02d%s%02d%s%02d%S%0.*lu" : "%04d%s%02d%s%02d%s%02d%s%02d%s%02d",
+            pattern = StringC(digits ? "%04d%s%02d%s%02d%s%02d%s%02d%s%02d%S%0.*lu"
+                                     : "%04d%s%02d%s%02d%s%02d%s%02d%s%02d",
                               "system-8");
-            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep),
+                num(value.getDay());
             args.add((flags & 32) ? " " : "T");
-            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep),
+                num(value.getSecond());
         }
         if (digits) {
             int64_t divisor = 1;
             for (int d = digits; d < 8; ++d) divisor *= 10;
-            args.add(StringC()).add(digits).add(static_cast<uint32_t>((ticks % kSecond + divisor / 2) / divisor));
+            args.add(StringC()).add(digits).add(
+                static_cast<uint32_t>((ticks % kSecond + divisor / 2) / divisor));
         }
         std::string expected = utf8Of(StringC::format(pattern, args));
         if (value.getYear() != 0 && !(flags & 16) && !value.isLocalTime()) expected += "Z";
@@ -221,8 +233,10 @@ TEST_F(DateTimeTest, ParseTable) {
         {"2024-02-29", "2024-02-29 00:00:00 w4", 0, true, "", "20240229"},
         {"2024-02-29T12:30:45Z", "2024-02-29 12:30:45 w4", 0, false, "", "20240229123045Z"},
         {"20240229T123045.5", "2024-02-29 12:30:45 w4", 50000000, true, "", "20240229123045.5"},
-        {"2024-02-29T12:30:45,25Z", "2024-02-29 12:30:45 w4", 25000000, false, "", "20240229123045,25Z"},
-        {"20240229T123045.123456789Z", "2024-02-29 12:30:46 w4", 23456789, false, "E3E80065", nullptr},
+        {"2024-02-29T12:30:45,25Z", "2024-02-29 12:30:45 w4", 25000000, false, "",
+         "20240229123045,25Z"},
+        {"20240229T123045.123456789Z", "2024-02-29 12:30:46 w4", 23456789, false, "E3E80065",
+         nullptr},
         {"20240229T123045.12345678Z", "2024-02-29 12:30:45 w4", 12345678, false, "", nullptr},
         {"20240229T123045.Z", "", 0, false, "E3E80064", nullptr},
         {"20240229T123045x", "2024-02-29 12:30:45 w4", 0, true, "", nullptr},

@@ -70,25 +70,36 @@ TEST(LocaleTest, ValuesAreEmpty) {
     LocaleCurrencyI* currency = locale->getCurrency(1);
     region->regionReserved();
     const StringC texts[] = {
-        region->languageCode(),    region->languageLongCode(), region->territoryCode(),
-        region->regionValue4(),    numbers->numbersText1(),    numbers->numbersText2(),
-        numbers->decimalSeparator(), numbers->numbersText4(),  numbers->numbersText5(),
-        numbers->numbersText6(),   numbers->numbersText7(),    calendar->calendarText1(),
-        calendar->calendarText2(), calendar->calendarText3(),  calendar->calendarText4(),
-        calendar->sevenTextA(1),   calendar->sevenTextB(7),    calendar->thirteenTextA(1),
-        calendar->thirteenTextB(7), calendar->thirteenTextC(13), calendar->sevenTextA(0),
-        calendar->sevenTextB(8),   calendar->thirteenTextC(14), calendar->thirteenTextA(-5),
-        currency->currencyText1(), currency->currencyText2(),  currency->currencyText3(),
-        currency->currencyText4(), currency->currencyText5(),
+        region->languageCode(),      region->languageLongCode(),  region->territoryCode(),
+        region->regionValue4(),      numbers->numbersText1(),     numbers->numbersText2(),
+        numbers->decimalSeparator(), numbers->numbersText4(),     numbers->numbersText5(),
+        numbers->numbersText6(),     numbers->numbersText7(),     calendar->calendarText1(),
+        calendar->calendarText2(),   calendar->calendarText3(),   calendar->calendarText4(),
+        calendar->sevenTextA(1),     calendar->sevenTextB(7),     calendar->thirteenTextA(1),
+        calendar->thirteenTextB(7),  calendar->thirteenTextC(13), calendar->sevenTextA(0),
+        calendar->sevenTextB(8),     calendar->thirteenTextC(14), calendar->thirteenTextA(-5),
+        currency->currencyText1(),   currency->currencyText2(),   currency->currencyText3(),
+        currency->currencyText4(),   currency->currencyText5(),
     };
     for (const StringC& text : texts) EXPECT_TRUE(text.isEmpty());
     const int32_t values[] = {
-        numbers->numbersValue1(),    numbers->numbersValue2(),    numbers->numbersValue3(),
-        calendar->calendarValue1(),  calendar->calendarValue2(),  calendar->calendarValue3(),
-        calendar->calendarValue4(),  calendar->calendarValue5(),  calendar->calendarFlag1(),
-        calendar->calendarFlag2(),   calendar->calendarFlag3(),   calendar->calendarFlag4(),
-        currency->currencyValue1(),  currency->currencyValue2(),  currency->currencyValue3(),
-        currency->currencyValue4(),  locale->getLanguage(1)->languageValue(),
+        numbers->numbersValue1(),
+        numbers->numbersValue2(),
+        numbers->numbersValue3(),
+        calendar->calendarValue1(),
+        calendar->calendarValue2(),
+        calendar->calendarValue3(),
+        calendar->calendarValue4(),
+        calendar->calendarValue5(),
+        calendar->calendarFlag1(),
+        calendar->calendarFlag2(),
+        calendar->calendarFlag3(),
+        calendar->calendarFlag4(),
+        currency->currencyValue1(),
+        currency->currencyValue2(),
+        currency->currencyValue3(),
+        currency->currencyValue4(),
+        locale->getLanguage(1)->languageValue(),
     };
     for (int32_t value : values) EXPECT_EQ(0, value);
 }
@@ -105,11 +116,13 @@ TEST(LocaleTest, LanguageFacetWithoutCatalogFile) {
         uint32_t code;
         const char* expected;
     } const cases[] = {
-        {0xE0CB0010, ""}, {0xE0000002, strerror(2)}, {0xE0000000, strerror(0)}, {0x00000002, ""}, {0, ""},
+        {0xE0CB0010, ""}, {0xE0000002, strerror(2)}, {0xE0000000, strerror(0)}, {0x00000002, ""},
+        {0, ""},
     };
     for (const auto& c : cases) {
         uint32_t severity = 0;
-        EXPECT_EQ(c.expected, utf8Of(catalog->fetch(&severity, c.code, "", nullptr))) << std::hex << c.code;
+        EXPECT_EQ(c.expected, utf8Of(catalog->fetch(&severity, c.code, "", nullptr)))
+            << std::hex << c.code;
         EXPECT_EQ(4u, severity);
     }
     EXPECT_EQ(0u, catalog->setQualifiers(StringC("Q", "ascii")));

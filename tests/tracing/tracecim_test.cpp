@@ -82,7 +82,8 @@ TEST(TreeModelTest, RandomSequencesAgreeWithTheModel) {
         for (int i = 0; i < 150; ++i) {
             uint8_t b[4];
             for (uint8_t& byte : b) byte = static_cast<uint8_t>(rng());
-            ASSERT_EQ("", driver.step(b[0], b[1], b[2], b[3])) << "round " << round << " step " << i;
+            ASSERT_EQ("", driver.step(b[0], b[1], b[2], b[3]))
+                << "round " << round << " step " << i;
         }
     }
 }

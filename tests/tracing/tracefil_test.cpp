@@ -73,10 +73,12 @@ protected:
 TEST_F(TraceFileTest, ControlFileKeysAndValues) {
     struct Case {
         const char* lines;
-        const char* expect;  // timeofday timestamp timedeltas counters timers class process threads / flush indent detail
+        const char*
+            expect;  // timeofday timestamp timedeltas counters timers class process threads / flush indent detail
     } cases[] = {
         {"", "00000000/1,16,9"},
-        {"TIMESTAMP = yes\ntimedeltas=t\ntrace_counters=1\ntrace_timers=1\nshow_class=1\nshow_threads=Y",
+        {"TIMESTAMP = "
+         "yes\ntimedeltas=t\ntrace_counters=1\ntrace_timers=1\nshow_class=1\nshow_threads=Y",
          "01111101/1,16,9"},
         {"timeofday=1", "11000000/1,16,9"},
         // Any value but 1 turns the time of day off and leaves the stamp; a
@@ -93,9 +95,9 @@ TEST_F(TraceFileTest, ControlFileKeysAndValues) {
         SCOPED_TRACE(c.lines);
         TraceFileOptionsT o = consumer(c.lines)->options();
         char state[64];
-        snprintf(state, sizeof state, "%d%d%d%d%d%d%d%d/%d,%d,%d", o.timeOfDay, o.timestamp, o.timeDeltas,
-                 o.traceCounters, o.traceTimers, o.showClass, o.showProcess, o.showThreads, o.flushFrequency,
-                 o.maxIndent, o.maxDetail);
+        snprintf(state, sizeof state, "%d%d%d%d%d%d%d%d/%d,%d,%d", o.timeOfDay, o.timestamp,
+                 o.timeDeltas, o.traceCounters, o.traceTimers, o.showClass, o.showProcess,
+                 o.showThreads, o.flushFrequency, o.maxIndent, o.maxDetail);
         EXPECT_EQ(state, std::string(c.expect));
     }
     EXPECT_STREQ(consumer("filename=true.log")->options().filename, "true.log");
@@ -122,14 +124,25 @@ TEST_F(TraceFileTest, ControlFilePathsAgainstAModel) {
             std::string path = prefix + names[random() % 4] + "/" + names[random() % 4];
             std::string padding(random() % 3, random() % 2 ? ' ' : '\t');
             switch (random() % 6) {
-            case 0: file += padding + "-" + path + padding + "\n", model[path] = 0; break;
-            case 1: file += "+" + path + " # comment\n", model[path] = 1; break;
-            case 2: file += padding + path + "\n", model[path] = 1; break;
-            case 3: file += "3," + path + "\n", model[path] = 1; break;
-            case 4: file += "# " + path + "\n\n"; break;
+            case 0:
+                file += padding + "-" + path + padding + "\n", model[path] = 0;
+                break;
+            case 1:
+                file += "+" + path + " # comment\n", model[path] = 1;
+                break;
+            case 2:
+                file += padding + path + "\n", model[path] = 1;
+                break;
+            case 3:
+                file += "3," + path + "\n", model[path] = 1;
+                break;
+            case 4:
+                file += "# " + path + "\n\n";
+                break;
             default: {
                 std::string name = names[random() % 4];
-                file += std::string(random() % 2 ? "*" : "+*") + (random() % 2 ? "/" : "") + name + "\n";
+                file += std::string(random() % 2 ? "*" : "+*") + (random() % 2 ? "/" : "") + name +
+                        "\n";
                 patterns.push_back(name);
             }
             }
@@ -146,7 +159,8 @@ TEST_F(TraceFileTest, ControlFilePathsAgainstAModel) {
             TraceValuesT* values = nullptr;
             controller->getVariable(entry.first.c_str(), &values);
             ASSERT_TRUE(values->explicit_ & bit) << file;
-            ASSERT_EQ((values->enabled & bit) != 0, entry.second == 1) << entry.first << "\n" << file;
+            ASSERT_EQ((values->enabled & bit) != 0, entry.second == 1) << entry.first << "\n"
+                                                                       << file;
         }
         // A new variable with a component that a pattern names is enabled
         // as it comes into being; others are left alone.
@@ -226,13 +240,17 @@ TEST_F(TraceFileTest, LinesByteForByte) {
         {"timestamp=1", 0, "Net/Open", "0.0000: opened 7 x\n", ""},
         {"timedeltas=1", 0, "Net/Open", "+0.0000: opened 7 x\n", ""},
         {"timestamp=1\ntimedeltas=1", 0, "Net/Open", "0.0000 (+0.0000): opened 7 x\n", ""},
-        {"show_process=2", 0, "Net/Open", "pid " + pid() + ": opened 7 x\n", "pid " + pid() + ": opened 7 x\n"},
-        {"show_threads=1\nshow_class=1", 0, "3,Net/Open", "thread " + thread() + " (3,Net/Open): opened 7 x\n",
+        {"show_process=2", 0, "Net/Open", "pid " + pid() + ": opened 7 x\n",
+         "pid " + pid() + ": opened 7 x\n"},
+        {"show_threads=1\nshow_class=1", 0, "3,Net/Open",
+         "thread " + thread() + " (3,Net/Open): opened 7 x\n",
          "thread " + thread() + " (3,Net/Open): opened 7 x\n"},
         {"timestamp=1\ntimedeltas=1\nshow_process=1\nshow_threads=1\nshow_class=1", 0, "Net/Open",
-         "0.0000 (+0.0000), pid " + pid() + ", thread " + thread() + " (Net/Open): opened 7 x\n", ""},
+         "0.0000 (+0.0000), pid " + pid() + ", thread " + thread() + " (Net/Open): opened 7 x\n",
+         ""},
         {"", 17, "Net/Open", " opened 7 x\n", " opened 7 x\n"},
-        {"max_indent=0", 17, "Net/Open", std::string(17, ' ') + "opened 7 x\n", std::string(17, ' ') + "opened 7 x\n"},
+        {"max_indent=0", 17, "Net/Open", std::string(17, ' ') + "opened 7 x\n",
+         std::string(17, ' ') + "opened 7 x\n"},
         {"max_indent=4\nshow_process=1", 6, "Net/Open", "pid " + pid() + ":   opened 7 x\n",
          "pid " + pid() + ":   opened 7 x\n"},
     };
@@ -252,15 +270,18 @@ TEST_F(TraceFileTest, LinesByteForByte) {
         } else {
             // Later lines count from the first.
             std::string rest = both.substr(c.first.size());
-            EXPECT_TRUE(std::regex_match(rest, std::regex("\\+?[0-9]+\\.[0-9]{4}.*opened 7 x\n"))) << rest;
+            EXPECT_TRUE(std::regex_match(rest, std::regex("\\+?[0-9]+\\.[0-9]{4}.*opened 7 x\n")))
+                << rest;
         }
     }
     // Dates and times as stamps: local, three digits behind the seconds.
     std::string name = dir + "/day.trc";
     auto made = consumer("timeofday=1\nfilename=" + name);
     made->write("P", 0, "caf\xc3\xa9 %s", ArgListC().add("\xe2\x82\xac"));
-    EXPECT_TRUE(std::regex_match(readFile(name),
-                                 std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{5}: caf\xc3\xa9 \xe2\x82\xac\n")))
+    EXPECT_TRUE(std::regex_match(
+        readFile(name),
+        std::regex(
+            "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{5}: caf\xc3\xa9 \xe2\x82\xac\n")))
         << readFile(name);
 }
 
@@ -271,8 +292,10 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
     TraceDefaultConsumerI* own = tracer->getDefaultConsumer();
     ASSERT_NE(own, nullptr);
     std::string name = dir + "/own.trc";
-    writeFile(dir + "/control", "FileTest/Line\nFileTest/Count\nFileTest/Timer\ntrace_counters=1\ntrace_timers=1\n"
-                                "max_detail=7\nfilename=" + name + "\n");
+    writeFile(dir + "/control",
+              "FileTest/Line\nFileTest/Count\nFileTest/Timer\ntrace_counters=1\ntrace_timers=1\n"
+              "max_detail=7\nfilename=" +
+                  name + "\n");
     ASSERT_EQ(tracer->init(nullptr, (dir + "/control").c_str(), nullptr), 0u);
     static TracePointT line = {nullptr, "FileTest/Line"};
     traceLine(line, "value %d of %s", 42, "six");
@@ -282,13 +305,15 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
     tracer->startTimer("FileTest/Timer", &timer);
     tracer->stopTimer("FileTest/Timer", &timer);
     std::string text = readFile(name);
-    EXPECT_TRUE(std::regex_match(text, std::regex("value 42 of six\ncounter FileTest/Count now 3\n"
-                                                  "(timer FileTest/Timer interval 0, total 0\\.[0-9]{6}\n|"
-                                                  "counter FileTest/Timer now 0\n)")))
+    EXPECT_TRUE(
+        std::regex_match(text, std::regex("value 42 of six\ncounter FileTest/Count now 3\n"
+                                          "(timer FileTest/Timer interval 0, total 0\\.[0-9]{6}\n|"
+                                          "counter FileTest/Timer now 0\n)")))
         << text;
     // Back to where it was for the other tests: nothing on, no file.
     controller->inheritPath(own, "FileTest");
-    for (const char* path : {"FileTest/Line", "FileTest/Count", "FileTest/Timer"}) controller->inheritPath(own, path);
+    for (const char* path : {"FileTest/Line", "FileTest/Count", "FileTest/Timer"})
+        controller->inheritPath(own, path);
     own->setTraceCounters(0);
     own->setTraceTimers(0);
     own->setFilename("/tmp/%p%t.trc");

@@ -59,7 +59,8 @@ TEST(TracerTest, DispatchHandlesAndFailingConsumers) {
     EXPECT_EQ(1u, traceLine(one, "one %d", 1));
     EXPECT_NE(nullptr, one.handle);
     EXPECT_EQ(1u, traceLine(two, "two %s", "x"));
-    EXPECT_EQ((std::vector<std::string>{"Dispatch/One|0|one 1", "Dispatch/Two|0|two x"}), first.lines);
+    EXPECT_EQ((std::vector<std::string>{"Dispatch/One|0|one 1", "Dispatch/Two|0|two x"}),
+              first.lines);
     EXPECT_EQ((std::vector<std::string>{"Dispatch/Two|0|two x"}), second.lines);
     // A point without a cell never traces, though its path is on.
     EXPECT_NE(0u, tracerI()->isEnabled("Dispatch/One", nullptr));
@@ -98,7 +99,8 @@ TEST(TracerTest, CountersTimersAndInit) {
     EXPECT_EQ(static_cast<int32_t>(3u + 0x80000000u), counter);
     EXPECT_EQ(0, total);
     EXPECT_EQ(1000000u, perSecond);
-    EXPECT_EQ(3u, consumer.changes.size()) << "every consumer hears of a change, whatever the masks";
+    EXPECT_EQ(3u, consumer.changes.size())
+        << "every consumer hears of a change, whatever the masks";
     // A stop needs the cell that its start filled, and a running timer.
     TraceValuesT* timer = nullptr;
     tracer->stopTimer("Values/Timer", &timer);
@@ -141,7 +143,8 @@ TEST(TracerThreadTest, ConsumerCallsBackFromWrite) {
     uint32_t passed = 0;
     std::thread([&passed] { passed = traceLine(line, "outer"); }).join();
     EXPECT_EQ(1u, passed);
-    EXPECT_EQ((std::vector<std::string>{"Back/Line|0|outer", "Back/Other|0|nested"}), consumer.lines);
+    EXPECT_EQ((std::vector<std::string>{"Back/Line|0|outer", "Back/Other|0|nested"}),
+              consumer.lines);
     EXPECT_EQ((std::vector<std::string>{"Back/Counted"}), consumer.changes);
 }
 
@@ -187,7 +190,8 @@ TEST(TracerThreadTest, RacingFirstMentionsMakeOneVariable) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 8; ++t) {
         threads.emplace_back([t, &seen] {
-            for (int i = 0; i < 200; ++i) tracerI()->isEnabled(("Race/" + std::to_string(i)).c_str(), nullptr);
+            for (int i = 0; i < 200; ++i)
+                tracerI()->isEnabled(("Race/" + std::to_string(i)).c_str(), nullptr);
             tracerI()->isEnabled("Race/Same/Leaf", &seen[t]);
         });
     }
