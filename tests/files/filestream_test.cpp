@@ -17,6 +17,7 @@
 
 #include "files/fileserv.h"
 #include "files/filestream.h"
+#include "testing/filestreammodel.h"
 #include "testing/tempdir.h"
 
 namespace keel {
@@ -231,56 +232,12 @@ TEST_F(FileStreamTest, OffsetsBeyondFourGigabytes) {
 // Random operations on one stream against a std::string and a position.
 TEST_F(FileStreamTest, RandomOperationsAgainstAModel) {
     std::mt19937 random(18);
-    std::unique_ptr<FileStreamC> stream = open("model", 1, 3, 0);
-    ASSERT_NE(nullptr, stream);
-    std::string model;
-    int64_t position = 0;
+    filestreammodel::DriverC driver(path("model"));
     for (int step = 0; step < 3000; ++step) {
-        switch (random() % 5) {
-        case 0: {
-            std::string bytes(random() % 300, '\0');
-            for (char& c : bytes) c = static_cast<char>(random());
-            ASSERT_EQ(0u, stream->write(bytes.data(), static_cast<int32_t>(bytes.size())));
-            if (model.size() < position + bytes.size()) model.resize(position + bytes.size(), '\0');
-            model.replace(position, bytes.size(), bytes);
-            position += bytes.size();
-            break;
-        }
-        case 1: {
-            char buffer[400];
-            uint32_t want = random() % sizeof buffer;
-            int32_t got = stream->read(buffer, want);
-            int64_t expected =
-                std::max<int64_t>(0, std::min<int64_t>(want, int64_t(model.size()) - position));
-            ASSERT_EQ(expected, got);
-            if (got > 0) {
-                ASSERT_EQ(model.substr(position, got), std::string(buffer, got));
-            }
-            position += got;
-            break;
-        }
-        case 2: {
-            int32_t whence = random() % 3;
-            int64_t base = whence == 1 ? position : whence == 2 ? int64_t(model.size()) : 0;
-            int64_t offset =
-                int64_t(random() % 1200) - (base > 0 ? int64_t(random() % (base + 1)) : 0);
-            ASSERT_EQ(base + offset, stream->seek(offset, whence));
-            position = base + offset;
-            break;
-        }
-        case 3: {
-            int64_t length = random() % 2000;
-            ASSERT_EQ(0u, stream->setLength(length));
-            model.resize(length, '\0');
-            break;
-        }
-        default:
-            ASSERT_EQ(int64_t(model.size()), stream->getLength());
-            ASSERT_EQ(position, stream->getPosition());
-        }
+        uint32_t operation = random(), argument = random();
+        ASSERT_EQ("", driver.step(operation, argument)) << "step " << step;
     }
-    stream.reset();
-    EXPECT_EQ(model, readFile("model"));
+    EXPECT_EQ("", driver.finish());
     EXPECT_TRUE(errorCodes().empty());
 }
 

@@ -1,0 +1,113 @@
+// One read-write file stream driven beside a std::string and a position:
+// writes (also past the end, which fills the gap with zero bytes), reads,
+// seeks from the start, the position and the end, and new lengths that cut
+// or extend. After each step the stream's length and position must be the
+// model's, what a read gives the model's bytes, and at the end the file on
+// disk holds the model. Shared by the random-sequence test and the fuzz
+// target.
+//
+//     keel::filestreammodel::DriverC driver("/tmp/dir/file");
+//     std::string broken = driver.step(operation, argument);  // empty: agree
+//     broken = driver.finish();  // closes the stream, compares the file
+#ifndef KEEL_TESTS_TESTING_FILESTREAMMODEL_H
+#define KEEL_TESTS_TESTING_FILESTREAMMODEL_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include <keel/filename.h>
+
+#include "files/filestream.h"
+
+namespace keel {
+namespace filestreammodel {
+
+class DriverC {
+public:
+    explicit DriverC(const std::string& path) : path(path) {
+        FileNameC name(StringC(path.c_str(), "utf8"));
+        stream.reset(FileStreamC::open(&name, FileStreamC::CreateOrTruncate, FileStreamC::ReadWrite,
+                                       FileStreamC::Exclusive, false));
+    }
+
+    std::string step(uint32_t operation, uint32_t argument) {
+        if (!stream) return "open";
+        switch (operation % 5) {
+        case 0: {
+            std::string bytes(argument % 300, '\0');
+            for (char& c : bytes) c = static_cast<char>(++counter);
+            if (stream->write(bytes.data(), static_cast<int32_t>(bytes.size())) != 0)
+                return "write";
+            size_t at = static_cast<size_t>(position);
+            if (model.size() < at + bytes.size()) model.resize(at + bytes.size(), '\0');
+            model.replace(at, bytes.size(), bytes);
+            position += static_cast<int64_t>(bytes.size());
+            break;
+        }
+        case 1: {
+            char buffer[400];
+            uint32_t want = argument % sizeof buffer;
+            int32_t got = stream->read(buffer, want);
+            int64_t left = std::max<int64_t>(0, static_cast<int64_t>(model.size()) - position);
+            if (got != std::min<int64_t>(want, left)) return "read count";
+            if (model.compare(static_cast<size_t>(std::min<int64_t>(position, model.size())), got,
+                              buffer, got) != 0)
+                return "read bytes";
+            position += got;
+            break;
+        }
+        case 2: {
+            // Never before the start: the offset back is at most the base.
+            int32_t whence = static_cast<int32_t>(operation / 8 % 3);
+            int64_t base = whence == 1   ? position
+                           : whence == 2 ? static_cast<int64_t>(model.size())
+                                         : 0;
+            int64_t back =
+                static_cast<int64_t>(argument * 2654435761u % (static_cast<uint64_t>(base) + 1));
+            int64_t offset = static_cast<int64_t>(argument % 1200) - back;
+            if (stream->seek(offset, whence) != base + offset) return "seek";
+            position = base + offset;
+            break;
+        }
+        case 3: {
+            int64_t length = argument % 2000;
+            if (stream->setLength(length) != 0) return "setLength";
+            model.resize(static_cast<size_t>(length), '\0');
+            break;
+        }
+        default:
+            break;
+        }
+        if (stream->getLength() != static_cast<int64_t>(model.size())) return "length";
+        if (stream->getPosition() != position) return "position";
+        return "";
+    }
+
+    std::string finish() {
+        stream.reset();
+        std::string content;
+        if (FILE* file = fopen(path.c_str(), "rb")) {
+            char chunk[4096];
+            size_t got;
+            while ((got = fread(chunk, 1, sizeof chunk, file)) > 0) content.append(chunk, got);
+            fclose(file);
+        }
+        return content == model ? "" : "file contents";
+    }
+
+private:
+    std::string path;
+    std::unique_ptr<FileStreamC> stream;
+    std::string model;
+    int64_t position = 0;
+    uint8_t counter = 0;
+};
+
+}  // namespace filestreammodel
+}  // namespace keel
+
+#endif
