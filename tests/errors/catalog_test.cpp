@@ -28,7 +28,7 @@ namespace keel {
 namespace {
 
 using catalogtool::DiagnosticT;
-using testing_errors::utf8Of;
+using testkit::CatalogDirC;
 using testkit::TempDirC;
 
 std::string compiled(const std::string& source) {
@@ -172,7 +172,7 @@ TEST(CatalogToolTest, DumperRefusesCorruptFiles) {
 }
 
 struct CatalogFilesTest : ::testing::Test {
-    TempDirC dir;
+    CatalogDirC dir;
 };
 
 // The reader's edge cases, each on a file of its own. Misses between codes
@@ -206,16 +206,16 @@ TEST_F(CatalogFilesTest, ReaderEdgeCases) {
         ErrCatalogC catalog(StringC(path.c_str(), "utf8"));
         EXPECT_EQ(c.open, catalog.isOpen()) << c.name;
         uint32_t severity = 99;
-        EXPECT_EQ(c.expected, utf8Of(catalog.fetch(&severity, c.code, c.defaultText, nullptr))) << c.name;
+        EXPECT_EQ(c.expected, str(catalog.fetch(&severity, c.code, c.defaultText, nullptr))) << c.name;
         EXPECT_EQ(c.severity, severity) << c.name;
     }
     // Without a file: the default text parsed, or nothing.
     ErrCatalogC none(StringC{});
     EXPECT_FALSE(none.isOpen());
     uint32_t severity = 0;
-    EXPECT_EQ("Disk full", utf8Of(none.fetch(&severity, 0xE0010001, "{w} Disk full", nullptr)));
+    EXPECT_EQ("Disk full", str(none.fetch(&severity, 0xE0010001, "{w} Disk full", nullptr)));
     EXPECT_EQ(3u, severity);
-    EXPECT_EQ("", utf8Of(none.fetch(&severity, 0xE0010001, nullptr, nullptr)));
+    EXPECT_EQ("", str(none.fetch(&severity, 0xE0010001, nullptr, nullptr)));
     EXPECT_EQ(4u, severity);
     EXPECT_EQ(nullptr, none.lookUp(0xE0010001));
     EXPECT_EQ(0u, none.setQualifiers(StringC("Q", "ascii")));
@@ -257,7 +257,7 @@ TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
         }
         ErrCatalogC opened(StringC(name.c_str(), "utf8"));
         EXPECT_EQ(c.expected != nullptr, opened.isOpen()) << c.templateName << " " << round;
-        EXPECT_EQ(c.expected ? "found" : "", utf8Of(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
+        EXPECT_EQ(c.expected ? "found" : "", str(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
         // Out of the scratch directory before it is removed.
         ASSERT_EQ(0, chdir(original));
         ++round;
@@ -275,19 +275,19 @@ TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
     args.add(name);
     const char* defaultText = "\x01\x01" "e\x01" "Failed to open file '%1$S'";
     uint32_t severity = 0;
-    EXPECT_EQ("Failed to open file 'f.txt'", utf8Of(errorText(&severity, 0xE0CB0010, defaultText, args)));
+    EXPECT_EQ("Failed to open file 'f.txt'", str(errorText(&severity, 0xE0CB0010, defaultText, args)));
 
     StringC localeName;
     LocaleLanguageI* language = getLocale(localeName)->getLanguage(1);
     EXPECT_EQ(0u, language->openCatalog(StringC(process.c_str(), "utf8")));
     {
         testing_errors::TraceLinesC trace("Error/Catalog/Fetch");
-        EXPECT_EQ("Impossible d'ouvrir 'f.txt'", utf8Of(errorText(&severity, 0xE0CB0010, defaultText, args)));
+        EXPECT_EQ("Impossible d'ouvrir 'f.txt'", str(errorText(&severity, 0xE0CB0010, defaultText, args)));
         EXPECT_EQ(4u, severity);
-        EXPECT_EQ("fichier absent", utf8Of(errorText(&severity, 0xE0000002, nullptr)));
+        EXPECT_EQ("fichier absent", str(errorText(&severity, 0xE0000002, nullptr)));
         EXPECT_EQ(3u, severity);
-        EXPECT_EQ(strerror(3), utf8Of(errorText(&severity, 0xE0000003, nullptr)));
-        EXPECT_EQ("default", utf8Of(errorText(&severity, 0xE0CB0099, "default")));
+        EXPECT_EQ(strerror(3), str(errorText(&severity, 0xE0000003, nullptr)));
+        EXPECT_EQ("default", str(errorText(&severity, 0xE0CB0099, "default")));
         ASSERT_EQ(3u, trace.lines.size());
         EXPECT_EQ("Error/Catalog/Fetch Message s203m16 from process catalog: Impossible d'ouvrir '%1$S'",
                   trace.lines[0]);
@@ -295,14 +295,14 @@ TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
 
     // A module catalog is asked first.
     ErrCatalogI* before = moduleCatalogCell().exchange(new ErrCatalogC(StringC(module.c_str(), "utf8")));
-    EXPECT_EQ("module", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+    EXPECT_EQ("module", str(errorText(&severity, 0xE0CB0011, nullptr)));
     EXPECT_EQ(3u, severity);
     {
         testing_errors::TraceLinesC trace("0Error/Catalog/Open");
         setModuleCatalogEmpty();
         ASSERT_EQ(1u, trace.lines.size());
         EXPECT_EQ("0Error/Catalog/Open Replaced previous catalog with empty one", trace.lines[0]);
-        EXPECT_EQ("processus", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+        EXPECT_EQ("processus", str(errorText(&severity, 0xE0CB0011, nullptr)));
         EXPECT_EQ(2u, severity);
 
         // setProcessCatalog traces the name; a file that cannot be used
@@ -311,13 +311,13 @@ TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
         ASSERT_EQ(2u, trace.lines.size());
         EXPECT_EQ("0Error/Catalog/Open Setting process message catalog to " + dir.file("missing.cat"),
                   trace.lines[1]);
-        EXPECT_EQ("Failed to open file 'f.txt'", utf8Of(errorText(&severity, 0xE0CB0010, defaultText, args)));
+        EXPECT_EQ("Failed to open file 'f.txt'", str(errorText(&severity, 0xE0CB0010, defaultText, args)));
         EXPECT_EQ(0u, setProcessCatalog(process.c_str()));
-        EXPECT_EQ("processus", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+        EXPECT_EQ("processus", str(errorText(&severity, 0xE0CB0011, nullptr)));
         EXPECT_EQ(0u, setProcessCatalog(nullptr));
     }
     delete moduleCatalogCell().exchange(before);
-    EXPECT_EQ("", utf8Of(errorText(&severity, 0xE0CB0011, nullptr)));
+    EXPECT_EQ("", str(errorText(&severity, 0xE0CB0011, nullptr)));
 }
 
 // One thread replaces the process catalog again and again while others
@@ -331,7 +331,7 @@ TEST_F(CatalogFilesTest, ThreadsFetchWhileTheCatalogIsReplaced) {
     for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&] {
             while (!done.load()) {
-                std::string text = utf8Of(errorText(0xE0090001, "default"));
+                std::string text = str(errorText(0xE0090001, "default"));
                 if (text != "un" && text != "deux" && text != "default") ADD_FAILURE() << text;
             }
         });
@@ -369,9 +369,9 @@ TEST_F(CatalogFilesTest, RandomCatalogsAgainstAModel) {
             auto hit = model.find({set, number});
             uint32_t code = 0xE0000000u | (set << 16) | number;
             std::string expected = hit == model.end() ? "" : hit->second;
-            EXPECT_EQ(expected, utf8Of(catalog.fetch(nullptr, code, "", nullptr)));
+            EXPECT_EQ(expected, str(catalog.fetch(nullptr, code, "", nullptr)));
             if (set != 0) {
-                EXPECT_EQ(expected, utf8Of(language->getCatalog()->fetch(nullptr, code, "", nullptr)));
+                EXPECT_EQ(expected, str(language->getCatalog()->fetch(nullptr, code, "", nullptr)));
             }
         }
     }

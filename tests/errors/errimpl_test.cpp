@@ -20,13 +20,12 @@ namespace keel {
 namespace {
 
 using testing_errors::TraceLinesC;
-using testing_errors::utf8Of;
 
 // Each test starts and ends with an empty buffer.
 struct ErrBufTest : ::testing::Test {
     ErrBufTest() : errors(getErrBuf()) { errors->takeText(nullptr); }
     ~ErrBufTest() override { errors->takeText(nullptr); }
-    std::string last() { return utf8Of(errors->getEntry(errors->getCount() - 1)->getText()); }
+    std::string last() { return str(errors->getEntry(errors->getCount() - 1)->getText()); }
     ErrBufI* errors;
 };
 
@@ -86,9 +85,9 @@ TEST_F(ErrBufTest, EntriesSplitTheirText) {
     for (const auto& c : cases) {
         errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
         ErrEntryI* entry = errors->getEntry(errors->getCount() - 1);
-        EXPECT_EQ(c.problem, utf8Of(entry->getProblem())) << c.text;
-        EXPECT_EQ(c.reason, utf8Of(entry->getReason())) << c.text;
-        EXPECT_EQ(c.solution, utf8Of(entry->getSolution())) << c.text;
+        EXPECT_EQ(c.problem, str(entry->getProblem())) << c.text;
+        EXPECT_EQ(c.reason, str(entry->getReason())) << c.text;
+        EXPECT_EQ(c.solution, str(entry->getSolution())) << c.text;
         EXPECT_EQ(c.joined, last()) << c.text;
     }
     EXPECT_EQ(5u, errors->getEntry(0)->setSeverity(5)->getSeverity());

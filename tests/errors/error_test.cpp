@@ -14,7 +14,6 @@ namespace keel {
 namespace {
 
 using testing_errors::TraceLinesC;
-using testing_errors::utf8Of;
 
 TEST(CatalogSwitchTest, DefaultTextsByShape) {
     struct {
@@ -51,7 +50,7 @@ TEST(CatalogSwitchTest, DefaultTextsByShape) {
     for (const auto& c : cases) {
         uint32_t severity = 99;
         StringC text = errorText(&severity, c.code, c.text);
-        EXPECT_EQ(c.expected, utf8Of(text)) << (c.text ? c.text : "(null)");
+        EXPECT_EQ(c.expected, str(text)) << (c.text ? c.text : "(null)");
         EXPECT_EQ(c.severity, severity) << (c.text ? c.text : "(null)");
     }
 }
@@ -62,10 +61,10 @@ TEST(CatalogSwitchTest, RenderingAndTheVariadicForms) {
     args.add(name);
     uint32_t severity = 0;
     EXPECT_EQ("Cannot change to directory 'dir'",
-              utf8Of(errorText(&severity, 0xE0CB0011, "\x01\x01" "e\x01" "Cannot change to directory '%1$S'", args)));
-    EXPECT_EQ("stays %1$S", utf8Of(errorText(0xE0CB0011, "stays %1$S")));
-    EXPECT_EQ("n=7 s=x", utf8Of(errorTextFormat(&severity, 0xE0CB0011, "n=%d s=%s", 7, "x")));
-    EXPECT_EQ("", utf8Of(errorTextFormat(nullptr, 0xE0CB0011, nullptr)));
+              str(errorText(&severity, 0xE0CB0011, "\x01\x01" "e\x01" "Cannot change to directory '%1$S'", args)));
+    EXPECT_EQ("stays %1$S", str(errorText(0xE0CB0011, "stays %1$S")));
+    EXPECT_EQ("n=7 s=x", str(errorTextFormat(&severity, 0xE0CB0011, "n=%d s=%s", 7, "x")));
+    EXPECT_EQ("", str(errorTextFormat(nullptr, 0xE0CB0011, nullptr)));
     EXPECT_EQ(0xE0000011u, systemErrorCode(17));
     EXPECT_EQ(0u, systemErrorCode(0));
     EXPECT_EQ(0xE000FFFFu, systemErrorCode(0x1FFFF));

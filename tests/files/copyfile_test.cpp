@@ -11,44 +11,26 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
+
+#include "testing/tempdir.h"
 
 namespace keel {
 namespace {
 
-int removeEntry(const char* path, const struct stat*, int, struct FTW*) { return remove(path); }
-
-// A fresh directory under /tmp for one test, removed with its content after.
-class CopyFileTest : public ::testing::Test {
+// A fresh directory for each test (tests/testing/tempdir.h).
+class CopyFileTest : public testkit::TempDirTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/keel-copyfile-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        dir = pattern;
-    }
-    void TearDown() override { nftw(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS); }
-    std::string path(const char* name) const { return dir + "/" + name; }
-    // Writes a file of the directory and answers its path.
     std::string put(const char* name, const std::string& content, mode_t mode = 0644) const {
-        FILE* f = fopen(path(name).c_str(), "wb");
-        EXPECT_NE(nullptr, f);
-        fwrite(content.data(), 1, content.size(), f);
-        fclose(f);
-        chmod(path(name).c_str(), mode);
-        return path(name);
+        std::string made = writeFile(name, content, mode);
+        chmod(made.c_str(), mode);  // past the umask
+        return made;
     }
-    static std::string read(const std::string& path) {
-        std::ostringstream content;
-        content << std::ifstream(path, std::ios::binary).rdbuf();
-        return content.str();
-    }
+    static std::string read(const std::string& path) { return testkit::readFileAt(path); }
     static mode_t modeOf(const std::string& path) {
         struct stat info;
         return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
     }
-    std::string dir;
 };
 
 TEST_F(CopyFileTest, QueriesAndRemoval) {

@@ -7,23 +7,13 @@
 #include <string>
 
 #include <keel/stringar.h>
+#include "testing/scantest.h"
 #include "text/case.h"
 
 namespace keel {
 namespace {
 
-StringC S(const std::string& text) {
-    return StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8");
-}
-
-std::string str(const StringC& s) {
-    const char* t = s.textUtf8();
-    std::string out = t ? std::string(t, s.textUtf8Length()) : std::string();
-    s.releaseUtf8(t);
-    return out;
-}
-
-FileNameC N(const std::string& text) { return FileNameC(S(text)); }
+FileNameC N(const std::string& text) { return FileNameC(u8(text)); }
 
 // What the normal form holds and how it collapses. The last rows: Windows
 // syntax is ordinary text, a NUL is an ordinary character, and the "fewer
@@ -81,7 +71,7 @@ TEST(FileName, NormalFormAndCollapse) {
     EXPECT_EQ(2002, deepName.getComponentCount());
     EXPECT_EQ(collapsed + "x", str(deepName.getCollapsedText()));
     // Text in normal form keeps its representation.
-    StringC normal = S("usr/lib/x.so");
+    StringC normal = u8("usr/lib/x.so");
     EXPECT_EQ(normal.getImpl(), FileNameC(normal).getText().getImpl());
 }
 
@@ -97,17 +87,17 @@ TEST(FileName, Join) {
         {"", "", ""},      {"a", "", "a"},    {"./", "b", "./b"},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(c.result, str(FileNameC(S(c.dir), S(c.name)).toString()))
+        EXPECT_EQ(c.result, str(FileNameC(u8(c.dir), u8(c.name)).toString()))
             << c.dir << " + " << c.name;
         FileNameC dir = N(c.dir);
-        EXPECT_EQ(FileNameC(dir.toString(), S(c.name)).compare(FileNameC(&dir, S(c.name))), 0);
+        EXPECT_EQ(FileNameC(dir.toString(), u8(c.name)).compare(FileNameC(&dir, u8(c.name))), 0);
     }
-    EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr), S("/x")).toString().isEmpty());
+    EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr), u8("/x")).toString().isEmpty());
     EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr)).toString().isEmpty());
 
     StringArrayC parts;
     EXPECT_TRUE(FileNameC(parts).getText().isEmpty());
-    for (const char* part : {"", "usr", "", "lib/"}) parts.append(S(part));
+    for (const char* part : {"", "usr", "", "lib/"}) parts.append(u8(part));
     FileNameC joined(parts);
     EXPECT_EQ("/usr/lib", str(joined.toString()));
 }
@@ -136,12 +126,12 @@ TEST(FileName, Queries) {
         EXPECT_EQ(c.components, name.getComponentCount()) << c.input;
         EXPECT_EQ(c.dir, str(name.getDirectoryText())) << c.input;
         EXPECT_EQ(c.base, str(name.getBaseName(StringC()))) << c.input;
-        EXPECT_EQ(c.baseTxt, str(name.getBaseName(S(".txt")))) << c.input;
+        EXPECT_EQ(c.baseTxt, str(name.getBaseName(u8(".txt")))) << c.input;
         EXPECT_EQ(c.ext, str(name.getExtension('.'))) << c.input;
         EXPECT_EQ(!c.base.empty(), name.hasBaseName()) << c.input;
-        EXPECT_EQ(0, name.getParent().compare(FileNameC(S(c.dir))));
+        EXPECT_EQ(0, name.getParent().compare(FileNameC(u8(c.dir))));
     }
-    EXPECT_EQ("", str(N("a/b").getBaseName(S("b"))));  // the suffix is cut before the split
+    EXPECT_EQ("", str(N("a/b").getBaseName(u8("b"))));  // the suffix is cut before the split
     EXPECT_TRUE(N("a").getParent().toString().isEmpty());
     EXPECT_TRUE(N("/").getParent().isRoot());
     EXPECT_EQ("a", str(N("/a").getExtension('/')));
@@ -186,8 +176,8 @@ TEST(FileName, PrefixRelativeSuffixAndCompare) {
         std::unique_ptr<FileNameC> relative(N(c.name).relativeTo(N(c.base)));
         EXPECT_EQ(c.relative, str(relative->toString())) << c.name << " " << c.base;
     }
-    EXPECT_EQ("/d/x.bak", str(N("/d/x.txt").replaceSuffix(S(".bak"), S(".txt")).toString()));
-    EXPECT_EQ("/d/x.txt.bak", str(N("/d/x.txt").replaceSuffix(S(".bak"), S(".c")).toString()));
+    EXPECT_EQ("/d/x.bak", str(N("/d/x.txt").replaceSuffix(u8(".bak"), u8(".txt")).toString()));
+    EXPECT_EQ("/d/x.txt.bak", str(N("/d/x.txt").replaceSuffix(u8(".bak"), u8(".c")).toString()));
     struct Strip {
         const char* text;
         const char* suffix;
@@ -196,8 +186,8 @@ TEST(FileName, PrefixRelativeSuffixAndCompare) {
     for (const Strip& c :
          {Strip{"abc", "", "abc"}, Strip{"abc", "abc", ""}, Strip{"abc", "xabc", "abc"},
           Strip{"abc", "bc", "a"}, Strip{"abc", "b", "abc"}}) {
-        StringC text = S(c.text);
-        FileNameC::stripSuffix(text, S(c.suffix));
+        StringC text = u8(c.text);
+        FileNameC::stripSuffix(text, u8(c.suffix));
         EXPECT_EQ(c.result, str(text)) << c.text << " - " << c.suffix;
     }
     // compare orders by the full text, root included, case-sensitive.
@@ -223,19 +213,19 @@ TEST(FileName, WildcardTable) {
         {"abcbc", "*bc*bc", true, true},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(c.match, FileNameC::wildcardMatch(S(c.name), S(c.pattern), c.caseSensitive))
+        EXPECT_EQ(c.match, FileNameC::wildcardMatch(u8(c.name), u8(c.pattern), c.caseSensitive))
             << c.name << " ~ " << c.pattern;
     }
-    EXPECT_TRUE(N("/d/notes.txt").matchesBaseName(S("*.txt")));
-    EXPECT_FALSE(N("/d/notes.TXT").matchesBaseName(S("*.txt")));
-    EXPECT_FALSE(N("/d.txt/notes").matchesBaseName(S("*.txt")));
+    EXPECT_TRUE(N("/d/notes.txt").matchesBaseName(u8("*.txt")));
+    EXPECT_FALSE(N("/d/notes.TXT").matchesBaseName(u8("*.txt")));
+    EXPECT_FALSE(N("/d.txt/notes").matchesBaseName(u8("*.txt")));
     // Many stars against a long name: the literal recursion would not end in
     // a lifetime; each star's answers are worked out once.
     std::string longName(4096, 'a');
     EXPECT_FALSE(
-        FileNameC::wildcardMatch(S(longName), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
+        FileNameC::wildcardMatch(u8(longName), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
     EXPECT_TRUE(
-        FileNameC::wildcardMatch(S(longName + "b"), S(std::string(40, '*') + "a*a*a*a*a*b"), true));
+        FileNameC::wildcardMatch(u8(longName + "b"), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
 }
 
 // The matcher's steps taken literally, recursion and all, on short strings.

@@ -24,7 +24,6 @@ namespace {
 
 using testkit::errorCodes;
 using testkit::errorTextAt;
-using testkit::textOf;
 typedef std::vector<uint32_t> Codes;
 
 class FileServiceTest : public testkit::TempDirTest {
@@ -78,7 +77,7 @@ TEST_F(FileServiceTest, PredicatesByKindOfName) {
     ASSERT_EQ(0, symlink("a//b/./c/", path("l").c_str()));
     FileNameC link = name("l");
     target.reset(files->readSymbolicLink(&link));
-    EXPECT_EQ("a/b/./c", textOf(target->toString()));
+    EXPECT_EQ("a/b/./c", str(target->toString()));
     EXPECT_TRUE(errorCodes().empty());
 }
 
@@ -354,7 +353,7 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     int32_t fd = -2;
     ASSERT_EQ(0u, files->createSecureTempFile(made, &fd, &here, StringC("pre", "ascii")));
     ASSERT_GE(fd, 0);
-    std::string madePath = testkit::textOf(made);
+    std::string madePath = str(made);
     EXPECT_EQ(path("pre"), madePath.substr(0, madePath.size() - 6));
     struct stat64 record;
     ASSERT_EQ(0, fstat64(fd, &record));
@@ -368,7 +367,7 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     setenv("TMPDIR", dir.c_str(), 1);
     FileNameC missing = name("missing");
     EXPECT_EQ(0u, files->createSecureTempFile(made, &fd, &missing, StringC("fb", "ascii")));
-    EXPECT_EQ(path("fb"), testkit::textOf(made).substr(0, path("fb").size()));
+    EXPECT_EQ(path("fb"), str(made).substr(0, path("fb").size()));
     close(fd);
     setenv("TMPDIR", "", 1);
     EXPECT_EQ(0xE0CB001Eu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
@@ -384,11 +383,11 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     std::string longPrefix(4095 - dir.size() - 1 - 6, 'p');
     EXPECT_EQ(0xE0CB001Du,
               files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
-    EXPECT_EQ(4095u, testkit::textOf(made).size());
+    EXPECT_EQ(4095u, str(made).size());
     longPrefix += 'p';
     EXPECT_EQ(0xE0CB001Eu,
               files->createSecureTempFile(made, &fd, &here, StringC(longPrefix.c_str(), "ascii")));
-    EXPECT_EQ("", testkit::textOf(made));
+    EXPECT_EQ("", str(made));
     testkit::clearErrors();
 
     // A symbolic link planted where the first random name falls is refused
@@ -400,8 +399,8 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     FileNameC* unique =
         files->createUniqueName(&here, StringC("u", "ascii"), StringC(".x", "ascii"), true);
     ASSERT_NE(nullptr, unique);
-    EXPECT_NE(path(first), testkit::textOf(unique->toString()));
-    EXPECT_EQ("", readFile(testkit::textOf(unique->toString()).substr(dir.size() + 1)));
+    EXPECT_NE(path(first), str(unique->toString()));
+    EXPECT_EQ("", readFile(str(unique->toString()).substr(dir.size() + 1)));
     EXPECT_EQ("<missing>", readFile("target"));
     EXPECT_TRUE(errorCodes().empty());
     delete unique;

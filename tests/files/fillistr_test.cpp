@@ -18,7 +18,6 @@
 namespace keel {
 namespace {
 
-using testkit::textOf;
 
 class ListerTest : public testkit::TempDirTest {
 protected:
@@ -39,7 +38,7 @@ protected:
                 seen.push_back("<error>");
                 continue;
             }
-            std::string text = textOf(entry->toString());
+            std::string text = str(entry->toString());
             if (text.compare(0, dir.size() + 1, dir + "/") == 0) text = text.substr(dir.size() + 1);
             seen.push_back(text + (isDirectory ? "/" : ""));
             delete entry;
@@ -55,7 +54,7 @@ public:
     std::vector<std::string> seen;
     std::map<std::string, int32_t> answers;
     int32_t answerFor(FileNameC* name, const char* kind) {
-        std::string text = textOf(name->getBaseName(StringC()));
+        std::string text = str(name->getBaseName(StringC()));
         seen.push_back(kind + text);
         delete name;
         auto found = answers.find(text);
@@ -187,7 +186,7 @@ TEST_F(ListerTest, FiltersDropFilesButKeepDirectories) {
     FileNameC* entry;
     FileInfoC* info;
     while (wild->next(&entry, &info) == 0) {
-        seen.insert(textOf(entry->getBaseName(StringC())));
+        seen.insert(str(entry->getBaseName(StringC())));
         delete entry;
         delete info;
     }
@@ -202,7 +201,7 @@ TEST_F(ListerTest, FiltersDropFilesButKeepDirectories) {
     FileListingC listing(find, true);
     EXPECT_EQ(0u, listing.getStatus());
     ASSERT_EQ(1u, listing.size());
-    EXPECT_EQ(path("s/b.bin"), textOf(listing.nameAt(0)->toString()));
+    EXPECT_EQ(path("s/b.bin"), str(listing.nameAt(0)->toString()));
 
     FileListingC all(new FileListerC(&start, 1), true);
     EXPECT_EQ(4u, all.size());

@@ -13,6 +13,7 @@
 
 #include "files/gettime.h"
 #include "files/taskid.h"
+#include "testing/tempdir.h"
 
 namespace keel {
 namespace {
@@ -27,9 +28,8 @@ TEST(OpenFileOrStandardInput, DashIsStandardInputWhateverTheMode) {
 // createFileText makes the file with the mode under the umask, and empties
 // an existing one.
 TEST(OpenFileOrStandardInput, CreateAndOpenAFile) {
-    char dir[] = "/tmp/keel-fopen-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(dir));
-    std::string path = std::string(dir) + "/made";
+    testkit::TempDirC dir;
+    std::string path = dir.file("made");
     mode_t oldMask = umask(022);
     int fd = createFileText(path.c_str(), 0660);
     umask(oldMask);
@@ -44,9 +44,7 @@ TEST(OpenFileOrStandardInput, CreateAndOpenAFile) {
     ASSERT_EQ(0, stat(path.c_str(), &info));
     EXPECT_EQ(0640u, info.st_mode & 0777);
     EXPECT_EQ(0, info.st_size);
-    EXPECT_EQ(-1, createFileText((std::string(dir) + "/no/such").c_str(), 0644));
-    unlink(path.c_str());
-    rmdir(dir);
+    EXPECT_EQ(-1, createFileText(dir.file("no/such").c_str(), 0644));
 }
 
 // Each process has its own id: a child reports the id its parent was given.

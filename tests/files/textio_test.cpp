@@ -20,7 +20,6 @@ namespace keel {
 namespace {
 
 using testkit::PiecewiseInputC;
-using testkit::textOf;
 
 typedef std::vector<std::string> Lines;
 
@@ -29,7 +28,7 @@ class TextFileTest : public testkit::TempDirTest {};
 Lines linesOf(TextReaderC& reader) {
     Lines lines;
     StringC line;
-    while (reader.readLine(line) == 0) lines.push_back(textOf(line));
+    while (reader.readLine(line) == 0) lines.push_back(str(line));
     return lines;
 }
 
@@ -76,7 +75,7 @@ TEST(TextReaderTest, LineEndsAndMarks) {
                              c.encoding ? findEncoding(c.encoding) : nullptr, true);
         Lines base;
         StringC line;
-        while (reader.TextReaderC::readLine(line) == 0) base.push_back(textOf(line));
+        while (reader.TextReaderC::readLine(line) == 0) base.push_back(str(line));
         EXPECT_EQ(c.lines, base);
         EXPECT_EQ(c.lines, readBytes(c.bytes, c.detect, c.encoding, 7));
     }
@@ -95,9 +94,9 @@ TEST(TextReaderTest, ReadsAtTheEnd) {
     EXPECT_EQ(nullptr, reader.read(0));
     EXPECT_EQ('a', reader.readChar());
     std::unique_ptr<StringC> two(reader.read(2));
-    EXPECT_EQ("b\xE2\x82\xAC", textOf(*two));
+    EXPECT_EQ("b\xE2\x82\xAC", str(*two));
     reader.pushBack(StringC("xy", "ascii"));
-    EXPECT_EQ("xycd", textOf(reader.readAll()));
+    EXPECT_EQ("xycd", str(reader.readAll()));
     EXPECT_EQ(nullptr, reader.read(1));
 }
 
@@ -156,7 +155,7 @@ TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
         std::string expected = c.text + "\nend\n";
         if (std::string(c.encoding) == "system-8")
             expected = "\xEF\xBB\xBF" + expected;  // no mark of its own
-        EXPECT_EQ(expected, textOf(all));
+        EXPECT_EQ(expected, str(all));
     }
 }
 
@@ -196,7 +195,7 @@ TEST(TextWriterTest, LineEndsBecomeLineFeeds) {
         uint32_t write(const StringC&) override { return 0; }
     } writer;
     for (const auto& c : cases)
-        EXPECT_EQ(c.out, textOf(writer.convertLineEnds(StringC(c.in, "ascii"))));
+        EXPECT_EQ(c.out, str(writer.convertLineEnds(StringC(c.in, "ascii"))));
 }
 
 // Random reads of every kind against the text and a position in it.
@@ -214,7 +213,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
         std::u32string model(reinterpret_cast<const char32_t*>(wide), wcslen(wide));
         source.releaseWide(wide);
         auto encode = [](const std::u32string& s) {
-            return textOf(StringC(reinterpret_cast<const wchar_t*>(s.data()),
+            return str(StringC(reinterpret_cast<const wchar_t*>(s.data()),
                                   static_cast<int32_t>(s.size())));
         };
         StreamReaderC reader(new PiecewiseInputC(text, round + 1), false, findEncoding("utf8"),
@@ -235,7 +234,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
                 }
                 ASSERT_NE(nullptr, got);
                 std::u32string expect = model.substr(at, count);
-                std::string seen = textOf(*got);
+                std::string seen = str(*got);
                 // Fewer characters may come when the byte bound stopped reading.
                 ASSERT_LE(static_cast<size_t>(got->length()), expect.size());
                 ASSERT_GT(got->length(), 0);
@@ -261,7 +260,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
                 ASSERT_EQ(0u, code);
                 size_t end = at;
                 while (end < model.size() && model[end] != U'\n' && model[end] != U'\r') ++end;
-                ASSERT_EQ(encode(model.substr(at, end - at)), textOf(line));
+                ASSERT_EQ(encode(model.substr(at, end - at)), str(line));
                 at = end;
                 if (at < model.size()) {
                     bool cr = model[at] == U'\r';

@@ -16,7 +16,6 @@
 namespace keel {
 namespace {
 
-using testing_errors::utf8Of;
 
 const uint32_t kInvalidDate = 0xE3E80065;
 const uint32_t kInvalidText = 0xE3E80064;
@@ -100,7 +99,7 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
     }
     DateTimeC(2023, 2, 29, 1, 2, 3, true);
     ASSERT_EQ(errors->getCount(), 1u);
-    EXPECT_EQ(utf8Of(errors->getEntry(0)->getText()), "Invalid date/time 2023/02/29 01:02:03");
+    EXPECT_EQ(str(errors->getEntry(0)->getText()), "Invalid date/time 2023/02/29 01:02:03");
     EXPECT_EQ(errors->getEntry(0)->getSeverity(), 4u);
 }
 
@@ -161,13 +160,13 @@ TEST_F(DateTimeTest, RenderForms) {
         {&local, 8, "2001-02-03T04:05:06"},
         {&local, 32, "20010203 040506"},
     };
-    for (const Case& c : cases) EXPECT_EQ(utf8Of(c.value->format(c.flags)), c.text) << c.flags;
+    for (const Case& c : cases) EXPECT_EQ(str(c.value->format(c.flags)), c.text) << c.flags;
     // A time of day: no zone, and it wins over date only. No carry: 0.9999
     // seconds in three digits prints as 1000.
     DateTimeC time(2 * kSecond + 99990000, false);
-    EXPECT_EQ(utf8Of(time.format(3)), "0000021000");
-    EXPECT_EQ(utf8Of(time.format(8 + 16 + 3)), "00:00:02");
-    EXPECT_EQ(utf8Of(DateTimeC(1970, 1, 1, 0, 0, 0, false).format(8 + 16)), "1970-01-01");
+    EXPECT_EQ(str(time.format(3)), "0000021000");
+    EXPECT_EQ(str(time.format(8 + 16 + 3)), "00:00:02");
+    EXPECT_EQ(str(DateTimeC(1970, 1, 1, 0, 0, 0, false).format(8 + 16)), "1970-01-01");
 }
 
 // The render forms by the format engine with the formats and argument types
@@ -214,9 +213,9 @@ TEST_F(DateTimeTest, RendererAgreesWithTheFormatEngine) {
             args.add(StringC()).add(digits).add(
                 static_cast<uint32_t>((ticks % kSecond + divisor / 2) / divisor));
         }
-        std::string expected = utf8Of(StringC::format(pattern, args));
+        std::string expected = str(StringC::format(pattern, args));
         if (value.getYear() != 0 && !(flags & 16) && !value.isLocalTime()) expected += "Z";
-        ASSERT_EQ(utf8Of(value.format(flags)), expected) << ticks << " flags " << flags;
+        ASSERT_EQ(str(value.format(flags)), expected) << ticks << " flags " << flags;
     }
 }
 
@@ -263,7 +262,7 @@ TEST_F(DateTimeTest, ParseTable) {
         DateTimeC value = DateTimeC::parse(text);
         EXPECT_EQ(reported(), c.codes);
         if (c.after) {
-            EXPECT_EQ(utf8Of(text), c.after);
+            EXPECT_EQ(str(text), c.after);
         }
         if (c.reads == nullptr) {
             EXPECT_EQ(value.getTicks(), c.ticks);
@@ -278,11 +277,11 @@ TEST_F(DateTimeTest, ParseTable) {
         }
     }
     StringC time("12:30:45", "utf8");
-    EXPECT_EQ(utf8Of(DateTimeC::parse(time).format(8)), "12:30:45");
+    EXPECT_EQ(str(DateTimeC::parse(time).format(8)), "12:30:45");
     StringC bad("2024-13-01", "utf8");
     DateTimeC::parse(bad);
     ASSERT_EQ(errors->getCount(), 1u);
-    EXPECT_EQ(utf8Of(errors->getEntry(0)->getText()), "Invalid date/time string: '2024-13-01'");
+    EXPECT_EQ(str(errors->getEntry(0)->getText()), "Invalid date/time string: '2024-13-01'");
 }
 
 }  // namespace

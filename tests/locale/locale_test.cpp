@@ -16,26 +16,25 @@
 namespace keel {
 namespace {
 
-using testing_errors::utf8Of;
 
 TEST(LocaleTest, OneLocalePerProcessLocaleName) {
     StringC name("ignored, overwritten", "ascii");
     LocaleI* locale = getLocale(name);
-    EXPECT_EQ(setlocale(LC_ALL, nullptr), utf8Of(name));
+    EXPECT_EQ(setlocale(LC_ALL, nullptr), str(name));
     StringC again;
     EXPECT_EQ(locale, getLocale(again));
     EXPECT_EQ(locale, defaultLocale());
-    EXPECT_EQ(utf8Of(name), utf8Of(locale->getRegion(1)->localeName()));
+    EXPECT_EQ(str(name), str(locale->getRegion(1)->localeName()));
 
     // Another process locale gets a locale of its own; the old one stays.
     uint32_t before = localeCount();
     if (setlocale(LC_ALL, "C.UTF-8") || setlocale(LC_ALL, "POSIX")) {
         StringC other;
         LocaleI* second = getLocale(other);
-        if (utf8Of(other) != utf8Of(name)) {
+        if (str(other) != str(name)) {
             EXPECT_NE(locale, second);
             EXPECT_EQ(before + 1, localeCount());
-            EXPECT_EQ(utf8Of(other), utf8Of(second->getRegion(2)->localeName()));
+            EXPECT_EQ(str(other), str(second->getRegion(2)->localeName()));
         }
         setlocale(LC_ALL, "C");
     }
@@ -121,13 +120,13 @@ TEST(LocaleTest, LanguageFacetWithoutCatalogFile) {
     };
     for (const auto& c : cases) {
         uint32_t severity = 0;
-        EXPECT_EQ(c.expected, utf8Of(catalog->fetch(&severity, c.code, "", nullptr)))
+        EXPECT_EQ(c.expected, str(catalog->fetch(&severity, c.code, "", nullptr)))
             << std::hex << c.code;
         EXPECT_EQ(4u, severity);
     }
     EXPECT_EQ(0u, catalog->setQualifiers(StringC("Q", "ascii")));
     EXPECT_EQ(0u, language->openCatalog(StringC("/nonexistent/x.cat", "utf8")));
-    EXPECT_EQ("", utf8Of(catalog->fetch(nullptr, 0xE0CB0010, "", nullptr)));
+    EXPECT_EQ("", str(catalog->fetch(nullptr, 0xE0CB0010, "", nullptr)));
     EXPECT_EQ(0u, language->openCatalog(StringC()));
 }
 

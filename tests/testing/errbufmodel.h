@@ -16,6 +16,7 @@
 #include <keel/keel.h>
 
 #include "errors/errimpl.h"
+#include "testing/scantest.h"
 
 namespace keel {
 namespace errbufmodel {
@@ -24,13 +25,6 @@ struct EntryT {
     uint32_t code, severity, sequence;
     std::string text;
 };
-
-inline std::string utf8(const StringC& string) {
-    const char* text = string.textUtf8();
-    std::string copy(text ? text : "", string.textUtf8Length());
-    string.releaseUtf8(text);
-    return copy;
-}
 
 class DriverC {
 public:
@@ -88,7 +82,7 @@ public:
                         highest = std::max(highest, e.severity);
                     }
                     uint32_t severity = 99;
-                    if (utf8(buffer.takeText(&severity)) != expected) return "takeText text";
+                    if (str(buffer.takeText(&severity)) != expected) return "takeText text";
                     if (severity != highest) return "takeText severity";
                     model.clear();
                     name = "takeText";
@@ -108,7 +102,7 @@ public:
             ErrEntryI* entry = buffer.getEntry(i);
             if (!entry || entry->getCode() != model[i].code ||
                 entry->getSeverity() != model[i].severity ||
-                entry->getSequence() != model[i].sequence || utf8(entry->getText()) != model[i].text)
+                entry->getSequence() != model[i].sequence || str(entry->getText()) != model[i].text)
                 return false;
         }
         return buffer.getEntry(static_cast<uint32_t>(model.size())) == nullptr;

@@ -12,7 +12,10 @@ namespace keel {
 namespace scantest {
 
 inline StringC u8(const char* text) { return StringC(text, "utf8"); }
-inline StringC u8(const std::string& text) { return StringC(text.c_str(), "utf8"); }
+// NULs inside the text are characters of it.
+inline StringC u8(const std::string& text) {
+    return StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8");
+}
 
 // The bytes as they are, broken sequences included.
 inline StringC raw(const std::string& bytes) {

@@ -28,6 +28,8 @@
 
 #include <keel/string.h>
 
+#include "testing/scantest.h"
+
 namespace keel {
 namespace testkit {
 
@@ -166,15 +168,8 @@ private:
         if (got != want && failure_.empty()) fail(what, got, want);
     }
 
-    std::string textOf(const StringC& s) {
-        const char* t = s.textUtf8();
-        std::string r(t ? t : "", s.textUtf8Length());
-        s.releaseUtf8(t);
-        return r;
-    }
-
     void checkText(const char* when) {
-        if (textOf(string_) != utf8Of(model_) && failure_.empty()) failure_ = std::string("text differs ") + when;
+        if (str(string_) != utf8Of(model_) && failure_.empty()) failure_ = std::string("text differs ") + when;
     }
 
     void operate() {
@@ -222,7 +217,7 @@ private:
         StringC part = string_.substring(start, count);
         std::u32string want =
             start >= size() ? std::u32string() : model_.substr(start, count < 0 ? std::u32string::npos : count);
-        if (textOf(part) != utf8Of(want) && failure_.empty()) failure_ = "substring text differs";
+        if (str(part) != utf8Of(want) && failure_.empty()) failure_ = "substring text differs";
         expect("substring length", part.length(), static_cast<int64_t>(want.size()));
         // The whole text is the same representation; any other part is a
         // new one of its own (a new empty one for a count of 0).
@@ -300,7 +295,7 @@ private:
         } else {
             insert();
         }
-        if (textOf(copy) != utf8Of(before) && failure_.empty()) failure_ = "a copy changed with the original";
+        if (str(copy) != utf8Of(before) && failure_.empty()) failure_ = "a copy changed with the original";
         expect("length of the copy", copy.length(), static_cast<int64_t>(before.size()));
         if (below(2) == 0) {
             string_ = copy;

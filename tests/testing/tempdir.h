@@ -1,12 +1,15 @@
-// A fresh directory for one test and the error-buffer questions that file
+// A fresh directory for a test, and the error-buffer questions that file
 // tests ask.
 //
-//     class MyTest : public keel::testkit::TempDirTest {};
+//     keel::testkit::TempDirC dir;               // anywhere: made now, removed at the end
+//     std::string file = dir.write("a", "text");  // answers the full path
+//
+//     class MyTest : public keel::testkit::TempDirTest {};  // a fixture with one
 //     TEST_F(MyTest, X) { writeFile("a", "text"); FileNameC n = name("a"); ... }
 //
-// The directory is made under /tmp (mkdtemp) before each test and removed
-// with everything in it afterwards, permissions restored first so that a test
-// that made something unreadable still leaves nothing behind.
+// The directory is made under /tmp (mkdtemp) and removed with everything in
+// it afterwards, permissions restored first so that a test that made
+// something unreadable still leaves nothing behind.
 #ifndef KEEL_TESTS_TESTING_TEMPDIR_H
 #define KEEL_TESTS_TESTING_TEMPDIR_H
 
@@ -25,6 +28,8 @@
 
 #include <keel/filename.h>
 
+#include "testing/scantest.h"
+
 namespace keel {
 namespace testkit {
 
@@ -39,6 +44,51 @@ inline int removeEntry(const char* path, const struct stat64*, int, struct FTW*)
     return 0;
 }
 
+// Whole files by path: "<missing>" for one that cannot be read.
+inline std::string readFileAt(const std::string& path) {
+    std::string content;
+    FILE* file = fopen(path.c_str(), "rb");
+    if (!file) return "<missing>";
+    char chunk[4096];
+    size_t got;
+    while ((got = fread(chunk, 1, sizeof chunk, file)) > 0) content.append(chunk, got);
+    fclose(file);
+    return content;
+}
+inline void writeFileAt(const std::string& path, const std::string& content, mode_t mode = 0644) {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, mode);
+    EXPECT_GE(fd, 0) << path;
+    EXPECT_EQ(static_cast<ssize_t>(content.size()), ::write(fd, content.data(), content.size())) << path;
+    ::close(fd);
+}
+
+class TempDirC {
+public:
+    TempDirC() {
+        char pattern[] = "/tmp/keel-test-XXXXXX";
+        if (mkdtemp(pattern)) path_ = pattern;
+        EXPECT_FALSE(path_.empty()) << "mkdtemp";
+    }
+    ~TempDirC() {
+        if (path_.empty()) return;
+        nftw64(path_.c_str(), openUpEntry, 16, FTW_PHYS);
+        nftw64(path_.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+    }
+    TempDirC(const TempDirC&) = delete;
+    TempDirC& operator=(const TempDirC&) = delete;
+
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& relative) const { return path_ + "/" + relative; }
+    // Writes `content` to `relative` and answers its full path.
+    std::string write(const std::string& relative, const std::string& content, mode_t mode = 0644) const {
+        writeFileAt(file(relative), content, mode);
+        return file(relative);
+    }
+
+private:
+    std::string path_;
+};
+
 inline void clearErrors() {
     uint32_t highest;
     getErrBuf()->takeText(&highest);
@@ -52,56 +102,28 @@ inline std::vector<uint32_t> errorCodes() {
     return codes;
 }
 
-inline std::string textOf(const StringC& string) {
-    const char* text = string.textUtf8();
-    std::string result(text, string.textUtf8Length());
-    string.releaseUtf8(text);
-    return result;
-}
-
 // The text of entry `index` of the calling thread's buffer.
 inline std::string errorTextAt(uint32_t index) {
     ErrEntryI* entry = getErrBuf()->getEntry(index);
-    return entry ? textOf(entry->getText()) : std::string("<none>");
+    return entry ? str(entry->getText()) : std::string("<none>");
 }
 
 class TempDirTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/keel-files-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        dir = pattern;
-        clearErrors();
-    }
-    void TearDown() override {
-        nftw64(dir.c_str(), openUpEntry, 16, FTW_PHYS);
-        nftw64(dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
-        clearErrors();
-    }
+    void SetUp() override { clearErrors(); }
+    void TearDown() override { clearErrors(); }
 
-    std::string path(const std::string& relative) const { return dir + "/" + relative; }
+    std::string path(const std::string& relative) const { return temp.file(relative); }
     FileNameC name(const std::string& relative) const { return FileNameC(StringC(path(relative).c_str(), "utf8")); }
-
-    void writeFile(const std::string& relative, const std::string& content, mode_t mode = 0644) const {
-        int fd = ::open(path(relative).c_str(), O_WRONLY | O_CREAT | O_TRUNC, mode);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(static_cast<ssize_t>(content.size()), ::write(fd, content.data(), content.size()));
-        ::close(fd);
+    std::string writeFile(const std::string& relative, const std::string& content, mode_t mode = 0644) const {
+        return temp.write(relative, content, mode);
     }
-    std::string readFile(const std::string& relative) const {
-        std::string content;
-        FILE* file = fopen(path(relative).c_str(), "rb");
-        if (!file) return "<missing>";
-        char chunk[4096];
-        size_t got;
-        while ((got = fread(chunk, 1, sizeof chunk, file)) > 0) content.append(chunk, got);
-        fclose(file);
-        return content;
-    }
+    std::string readFile(const std::string& relative) const { return readFileAt(path(relative)); }
 
     static bool isRoot() { return geteuid() == 0; }
 
-    std::string dir;
+    TempDirC temp;
+    const std::string dir = temp.path();
 };
 
 }  // namespace testkit

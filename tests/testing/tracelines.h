@@ -1,5 +1,6 @@
 // A consumer that keeps the rendered trace lines of the paths it enables,
-// added to the one tracer for the life of the object.
+// added to the one tracer for the life of the object. Brings in the string
+// helpers of scantest.h, which the tests that watch traces use for texts.
 #ifndef KEEL_TESTS_TESTING_TRACELINES_H
 #define KEEL_TESTS_TESTING_TRACELINES_H
 
@@ -7,6 +8,8 @@
 #include <vector>
 
 #include <keel/keel.h>
+
+#include "testing/scantest.h"
 
 namespace keel {
 namespace testing_errors {
@@ -29,13 +32,6 @@ public:
 
     std::vector<std::string> lines;
 };
-
-inline std::string utf8Of(const StringC& string) {
-    const char* text = string.textUtf8();
-    std::string result = text;
-    string.releaseUtf8(text);
-    return result;
-}
 
 }  // namespace testing_errors
 }  // namespace keel

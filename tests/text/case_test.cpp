@@ -7,36 +7,8 @@
 namespace keel {
 namespace {
 
-// A telling character: its map in one direction, as a run of one.
-struct TellingT { uint32_t first; int32_t delta; };
-
-void expectFigures(const CaseRangeT* table, uint32_t count, uint32_t records, uint32_t characters,
-                   int32_t pairDelta, std::initializer_list<TellingT> telling) {
-    ASSERT_EQ(records, count);
-    uint32_t covered = 0, pairs = 0;
-    for (uint32_t i = 0; i < count; ++i) {
-        EXPECT_LE(table[i].first, table[i].last) << i;
-        EXPECT_LT(i > 0 ? table[i - 1].last : -1, table[i].first) << i;
-        covered += table[i].last - table[i].first + 1u;
-        pairs += table[i].delta == pairDelta ? 1 : 0;
-    }
-    EXPECT_EQ(characters, covered);
-    // Pairs such as those of Latin Extended-A are one record per letter.
-    EXPECT_EQ(326u, pairs);
-    for (const TellingT& row : telling) {
-        uint32_t i = 0;
-        while (i < count && table[i].first != row.first) ++i;
-        ASSERT_LT(i, count) << std::hex << row.first;
-        EXPECT_EQ(row.first, table[i].last);
-        EXPECT_EQ(row.delta, table[i].delta) << std::hex << row.first;
-    }
-}
-
-TEST(CaseTables, Figures) {
+TEST(CaseTables, DigraphsAndCaselessLetters) {
     const CaseTablesT& t = caseTables();
-    expectFigures(t.lower, t.lowerCount, 396, 696, 1,
-                  {{0x0130, -199}, {0x0178, -121}, {0x2126, -7517}, {0x212A, -8383}, {0x212B, -8262}});
-    expectFigures(t.upper, t.upperCount, 406, 706, -1, {{0x00B5, 743}, {0x00FF, 121}, {0x0131, -232}, {0x017F, -300}});
     ASSERT_EQ(8u, t.titleCount);
     const uint32_t titled[8] = {0x01C4, 0x01C6, 0x01C7, 0x01C9, 0x01CA, 0x01CC, 0x01F1, 0x01F3};
     for (uint32_t i = 0; i < 8; ++i) {
@@ -44,9 +16,6 @@ TEST(CaseTables, Figures) {
         EXPECT_EQ(i % 2 == 0 ? 1 : -1, t.title[i].delta);
     }
     // Letters without case: sorted, unchanged by both maps, letters by this list alone.
-    ASSERT_EQ(208u, t.caselessCount);
-    EXPECT_EQ(0x00AAu, t.caseless[0]);
-    EXPECT_EQ(0xFB17u, t.caseless[t.caselessCount - 1]);
     for (uint32_t i = 0; i < t.caselessCount; ++i) {
         uint32_t c = t.caseless[i];
         EXPECT_LT(i > 0 ? t.caseless[i - 1] : 0, c);
@@ -79,6 +48,11 @@ TEST(CaseMapping, LookupAgreesWithAWalkOfTheTable) {
         {0x10A0, 0x10A0, 0x10A0, 0x10A0},  {0x13A0, 0x13A0, 0x13A0, 0x13A0},  {0x01C4, 0x01C6, 0x01C4, 0x01C5},
         {0x01C5, 0x01C6, 0x01C4, 0x01C4},  {0x01C6, 0x01C6, 0x01C4, 0x01C5},  {0x01F3, 0x01F3, 0x01F1, 0x01F2},
         {0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu}, {0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF},
+        // Maps in one direction only: dotted I, Y diaeresis, ohm, kelvin and angstrom signs, micro,
+        // dotless i, long s.
+        {0x0130, 'i', 0x0130, 0x0130},     {0x0178, 0x00FF, 0x0178, 0x0178},  {0x2126, 0x03C9, 0x2126, 0x2126},
+        {0x212A, 'k', 0x212A, 0x212A},     {0x212B, 0x00E5, 0x212B, 0x212B},  {0x00B5, 0x00B5, 0x039C, 0x039C},
+        {0x00FF, 0x00FF, 0x0178, 0x0178},  {0x0131, 0x0131, 'I', 'I'},        {0x017F, 0x017F, 'S', 'S'},
     };
     for (const auto& n : notable) {
         EXPECT_EQ(n.lower, toLowerChar(n.c)) << std::hex << n.c;

@@ -23,56 +23,28 @@ void expectScans(T (*parse)(const StringC&, uint32_t*, int, uint32_t*), std::ini
 
 const uint32_t kTrail = kScanTrailingText, kNone = kScanNoDigits, kOver = kScanOverflow, kBad = kScanBadDigit;
 
-TEST(ParseInt32, BasesPrefixesBlanksAndSigns) {
+// One case for each rule; fuzz/number_fuzz.cpp checks every base and
+// outcome against a plain reference of the rules on arbitrary text.
+TEST(ParseInt32, OneCaseForEachRule) {
     expectScans(parseInt32, {
-        // Base 0: 0x gives 16, 0b 2, a leading 0 8, anything else 10.
-        {"0X1f", 0, 31, 0, 4}, {"-0x10", 0, -16, 0, 5}, {"0B101", 0, 5, 0, 5}, {"010", 0, 8, 0, 3},
-        {"0", 0, 0, 0, 1}, {"0 ", 0, 0, 0, 2}, {"123", 0, 123, 0, 3}, {"08", 0, 0, kTrail, 1},
-        {"0x", 0, 0, kNone, 2}, {"0xg", 0, 0, kBad, 2},
-        // A prefix only with its own base; a leading zero stays a digit.
-        {"0x10", 10, 0, kTrail, 1}, {"0x10", 16, 16, 0, 4}, {"0x", 16, 0, kNone, 2}, {"0b11", 2, 3, 0, 4},
-        {"0b11", 16, 0xb11, 0, 4}, {"010", 10, 10, 0, 3},
+        // Base 0: 0x gives 16, 0b 2, a leading 0 8; a prefix only with its own base.
+        {"-0x10", 0, -16, 0, 5}, {"0B101", 0, 5, 0, 5}, {"010", 0, 8, 0, 3}, {"08", 0, 0, kTrail, 1},
+        {"0x", 0, 0, kNone, 2}, {"0x10", 10, 0, kTrail, 1}, {"0b11", 16, 0xb11, 0, 4},
         // Base limits: 1 is a tally in which 0 counts as a mark of value 0.
-        {"12", 37, 0, kScanBadBase, 0}, {"zz", 36, 36 * 35 + 35, 0, 2}, {"z", 35, 0, kBad, 0},
-        {"A", 11, 10, 0, 1}, {"19", 8, 1, kTrail, 1}, {"101", 2, 5, 0, 3}, {"5", -3, 0, kBad, 0},
-        {"11111", 1, 5, 0, 5}, {"101", 1, 2, 0, 3}, {"12", 1, 1, kTrail, 1}, {"2", 1, 0, kBad, 0},
-        // Blanks around the number and behind the sign; form feed and vertical tab are none.
-        {"", 10, 0, kNone, 0}, {" \t\r\n", 10, 0, kNone, 4}, {"  42  ", 10, 42, 0, 6},
-        {"\xc2\xa0" "7\xc2\xa0", 10, 7, 0, 3}, {"+5", 10, 5, 0, 2}, {"- 5", 10, -5, 0, 3}, {"-", 10, 0, kNone, 1},
-        {"+-5", 10, 0, kBad, 1}, {"abc", 10, 0, kBad, 0}, {"\f1", 10, 0, kBad, 0}, {"1\v", 10, 1, kTrail, 1},
-        {"12  x", 10, 12, kTrail, 4},
+        {"12", 37, 0, kScanBadBase, 0}, {"zz", 36, 36 * 35 + 35, 0, 2}, {"101", 1, 2, 0, 3},
+        // Blanks around the number and behind the sign; form feed is none.
+        {" \t\r\n", 10, 0, kNone, 4}, {"\xc2\xa0" "7\xc2\xa0", 10, 7, 0, 3}, {"- 5", 10, -5, 0, 3},
+        {"+-5", 10, 0, kBad, 1}, {"\f1", 10, 0, kBad, 0}, {"12  x", 10, 12, kTrail, 4},
         // Digits of any script, mixed; the end index counts characters.
-        {"\xd9\xa3\xd9\xa4", 10, 34, 0, 2}, {"\xef\xbc\x91\xef\xbc\x92\xe0\xa5\xab", 10, 125, 0, 3},
-        {"\xe0\xaf\xa7", 10, 1, 0, 1}, {"\xe3\x80\x87" "7", 0, 7, 0, 2}, {"\xd9\xa0x1F", 0, 31, 0, 4},
-        {"\xd9\xa1" "f", 16, 31, 0, 2}, {"\xd9\xa9", 8, 0, kBad, 0}, {"\xce\xb1", 36, 0, kBad, 0},
-        {"\xd9\xa3 \xc3\xa9", 10, 3, kTrail, 2},
+        {"\xef\xbc\x91\xef\xbc\x92\xe0\xa5\xab", 10, 125, 0, 3}, {"\xd9\xa0x1F", 0, 31, 0, 4},
+        {"\xd9\xa9", 8, 0, kBad, 0},
+        // Out of range: the bits as read; digits past the width: 0, the end at the first that did not fit.
+        {"-2147483648", 10, INT32_MIN, 0, 11}, {"2147483648", 10, INT32_MIN, kOver, 10},
+        {"4294967296", 10, 0, kOver, 9}, {"3000000000 x", 10, -1294967296, kOver, 11},
     });
-}
-
-TEST(ParseInt32, Range) {
-    // Out of range: the bits as read; digits past the width: 0, the end at the first that did not fit.
-    expectScans(parseInt32, {
-        {"2147483647", 10, INT32_MAX, 0, 10}, {"-2147483648", 10, INT32_MIN, 0, 11},
-        {"2147483648", 10, INT32_MIN, kOver, 10}, {"-2147483649", 10, INT32_MAX, kOver, 11},
-        {"4294967295", 10, -1, kOver, 10}, {"-4294967295", 10, 1, kOver, 11},
-        {"0x80000000", 0, INT32_MIN, kOver, 10}, {"-0x80000000", 0, INT32_MIN, 0, 11},
-        {"4294967296", 10, 0, kOver, 9}, {"12345678901234567890", 10, 0, kOver, 10},
-        {"0x100000000", 0, 0, kOver, 10}, {"11111111111111111111111111111111", 2, -1, kOver, 32},
-        {"111111111111111111111111111111111", 2, 0, kOver, 32}, {"1z141z3", 36, -1, kOver, 7},
-        {"1z141z4", 36, 0, kOver, 6}, {"99999999999 x", 10, 0, kOver, 9},
-        {"3000000000 x", 10, -1294967296, kOver, 11},
-    });
-}
-
-TEST(ParseInt64, Range) {
     expectScans(parseInt64, {
-        {"9223372036854775807", 10, INT64_MAX, 0, 19}, {"-9223372036854775808", 10, INT64_MIN, 0, 20},
-        {"9223372036854775808", 10, INT64_MIN, kOver, 19}, {"-9223372036854775809", 10, INT64_MAX, kOver, 20},
-        {"18446744073709551615", 10, -1, kOver, 20}, {"18446744073709551616", 10, 0, kOver, 19},
-        {"0xFFFFFFFFFFFFFFFF", 0, -1, kOver, 18}, {"0x10000000000000000", 0, 0, kOver, 18},
-        {"4294967296", 10, INT64_C(4294967296), 0, 10}, {"-0b1", 0, -1, 0, 4},
-        {"1y2p0ij32e8e7", 36, INT64_MAX, 0, 13}, {"1y2p0ij32e8e8", 36, INT64_MIN, kOver, 13},
-        {"", 37, 0, kScanBadBase, 0}, {"111", 1, 3, 0, 3},
+        {"-9223372036854775808", 10, INT64_MIN, 0, 20}, {"18446744073709551615", 10, -1, kOver, 20},
+        {"0x10000000000000000", 0, 0, kOver, 18}, {"1y2p0ij32e8e7", 36, INT64_MAX, 0, 13},
     });
 }
 

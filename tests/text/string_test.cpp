@@ -10,19 +10,13 @@
 
 #include <keel/keel.h>
 
+#include "testing/scantest.h"
 #include "text/stringim.h"
 
 namespace keel {
 namespace {
 
 StringImplFactoryI* factory() { return getStringFactory(); }
-
-std::string utf8(const StringC& s) {
-    const char* text = s.textUtf8();
-    std::string result(text ? text : "", s.textUtf8Length());
-    s.releaseUtf8(text);
-    return result;
-}
 
 int32_t storedCount(const StringC& s) { return dynamic_cast<StringImplC&>(*s.getImpl()).storedCharCount(); }
 
@@ -86,7 +80,7 @@ TEST(StringFactoryTest, OtherStringsAreNewAndUnshared) {
     // Nor does format, which makes a string to write into.
     StringC pattern("plain text", "utf8");
     StringC formatted = StringC::format(pattern, ArgListC());
-    EXPECT_EQ("plain text", utf8(formatted));
+    EXPECT_EQ("plain text", str(formatted));
     EXPECT_NE(pattern.getImpl(), formatted.getImpl());
     for (const StringC* s : {&first, &zero, &secureA, &freshEmpty, &freshA, &formatted}) {
         EXPECT_FALSE(s->getImpl()->isShared());
@@ -96,7 +90,7 @@ TEST(StringFactoryTest, OtherStringsAreNewAndUnshared) {
 // Decoding and joining count the characters on the way.
 TEST(StringEncodingTest, DecodingFillsTheCount) {
     StringC a("ab", 2, "vutf8"), joined(a, StringC("\xE2\x82\xAC", 3, "vutf8"));
-    EXPECT_EQ("ab\xE2\x82\xAC", utf8(joined));
+    EXPECT_EQ("ab\xE2\x82\xAC", str(joined));
     EXPECT_EQ(3, storedCount(joined));
     EXPECT_EQ(2, storedCount(a));
     const uint16_t units[] = {'h', 0xE9, 0xD83D, 0xDE00, 0};
@@ -134,7 +128,7 @@ TEST(StringEncodingTest, UnknownEncodingGivesABufferlessString) {
     EXPECT_TRUE(odd.substring(1, 1).isEmpty());
     StringC copy = odd;
     copy.append(uint32_t('z'));  // copy on write of the bufferless text
-    EXPECT_EQ("z", utf8(copy));
+    EXPECT_EQ("z", str(copy));
     // The single ASCII byte comes from the cache anyway.
     EXPECT_EQ(StringC(uint32_t('Q')).getImpl(), StringC("Q", "no-such-encoding").getImpl());
 }
@@ -152,11 +146,11 @@ TEST(StringHandleTest, SharingWithoutCopies) {
     StringC& alias = text;
     text = alias;
     EXPECT_EQ(before, text.getImpl());
-    EXPECT_EQ("abcdef", utf8(text));
+    EXPECT_EQ("abcdef", str(text));
     EXPECT_EQ(before, text.substring(0).getImpl());  // the whole text is the same representation
     // A clone stops at the first NUL.
     StringC withNul("ab\0cd", 5, "vutf8");
-    EXPECT_EQ("ab", utf8(withNul.clone()));
+    EXPECT_EQ("ab", str(withNul.clone()));
     EXPECT_EQ(5u, withNul.textUtf8Length());
 }
 

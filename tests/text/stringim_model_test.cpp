@@ -13,19 +13,13 @@
 #include <keel/string.h>
 
 #include "testing/stringmodel.h"
+#include "testing/scantest.h"
 #include "text/stringim.h"
 
 namespace keel {
 namespace {
 
 using testkit::utf8Of;
-
-std::string utf8(const StringC& s) {
-    const char* text = s.textUtf8();
-    std::string result(text ? text : "", s.textUtf8Length());
-    s.releaseUtf8(text);
-    return result;
-}
 
 // Half the runs with the block paths of the searches off, so that the
 // character walks meet the same sequences.
@@ -45,91 +39,46 @@ std::u32string repeated(const std::u32string& piece, int times) {
     return r;
 }
 
-// Each case runs its steps on one string and answers what `result` reads.
 TEST(StringModelTest, SequencesThatOnceAnsweredWrong) {
-    struct Case {
-        const char* what;
-        uint32_t (*result)();
-        uint32_t want;
-    };
-    const Case cases[] = {
-        // A read past the end of a counted text left the cursor at an index
-        // past the end, and the next backward walk landed early.
-        {"charAt(29) after charAt(32) of 30 counted characters",
-         [] {
-             std::string t = utf8Of(repeated(U"ab\U0001F600", 10));
-             StringC s(t.data(), static_cast<uint32_t>(t.size()), "utf8");
-             s.charAt(32);
-             return s.charAt(29);
-         },
-         0x1F600},
-        {"charAt past the end still 0",
-         [] {
-             std::string t = utf8Of(repeated(U"ab\U0001F600", 10));
-             StringC s(t.data(), static_cast<uint32_t>(t.size()), "utf8");
-             s.charAt(31);
-             return s.charAt(32);
-         },
-         0},
-        // An insertion at 0 left the cursor behind it with its old index.
-        {"charAt(2) after insert(0) behind the cursor",
-         [] {
-             StringC s("\xC3\xA9\xE4\xB8\xAD" "b", "utf8");
-             s.charAt(2);
-             s.insert(0, StringC("\xC3\xA9", "utf8"));
-             return s.charAt(2);
-         },
-         0x4E2D},
-        {"charAt(3) and length after insert(0)",
-         [] {
-             StringC s("\xC3\xA9\xE4\xB8\xAD" "b", "utf8");
-             s.charAt(2);
-             s.insert(0, StringC("\xC3\xA9", "utf8"));
-             return s.charAt(3) == 'b' ? static_cast<uint32_t>(s.length()) : 0u;
-         },
-         4},
-        // The same in ASCII text whose count equals its bytes: insert does
-        // not walk there, and the cursor stayed.
-        {"charAt(8) after insert(2) into counted ASCII",
-         [] {
-             StringC s("abcdefghij", "utf8");
-             s.append(StringC("kl", "utf8"));
-             s.charAt(8);
-             s.length();
-             s.insert(2, StringC("\xC3\xA9", "utf8"));
-             return s.charAt(8);
-         },
-         'h'},
-        // The end of erase's range overflowed as a signed sum.
-        {"erase(1, INT32_MAX) leaves one character",
-         [] {
-             StringC s("abcdef", "utf8");
-             s.erase(1, INT32_MAX);
-             return static_cast<uint32_t>(s.length()) * 1000 + s.charAt(0);
-         },
-         1000 + 'a'},
-        {"erase(2, 100) leaves two",
-         [] {
-             StringC s("abcd", "utf8");
-             s.erase(2, 100);
-             return static_cast<uint32_t>(s.length());
-         },
-         2},
-        // A null pointer is the empty text whatever the count.
-        {"StringC(nullptr, 1, utf8)", [] { return static_cast<uint32_t>(StringC(nullptr, 1, "utf8").length()); }, 0},
-        {"StringC(nullptr, 2, utf8)", [] { return static_cast<uint32_t>(StringC(nullptr, 2, "utf8").textUtf8Length()); },
-         0},
-        // An erase whose start lies past the end of an uncounted text names
-        // no character; the cursor must not take that index.
-        {"charAt(1) after erase(10, 1) of uncounted text",
-         [] {
-             StringC s("a\xC3\xA9z", 4, "vutf8");
-             s.erase(10, 1);
-             return s.charAt(1);
-         },
-         0xE9},
-    };
-    for (const Case& c : cases) EXPECT_EQ(c.want, c.result()) << c.what;
+    // A read past the end of a counted text left the cursor at an index past
+    // the end, and the next backward walk landed early.
+    std::string t = utf8Of(repeated(U"ab\U0001F600", 10));
+    StringC counted(t.data(), static_cast<uint32_t>(t.size()), "utf8");
+    StringC again(t.data(), static_cast<uint32_t>(t.size()), "utf8");
+    counted.charAt(32);
+    EXPECT_EQ(0x1F600u, counted.charAt(29));
+    again.charAt(31);
+    EXPECT_EQ(0u, again.charAt(32));
+    // An insertion at 0 left the cursor behind it with its old index.
+    for (int32_t probe : {2, 3}) {
+        StringC s("\xC3\xA9\xE4\xB8\xAD" "b", "utf8");
+        s.charAt(2);
+        s.insert(0, StringC("\xC3\xA9", "utf8"));
+        EXPECT_EQ(probe == 2 ? 0x4E2Du : uint32_t('b'), s.charAt(probe));
+        EXPECT_EQ(4, s.length());
+    }
+    // The same in ASCII text whose count equals its bytes: insert does not
+    // walk there, and the cursor stayed.
+    StringC ascii("abcdefghij", "utf8");
+    ascii.append(StringC("kl", "utf8"));
+    ascii.charAt(8);
+    ascii.length();
+    ascii.insert(2, StringC("\xC3\xA9", "utf8"));
+    EXPECT_EQ(uint32_t('h'), ascii.charAt(8));
+    // The end of erase's range overflowed as a signed sum.
+    StringC erased("abcdef", "utf8"), short2("abcd", "utf8");
+    erased.erase(1, INT32_MAX);
+    short2.erase(2, 100);
+    EXPECT_EQ("a", str(erased));
+    EXPECT_EQ(2, short2.length());
+    // A null pointer is the empty text whatever the count.
+    EXPECT_EQ(0, StringC(nullptr, 1, "utf8").length());
+    EXPECT_EQ(0u, StringC(nullptr, 2, "utf8").textUtf8Length());
+    // An erase whose start lies past the end of an uncounted text names no
+    // character; the cursor must not take that index.
+    StringC uncounted("a\xC3\xA9z", 4, "vutf8");
+    uncounted.erase(10, 1);
+    EXPECT_EQ(0xE9u, uncounted.charAt(1));
 }
 
 // Readers on several threads walk one shared, unchanging string by index
@@ -161,7 +110,7 @@ TEST(StringCursorThreadTest, ReadersOfOneSharedStringAnswerRight) {
                     if (shared.charAt(at) != want) ++wrong;
                     break;
                 case 2:
-                    if (utf8(shared.substring(at, 3)) != (at < n ? utf8Of(model.substr(at, 3)) : "")) ++wrong;
+                    if (str(shared.substring(at, 3)) != (at < n ? utf8Of(model.substr(at, 3)) : "")) ++wrong;
                     break;
                 default:
                     if (at < n && shared.find(model[at], at - 1) != at) ++wrong;
@@ -173,7 +122,7 @@ TEST(StringCursorThreadTest, ReadersOfOneSharedStringAnswerRight) {
     }
     for (std::thread& reader : readers) reader.join();
     EXPECT_EQ(0, wrong.load());
-    EXPECT_EQ(utf8Of(model), utf8(shared));
+    EXPECT_EQ(utf8Of(model), str(shared));
 }
 
 // The last reader on another thread lets go of its copy; the owner then
@@ -187,7 +136,7 @@ TEST(StringHandOffThreadTest, OwnerChangesInPlaceAfterTheLastReaderLetsGo) {
         ASSERT_TRUE(owner.getImpl()->isShared());
         std::atomic<int> wrong{0};
         std::thread other([reader, &wrong] {
-            if (reader->charAt(3) != 0x1F600 || utf8(*reader).size() != 30) ++wrong;
+            if (reader->charAt(3) != 0x1F600 || str(*reader).size() != 30) ++wrong;
             delete reader;
         });
         while (owner.getImpl()->isShared()) std::this_thread::yield();

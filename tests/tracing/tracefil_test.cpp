@@ -11,33 +11,23 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <fstream>
 #include <memory>
 #include <map>
 #include <random>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <keel/keel.h>
 
+#include "testing/tempdir.h"
 #include "tracing/tracer.h"
 
 namespace keel {
 namespace {
 
-std::string readFile(const std::string& name) {
-    std::ifstream in(name, std::ios::binary);
-    std::stringstream all;
-    all << in.rdbuf();
-    return all.str();
-}
-
-void writeFile(const std::string& name, const std::string& text) {
-    std::ofstream out(name, std::ios::binary);
-    out << text;
-}
+using testkit::readFileAt;
+using testkit::writeFileAt;
 
 std::string pid() { return std::to_string(getpid()); }
 
@@ -49,23 +39,17 @@ std::string thread() {
 
 class TraceFileTest : public ::testing::Test {
 protected:
-    TraceFileTest() : controller(getTraceController()) {
-        char pattern[] = "/tmp/keel-tracefil-XXXXXX";
-        dir = mkdtemp(pattern);
-    }
-    ~TraceFileTest() override {
-        std::string command = "rm -rf '" + dir + "'";
-        if (system(command.c_str()) != 0) ADD_FAILURE() << "cleanup of " << dir;
-    }
+    TraceFileTest() : controller(getTraceController()) {}
     // A consumer of the test's own, reading `control` as its control file.
     std::unique_ptr<TraceConsumerFileC> consumer(const std::string& control) {
         std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
-        writeFile(dir + "/control", control);
+        writeFileAt(dir + "/control", control);
         EXPECT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
         return made;
     }
     TraceControllerI* controller;
-    std::string dir;
+    testkit::TempDirC temp;
+    const std::string dir = temp.path();
 };
 
 // A few lines per rule; tracefil_fuzz compares every key and value of
@@ -147,7 +131,7 @@ TEST_F(TraceFileTest, ControlFilePathsAgainstAModel) {
             }
             }
         }
-        writeFile(dir + "/control", file);
+        writeFileAt(dir + "/control", file);
         ASSERT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
         ASSERT_EQ(made->options().patternCount, patterns.size());
         TraceValuesT* probe = nullptr;
@@ -178,7 +162,7 @@ TEST_F(TraceFileTest, ControlFilePathsAgainstAModel) {
 TEST_F(TraceFileTest, PatternLinesAndLiteralStars) {
     std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
     ASSERT_EQ(controller->addConsumer(made.get(), 0, 9), 0u);
-    writeFile(dir + "/control", "*Catalog\n*/Catalog\n+*Catalog\n-*Catalog\n");
+    writeFileAt(dir + "/control", "*Catalog\n*/Catalog\n+*Catalog\n-*Catalog\n");
     ASSERT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
     EXPECT_EQ(made->options().patternCount, 3u);
     for (uint32_t i = 0; i < 3; ++i) EXPECT_STREQ(made->options().patterns[i], "Catalog");
@@ -262,9 +246,9 @@ TEST_F(TraceFileTest, LinesByteForByte) {
         ArgListC args;
         args.add(int32_t(7)).add("x");
         ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args), 0u);
-        EXPECT_EQ(readFile(name), c.first);
+        EXPECT_EQ(readFileAt(name), c.first);
         ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args), 0u);
-        std::string both = readFile(name);
+        std::string both = readFileAt(name);
         if (!c.second.empty()) {
             EXPECT_EQ(both, c.first + c.second);
         } else {
@@ -279,10 +263,10 @@ TEST_F(TraceFileTest, LinesByteForByte) {
     auto made = consumer("timeofday=1\nfilename=" + name);
     made->write("P", 0, "caf\xc3\xa9 %s", ArgListC().add("\xe2\x82\xac"));
     EXPECT_TRUE(std::regex_match(
-        readFile(name),
+        readFileAt(name),
         std::regex(
             "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{5}: caf\xc3\xa9 \xe2\x82\xac\n")))
-        << readFile(name);
+        << readFileAt(name);
 }
 
 // The tracer's own consumer: init reads the control file, dispatch writes
@@ -292,7 +276,7 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
     TraceDefaultConsumerI* own = tracer->getDefaultConsumer();
     ASSERT_NE(own, nullptr);
     std::string name = dir + "/own.trc";
-    writeFile(dir + "/control",
+    writeFileAt(dir + "/control",
               "FileTest/Line\nFileTest/Count\nFileTest/Timer\ntrace_counters=1\ntrace_timers=1\n"
               "max_detail=7\nfilename=" +
                   name + "\n");
@@ -304,7 +288,7 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
     static TraceValuesT* timer = nullptr;
     tracer->startTimer("FileTest/Timer", &timer);
     tracer->stopTimer("FileTest/Timer", &timer);
-    std::string text = readFile(name);
+    std::string text = readFileAt(name);
     EXPECT_TRUE(
         std::regex_match(text, std::regex("value 42 of six\ncounter FileTest/Count now 3\n"
                                           "(timer FileTest/Timer interval 0, total 0\\.[0-9]{6}\n|"
@@ -323,7 +307,7 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
 // The opening checks: nothing planted under the name is written through.
 TEST_F(TraceFileTest, OpeningRefusesWhatWasPlanted) {
     std::string target = dir + "/victim";
-    writeFile(target, "keep");
+    writeFileAt(target, "keep");
     std::string link = dir + "/planted.trc";
     ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
     TraceConsumerFileC linked(controller);
@@ -334,7 +318,7 @@ TEST_F(TraceFileTest, OpeningRefusesWhatWasPlanted) {
     ASSERT_EQ(symlink((dir + "/nowhere").c_str(), dangling.c_str()), 0);
     linked.setFilename(dangling.c_str());
     EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | ELOOP);
-    EXPECT_EQ(readFile(target), "keep");
+    EXPECT_EQ(readFileAt(target), "keep");
     EXPECT_NE(access((dir + "/nowhere").c_str(), F_OK), 0);
 
     // A directory fails at once, even with attempts left.
@@ -346,21 +330,21 @@ TEST_F(TraceFileTest, OpeningRefusesWhatWasPlanted) {
     // A file of another owner (the test can only plant one as root).
     if (geteuid() == 0) {
         std::string foreign = dir + "/foreign.trc";
-        writeFile(foreign, "theirs");
+        writeFileAt(foreign, "theirs");
         ASSERT_EQ(chown(foreign.c_str(), 12345, 12345), 0);
         linked.setFilename(foreign.c_str());
         EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | EPERM);
-        EXPECT_EQ(readFile(foreign), "theirs");
+        EXPECT_EQ(readFileAt(foreign), "theirs");
     }
 
     // %_u: the plain name first, exclusively, then _1, _2, ...
-    writeFile(dir + "/u.trc", "");
-    writeFile(dir + "/u.trc_1", "");
+    writeFileAt(dir + "/u.trc", "");
+    writeFileAt(dir + "/u.trc_1", "");
     TraceConsumerFileC numbered(controller);
     numbered.setFilename((dir + "/u.trc%_u").c_str());
     EXPECT_EQ(numbered.write("P", 0, "third", ArgListC()), 0u);
-    EXPECT_EQ(readFile(dir + "/u.trc_2"), "third\n");
-    EXPECT_EQ(readFile(dir + "/u.trc"), "");
+    EXPECT_EQ(readFileAt(dir + "/u.trc_2"), "third\n");
+    EXPECT_EQ(readFileAt(dir + "/u.trc"), "");
     // A name that cannot be made at all fails after the attempts.
     numbered.setFilename((dir + "/no/such/dir%u").c_str());
     EXPECT_EQ(numbered.write("P", 0, "x", ArgListC()), 0xE0000000u | ENOENT);
