@@ -12,7 +12,6 @@
 #include <utime.h>
 
 #include <memory>
-#include <numeric>
 #include <string>
 
 #include "files/fileserv.h"
@@ -275,48 +274,6 @@ TEST_F(FileServiceTest, OpeningAMissingFileLeavesBothEntries) {
     EXPECT_EQ(4u, getErrBuf()->getEntry(1)->getSeverity());
     getErrBuf()->recover(mark);
     EXPECT_TRUE(errorCodes().empty());
-}
-
-// Under the Itanium C++ ABI a pointer to a virtual member function holds
-// 1 + the byte offset of its slot; the order of the slots is the interface.
-template <typename MemberFn>
-size_t slotOf(MemberFn member) {
-    uintptr_t word[2];
-    memcpy(word, &member, sizeof word);
-    return (word[0] - 1) / sizeof(void*);
-}
-#define SLOT(name) slotOf(&FileServiceI::name)
-
-TEST(FileServiceSlotTest, OperationsInTheirOrder) {
-    // Slots 0 and 1 are the two destructors.
-    std::vector<size_t> expected(48);
-    std::iota(expected.begin(), expected.end(), size_t(2));
-    std::vector<size_t> seen = {SLOT(getRoots),         SLOT(getCurrentDirectory),
-                                SLOT(reservedQueryA),   SLOT(copyNameA),
-                                SLOT(copyNameB),        SLOT(reservedQueryB),
-                                SLOT(canRead),          SLOT(canWrite),
-                                SLOT(isReadOnly),       SLOT(exists),
-                                SLOT(isDirectory),      SLOT(isDirectoryEmpty),
-                                SLOT(isSymbolicLink),   SLOT(readSymbolicLink),
-                                SLOT(isFile),           SLOT(isHidden),
-                                SLOT(reservedQueryC),   SLOT(getSize),
-                                SLOT(getModifiedTime),  SLOT(setModifiedTime),
-                                SLOT(reservedQueryD),   SLOT(reservedSetter),
-                                SLOT(setReadOnly),      SLOT(copyAttributes),
-                                SLOT(getFreeSpace),     SLOT(createTempName),
-                                SLOT(getTempDirectory), SLOT(createSecureTempFile),
-                                SLOT(createUniqueName), SLOT(remove),
-                                SLOT(removeAtExit),     SLOT(removeFile),
-                                SLOT(createDirectory),  SLOT(move),
-                                SLOT(moveAlias),        SLOT(copy),
-                                SLOT(createLister),     SLOT(isSystem),
-                                SLOT(setHidden),        SLOT(reservedFileCheck),
-                                SLOT(openStream),       SLOT(setCurrentDirectory),
-                                SLOT(getFileInfo),      SLOT(reservedCodeA),
-                                SLOT(reservedCodeB),    SLOT(openVerified),
-                                SLOT(isSameFile)};
-    expected.resize(seen.size());
-    EXPECT_EQ(expected, seen);
 }
 
 // A symbolic link planted inside a tree to a directory outside it: removing
