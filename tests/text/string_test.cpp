@@ -18,8 +18,6 @@ namespace {
 
 StringImplFactoryI* factory() { return getStringFactory(); }
 
-int32_t storedCount(const StringC& s) { return dynamic_cast<StringImplC&>(*s.getImpl()).storedCharCount(); }
-
 // Runs `work` on four threads and waits for them.
 template <typename F>
 void onFourThreads(F work) {
@@ -85,17 +83,6 @@ TEST(StringFactoryTest, OtherStringsAreNewAndUnshared) {
     for (const StringC* s : {&first, &zero, &secureA, &freshEmpty, &freshA, &formatted}) {
         EXPECT_FALSE(s->getImpl()->isShared());
     }
-}
-
-// Decoding and joining count the characters on the way.
-TEST(StringEncodingTest, DecodingFillsTheCount) {
-    StringC a("ab", 2, "vutf8"), joined(a, StringC("\xE2\x82\xAC", 3, "vutf8"));
-    EXPECT_EQ("ab\xE2\x82\xAC", str(joined));
-    EXPECT_EQ(3, storedCount(joined));
-    EXPECT_EQ(2, storedCount(a));
-    const uint16_t units[] = {'h', 0xE9, 0xD83D, 0xDE00, 0};
-    EXPECT_EQ(3, storedCount(StringC(units)));
-    EXPECT_EQ(4, storedCount(StringC("caf\xE9", "iso-8859-1")));
 }
 
 TEST(StringEncodingTest, TruncationTerminatorAndLoss) {

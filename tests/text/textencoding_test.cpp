@@ -461,15 +461,7 @@ TEST(TextEncodingPieces, EdgeSequencesAtEveryOffsetOfTheFastPaths) {
 // --- Output room ---------------------------------------------------------------
 
 TEST(TextEncodingRoom, NothingIsWrittenPastTheRoom) {
-    // Every room from 0 up to the full size for one text, then a random room
-    // in the middle of the block paths for random text of every kind.
-    Bytes text = internal({'a', 0xE9, 0x4E2D, 0x1F600, 0x110000, 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j'});
-    for (const char* name : kNames) {
-        Bytes outside = encodeAll(name, text).out;
-        for (uint32_t room = 0; room <= outside.size(); ++room) expectWithinRoom(false, name, text, room);
-        uint32_t decoded = size32(decodeAll(name, outside).out);
-        for (uint32_t room = 0; room <= decoded; ++room) expectWithinRoom(true, name, outside, room);
-    }
+    // A random room, in the middle of the block paths, for random text of every kind.
     std::mt19937 rng(31337);
     for (int round = 0; round < 200; ++round) {
         Bytes random = randomInternal(rng, 20);

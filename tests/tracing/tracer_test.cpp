@@ -120,9 +120,6 @@ TEST(TracerTest, CountersTimersAndInit) {
     EXPECT_STREQ("prog", text);
     getTraceController()->getInfo(&text);
     EXPECT_STREQ("info", text);
-    uint32_t process = 0;
-    getTraceController()->getProcessId(&process);
-    EXPECT_EQ(static_cast<uint32_t>(getpid()), process);
 }
 
 // A consumer calls back into the tracer from write, on another thread than
