@@ -1,11 +1,14 @@
-// The date parser over arbitrary texts, and the strict constructor over
-// arbitrary fields. The parser may only erase separators from the caller's
-// text (at most five of them), a text it accepts without a report parses
-// again from its own rendering to the same second, and the strict
-// constructor reports exactly when the fields do not come back as given.
+// The date parser over arbitrary texts, the strict constructor over
+// arbitrary fields, and arbitrary tick counts. The parser may only erase
+// separators from the caller's text (at most five of them), a text it accepts
+// without a report parses again from its own rendering to the same second,
+// and the strict constructor reports exactly when the fields do not come back
+// as given. A tick count's fields give it back, and every render form of it is
+// what the format engine writes with the documented formats.
 //
 // Input: the first 14 bytes are six 16-bit fields and a fraction seed for the
-// constructor; the rest, as UTF-8, is the text to parse.
+// constructor, the first eight of them also a tick count (local when bit 0 of
+// byte 13 is set); the rest, as UTF-8, is the text to parse.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -42,6 +45,65 @@ std::u32string charsOf(const keel::StringC& text) {
     return chars;
 }
 
+// The render form of `flags` written with the format engine, with the formats
+// and argument types of the documented rendering.
+std::string byFormatEngine(const keel::DateTimeC& value, int64_t ticks, int32_t flags) {
+    using keel::ArgListC;
+    using keel::StringC;
+    const int64_t second = keel::DateTimeC::kTicksPerSecond;
+    int32_t digits = (flags & 16) ? 0 : flags & 7;
+    const char* dsep = (flags & 8) ? "-" : "";
+    const char* tsep = (flags & 8) ? ":" : "";
+    ArgListC args;
+    StringC pattern;
+    auto num = [&](int32_t v) { args.add(static_cast<int16_t>(v)); };
+    if (value.getYear() == 0) {
+        pattern = StringC(digits ? "%02d%s%02d%s%02d%S%0.*lu" : "%02d%s%02d%s%02d", "system-8");
+        num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+    } else if (flags & 16) {
+        pattern = StringC("%04d%s%02d%s%02d", "system-8");
+        num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+    } else {
+        pattern = StringC(digits ? "%04d%s%02d%s%02d%s%02d%s%02d%s%02d%S%0.*lu" : "%04d%s%02d%s%02d%s%02d%s%02d%s%02d",
+                          "system-8");
+        num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+        args.add((flags & 32) ? " " : "T");
+        num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+    }
+    if (digits) {
+        int64_t divisor = 1;
+        for (int d = digits; d < 8; ++d) divisor *= 10;
+        args.add(StringC()).add(digits).add(static_cast<uint32_t>((ticks % second + divisor / 2) / divisor));
+    }
+    std::string expected = utf8Of(StringC::format(pattern, args));
+    if (value.getYear() != 0 && !(flags & 16) && !value.isLocalTime()) expected += "Z";
+    return expected;
+}
+
+// Any tick count: its fields give it back through the strict constructor
+// (without a report), and eight render forms from `firstFlags` on are the
+// format engine's.
+void checkTicks(int64_t ticks, bool local, int32_t firstFlags) {
+    keel::DateTimeC value(ticks, local);
+    if (ticks >= 0) {
+        keel::DateTimeC again(value.getYear(), value.getMonth(), value.getDay(), value.getHour(), value.getMinute(),
+                              value.getSecond(), ticks % keel::DateTimeC::kTicksPerSecond, local);
+        if (again.getTicks() != ticks || again.getWeekday() != (ticks / keel::DateTimeC::kTicksPerDay) % 7 ||
+            getErrBuf()->getCount() != 0) {
+            fprintf(stderr, "ticks %lld do not come back from their fields\n", static_cast<long long>(ticks));
+            abort();
+        }
+    }
+    for (int32_t k = 0; k < 8; ++k) {
+        int32_t flags = (firstFlags + 9 * k) % 64;
+        if (utf8Of(value.format(flags)) != byFormatEngine(value, ticks, flags)) {
+            fprintf(stderr, "ticks %lld, flags %d: %s, the engine %s\n", static_cast<long long>(ticks), flags,
+                    utf8Of(value.format(flags)).c_str(), byFormatEngine(value, ticks, flags).c_str());
+            abort();
+        }
+    }
+}
+
 }  // namespace
 
 // The locale, its facets and the catalog switch are made once and live for
@@ -67,6 +129,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (same == (errors->getCount() != 0)) abort();
         for (int flags = 0; flags < 64; flags += 7) value.format(flags);
         errors->takeText(nullptr);
+        int64_t ticks;
+        memcpy(&ticks, data, sizeof ticks);
+        checkTicks(ticks, data[13] & 1, data[12]);
+        // Times of day and days just before the origin, which arbitrary
+        // bytes seldom give.
+        checkTicks(ticks % keel::DateTimeC::kTicksPerDay, false, data[11]);
+        checkTicks(-(ticks & 0x7FFFFFFFFFFFFFFF) % (4000 * keel::DateTimeC::kTicksPerDay), data[13] & 2, data[10]);
         data += 14;
         size -= 14;
     }

@@ -1,6 +1,7 @@
 // Invariants of file names on fuzzer-made text: the normal form, the
 // collapse of "." and "..", split and join, components, prefixes and the
-// wildcard matcher.
+// wildcard matcher, which on short texts must answer as its steps taken
+// literally do.
 //
 // Input layout: byte 0 flags (bit 0: the bytes are taken as internal form
 // as they are instead of being decoded from UTF-8; bit 1: the name is
@@ -21,10 +22,13 @@
 #include <keel/stringar.h>
 #include <keel/filename.h>
 
+#include "text/case.h"
+
 namespace {
 
 using keel::FileNameC;
 using keel::StringC;
+using keel::toLowerChar;
 
 void check(bool ok, const char* what) {
     if (!ok) {
@@ -70,6 +74,40 @@ void checkCollapsedText(const std::string& text) {
         }
         at = end + 1;
     }
+}
+
+// The matcher's steps taken literally, recursion and all, on short strings.
+bool literalMatch(const std::u32string& name, const std::u32string& pattern, bool caseSensitive) {
+    auto at = [](const std::u32string& s, size_t i) -> char32_t { return i < s.size() ? s[i] : 0; };
+    size_t i = 0;
+    for (; i < name.size() && i < pattern.size(); ++i) {
+        char32_t p = pattern[i];
+        if (p == '*') {
+            if (i + 1 == pattern.size()) return true;
+            if (pattern.find('*', i + 1) == std::u32string::npos) {
+                long tail = long(name.size()) + long(i) + 1 - long(pattern.size());
+                if (tail < long(i)) return false;
+                return literalMatch(name.substr(tail), pattern.substr(i + 1), caseSensitive);
+            }
+            for (long k = long(name.size()) - 1; k >= long(i); --k) {
+                if (literalMatch(name.substr(k), pattern.substr(i + 1), caseSensitive)) return true;
+            }
+            return false;
+        }
+        if (p == '?' || p == name[i]) continue;
+        if (caseSensitive || toLowerChar(p) != toLowerChar(name[i])) return false;
+    }
+    size_t j = i;
+    while (at(pattern, j) == '*' && j < pattern.size()) ++j;
+    return at(pattern, j) == at(name, i);
+}
+
+// Short ASCII texts, NULs included, as the literal steps see them.
+bool shortAscii(const std::string& bytes, size_t most) {
+    if (bytes.size() > most) return false;
+    for (unsigned char c : bytes)
+        if (c >= 0x80) return false;
+    return true;
 }
 
 }  // namespace
@@ -150,6 +188,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     bool exact = FileNameC::wildcardMatch(raw, other, true);
     bool folded = FileNameC::wildcardMatch(raw, other, false);
     check(!exact || folded, "a match was lost by ignoring case");
+    // On short ASCII texts the matcher answers as its steps taken literally,
+    // recursion and all, do.
+    if (shortAscii(nameBytes, 10) && shortAscii(otherBytes, 9)) {
+        std::u32string n(nameBytes.begin(), nameBytes.end()), p(otherBytes.begin(), otherBytes.end());
+        check(exact == literalMatch(n, p, true), "the matcher differs from its literal steps");
+        check(folded == literalMatch(n, p, false), "the matcher differs from its literal steps without case");
+    }
     if (flags & 4) name.matchesBaseName(other);
     return 0;
 }

@@ -2,7 +2,8 @@
 // a string made from UTF-8 bytes (one-pass copy of the clean head) and the
 // search for an ASCII character (32-byte steps over valid blocks) must give
 // the same bytes, counts, capacity, answers and cursor with the block paths
-// on as with them off.
+// on as with them off; a string made from "utf8" or "system-8" bytes holds
+// exactly the bytes and count the UTF-8 decoder alone gives.
 //
 // Input layout: byte 0 picks the encoding name (bits 0-1: "utf8", "system-8",
 // "vutf8") and the searched character (bits 2-7, mapped into 0x40-0x7F);
@@ -19,6 +20,7 @@
 #include <keel/keel.h>
 
 #include "text/stringim.h"
+#include "text/textencoding.h"
 
 namespace {
 
@@ -61,6 +63,26 @@ std::vector<int64_t> run(const uint8_t* text, size_t size, const char* encoding,
     return trace;
 }
 
+// A string made from "utf8" or "system-8" bytes holds what the UTF-8 decoder
+// alone gives for the whole input: the same bytes and character count, and
+// the capacity that the first reserve picks for them.
+void checkAgainstDecoder(const uint8_t* text, size_t size, const char* encoding, bool secure) {
+    keel::UTF8TextDecoderC decoder;
+    uint32_t n = static_cast<uint32_t>(size);
+    uint32_t decodedSize = decoder.decodedSize(text, n);
+    std::vector<uint8_t> out(decodedSize + 1, 0);
+    uint32_t characters = 0;
+    decoder.decode(text, n, out.data(), decodedSize, &characters);
+    keel::StringImplC* s = secure ? new keel::SecureStringImplC(text, n, encoding) : new keel::StringImplC(text, n, encoding);
+    s->addRef();
+    check(s->byteCount() == decodedSize && memcmp(s->bytes(), out.data(), decodedSize) == 0 &&
+              s->bytes()[decodedSize] == 0,
+          "the bytes differ from the decoder's");
+    check(s->storedCharCount() == static_cast<int32_t>(characters), "the count differs from the decoder's");
+    check(s->byteCapacity() == (decodedSize | 7) + 1, "the capacity is not the first reserve's");
+    s->release();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -75,5 +97,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(run(text, length, encoding, character, seed, true, secure) ==
               run(text, length, encoding, character, seed, false, secure),
           "block paths and character paths differ");
+    if (strcmp(encoding, "vutf8") != 0) checkAgainstDecoder(text, length, encoding, secure);
     return 0;
 }

@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <random>
 #include <string>
 
 #include <keel/stringar.h>
 #include "testing/scantest.h"
-#include "text/case.h"
 
 namespace keel {
 namespace {
@@ -226,56 +224,6 @@ TEST(FileName, WildcardTable) {
         FileNameC::wildcardMatch(u8(longName), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
     EXPECT_TRUE(
         FileNameC::wildcardMatch(u8(longName + "b"), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
-}
-
-// The matcher's steps taken literally, recursion and all, on short strings.
-bool literalMatch(const std::u32string& name, const std::u32string& pattern, bool caseSensitive) {
-    auto at = [](const std::u32string& s, size_t i) -> char32_t { return i < s.size() ? s[i] : 0; };
-    size_t i = 0;
-    for (; i < name.size() && i < pattern.size(); ++i) {
-        char32_t p = pattern[i];
-        if (p == '*') {
-            if (i + 1 == pattern.size()) return true;
-            if (pattern.find('*', i + 1) == std::u32string::npos) {
-                long tail = long(name.size()) + long(i) + 1 - long(pattern.size());
-                if (tail < long(i)) return false;
-                return literalMatch(name.substr(tail), pattern.substr(i + 1), caseSensitive);
-            }
-            for (long k = long(name.size()) - 1; k >= long(i); --k) {
-                if (literalMatch(name.substr(k), pattern.substr(i + 1), caseSensitive)) return true;
-            }
-            return false;
-        }
-        if (p == '?' || p == name[i]) continue;
-        if (caseSensitive || toLowerChar(p) != toLowerChar(name[i])) return false;
-    }
-    size_t j = i;
-    while (at(pattern, j) == '*' && j < pattern.size()) ++j;
-    return at(pattern, j) == at(name, i);
-}
-
-// Random names and patterns over a small alphabet, NUL and a case pair
-// included, against the literal steps.
-TEST(FileName, WildcardAgreesWithTheLiteralSteps) {
-    std::mt19937 random(18);
-    const char32_t alphabet[] = {'a', 'b', 'A', '/', 0, '*', '?', '*'};
-    auto make = [&](size_t length, size_t letters) {
-        std::u32string s;
-        for (size_t i = 0; i < length; ++i) s += alphabet[random() % letters];
-        return s;
-    };
-    auto toString = [](const std::u32string& s) {
-        std::string bytes;
-        for (char32_t c : s) bytes += static_cast<char>(c);
-        return StringC(bytes.data(), static_cast<uint32_t>(bytes.size()), "utf8");
-    };
-    for (int round = 0; round < 20000; ++round) {
-        std::u32string name = make(random() % 9, 5), pattern = make(random() % 8, 8);
-        bool caseSensitive = random() % 2;
-        ASSERT_EQ(literalMatch(name, pattern, caseSensitive),
-                  FileNameC::wildcardMatch(toString(name), toString(pattern), caseSensitive))
-            << str(toString(name)) << " ~ " << str(toString(pattern)) << " " << caseSensitive;
-    }
 }
 
 }  // namespace

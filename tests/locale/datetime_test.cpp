@@ -1,21 +1,19 @@
-// DateTimeC: the calendar both ways over the whole signed tick range, the
-// strict constructors at and beyond every field's bounds, the render forms
-// beside the format engine's own rendering, and the parser's table.
+// DateTimeC: known days, the strict constructors at and beyond every field's
+// bounds, intervals, the render forms and the parser's table. The calendar
+// both ways over the whole tick range and the render forms beside the format
+// engine's own rendering are fuzz/datetime_fuzz.cpp's.
 #include "locale/datetime.h"
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
-#include <keel/arglist.h>
 #include <keel/errors.h>
 
 #include "testing/tracelines.h"
 
 namespace keel {
 namespace {
-
 
 const uint32_t kInvalidDate = 0xE3E80065;
 const uint32_t kInvalidText = 0xE3E80064;
@@ -103,22 +101,6 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
     EXPECT_EQ(errors->getEntry(0)->getSeverity(), 4u);
 }
 
-// Ticks to fields and back through the strict constructor, over the whole
-// signed range, with a fraction below the second.
-TEST_F(DateTimeTest, FieldsAndTicksRoundTripOverTheRange) {
-    std::mt19937_64 random(17);
-    std::uniform_int_distribution<int64_t> anyTick(0, INT64_MAX);
-    for (int i = 0; i < 20000; ++i) {
-        int64_t ticks = anyTick(random);
-        DateTimeC value(ticks, i % 2 == 0);
-        DateTimeC again(value.getYear(), value.getMonth(), value.getDay(), value.getHour(),
-                        value.getMinute(), value.getSecond(), ticks % kSecond, i % 2 == 0);
-        ASSERT_EQ(again.getTicks(), ticks);
-        ASSERT_EQ(again.getWeekday(), (ticks / DateTimeC::kTicksPerDay) % 7);
-    }
-    EXPECT_EQ(reported(), "");
-}
-
 TEST_F(DateTimeTest, IntervalsAndZones) {
     DateTimeC a(2024, 3, 1, 0, 0, 0, false), b(2024, 2, 28, 0, 0, 0, true);
     EXPECT_EQ(DateTimeC::difference(a, b), 2 * DateTimeC::kTicksPerDay);
@@ -167,56 +149,6 @@ TEST_F(DateTimeTest, RenderForms) {
     EXPECT_EQ(str(time.format(3)), "0000021000");
     EXPECT_EQ(str(time.format(8 + 16 + 3)), "00:00:02");
     EXPECT_EQ(str(DateTimeC(1970, 1, 1, 0, 0, 0, false).format(8 + 16)), "1970-01-01");
-}
-
-// The render forms by the format engine with the formats and argument types
-// of the documented rendering: the library's own renderer must agree with
-// it for every flag value, in and out of the ordinary ranges.
-TEST_F(DateTimeTest, RendererAgreesWithTheFormatEngine) {
-    std::mt19937_64 random(3);
-    for (int i = 0; i < 4000; ++i) {
-        int64_t ticks = static_cast<int64_t>(random());
-        if (i % 4 == 0)
-            ticks = static_cast<int64_t>(random() % static_cast<uint64_t>(DateTimeC::kTicksPerDay));
-        if (i % 4 == 1)
-            ticks = -static_cast<int64_t>(random() %
-                                          static_cast<uint64_t>(4000 * DateTimeC::kTicksPerDay));
-        DateTimeC value(ticks, i % 3 == 0);
-        int32_t flags = static_cast<int32_t>(random() % 64);
-        int32_t digits = (flags & 16) ? 0 : flags & 7;
-        const char* dsep = (flags & 8) ? "-" : "";
-        const char* tsep = (flags & 8) ? ":" : "";
-        ArgListC args;
-        StringC pattern;
-        auto num = [&](int32_t v) { args.add(static_cast<int16_t>(v)); };
-        if (value.getYear() == 0) {
-            pattern = StringC(digits ? "%02d%s%02d%s%02d%S%0.*lu" : "%02d%s%02d%s%02d", "system-8");
-            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep),
-                num(value.getSecond());
-        } else if (flags & 16) {
-            pattern = StringC("%04d%s%02d%s%02d", "system-8");
-            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep),
-                num(value.getDay());
-        } else {
-            pattern = StringC(digits ? "%04d%s%02d%s%02d%s%02d%s%02d%s%02d%S%0.*lu"
-                                     : "%04d%s%02d%s%02d%s%02d%s%02d%s%02d",
-                              "system-8");
-            num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep),
-                num(value.getDay());
-            args.add((flags & 32) ? " " : "T");
-            num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep),
-                num(value.getSecond());
-        }
-        if (digits) {
-            int64_t divisor = 1;
-            for (int d = digits; d < 8; ++d) divisor *= 10;
-            args.add(StringC()).add(digits).add(
-                static_cast<uint32_t>((ticks % kSecond + divisor / 2) / divisor));
-        }
-        std::string expected = str(StringC::format(pattern, args));
-        if (value.getYear() != 0 && !(flags & 16) && !value.isLocalTime()) expected += "Z";
-        ASSERT_EQ(str(value.format(flags)), expected) << ticks << " flags " << flags;
-    }
 }
 
 TEST_F(DateTimeTest, ParseTable) {

@@ -1,6 +1,7 @@
-// The format engine: the renderer against snprintf where the two languages
-// agree, each place where they differ on purpose, the parser's entries from
-// real variadic calls, and the two halves working together.
+// The format engine: each place where the renderer differs from printf on
+// purpose (fuzz/printf_fuzz.cpp compares it with snprintf everywhere else),
+// the rendering rules, the parser's entries from real variadic calls, and the
+// two halves working together.
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -84,101 +85,6 @@ std::string localTime(time_t seconds, const char* pattern) {
     localtime_r(&seconds, &fields);
     char text[272];
     return std::string(text, strftime(text, sizeof text, pattern, &fields));
-}
-
-// ---------------------------------------------------------------------------
-// Differential test against snprintf.
-
-enum KindE { kInt32, kInt64, kUnsigned64, kText };
-struct ValueT { KindE kind; int64_t number; const char* text; };  // an Unsigned64 as its bits
-
-// One case rendered by snprintf, which reads `*` as the digits in its place, and by keel.
-std::pair<std::string, std::string> renderBoth(const std::string& flags, const char* width, int32_t widthValue,
-                                               const char* precision, int32_t precisionValue, char conversion,
-                                               const ValueT& v) {
-    bool wide = v.kind == kInt64 || v.kind == kUnsigned64;
-    std::string format = "%" + flags + (*width == '*' ? std::to_string(widthValue) : width) +
-                         (strcmp(precision, ".*") ? precision : "." + std::to_string(precisionValue)) +
-                         (wide ? "ll" : "") + conversion;
-    char out[256];
-    ArgListC args;
-    if (*width == '*') args.add(widthValue);
-    if (!strcmp(precision, ".*")) args.add(precisionValue);
-    if (v.kind == kText) {
-        snprintf(out, sizeof out, format.c_str(), v.text);
-        args.add(v.text);
-    } else if (!wide) {
-        snprintf(out, sizeof out, format.c_str(), static_cast<int>(v.number));
-        args.add(static_cast<int32_t>(v.number));
-    } else {
-        snprintf(out, sizeof out, format.c_str(), static_cast<long long>(v.number));
-        v.kind == kInt64 ? args.add(v.number) : args.add(static_cast<uint64_t>(v.number));
-    }
-    return {out, render(("%" + flags + width + precision + conversion).c_str(), args)};
-}
-
-// The cases in which this engine differs from printf on purpose are left
-// out here; each of them has a test of its own below.
-bool languagesAgree(const std::string& flags, const char* width, int32_t widthValue, const char* precisionText,
-                    int32_t precisionValue, char conversion, const ValueT& v) {
-    bool numeric = strchr("diuoxX", conversion) != nullptr;
-    bool minus = flags.find('-') != std::string::npos, zero = flags.find('0') != std::string::npos;
-    bool alternate = flags.find('#') != std::string::npos;
-    bool widthStar = *width == '*', precisionStar = !strcmp(precisionText, ".*");
-    int32_t precision = !*precisionText ? -1 : precisionStar ? precisionValue : atoi(precisionText + 1);
-    // printf leaves these undefined, or pads text with blanks.
-    if ((alternate && strchr("diucs", conversion)) || (!numeric && zero) || (conversion == 'c' && precision >= 0))
-        return false;
-    // "%-0*d": with `-` on, the 0 is a width of its own and `*` the letter.
-    if (minus && zero && widthStar) return false;
-    // A negative precision from `*` is 0 here, "none" for printf.
-    if (precisionStar && precision < 0) return false;
-    if (!numeric) return true;
-    // A filler set before a negative `*` width stays: the zeros become digits.
-    if (zero && !minus && widthStar && widthValue < 0) return false;
-    // A precision of 0 still prints one digit here; "." or ".*" of 0 keeps the zero filler.
-    if (precision == 0 && (v.number == 0 || (zero && !minus && (precisionStar || !strcmp(precisionText, ".")))))
-        return false;
-    // %#o puts its 0 in front of the precision's zeros.
-    return !(alternate && conversion == 'o' && precision > 1);
-}
-
-TEST(FormatDifferential, AgreesWithSnprintfOverTheGrid) {
-    const struct { const char* text; int32_t value; } widths[] = {
-        {"", 0}, {"1", 0}, {"3", 0}, {"7", 0}, {"12", 0}, {"*", 6}, {"*", -6}, {"*", 0}};
-    const struct { const char* text; int32_t value; } precisions[] = {
-        {"", 0}, {".", 0}, {".0", 0}, {".1", 0}, {".2", 0}, {".5", 0}, {".12", 0}, {".*", 3}, {".*", 0}, {".*", -2}};
-    std::vector<ValueT> numbers, characters, texts;
-    for (int64_t v : {0LL, 1LL, -1LL, 7LL, 42LL, -42LL, 255LL, 4096LL, 123456789LL, 2147483647LL, -2147483648LL})
-        numbers.push_back({kInt32, v, nullptr});
-    for (int64_t v : {0LL, -5LL, 1000000000000LL, 9223372036854775807LL, -9223372036854775807LL - 1})
-        numbers.push_back({kInt64, v, nullptr});
-    numbers.push_back({kUnsigned64, -1, nullptr});
-    for (int64_t v : {65, 122, 32, 321, -191}) characters.push_back({kInt32, v, nullptr});
-    for (const char* text : {"", "a", "abc", "hello world"}) texts.push_back({kText, 0, text});
-    int compared = 0, differing = 0;
-    for (const char* conversion = "diuoxXcs"; *conversion; ++conversion) {
-        for (int mask = 0; mask < 32; ++mask) {
-            std::string flags;
-            for (int bit = 0; bit < 5; ++bit) flags += (mask & (1 << bit)) ? std::string(1, "-+ #0"[bit]) : "";
-            for (const auto& w : widths) {
-                for (const auto& p : precisions) {
-                    for (const ValueT& v : *conversion == 's' ? texts : *conversion == 'c' ? characters : numbers) {
-                        if (!languagesAgree(flags, w.text, w.value, p.text, p.value, *conversion, v)) continue;
-                        ++compared;
-                        auto both = renderBoth(flags, w.text, w.value, p.text, p.value, *conversion, v);
-                        if (both.first != both.second && ++differing <= 20) {
-                            ADD_FAILURE() << "%" << flags << w.text << p.text << *conversion << " width " << w.value
-                                          << " precision " << p.value << " value " << v.number << ": snprintf \""
-                                          << both.first << "\", keel \"" << both.second << "\"";
-                        }
-                    }
-                }
-            }
-        }
-    }
-    EXPECT_EQ(differing, 0);
-    EXPECT_GT(compared, 50000);
 }
 
 // ---------------------------------------------------------------------------

@@ -1,7 +1,7 @@
-// Strings made from "utf8" and "system-8" bytes take a one-pass copy of the
-// clean head of the input (with a 64-byte block check where the processor
-// has AVX2). These tests hold that path to what the UTF-8 decoder alone
-// gives: the same bytes, character count and capacity for every input.
+// The block paths of the string representation against the character
+// paths: the search for an ASCII character, and the count of NUL-terminated
+// 16-bit text. The one-pass copy of the clean head of "utf8" input is held to
+// the UTF-8 decoder by fuzz/stringim_fuzz.cpp.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -9,77 +9,12 @@
 #include <vector>
 
 #include "text/stringim.h"
-#include "text/textencoding.h"
 
 namespace keel {
 namespace {
 
-struct DecodedT {
-    std::string bytes;
-    uint32_t characters;
-    uint32_t capacity;
-};
-
-// What the decoder gives for the whole input in one go, and the capacity
-// that the first reserve picks for it.
-DecodedT byDecoder(const std::string& input) {
-    UTF8TextDecoderC decoder;
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(input.data());
-    uint32_t n = static_cast<uint32_t>(input.size());
-    uint32_t size = decoder.decodedSize(p, n);
-    std::vector<uint8_t> out(size + 1, 0);
-    uint32_t characters = 0;
-    decoder.decode(p, n, out.data(), size, &characters);
-    return DecodedT{std::string(reinterpret_cast<const char*>(out.data()), size), characters,
-                    ((size + 1 - 1) | 7) + 1};
-}
-
-// Plain and secure strings alike take the decoder's bytes, count and capacity.
-template <typename Impl = StringImplC>
-void expectAsDecoder(const std::string& input, const char* encoding = "utf8") {
-    DecodedT expected = byDecoder(input);
-    Impl* s = new Impl(input.data(), static_cast<uint32_t>(input.size()), encoding);
-    s->addRef();
-    EXPECT_EQ(expected.bytes, std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount()));
-    EXPECT_EQ(0, s->bytes()[s->byteCount()]);
-    EXPECT_EQ(static_cast<int32_t>(expected.characters), s->storedCharCount());
-    EXPECT_EQ(expected.capacity, s->byteCapacity());
-    s->release();
-}
-
-// Pieces of input: clean sequences and every kind of thing the decoder
-// rewrites or replaces; "" stands for the NUL byte.
-const char* const kClean[] = {"a", "Z", "", "\xC3\xA9", "\xDF\xBF",
-                              "\xE0\xA0\x80", "\xE4\xB8\xAD", "\xEF\xBF\xBF", "\xF0\x90\x80\x80",
-                              "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF"};
-// Stray continuations, overlong forms, a surrogate (clean for the decoder,
-// refused by the block check), values above U+10FFFF, five and six bytes,
-// FE, FF, and sequences cut short.
-const char* const kUnclean[] = {"\x80", "\xBF\xBF", "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xED\xA0\x80",
-                                "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF7\xBF\xBF\xBF", "\xF8\x88\x80\x80\x80",
-                                "\xFC\x84\x80\x80\x80\x80", "\xFE", "\xFF", "\xC3", "\xE4\xB8", "\xF0\x9F\x98"};
-
 // The next number of a small generator, so the inputs are the same on every run.
 uint32_t next(uint32_t& seed) { return (seed = seed * 1103515245u + 12345u) >> 16; }
-std::string clean(uint32_t r) {
-    const char* piece = kClean[r % (sizeof kClean / sizeof kClean[0])];
-    return *piece ? std::string(piece) : std::string("\0", 1);
-}
-
-TEST(StringUtf8HeadTest, RandomMixturesSystem8AndSecureStrings) {
-    uint32_t seed = 4242;
-    for (int round = 0; round < 400; ++round) {
-        std::string input;
-        for (uint32_t i = 0, pieces = next(seed) % 120; i < pieces; ++i) {
-            uint32_t r = next(seed);
-            input += r % 23 == 0 ? kUnclean[r % (sizeof kUnclean / sizeof kUnclean[0])]
-                     : r % 3 == 0 ? std::string(r % 40, static_cast<char>('A' + r % 26)) : clean(r);
-        }
-        SCOPED_TRACE(round);
-        expectAsDecoder(input, round % 2 ? "utf8" : "system-8");
-        if (round % 10 == 0) expectAsDecoder<SecureStringImplC>(input);
-    }
-}
 
 // findChar of an ASCII character takes 32-byte steps over text that the
 // block check finds valid. Every answer and the cursor behind it must be

@@ -92,73 +92,9 @@ TEST_F(TraceFileTest, ControlFileKeysAndValues) {
     EXPECT_EQ(plain.readControlFile((dir + "/missing").c_str()), 0xE0000000u | ENOENT);
 }
 
-// Paths and patterns of a control file go to the real controller; a random
-// file of such lines against a plain model of what each path should hold.
-TEST_F(TraceFileTest, ControlFilePathsAgainstAModel) {
-    std::mt19937 random(11);
-    const char* names[] = {"Alpha", "Beta", "Gamma", "Catalog"};
-    for (int round = 0; round < 30; ++round) {
-        std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
-        ASSERT_EQ(controller->addConsumer(made.get(), 0, 9), 0u);
-        std::map<std::string, int> model;  // 1 on, 0 off: the consumer's own setting
-        std::vector<std::string> patterns;
-        std::string file;
-        std::string prefix = "TF" + std::to_string(round) + "/";
-        for (int i = 0; i < 12; ++i) {
-            std::string path = prefix + names[random() % 4] + "/" + names[random() % 4];
-            std::string padding(random() % 3, random() % 2 ? ' ' : '\t');
-            switch (random() % 6) {
-            case 0:
-                file += padding + "-" + path + padding + "\n", model[path] = 0;
-                break;
-            case 1:
-                file += "+" + path + " # comment\n", model[path] = 1;
-                break;
-            case 2:
-                file += padding + path + "\n", model[path] = 1;
-                break;
-            case 3:
-                file += "3," + path + "\n", model[path] = 1;
-                break;
-            case 4:
-                file += "# " + path + "\n\n";
-                break;
-            default: {
-                std::string name = names[random() % 4];
-                file += std::string(random() % 2 ? "*" : "+*") + (random() % 2 ? "/" : "") + name +
-                        "\n";
-                patterns.push_back(name);
-            }
-            }
-        }
-        writeFileAt(dir + "/control", file);
-        ASSERT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
-        ASSERT_EQ(made->options().patternCount, patterns.size());
-        TraceValuesT* probe = nullptr;
-        controller->enablePath(made.get(), (prefix + "Probe").c_str());
-        controller->getVariable((prefix + "Probe").c_str(), &probe);
-        uint32_t bit = probe->explicit_;
-        ASSERT_EQ(__builtin_popcount(bit), 1);
-        for (const auto& entry : model) {
-            TraceValuesT* values = nullptr;
-            controller->getVariable(entry.first.c_str(), &values);
-            ASSERT_TRUE(values->explicit_ & bit) << file;
-            ASSERT_EQ((values->enabled & bit) != 0, entry.second == 1) << entry.first << "\n"
-                                                                       << file;
-        }
-        // A new variable with a component that a pattern names is enabled
-        // as it comes into being; others are left alone.
-        for (const char* name : names) {
-            std::string path = prefix + "New/" + name + "/Leaf";
-            TraceValuesT* values = nullptr;
-            controller->getVariable(path.c_str(), &values);
-            bool named = std::find(patterns.begin(), patterns.end(), name) != patterns.end();
-            ASSERT_EQ((values->explicit_ & bit) != 0, named) << path << "\n" << file;
-        }
-        controller->removeConsumer(made.get());
-    }
-}
-
+// Paths and patterns of a control file go to the real controller: what each
+// path line leaves is tracefil_fuzz's (against a plain model of the lines);
+// here the patterns, which name components of variables yet to come.
 TEST_F(TraceFileTest, PatternLinesAndLiteralStars) {
     std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
     ASSERT_EQ(controller->addConsumer(made.get(), 0, 9), 0u);
