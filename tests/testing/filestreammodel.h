@@ -43,8 +43,11 @@ public:
             if (stream->write(bytes.data(), static_cast<int32_t>(bytes.size())) != 0)
                 return "write";
             size_t at = static_cast<size_t>(position);
-            if (model.size() < at + bytes.size()) model.resize(at + bytes.size(), '\0');
-            model.replace(at, bytes.size(), bytes);
+            // Nothing written extends nothing, even past the end.
+            if (!bytes.empty()) {
+                if (model.size() < at + bytes.size()) model.resize(at + bytes.size(), '\0');
+                model.replace(at, bytes.size(), bytes);
+            }
             position += static_cast<int64_t>(bytes.size());
             break;
         }
