@@ -108,18 +108,6 @@ TEST(StringEncodingTest, TruncationTerminatorAndLoss) {
     plain.getImpl()->releaseText(out, "ascii");
 }
 
-TEST(StringEncodingTest, UnknownEncodingGivesABufferlessString) {
-    StringC odd("abc", "no-such-encoding");
-    EXPECT_TRUE(odd.isEmpty());
-    EXPECT_EQ(nullptr, odd.textUtf8());
-    EXPECT_TRUE(odd.substring(1, 1).isEmpty());
-    StringC copy = odd;
-    copy.append(uint32_t('z'));  // copy on write of the bufferless text
-    EXPECT_EQ("z", str(copy));
-    // The single ASCII byte comes from the cache anyway.
-    EXPECT_EQ(StringC(uint32_t('Q')).getImpl(), StringC("Q", "no-such-encoding").getImpl());
-}
-
 // --- The handle: sharing and copy on write ----------------------------------
 
 TEST(StringHandleTest, SharingWithoutCopies) {

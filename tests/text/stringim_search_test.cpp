@@ -134,16 +134,5 @@ TEST(StringSearch, BrokenTextAgreesWithCharAt) {
     }
 }
 
-TEST(StringSearch, BufferlessTextReadsAsEmpty) {
-    StringC none("abc", "no-such-encoding");
-    for (char op : std::string("cCsSnN")) EXPECT_EQ(-1, search(none, op, op == 'n' || op == 'N' ? "" : "a", -1)) << op;
-    EXPECT_EQ(0, sign(none.compare(StringC())));
-    EXPECT_LT(none.compare(raw("a")), 0);
-    EXPECT_LT(none.compareNoCase(raw("a")), 0);
-    EXPECT_EQ(-1, none.compareNatural(raw("a"), true));
-    EXPECT_EQ(-1, raw("a").find(none));
-    EXPECT_GT(raw("a").compare(none), 0);
-}
-
 }  // namespace
 }  // namespace keel

@@ -113,6 +113,24 @@ TEST(StringImplTest, BufferlessRepresentationReadsAsEmpty) {
     s->insert(0, other.impl);
     s->append(other.impl);
     EXPECT_EQ("xyxy|-1", state(s.impl));
+    // Through the handle: searches find nothing, it orders first, and a
+    // copy on write gives a buffer again.
+    StringC none("abc", "no-such-encoding"), a("a", "utf8");
+    EXPECT_EQ(nullptr, none.textUtf8());
+    for (int32_t at : {none.find('a', -1), none.findLast('a', -1), none.find(a, -1), none.findLast(a, -1),
+                       none.findFirstNotOf(StringC(), -1), none.findLastNotOf(StringC(), -1), a.find(none)}) {
+        EXPECT_EQ(-1, at);
+    }
+    EXPECT_EQ(0, none.compare(StringC()));
+    EXPECT_GT(a.compare(none), 0);
+    EXPECT_TRUE(none.compare(a) < 0 && none.compareNoCase(a) < 0 && none.compareNatural(a, true) == -1);
+    EXPECT_TRUE(none.substring(1, 1).isEmpty());
+    StringC copy = none;
+    copy.append(uint32_t('z'));
+    EXPECT_EQ(1, copy.length());
+    EXPECT_EQ(uint32_t('z'), copy.charAt(0));
+    // The single ASCII byte comes from the cache anyway.
+    EXPECT_EQ(StringC(uint32_t('Q')).getImpl(), StringC("Q", "no-such-encoding").getImpl());
 }
 
 TEST(StringImplTest, StaticAndEmptyRepresentations) {
