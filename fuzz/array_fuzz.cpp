@@ -7,23 +7,15 @@
 // Input: pairs of bytes (operation, argument).
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
 
-#include <string>
-
 #include "../tests/testing/arraymodel.h"
+#include "../tests/testing/modelrun.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     {
         keel::arraymodel::DriverC driver;
-        for (size_t i = 0; i + 2 <= size && i < 2 * 2000; i += 2) {
-            std::string broken = driver.step(data[i], data[i + 1]);
-            if (!broken.empty()) {
-                fprintf(stderr, "model and array differ after %s\n", broken.c_str());
-                abort();
-            }
-        }
+        keel::testkit::runBytes(driver, data, size, 2000);
     }
     if (keel::arraymodel::TrackedT::live() != 0) abort();
     return 0;

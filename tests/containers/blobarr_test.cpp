@@ -4,11 +4,11 @@
 #include <stdint.h>
 
 #include <numeric>
-#include <random>
 #include <utility>
 #include <vector>
 
 #include "testing/arraymodel.h"
+#include "testing/modelrun.h"
 
 namespace keel {
 namespace {
@@ -89,17 +89,8 @@ TEST(BlobArray, InsertPastTheEndAppendsAndRemoveClosesTheGap) {
 // removals in and out of range and removeAll against a std::vector, with the
 // count of live elements and the growth rule checked after every step.
 TEST(ArrayM, RandomOperationsAgreeWithTheModel) {
-    for (uint32_t seed = 1; seed <= 100; ++seed) {
-        std::mt19937 random(seed);
-        {
-            arraymodel::DriverC driver;
-            for (int step = 0; step < 300; ++step) {
-                uint32_t operation = random(), argument = random();
-                ASSERT_EQ("", driver.step(operation, argument)) << "seed " << seed << " step " << step;
-            }
-        }
-        EXPECT_EQ(0, arraymodel::TrackedT::live()) << "the destructor removes what is left";
-    }
+    EXPECT_EQ("", testkit::runSeeded<arraymodel::DriverC>(100, 300));
+    EXPECT_EQ(0, arraymodel::TrackedT::live()) << "the destructor removes what is left";
 }
 
 TEST(ArrayMDeathTest, IndexOutOfRangeEndsTheProcess) {

@@ -5,10 +5,10 @@
 #include <string.h>
 
 #include <string>
-#include <random>
 
 #include <keel/list.h>
 #include "testing/listmodel.h"
+#include "testing/modelrun.h"
 #include "testing/printcapture.h"
 
 namespace keel {
@@ -111,14 +111,7 @@ TEST(ChainTest, PrintForms) {
 // of the single list, insertBefore a node outside the list and the removal of
 // nodes outside it are among the steps.
 TEST(ListTest, RandomOperationsAgainstAModel) {
-    for (uint32_t seed = 1; seed <= 20; ++seed) {
-        std::mt19937 random(seed);
-        listmodel::DriverC driver;
-        for (int step = 0; step < 300; ++step) {
-            uint32_t operation = random(), argument = random();
-            ASSERT_EQ("", driver.step(operation, argument)) << "seed " << seed << " step " << step;
-        }
-    }
+    EXPECT_EQ("", testkit::runSeeded<listmodel::DriverC>(20, 300));
 }
 
 TEST(ListTest, OwnersAndAForeignElement) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <errno.h>
 
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "errors/errapi.h"
 #include "errors/errimpl.h"
 #include "testing/errbufmodel.h"
+#include "testing/modelrun.h"
 #include "testing/tracelines.h"
 
 namespace keel {
@@ -112,14 +112,7 @@ TEST_F(ErrBufTest, RecoveryTracesNewestFirst) {
 // tests/testing/errbufmodel.h: marks, recovery, removal by index (in and out
 // of range), takeText and reportAll, on a buffer of its own.
 TEST(ErrBufModelTest, RandomOperationsAgreeWithTheModel) {
-    for (uint32_t seed = 1; seed <= 200; ++seed) {
-        std::mt19937 random(seed);
-        errbufmodel::DriverC driver;
-        for (int step = 0; step < 60; ++step) {
-            uint32_t operation = random(), argument = random();
-            ASSERT_EQ("", driver.step(operation, argument)) << "seed " << seed << " step " << step;
-        }
-    }
+    EXPECT_EQ("", testkit::runSeeded<errbufmodel::DriverC>(200, 60));
 }
 
 TEST_F(ErrBufTest, TraceLinesOfEntries) {

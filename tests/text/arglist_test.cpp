@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
-#include <random>
 #include <set>
 #include <string>
 #include <thread>
@@ -14,6 +13,7 @@
 #include "text/arglist.h"
 #include "testing/arglistmodel.h"
 #include "testing/countedimpl.h"
+#include "testing/modelrun.h"
 
 namespace keel {
 namespace {
@@ -40,14 +40,7 @@ TEST(ArgList, EmptyListsHaveNoBody) {
 // Growth past 16 and 32 entries, every plain type, copies that share one
 // body, assignments, and the reference counts, against plain models.
 TEST(ArgList, RandomOperationsAgainstAModel) {
-    for (uint32_t seed = 1; seed <= 10; ++seed) {
-        std::mt19937 random(seed);
-        arglistmodel::DriverC driver;
-        for (int step = 0; step < 400; ++step) {
-            uint32_t operation = random(), argument = random();
-            ASSERT_EQ("", driver.step(operation, argument)) << "seed " << seed << " step " << step;
-        }
-    }
+    EXPECT_EQ("", testkit::runSeeded<arglistmodel::DriverC>(10, 400));
 }
 
 std::string joinedNames(int32_t from, int32_t to, const ArgListC* list = nullptr) {
