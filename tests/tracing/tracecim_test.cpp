@@ -67,14 +67,6 @@ TEST_F(TreeTest, BadInputNamesNothingAndCreatesNothing) {
     EXPECT_EQ(1u, values(deep)->active);
 }
 
-TEST_F(TreeTest, TimeNeverRunsBackwards) {
-    int64_t previous = -1, now = -1;
-    for (int i = 0; i < 1000; ++i, previous = now) {
-        ASSERT_EQ(0u, controller.getTime(&now));
-        EXPECT_GE(now, previous);
-    }
-}
-
 TEST(TreeModelTest, RandomSequencesAgreeWithTheModel) {
     std::mt19937 rng(16);
     for (int round = 0; round < 60; ++round) {
