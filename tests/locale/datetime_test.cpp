@@ -149,6 +149,11 @@ TEST_F(DateTimeTest, RenderForms) {
     EXPECT_EQ(str(time.format(3)), "0000021000");
     EXPECT_EQ(str(time.format(8 + 16 + 3)), "00:00:02");
     EXPECT_EQ(str(DateTimeC(1970, 1, 1, 0, 0, 0, false).format(8 + 16)), "1970-01-01");
+    // Before the origin the fields are negative and written with their sign,
+    // as the format engine's "%02d" writes them.
+    DateTimeC before(-3661 * kSecond - 5, false);
+    EXPECT_EQ(str(before.format(8)), "-1:-1:-1");
+    EXPECT_EQ(str(before.format(0)), "-1-1-1");
 }
 
 TEST_F(DateTimeTest, ParseTable) {

@@ -28,7 +28,8 @@ const uint32_t kTrail = kScanTrailingText, kNone = kScanNoDigits, kOver = kScanO
 TEST(ParseInt32, OneCaseForEachRule) {
     expectScans(parseInt32, {
         // Base 0: 0x gives 16, 0b 2, a leading 0 8; a prefix only with its own base.
-        {"-0x10", 0, -16, 0, 5}, {"0B101", 0, 5, 0, 5}, {"010", 0, 8, 0, 3}, {"08", 0, 0, kTrail, 1},
+        {"-0x10", 0, -16, 0, 5}, {"0B101", 0, 5, 0, 5}, {"010", 0, 8, 0, 3}, {"123", 0, 123, 0, 3},
+        {"08", 0, 0, kTrail, 1},
         {"0x", 0, 0, kNone, 2}, {"0x10", 10, 0, kTrail, 1}, {"0b11", 16, 0xb11, 0, 4},
         // Base limits: 1 is a tally in which 0 counts as a mark of value 0.
         {"12", 37, 0, kScanBadBase, 0}, {"zz", 36, 36 * 35 + 35, 0, 2}, {"101", 1, 2, 0, 3},

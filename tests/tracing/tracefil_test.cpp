@@ -98,7 +98,7 @@ TEST_F(TraceFileTest, ControlFileKeysAndValues) {
 TEST_F(TraceFileTest, PatternLinesAndLiteralStars) {
     std::unique_ptr<TraceConsumerFileC> made(new TraceConsumerFileC(controller));
     ASSERT_EQ(controller->addConsumer(made.get(), 0, 9), 0u);
-    writeFileAt(dir + "/control", "*Catalog\n*/Catalog\n+*Catalog\n-*Catalog\n");
+    writeFileAt(dir + "/control", "*Catalog\n*/Catalog\n+*Catalog\n-*Catalog\n+TF/Plus\n");
     ASSERT_EQ(made->readControlFile((dir + "/control").c_str()), 0u);
     EXPECT_EQ(made->options().patternCount, 3u);
     for (uint32_t i = 0; i < 3; ++i) EXPECT_STREQ(made->options().patterns[i], "Catalog");
@@ -106,9 +106,11 @@ TEST_F(TraceFileTest, PatternLinesAndLiteralStars) {
     controller->getVariable("*Catalog", &values);
     EXPECT_NE(values->explicit_, 0u);
     EXPECT_EQ(values->enabled & values->explicit_, 0u);
-    controller->getVariable("Err/Catalog/Open", &values);
-    EXPECT_EQ(values->enabled & values->explicit_, values->explicit_);
-    EXPECT_NE(values->explicit_, 0u);
+    for (const char* path : {"Err/Catalog/Open", "TF/Plus"}) {
+        controller->getVariable(path, &values);
+        EXPECT_EQ(values->enabled & values->explicit_, values->explicit_) << path;
+        EXPECT_NE(values->explicit_, 0u) << path;
+    }
     controller->removeConsumer(made.get());
 }
 
