@@ -83,27 +83,32 @@ private:
 
     void add(ArgListC& list, BodyT& body, uint32_t argument) {
         int64_t v = static_cast<int32_t>(argument * 2654435761u);
+        // Adds `value` to the list and (code, number) to the model.
+        auto both = [&list, &body](int32_t code, auto value, int64_t number) {
+            list.add(value);
+            body.push_back({code, number, ""});
+        };
         switch (argument % 12) {
         case 0:
-            list.add(v % 2 != 0), body.push_back({ArgBool, v % 2 != 0, ""});
+            both(ArgBool, v % 2 != 0, v % 2 != 0);
             break;
         case 1:
-            list.add(int16_t(v)), body.push_back({ArgInt16, int16_t(v), ""});
+            both(ArgInt16, int16_t(v), int16_t(v));
             break;
         case 2:
-            list.add(int32_t(v)), body.push_back({ArgInt32, int32_t(v), ""});
+            both(ArgInt32, int32_t(v), int32_t(v));
             break;
         case 3:
-            list.add(v * 1048576), body.push_back({ArgInt64, v * 1048576, ""});
+            both(ArgInt64, v * 1048576, v * 1048576);
             break;
         case 4:
-            list.add(uint16_t(v)), body.push_back({ArgUnsigned16, uint16_t(v), ""});
+            both(ArgUnsigned16, uint16_t(v), uint16_t(v));
             break;
         case 5:
-            list.add(uint32_t(v)), body.push_back({ArgUnsigned32, uint32_t(v), ""});
+            both(ArgUnsigned32, uint32_t(v), uint32_t(v));
             break;
         case 6:
-            list.add(double(v)), body.push_back({ArgReal, v, ""});
+            both(ArgReal, double(v), v);
             break;
         case 7:
             list.addUCS4(uint32_t(v) & 0x1FFFFF), body.push_back({ArgUCS4, v & 0x1FFFFF, ""});
