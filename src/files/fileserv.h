@@ -16,6 +16,8 @@
 #define KEEL_FILES_FILESERV_H
 
 #include <stdint.h>
+
+#include <typeinfo>
 #include <sys/stat.h>
 
 #include <keel/fileserv.h>
@@ -60,6 +62,12 @@ public:
 
     // The process-wide service, made at the first call.
     static FileServiceI* instance();
+    // True when `service` is this class itself, not a replacement put in
+    // place with setInstance: callers may then take shortcuts that give the
+    // answers this class's operations give.
+    static bool isLibraryService(const FileServiceI* service) {
+        return service && typeid(*service) == typeid(FlnFileServiceC);
+    }
     // Puts `service` in place and answers the one it replaced.
     static FileServiceI* setInstance(FileServiceI* service);
 

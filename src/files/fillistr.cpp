@@ -2,9 +2,12 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include "files/fileserv.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -120,7 +123,7 @@ uint32_t FileListerC::step(FileNameC** name, FileInfoC** info, FileListSinkI* si
 
         *name = new FileNameC(top->name, text);
         FileNameC* full = relativeNames ? new FileNameC(base, (*name)->toString()) : *name;
-        *info = FlnFileServiceC::instance()->getFileInfo(full, followLinks);
+        *info = infoOf(top, entry->d_name, text, full);
         bool isDirectory = *info && (*info)->type == FileInfoC::Directory;
         bool accepted = accepts(full, isDirectory);
         if (!accepted && !isDirectory) {
@@ -141,6 +144,28 @@ uint32_t FileListerC::step(FileNameC** name, FileInfoC** info, FileListSinkI* si
         if (relativeNames) delete full;
         return 0;
     }
+}
+
+// The entry's status, as the process-wide service's getFileInfo gives it
+// for the full name. With the library's own service, and when the entry's
+// text gives back the very bytes on disk (a name that is not UTF-8 does not:
+// its text holds replacement characters, and the full name then names no
+// file), the entry is looked at relative to the open directory: the kernel
+// resolves one name instead of the whole path again, with the same answer.
+FileInfoC* FileListerC::infoOf(DIRStackC::ElementS* top, const char* entryName, const StringC& text,
+                               const FileNameC* full) {
+    FileServiceI* service = FlnFileServiceC::instance();
+    Utf8ViewC bytes(text);
+    if (!FlnFileServiceC::isLibraryService(service) || strlen(entryName) != bytes.size() ||
+        memcmp(entryName, bytes.data(), bytes.size()) != 0)
+        return service->getFileInfo(full, followLinks);
+    struct stat64 record;
+    if (fstatat64(dirfd(reinterpret_cast<DIR*>(top->handle)), entryName, &record,
+                  followLinks ? 0 : AT_SYMLINK_NOFOLLOW) != 0)
+        return nullptr;
+    FileInfoC* info = new FileInfoC();
+    fillFileInfo(info, record);
+    return info;
 }
 
 void FileListerC::dispatch(FileListSinkI* sink, FileNameC* name, int state, bool isDirectory,

@@ -1,26 +1,14 @@
-// Directory listers: a depth-first walk of one directory or a tree that
-// holds one open directory handle per level, never the tree.
-//
-//     keel::FileListerI* lister = keel::FlnFileServiceC::instance()->createLister(&start, 1);
-//     keel::FileNameC* name; keel::FileInfoC* info;
-//     while (lister->next(&name, &info) == 0) {   // non-zero: the lister is gone
-//         if (name) ...; delete name; delete info;
-//     }
-//
-// A lister deletes itself when one of its pull operations (stepToSink,
-// nextName, next, finish) answers non-zero: do not touch it afterwards.
-// runToSink answers 0 with the lister alive when the walk emptied; its
-// owner then deletes it (isAlive tells which case it was).
-//
-// Flags: 1 recursive, 2 follow symbolic links (stat instead of lstat, so a
-// link to a directory is entered), 4 names relative to the start, 8 report
-// "..". ".." is reported but never entered, by a pull or through a sink.
+// The listers behind FileServiceI::createLister: FileListerC walks one
+// directory or a tree depth-first with one open directory handle per level
+// (DIRStackC), and its two filters accept files by suffix or by wildcard.
+// Programs see them through FileListerI (<keel/filelister.h>).
 #ifndef KEEL_FILES_FILLISTR_H
 #define KEEL_FILES_FILLISTR_H
 
 #include <stdint.h>
 
 #include <keel/blobarr.h>
+#include <keel/filelister.h>
 #include <keel/fileserv.h>
 #include <keel/stringar.h>
 
@@ -29,38 +17,6 @@
 struct __dirstream;
 
 namespace keel {
-
-// The end of a walk: no text, never reported.
-const uint32_t kListerEnd = 0xE0CB0001u;
-
-class FileListSinkI {
-public:
-    virtual ~FileListSinkI() {}
-    // Answers: 0 go on (a directory is entered when the lister is
-    // recursive), 1 go on without entering it, 2 leave the directory being
-    // read, 3 end the walk. The name belongs to the sink.
-    virtual int32_t onFile(FileNameC* name) = 0;
-    virtual int32_t onDirectory(FileNameC* name) = 0;
-    // A directory that cannot be opened; the name stays the lister's.
-    virtual int32_t onError(const FileNameC* name, int error) = 0;
-};
-
-class FileListerI {
-public:
-    virtual ~FileListerI() {}
-    virtual uint32_t stepToSink(FileListSinkI* sink) = 0;
-    virtual uint32_t runToSink(FileListSinkI* sink) = 0;
-    // *name may be null with an answer of 0 (a directory failed to open).
-    virtual uint32_t nextName(FileNameC** name, bool* isDirectory) = 0;
-    virtual uint32_t next(FileNameC** name, FileInfoC** info) = 0;
-    // Deletes the lister; answers kListerEnd.
-    virtual uint32_t finish() = 0;
-    // Refuses the directory just returned, else leaves the current one.
-    virtual uint32_t skipDirectory() = 0;
-    virtual FileListerI* clearStatus() = 0;
-    virtual uint32_t step(FileNameC** name, FileInfoC** info, FileListSinkI* sink) = 0;
-    virtual bool accepts(const FileNameC* name, bool isDirectory) = 0;
-};
 
 // The open directories of a walk, outermost first. Each element owns its
 // name and its handle; destroying one deletes the name and closes the handle.
@@ -118,6 +74,8 @@ private:
     FileListerC& operator=(const FileListerC&) = delete;
     void dispatch(FileListSinkI* sink, FileNameC* name, int state, bool isDirectory, bool isParent);
     void destroy();
+    FileInfoC* infoOf(DIRStackC::ElementS* top, const char* entryName, const StringC& text,
+                      const FileNameC* full);
 
     bool* aliveFlag;
 };

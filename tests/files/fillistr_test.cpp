@@ -231,5 +231,86 @@ TEST_F(ListerTest, DeepAndWideTrees) {
     EXPECT_EQ(10000u, pull(1, nullptr, "wide").size());
 }
 
+// Names as the disk may hold them: every byte but "/" and NUL. Names that
+// are UTF-8 (every ASCII byte, control characters and a line end included)
+// are walked, copied and removed like any other. Names that are not cannot be
+// named again through a string (their text holds replacement characters):
+// the walk still reports each, and copy and remove fail with a report and
+// leave them where they are.
+TEST_F(ListerTest, NamesWithAnyByte) {
+    std::string ascii;
+    for (int c = 1; c < 128; ++c)
+        if (c != '/') ascii += static_cast<char>(c);
+    std::string high;
+    for (int c = 128; c < 256; ++c) high += static_cast<char>(c);
+    FileServiceI* files = FlnFileServiceC::instance();
+
+    makeDir("good");
+    for (const std::string& n : {ascii, std::string("a\nb"), std::string("\xC3\xA9\xE2\x82\xAC")})
+        writeFile("good/" + n, n);
+    EXPECT_EQ(3u, pull(1, nullptr, "good").size());
+    FileNameC good = name("good"), copied = name("copied");
+    ASSERT_EQ(0u, files->copy(&good, &copied, nullptr, nullptr));
+    EXPECT_EQ(ascii, readFile("copied/" + ascii));
+    EXPECT_TRUE(files->remove(&copied, true, true));
+    EXPECT_NE(0, access(path("copied").c_str(), F_OK));
+
+    makeDir("bad");
+    for (const std::string& n : {high, std::string("\xFF\xFE"), std::string("\xC3(")}) writeFile("bad/" + n, n);
+    std::vector<std::string> seen = pull(1, nullptr, "bad");
+    EXPECT_EQ(3u, seen.size());
+    for (const std::string& s : seen) EXPECT_NE("<error>", s);
+    FileNameC bad = name("bad"), target = name("target");
+    ErrBufI* errors = getErrBuf();
+    uint32_t mark = errors->getMark();
+    EXPECT_NE(0u, files->copy(&bad, &target, nullptr, nullptr));
+    EXPECT_FALSE(files->remove(&bad, true, true));
+    EXPECT_NE(mark, errors->getMark());
+    errors->recover(mark);
+    EXPECT_EQ(high, readFile("bad/" + high));
+}
+
+// Entries removed while the walk reads their directory: whatever the
+// directory handle still yields comes back without a status (and so as a
+// file), a removed subdirectory is not entered, and the walk ends as usual.
+TEST_F(ListerTest, EntriesVanishingDuringTheWalk) {
+    makeDir("v");
+    makeDir("v/sub");
+    std::set<std::string> made = {"sub"};
+    for (int i = 0; i < 200; ++i) {
+        writeFile("v/f" + std::to_string(i), "x");
+        made.insert("f" + std::to_string(i));
+    }
+    writeFile("v/sub/inner", "x");
+    FileNameC start = name("v");
+    FileListerI* lister = FlnFileServiceC::instance()->createLister(&start, 1);
+    FileNameC* entry;
+    FileInfoC* info;
+    bool removed = false;
+    int afterRemoval = 0, withoutStatus = 0;
+    uint32_t result;
+    while ((result = lister->next(&entry, &info)) == 0) {
+        if (!entry) continue;
+        std::string base = textOf(entry->getBaseName(StringC()));
+        EXPECT_TRUE(made.count(base) || base == "inner") << base;
+        if (removed) {
+            ++afterRemoval;
+            withoutStatus += info == nullptr;
+            EXPECT_NE("inner", base);
+        } else if (base[0] == 'f') {
+            // The first file is back: take every other entry away under it.
+            for (const std::string& n : made)
+                if (n != base) ::remove(path("v/" + n).c_str());
+            ::remove(path("v/sub/inner").c_str());
+            ::remove(path("v/sub").c_str());
+            removed = true;
+        }
+        delete entry;
+        delete info;
+    }
+    EXPECT_EQ(kListerEnd, result);
+    EXPECT_EQ(afterRemoval, withoutStatus);
+}
+
 }  // namespace
 }  // namespace keel
