@@ -167,12 +167,18 @@ private:
     PrefSectionT* findSectionRecord(const char* name, bool includeDeleted) const;
     bool writePlain(const char* path);
     bool rewriteInPlace(const char* path);
-    bool merge(const char* source, const char* target);
+    // Writes `target` from the lines of `source` and the differences held in
+    // memory; with `flushData` the data reaches the disk before the close.
+    bool merge(const char* source, const char* target, bool flushData);
 
     char* fileName;
     PrefSectionT* sections;
     PrefsC* fallback;
     void* cursor;  // reserved: always null
+    // The section that the last lookup found or made. Loading a file looks
+    // up the current section once per key line; this makes that one
+    // comparison instead of a walk over every section before it.
+    mutable PrefSectionT* lastSection_ = nullptr;
 };
 
 // --- Helpers ---
