@@ -121,9 +121,57 @@ uint32_t ConfRegFileC::refreshFile(bool force) {
     device_ = present ? record.st_dev : 0;
     inode_ = present ? record.st_ino : 0;
     modifiedNanoseconds_ = present ? record.st_mtim.tv_nsec : 0;
-    prefs_.load(systemPath_, false, false);
+    if (prefs_.load(systemPath_, false, false)) {
+        for (const PendingT& change : pending_) {
+            const char* section = change.section.c_str();
+            switch (change.kind) {
+            case PendingT::SetValue:
+                prefs_.setValue(section, change.key.c_str(),
+                                change.hasValue ? change.value.c_str() : nullptr, true);
+                break;
+            case PendingT::DeleteKey:
+                prefs_.deleteKey(section, change.key.c_str());
+                break;
+            case PendingT::CreateSection:
+                prefs_.createSection(section);
+                break;
+            case PendingT::DeleteSection:
+                prefs_.deleteSection(section, false);
+                break;
+            }
+        }
+    }
     lastCheck_ = now;
     return 0;
+}
+
+bool ConfRegFileC::setValue(const char* section, const char* key, const char* value) {
+    if (!prefs_.setValue(section, key, value, true)) return false;
+    pending_.push_back({PendingT::SetValue, section, key, value ? value : "", value != nullptr});
+    return true;
+}
+
+bool ConfRegFileC::deleteKey(const char* section, const char* key) {
+    if (!prefs_.deleteKey(section, key)) return false;
+    pending_.push_back({PendingT::DeleteKey, section, key, std::string(), false});
+    return true;
+}
+
+bool ConfRegFileC::createSection(const char* section) {
+    if (!prefs_.createSection(section)) return false;
+    pending_.push_back({PendingT::CreateSection, section, std::string(), std::string(), false});
+    return true;
+}
+
+bool ConfRegFileC::deleteSection(const char* section) {
+    if (!prefs_.deleteSection(section, false)) return false;
+    pending_.push_back({PendingT::DeleteSection, section, std::string(), std::string(), false});
+    return true;
+}
+
+void ConfRegFileC::committed() {
+    pending_.clear();
+    refreshFile(true);
 }
 
 // --- ConfRegistryIniC: table and keys ---
@@ -367,7 +415,7 @@ uint32_t ConfRegistryIniC::setValue(uint32_t key, StringC subKey, StringC valueN
     SystemTextC section(element->value.name_);
     SystemTextC name(valueName);
     int32_t index = element->value.fileIndex_;
-    owner->prefs().setValue(section.get(), name.get(), text, true);
+    owner->setValue(section.get(), name.get(), text);
     // A failed commit leaves the change in memory for the next one.
     commitFile(index);
     closeKey(handle);
@@ -401,7 +449,7 @@ uint32_t ConfRegistryIniC::deleteValue(uint32_t key, StringC subKey, StringC val
     if (owner) {
         SystemTextC section(element->value.name_);
         SystemTextC name(valueName);
-        owner->prefs().deleteKey(section.get(), name.get());
+        owner->deleteKey(section.get(), name.get());
         commitFile(element->value.fileIndex_);
     }
     closeKey(handle);
@@ -482,7 +530,7 @@ uint32_t ConfRegistryIniC::createKey(uint32_t key, StringC subKey, uint32_t* han
         if (index < 0) return kRegNotFound;
         // Only the key itself becomes a section, not the levels between.
         SystemTextC section(rest);
-        if (!files_[index]->prefs().createSection(section.get())) return kRegUnsupported;
+        if (!files_[index]->createSection(section.get())) return kRegUnsupported;
         commitFile(index);
         if (openKeyEx(key, subKey, kAccessWrite, &handle) != 0) return kRegUnsupported;
     }
@@ -503,7 +551,7 @@ uint32_t ConfRegistryIniC::removeKeyTree(uint32_t handle) {
     const StringC& name = element->value.name_;
     {
         SystemTextC section(name);
-        prefs.deleteSection(section.get(), false);
+        owner->deleteSection(section.get());
     }
     // The names are taken first: deleting changes what a new list would hold.
     StringArrayC below;
@@ -513,7 +561,7 @@ uint32_t ConfRegistryIniC::removeKeyTree(uint32_t handle) {
     }
     for (uint32_t i = 0; i < below.size(); ++i) {
         SystemTextC section(*below.at(i));
-        prefs.deleteSection(section.get(), false);
+        owner->deleteSection(section.get());
     }
     commitFile(element->value.fileIndex_);
     return 0;

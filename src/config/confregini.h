@@ -29,6 +29,9 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <string>
+#include <vector>
+
 #include <keel/config.h>
 #include <keel/filename.h>
 #include <keel/hashtbl.h>
@@ -116,6 +119,20 @@ public:
     // Answers 0.
     uint32_t refreshFile(bool force);
 
+    // The changes of the registry, made in the store and kept until a
+    // commit has written them: a reload (another process changed the file)
+    // applies them again to what it read, so that a change whose commit
+    // failed is carried by the next commit instead of being dropped.
+    // Each answers what the store answers.
+    bool setValue(const char* section, const char* key, const char* value);
+    bool deleteKey(const char* section, const char* key);
+    bool createSection(const char* section);
+    bool deleteSection(const char* section);
+    // The store holds what a commit has just written: the changes are
+    // forgotten and the file read back.
+    void committed();
+    bool hasPendingChanges() const { return !pending_.empty(); }
+
     const FileNameC& path() const { return path_; }
     const StringC& rootName() const { return rootName_; }
     const StringC& subPath() const { return subPath_; }
@@ -145,6 +162,15 @@ private:
     dev_t device_;
     ino_t inode_;
     long modifiedNanoseconds_;
+    // The changes since the last commit that wrote them, in their order.
+    struct PendingT {
+        enum Kind { SetValue, DeleteKey, CreateSection, DeleteSection } kind;
+        std::string section;
+        std::string key;
+        std::string value;
+        bool hasValue;
+    };
+    std::vector<PendingT> pending_;
 };
 
 class ConfRegistryIniC : public ConfRegistryI {
