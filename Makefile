@@ -13,6 +13,8 @@
 #   make bench   release build, every benchmark with repetitions, a table
 #   make fuzz    the libFuzzer targets, for longer than CI runs them
 #   make sanitize  the test suite under ASan+UBSan, then the threaded tests under TSan
+#   make soak    8 writer processes x 100 changes of one ini file; prints the
+#                time and the count of lost changes
 
 JOBS ?= $(shell nproc)
 CMAKE ?= cmake
@@ -20,7 +22,7 @@ APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev pytho
 BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev libspdlog-dev
 FUZZ_PACKAGES := clang libclang-rt-dev
 
-.PHONY: deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz install clean
+.PHONY: soak deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz install clean
 
 # Installs only what dpkg does not already report as installed.
 define apt_install
@@ -69,6 +71,12 @@ i386-configure: i386-deps
 demo: build/native/build.ninja
 	$(CMAKE) --build build/native -j $(JOBS) --target keel_demo
 	./build/native/keel_demo
+
+SOAK_WRITERS ?= 8
+SOAK_CHANGES ?= 100
+soak: build/native/build.ninja
+	$(CMAKE) --build build/native -j $(JOBS) --target keel_soak
+	./build/native/keel_soak $(SOAK_WRITERS) $(SOAK_CHANGES)
 
 check-native: build/native/build.ninja
 	$(CMAKE) --build build/native -j $(JOBS)
