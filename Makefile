@@ -1,7 +1,8 @@
 # Entry points for people and CI. Each target installs what it needs from
 # Debian's archive when it is missing, configures with CMake and runs.
 #
-#   make demo    build the library and the demo program, and run it
+#   make demo    build the library and the demo programs, and run them (the
+#                second runs the road of one failure with real files)
 #   make check   build native and i386 and run the whole test suite in both
 #                (native also installs the SDK into a temporary prefix and
 #                builds a client against it)
@@ -69,8 +70,9 @@ i386-configure: i386-deps
 	$(CMAKE) --preset i386 -B $(I386_BUILD) -DKEEL_I386_EMULATOR=$(KEEL_I386_EMULATOR)
 
 demo: build/native/build.ninja
-	$(CMAKE) --build build/native -j $(JOBS) --target keel_demo
+	$(CMAKE) --build build/native -j $(JOBS) --target keel_demo keel_demo_failure
 	./build/native/keel_demo
+	./build/native/keel_demo_failure
 
 SOAK_WRITERS ?= 8
 SOAK_CHANGES ?= 100
