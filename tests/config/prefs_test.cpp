@@ -171,6 +171,37 @@ TEST_F(PrefsTest, RecordsAndLookups) {
     EXPECT_EQ(7, prefs.getInt("n", "none", 7));
 }
 
+TEST_F(PrefsTest, LongSectionsKeepTheirRulesPastTheIndex) {
+    // Long enough that its keys are found through the store's index.
+    std::string text = "[Long]\n";
+    for (int i = 0; i < 100; ++i) {
+        text += "Key" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+        if (i == 50) text += "free line\n";
+    }
+    text += "KEY7=again\n[Other]\nkey7=x\n";
+    writeFile("a.ini", text);
+    PrefsC prefs;
+    ASSERT_TRUE(prefs.load(path("a.ini").c_str(), false, false));
+    EXPECT_STREQ("again", prefs.getString("LONG", "key7", "d"));
+    EXPECT_STREQ("99", prefs.getString("long", "kEy99", "d"));
+    EXPECT_STREQ("x", prefs.getString("other", "KEY7", "d"));
+    EXPECT_TRUE(prefs.deleteKey("long", "key10"));
+    EXPECT_STREQ("d", prefs.getString("long", "key10", "d"));
+    prefs.setValue("Long", "KEY10", "back", true);
+    prefs.addLine("long", "another free line", true);
+    prefs.setValue("long", "new", "n", true);
+    const char* const* names = prefs.getKeyNames("long");
+    EXPECT_STREQ("Key10", names[10]);
+    int count = 0;
+    while (names[count]) ++count;
+    EXPECT_EQ(102, count);
+    ASSERT_TRUE(prefs.save(nullptr, true, nullptr));
+    std::string merged = readFile("a.ini");
+    EXPECT_NE(std::string::npos, merged.find("\nKey10=back\n"));
+    EXPECT_NE(std::string::npos, merged.find("Key99=99\nanother free line\nnew=n\n[Other]"));
+    EXPECT_EQ(std::string::npos, merged.find("KEY7=again"));
+}
+
 TEST_F(PrefsTest, SavesPlainlyAndFailsCleanly) {
     PrefsC prefs(path("p.ini").c_str());
     prefs.setValue("s", "k", "1", false);
