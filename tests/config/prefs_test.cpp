@@ -130,8 +130,7 @@ TEST_F(PrefsTest, LookupsFallBackAndConvert) {
     const int32_t numbers[] = {0, 0, 0, 16, 8, INT32_MAX, INT32_MIN};
     for (int i = 0; i < 7; ++i) {
         prefs.setValue("n", "v", values[i], true);
-        EXPECT_EQ(booleans[i] == 7 ? true : booleans[i] == 1, prefs.getBool("n", "v", true))
-            << values[i];
+        EXPECT_EQ(booleans[i], prefs.getBool("n", "v", true)) << values[i];
         EXPECT_EQ(numbers[i], prefs.getInt("n", "v", 7)) << values[i];
     }
     EXPECT_EQ(7, prefs.getInt("n", "none", 7));
