@@ -20,7 +20,7 @@
 JOBS ?= $(shell nproc)
 CMAKE ?= cmake
 APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev python3 pkg-config
-BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev libspdlog-dev libglib2.0-dev
+BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev libspdlog-dev libinih-dev libglib2.0-dev
 FUZZ_PACKAGES := clang libclang-rt-dev
 
 .PHONY: soak deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz install clean
