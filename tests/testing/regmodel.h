@@ -152,9 +152,20 @@ public:
             registry_.file(static_cast<int32_t>(registry_.fileCount()) - 1)->refreshFile(true);
             break;
         default: {
+            // From the root, from the mount point, or from the key of the
+            // path's first part when that opens.
+            uint32_t base = kLM, split = (argument >> 13) % 3;
+            std::string below = "Soft\\" + spelled;
+            if (split > 0 &&
+                registry_.openKey(kLM, u(split == 1 ? "Soft" : "Soft\\" + key.substr(0, 1)),
+                                  &base) == 0) {
+                below = split == 1 ? spelled : spelled.size() > 2 ? spelled.substr(2) : "";
+            }
             StringC text;
-            ok = registry_.getString(kLM, path, u(name), &text) == (present ? 0 : kRegNotFound) &&
+            ok = registry_.getString(base, u(below), u(name), &text) ==
+                     (present ? 0 : kRegNotFound) &&
                  (!present || utf8(text) == model.values[key][name]);
+            if (base != kLM) registry_.closeKey(base);
         }
         }
         if (registry_.autoCommit()) {
