@@ -105,11 +105,6 @@ public:
             if (!present && model.opens(key)) model.leaked.insert(key);
             break;
         case 3:
-            // Not asked (a gap of the store, told in the report of this
-            // change): a section deleted in memory and made again before a
-            // commit comes back as read from the file, so an empty one that
-            // the file never had is not written.
-            if (!registry_.autoCommit() && model.deleted.count(key)) break;
             ok = registry_.createKey(kLM, path, nullptr) == 0;
             if (!model.opens(key)) model.values[key];
             break;
@@ -129,7 +124,7 @@ public:
             break;
         }
         case 5:
-            registry_.setAutoCommit(!registry_.autoCommit());
+            switchAutoCommit();
             break;
         case 6:
             // The file mounted at the same point retires this one, with what
@@ -211,7 +206,7 @@ public:
 
     // The disk as a registry of its own sees it, once everything is written.
     std::string compareWithDisk() {
-        registry_.setAutoCommit(true);
+        if (!registry_.autoCommit()) switchAutoCommit();
         ConfRegistryIniC fresh;
         fresh.mountFile(u(files_[active_]), u("HKLM"), u("Soft"));
         FileModelT written = models_[active_];
@@ -220,6 +215,26 @@ public:
     }
 
 private:
+    void switchAutoCommit() {
+        FileModelT& model = models_[active_];
+        // A gap of the store, told in the report of this change: a section
+        // deleted in memory and made again before the commit comes back as
+        // read from the file, so when it is empty and the file never had
+        // it, the commit leaves it out.
+        for (const std::string& gone : model.deleted) {
+            auto found = model.values.find(gone);
+            if (!registry_.autoCommit() && found != model.values.end() && found->second.empty() &&
+                !model.committed.count(gone)) {
+                model.values.erase(found);
+            }
+        }
+        registry_.setAutoCommit(!registry_.autoCommit());
+        if (registry_.autoCommit()) {
+            model.committed = model.values;
+            model.deleted.clear();
+        }
+    }
+
     ConfRegistryIniC registry_;
     std::string files_[2];
     FileModelT models_[2];
