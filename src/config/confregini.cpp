@@ -289,11 +289,7 @@ uint32_t ConfRegistryIniC::openKeyEx(uint32_t key, StringC subKey, uint32_t, uin
         return 0;
     }
     StringC rest;
-    int32_t index = -1;
-    for (uint32_t i = 0; i < fileCount_ && index < 0; ++i) {
-        if (files_[i] && isUnderPath(full, files_[i]->mountPath(), &rest))
-            index = static_cast<int32_t>(i);
-    }
+    int32_t index = fileAbove(full, &rest);
     if (index < 0) return kRegNotFound;
     PrefsC& prefs = files_[index]->prefs();
     SystemTextC section(rest);
@@ -636,11 +632,7 @@ uint32_t ConfRegistryIniC::createKey(uint32_t key, StringC subKey, uint32_t* han
     if (!opened) {
         StringC full = joinPath(base->value.path_, subKey);
         StringC rest;
-        int32_t index = -1;
-        for (uint32_t i = 0; i < fileCount_ && index < 0; ++i) {
-            if (files_[i] && isUnderPath(full, files_[i]->mountPath(), &rest))
-                index = static_cast<int32_t>(i);
-        }
+        int32_t index = fileAbove(full, &rest);
         if (index < 0) return kRegNotFound;
         // Only the key itself becomes a section, not the levels between.
         SystemTextC section(rest);
@@ -783,6 +775,14 @@ uint32_t ConfRegistryIniC::mountFile(StringC fileName, StringC rootName, StringC
     }
     delete parts;
     return 0;
+}
+
+int32_t ConfRegistryIniC::fileAbove(const StringC& path, StringC* rest) const {
+    for (uint32_t i = 0; i < fileCount_; ++i) {
+        if (files_[i] && isUnderPath(path, files_[i]->mountPath(), rest))
+            return static_cast<int32_t>(i);
+    }
+    return -1;
 }
 
 ConfRegistryIniC::KeyElemT* ConfRegistryIniC::findByPath(const StringC& path, bool withoutFile) {

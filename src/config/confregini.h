@@ -286,6 +286,9 @@ private:
     // The open key whose path is `path` (without regard to case), or null;
     // with `withoutFile` only a key without a file counts.
     KeyElemT* findByPath(const StringC& path, bool withoutFile);
+    // The index of the first file, in table order, whose mount point lies
+    // above `path`, with the rest of the path below it; -1 for none.
+    int32_t fileAbove(const StringC& path, StringC* rest) const;
     uint32_t commitOne(int32_t index);
     void appendFile(ConfRegFileC* file);
 
