@@ -122,7 +122,8 @@ ConfRegFileC::ConfRegFileC(const FileNameC& path, const StringC& rootName, const
       systemPath_(nullptr),
       device_(0),
       inode_(0),
-      modifiedNanoseconds_(0) {
+      modifiedNanoseconds_(0),
+      busy_(false) {
     SystemTextC text(path_.toString());
     systemPath_ = copyText(text.get());
     refreshFile(false);
@@ -131,6 +132,7 @@ ConfRegFileC::ConfRegFileC(const FileNameC& path, const StringC& rootName, const
 ConfRegFileC::~ConfRegFileC() { delete[] systemPath_; }
 
 uint32_t ConfRegFileC::refreshFile(bool force) {
+    if (busy_) return 0;
     int32_t now = static_cast<int32_t>(time(nullptr));
     if (!force && lastCheck_ == now) return 0;
     // The modification time in whole seconds decides as the file service
@@ -153,7 +155,10 @@ uint32_t ConfRegFileC::refreshFile(bool force) {
     device_ = present ? record.st_dev : 0;
     inode_ = present ? record.st_ino : 0;
     modifiedNanoseconds_ = present ? record.st_mtim.tv_nsec : 0;
-    if (prefs_.load(systemPath_, false, false)) {
+    busy_ = true;
+    bool loaded = prefs_.load(systemPath_, false, false);
+    busy_ = false;
+    if (loaded) {
         for (const PendingT& change : pending_) {
             const char* section = change.section.c_str();
             switch (change.kind) {

@@ -159,6 +159,8 @@ public:
     ~ConfRegFileC();
 
 private:
+    friend class ConfRegistryIniC;
+
     FileNameC path_;
     StringC rootName_;
     StringC subPath_;
@@ -183,6 +185,11 @@ private:
         bool hasValue;
     };
     std::vector<PendingT> pending_;
+    // The store is being read or merged: a report made meanwhile by the
+    // file layer fetches its text through the module catalog, which may
+    // read the registry again on this thread; that read must not reload
+    // the store under the load or the merge.
+    bool busy_;
 };
 
 class ConfRegistryIniC : public ConfRegistryI {

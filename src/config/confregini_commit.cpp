@@ -80,7 +80,9 @@ uint32_t ConfRegistryIniC::commitOne(int32_t index) {
     reachStep("locked");
 
     SystemTextC temporaryName(temporaryText);
+    target->busy_ = true;
     bool written = target->prefs().save(temporaryName.get(), true, target->systemPath());
+    target->busy_ = false;
     reachStep("merged");
     // The new content reaches the disk before it replaces the file; a flush
     // that fails counts as a failed merge, and the ".tmp" stays behind.
