@@ -23,6 +23,9 @@
 
 #include <new>
 
+#include <keel/strdup.h>
+#include <keel/strlcpy.h>
+
 #include "frame/loadorder.h"
 #include "text/utf8view.h"
 
@@ -45,7 +48,7 @@ void freeScratch(void* record) {
 
 void deleteScratchKey(void*) { pthread_key_delete(scratchKey); }
 
-size_t measure(const char* text) { return strnlen(text, PrefsC::kTextLimit); }
+size_t measure(const char* text) { return measureText(text); }
 
 bool isMissing(const char* name) { return !name || !*name; }
 
@@ -67,6 +70,15 @@ char* copyBytes(char* out, const char* bytes, size_t length) {
     memcpy(out, bytes, length);
     out[length] = '\0';
     return out;
+}
+
+// Copies `name` with its NUL to `out`, moves `out` behind the copy and
+// answers the copy.
+char* appendName(char*& out, const char* name) {
+    size_t length = measure(name);
+    char* copy = copyBytes(out, name, length);
+    out += length + 1;
+    return copy;
 }
 
 // A key record, its name and its first value in one block: a store of many
@@ -181,14 +193,7 @@ int compareNames(const char* first, const char* second) {
     }
 }
 
-char* copyText(const char* text) {
-    if (!text) return nullptr;
-    size_t length = measure(text);
-    char* copy = new char[length + 1];
-    memcpy(copy, text, length);
-    copy[length] = '\0';
-    return copy;
-}
+char* copyText(const char* text) { return duplicateText(text); }
 
 void trimLine(StringC& line) {
     uint32_t front = 0;
@@ -423,11 +428,7 @@ const char* const* PrefsC::getSectionNames() {
     size_t index = 0;
     for (PrefSectionT* section = sections; section; section = section->next) {
         if (section->state == kPrefDeleted) continue;
-        size_t length = measure(section->name);
-        memcpy(out, section->name, length);
-        out[length] = '\0';
-        scratch->sectionNames[index++] = out;
-        out += length + 1;
+        scratch->sectionNames[index++] = appendName(out, section->name);
     }
     scratch->sectionNames[index] = nullptr;
     return scratch->sectionNames;
@@ -457,11 +458,7 @@ const char* const* PrefsC::getKeyNames(const char* section) {
     size_t index = 0;
     for (PrefKeyT* key = record->keys->first; key; key = key->next) {
         if (key->state == kPrefDeleted) continue;
-        size_t length = measure(key->name);
-        memcpy(out, key->name, length);
-        out[length] = '\0';
-        scratch->keyNames[index++] = out;
-        out += length + 1;
+        scratch->keyNames[index++] = appendName(out, key->name);
     }
     scratch->keyNames[index] = nullptr;
     return scratch->keyNames;
