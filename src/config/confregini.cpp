@@ -749,7 +749,9 @@ StringC ConfRegistryIniC::rootKeyShortName(uint32_t key) {
 
 uint32_t ConfRegistryIniC::mountFile(StringC fileName, StringC rootName, StringC subPath) {
     FileNameC path(fileName);
-    if (rootName.isEmpty()) return kRegMissingArgument;
+    // Without a file name a commit would write ".tmp" and ".lck" into the
+    // current directory: the name is as needed as the root.
+    if (rootName.isEmpty() || path.toString().isEmpty()) return kRegMissingArgument;
     // Both spellings of a root work; an unknown one gives an empty root.
     StringC root = rootKeyName(rootKeyFromName(rootName));
     StringC target = subPath.isEmpty() ? root : joinPath(root, subPath);

@@ -43,6 +43,7 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(kRegBadHandle, registry.openKey(0x80000003, u(""), &handle));
     writeFile("f.ini", "[A\\B]\nv=-1\nw=abc\n");
     mount(registry);
+    EXPECT_EQ(kRegMissingArgument, registry.mountFile(StringC(), u("HKLM"), u("X")));
     EXPECT_EQ(kRegAlreadyMounted,
               registry.mountFile(u(path("f.ini")), u("HKEY_LOCAL_MACHINE"), u("X")));
     ASSERT_EQ(0u, registry.mountFile(u(path("g.ini")), u("HKLM"), u("Other\\App")));
