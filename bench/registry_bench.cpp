@@ -43,27 +43,35 @@ struct FilesT {
 };
 
 const FilesT& files() {
-    static FilesT made = [] {
-        FilesT files;
+    static FilesT built = [] {
+        FilesT made;
         char pattern[] = "/tmp/keel-regbench-XXXXXX";
         if (!mkdtemp(pattern)) abort();
-        files.dir = pattern;
-        files.ini = files.dir + "/big.ini";
-        files.bytes = "; 10,000 keys in 500 sections\n";
+        made.dir = pattern;
+        made.ini = made.dir + "/big.ini";
+        // No comment line: GKeyFile takes only "#" for one, and ";" for
+        // none.
+        made.bytes = "";
         for (int s = 0; s < kSections; ++s) {
-            files.bytes += "\n[" + sectionName(s) + "]\n";
+            made.bytes += "\n[" + sectionName(s) + "]\n";
             for (int k = 0; k < kKeysPerSection; ++k) {
-                files.bytes += keyName(k) + "=value " + std::to_string(s * kKeysPerSection + k) +
-                               " of the file\n";
+                made.bytes += keyName(k) + "=value " + std::to_string(s * kKeysPerSection + k) +
+                              " of the file\n";
             }
         }
-        FILE* out = fopen(files.ini.c_str(), "wb");
-        if (!out || fwrite(files.bytes.data(), 1, files.bytes.size(), out) != files.bytes.size())
+        FILE* out = fopen(made.ini.c_str(), "wb");
+        if (!out || fwrite(made.bytes.data(), 1, made.bytes.size(), out) != made.bytes.size())
             abort();
         fclose(out);
-        return files;
+        // The directory goes at exit, with what the commits left in it.
+        atexit([] {
+            std::string command = "rm -rf '" + files().dir + "'";
+            if (system(command.c_str()) != 0)
+                fprintf(stderr, "could not remove %s\n", files().dir.c_str());
+        });
+        return made;
     }();
-    return made;
+    return built;
 }
 
 keel::StringC text(const std::string& value) { return keel::StringC(value.c_str(), "utf8"); }
