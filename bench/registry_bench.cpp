@@ -63,11 +63,12 @@ const FilesT& files() {
         if (!out || fwrite(made.bytes.data(), 1, made.bytes.size(), out) != made.bytes.size())
             abort();
         fclose(out);
-        // The directory goes at exit, with what the commits left in it.
+        // The directory goes at exit, with what the commits left in it (a
+        // copy of its name: the statics are gone by then).
+        static std::string* removeAtExit = new std::string("rm -rf '" + made.dir + "'");
         atexit([] {
-            std::string command = "rm -rf '" + files().dir + "'";
-            if (system(command.c_str()) != 0)
-                fprintf(stderr, "could not remove %s\n", files().dir.c_str());
+            if (system(removeAtExit->c_str()) != 0)
+                fprintf(stderr, "could not run %s\n", removeAtExit->c_str());
         });
         return made;
     }();
