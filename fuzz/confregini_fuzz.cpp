@@ -24,6 +24,12 @@ const std::string& runDirectory() {
         char pattern[] = "/tmp/keel-regfuzz-XXXXXX";
         const char* made = mkdtemp(pattern);
         if (!made) abort();
+        // Taken away at exit, with what the last input left in it.
+        static std::string* removeAtExit = new std::string("rm -rf '" + std::string(made) + "'");
+        atexit([] {
+            if (system(removeAtExit->c_str()) != 0)
+                fprintf(stderr, "could not run %s\n", removeAtExit->c_str());
+        });
         return std::string(made);
     }();
     return directory;
