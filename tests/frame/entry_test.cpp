@@ -43,7 +43,8 @@ TEST(ExportTest, SharedObjectExportsOnlyEntryPoints) {
     const std::set<std::string> allowed = {"getConfiguration", "getErrBuf",          "getLocale",
                                            "getStringFactory", "getTraceController", "getTracer"};
     for (const std::string& name : seen) EXPECT_TRUE(allowed.count(name)) << "unexpected export: " << name;
-    for (const char* name : {"getStringFactory", "getTracer", "getTraceController", "getErrBuf", "getLocale"}) {
+    for (const char* name :
+         {"getConfiguration", "getStringFactory", "getTracer", "getTraceController", "getErrBuf", "getLocale"}) {
         EXPECT_TRUE(seen.count(name)) << name;
     }
 }
