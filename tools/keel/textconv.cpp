@@ -181,7 +181,7 @@ bool SequenceFramerC::drain(bool atEnd) {
         offset_ += whole;
         if (!atEnd || n == 0) break;
         size_t broken = brokenLength(p, n);
-        if (!onBroken(p, broken, offset_)) return false;
+        if (!onBroken(p, broken, offset_, broken == n)) return false;
         p += broken;
         n -= broken;
         offset_ += broken;
@@ -222,7 +222,7 @@ bool TextConverterC::onWhole(uint8_t* bytes, size_t count, uint64_t) {
     return convert(bytes, static_cast<uint32_t>(count), decodeName());
 }
 
-bool TextConverterC::onBroken(const uint8_t*, size_t, uint64_t) {
+bool TextConverterC::onBroken(const uint8_t*, size_t, uint64_t, bool) {
     static const uint8_t kReplacement[] = {0xEF, 0xBF, 0xBD};
     return convert(kReplacement, sizeof kReplacement, "utf8");
 }
@@ -339,7 +339,8 @@ bool TextCheckerC::onWhole(uint8_t* p, size_t n, uint64_t offset) {
     return true;
 }
 
-bool TextCheckerC::onBroken(const uint8_t* bytes, size_t count, uint64_t offset) {
+bool TextCheckerC::onBroken(const uint8_t* bytes, size_t count, uint64_t offset, bool cut) {
+    if (!cut) return invalid(bytes, count, offset, "invalid");
     found_ = true;
     problemOffset_ = offset;
     problem_ = std::string(from().name) + " sequence " + hexBytes(bytes, count) +

@@ -70,8 +70,9 @@ protected:
     // A run of whole sequences. The two bytes in front of `bytes` are
     // writable scratch room, and so are the bytes themselves.
     virtual bool onWhole(uint8_t* bytes, size_t count, uint64_t offset) = 0;
-    // A sequence cut off by the end of the input.
-    virtual bool onBroken(const uint8_t* bytes, size_t count, uint64_t offset) = 0;
+    // At the end of the input, a sequence that the end cut off (`cut`) or
+    // that holds a byte that cannot follow where it stands.
+    virtual bool onBroken(const uint8_t* bytes, size_t count, uint64_t offset, bool cut) = 0;
 
     // The name under which runs are decoded: "utf16" is settled to
     // "utf16le" or "utf16be" by the head of the input.
@@ -106,7 +107,7 @@ public:
 
 protected:
     bool onWhole(uint8_t* bytes, size_t count, uint64_t offset) override;
-    bool onBroken(const uint8_t* bytes, size_t count, uint64_t offset) override;
+    bool onBroken(const uint8_t* bytes, size_t count, uint64_t offset, bool cut) override;
 
 private:
     bool convert(const void* bytes, uint32_t count, const char* encoding);
@@ -132,7 +133,7 @@ public:
 
 protected:
     bool onWhole(uint8_t* bytes, size_t count, uint64_t offset) override;
-    bool onBroken(const uint8_t* bytes, size_t count, uint64_t offset) override;
+    bool onBroken(const uint8_t* bytes, size_t count, uint64_t offset, bool cut) override;
 
 private:
     bool invalid(const uint8_t* bytes, size_t count, uint64_t offset, const char* why);
