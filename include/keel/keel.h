@@ -15,5 +15,6 @@
 #include <keel/errors.h>
 #include <keel/fileserv.h>
 #include <keel/locale.h>
+#include <keel/config.h>
 
 #endif

@@ -5,6 +5,7 @@
 #include <new>
 
 #include <keel/arglist.h>
+#include <keel/config.h>
 #include <keel/trace.h>
 
 #include "errors/catalog.h"
@@ -184,10 +185,34 @@ uint32_t setProcessCatalog(const char* fileName) {
     return defaultLocale()->getLanguage(1)->openCatalog(StringC(fileName, "system-8"));
 }
 
+ErrCatalogI* openModuleCatalog() {
+    // The library's directory comes from the registry; without it (no file
+    // mounted, no value) the name is looked for in the current directory.
+    StringC directory;
+    ConfigurationI* configuration = getConfiguration(1);
+    ConfRegistryI* registry = configuration ? configuration->getRegistry() : nullptr;
+    StringC installDir;
+    StringC key("SOFTWARE\\Veltrane Corp\\Veltrane", "ascii");
+    if (registry && registry->getString(ConfRegistryI::kLocalMachine, key, StringC("InstallDir", "ascii"), &installDir) == 0) {
+        directory = installDir;
+        directory.append(StringC("/lib/", "ascii"));
+    }
+    directory.append(StringC("allcat.%L.cat", "ascii"));
+    // Through "system-8" and back, as a name of the system.
+    const char* system = directory.textSystem();
+    StringC name(system ? system : "", "system-8");
+    if (system) directory.releaseSystem(system);
+    // The catalog is made whether or not a file is found. Two threads that
+    // open at once both make one; the later exchange wins and the other
+    // object is left alone, since a fetch may still be using it.
+    return moduleCatalogCell().exchange(new ErrCatalogC(name));
+}
+
 ErrCatalogI* getCatalogSwitch() {
     static NoDestroyM<ErrCatSwitchC> theSwitch;
-    // The module catalog is opened here, while its cell is null, once the
-    // configuration that names the installation directory exists.
+    // No guard against re-entry: nothing on the way records a message, and
+    // a message fetched meanwhile would only open a catalog of its own.
+    if (!moduleCatalogCell().load()) openModuleCatalog();
     return theSwitch.get();
 }
 

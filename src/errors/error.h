@@ -54,8 +54,14 @@ public:
     uint32_t setQualifiers(StringC qualifiers) override;
 };
 
-// The switch that every message text is asked of.
+// The switch that every message text is asked of. While the module catalog
+// is not open, this opens it: "allcat.%L.cat" below "/lib/" of the
+// directory that the registry value "InstallDir" of HKEY_LOCAL_MACHINE
+// "SOFTWARE\\Veltrane Corp\\Veltrane" names, or in the current directory.
 ErrCatalogI* getCatalogSwitch();
+// That opening on its own: the cell gets the new catalog, and the one it
+// held (or null) is answered, not destroyed.
+ErrCatalogI* openModuleCatalog();
 
 // The module catalog: null until it is opened (the switch then skips it).
 // It is never closed, so messages can be fetched during exit.

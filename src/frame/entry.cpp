@@ -1,11 +1,13 @@
 // The library's exported entry points. Only these plain names are visible
 // outside the shared object (see keel.map); everything else is reached
 // through the interfaces they hand out.
+#include <keel/config.h>
 #include <keel/errors.h>
 #include <keel/locale.h>
 #include <keel/string.h>
 #include <keel/trace.h>
 
+#include "config/configuration.h"
 #include "errors/errimpl.h"
 #include "frame/nodestroy.h"
 #include "locale/locale.h"
@@ -33,3 +35,7 @@ extern "C" KEEL_EXPORT keel::TraceControllerI* getTraceController() {
 extern "C" KEEL_EXPORT keel::ErrBufI* getErrBuf() { return keel::threadErrBuf(); }
 
 extern "C" KEEL_EXPORT keel::LocaleI* getLocale(keel::StringC& name) { return keel::localeOfProcess(name); }
+
+extern "C" KEEL_EXPORT keel::ConfigurationI* getConfiguration(int version) {
+    return keel::configurationInstance(version);
+}

@@ -150,6 +150,28 @@ TEST(SlotOrderTest, LocaleInterfaces) {
                                              SLOT(LocaleLanguageI, languageValue)}));
 }
 
+TEST(SlotOrderTest, ConfigurationInterfaces) {
+    // Both end with their two destructors.
+    EXPECT_EQ(slots(26), (std::vector<size_t>{
+                             SLOT(ConfRegistryI, keyExists), SLOT(ConfRegistryI, queryValue),
+                             SLOT(ConfRegistryI, getString), SLOT(ConfRegistryI, reservedGet),
+                             SLOT(ConfRegistryI, getInteger), SLOT(ConfRegistryI, openKey),
+                             SLOT(ConfRegistryI, enumValue), SLOT(ConfRegistryI, enumKey),
+                             SLOT(ConfRegistryI, closeKey), SLOT(ConfRegistryI, createKey),
+                             SLOT(ConfRegistryI, setValue), SLOT(ConfRegistryI, setString),
+                             SLOT(ConfRegistryI, reservedSet), SLOT(ConfRegistryI, setInteger),
+                             SLOT(ConfRegistryI, deleteValue), SLOT(ConfRegistryI, deleteKey),
+                             SLOT(ConfRegistryI, parsePath), SLOT(ConfRegistryI, rootKeyFromName),
+                             SLOT(ConfRegistryI, rootKeyName), SLOT(ConfRegistryI, rootKeyShortName),
+                             SLOT(ConfRegistryI, reservedRootA), SLOT(ConfRegistryI, reservedRootB),
+                             SLOT(ConfRegistryI, openKeyEx), SLOT(ConfRegistryI, closeKeyEx),
+                             SLOT(ConfRegistryI, mountFile), SLOT(ConfRegistryI, setAutoCommit)}));
+    EXPECT_EQ(slots(6), (std::vector<size_t>{SLOT(ConfigurationI, getRegistry), SLOT(ConfigurationI, reservedPointer),
+                                             SLOT(ConfigurationI, reservedAction), SLOT(ConfigurationI, reservedTextA),
+                                             SLOT(ConfigurationI, reservedTextB),
+                                             SLOT(ConfigurationI, reservedTextC)}));
+}
+
 // The entry points hand out the faces their headers promise.
 TEST(EntryTest, TracerFacesAndErrorBuffer) {
     EXPECT_EQ(getTracer(2), getTracer(7));
@@ -178,7 +200,8 @@ TEST(ExportTest, SharedObjectExportsOnlyEntryPoints) {
     const std::set<std::string> allowed = {"getConfiguration", "getErrBuf",          "getLocale",
                                            "getStringFactory", "getTraceController", "getTracer"};
     for (const std::string& name : seen) EXPECT_TRUE(allowed.count(name)) << "unexpected export: " << name;
-    for (const char* name : {"getStringFactory", "getTracer", "getTraceController", "getErrBuf", "getLocale"}) {
+    for (const char* name :
+         {"getConfiguration", "getStringFactory", "getTracer", "getTraceController", "getErrBuf", "getLocale"}) {
         EXPECT_TRUE(seen.count(name)) << name;
     }
 }

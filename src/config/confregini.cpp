@@ -1,0 +1,663 @@
+// The registry over ini files: key paths, open keys, values, enumeration and
+// mounting (ConfRegistryIniC), and the mounted file with its reload
+// (ConfRegFileC). The commit protocol is in confregini_commit.cpp.
+//
+// Invariants:
+// - Every open key's path_ is getKeyPath of its handle: the name for a key
+//   without a file, the file's mount path, a backslash and the name
+//   otherwise. A key whose file is retired keeps the path it had.
+// - Handles start at 1, are never reused and never reset; the root keys
+//   0x80000002 and 0x80000001 are entered by the constructor.
+// - A slot of the file table is never moved: a file mounted over is
+//   deleted and its slot holds null, so every fileIndex stays right.
+// - Nothing records anything in the error buffer; the store and the file
+//   service calls used here are silent or take back what they record.
+#include "config/confregini.h"
+
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <string>
+
+#include <keel/arglist.h>
+#include <keel/fileserv.h>
+#include <keel/number.h>
+#include <keel/split.h>
+#include <keel/stringar.h>
+#include <keel/strset.h>
+
+#include "files/fileserv.h"
+
+namespace keel {
+
+namespace {
+
+const char* const kRootLongNames[7] = {
+    "HKEY_CLASSES_ROOT",     "HKEY_CURRENT_USER",   "HKEY_LOCAL_MACHINE", "HKEY_USERS",
+    "HKEY_PERFORMANCE_DATA", "HKEY_CURRENT_CONFIG", "HKEY_DYN_DATA"};
+const char* const kRootShortNames[7] = {"HKCR", "HKCU", "HKLM", "HKU", "HKPD", "HKCC", "HKDD"};
+const uint32_t kFirstRoot = 0x80000000u;
+
+// The access masks that the calling shape passes along; nothing tests them.
+const uint32_t kAccessRead = 0x20019u;
+const uint32_t kAccessWrite = 0xF003Fu;
+
+const StringC& backslash() {
+    static const StringC text("\\", "ascii");
+    return text;
+}
+
+StringC joinPath(const StringC& first, const StringC& second) {
+    StringC path(first);
+    path.append(backslash());
+    path.append(second);
+    return path;
+}
+
+bool samePath(const StringC& first, const StringC& second) {
+    return first.length() == second.length() && first.compareNoCase(second) == 0;
+}
+
+// The length of `text` up to the limit, as the value operations measure it.
+uint32_t measuredLength(const char* text) {
+    const void* end = memchr(text, 0, kRegValueLimit);
+    return end ? static_cast<uint32_t>(static_cast<const char*>(end) - text) : kRegValueLimit;
+}
+
+}  // namespace
+
+bool isUnderPath(const StringC& path, const StringC& prefix, StringC* rest) {
+    StringC withSlash = joinPath(prefix, StringC());
+    int32_t length = withSlash.length();
+    if (path.length() <= length) return false;
+    if (path.substring(0, length).compareNoCase(withSlash) != 0) return false;
+    if (rest) *rest = path.substring(length);
+    return true;
+}
+
+// --- ConfRegFileC ---
+
+ConfRegFileC::ConfRegFileC(const FileNameC& path, const StringC& rootName, const StringC& subPath)
+    : path_(path),
+      rootName_(rootName),
+      subPath_(subPath),
+      prefs_(),
+      modifiedTime_(0),
+      lastCheck_(0),
+      lock_(path),
+      mountPath_(joinPath(rootName, subPath)),
+      systemPath_(nullptr),
+      device_(0),
+      inode_(0),
+      modifiedNanoseconds_(0) {
+    SystemTextC text(path_.toString());
+    systemPath_ = copyText(text.get());
+    refreshFile(false);
+}
+
+ConfRegFileC::~ConfRegFileC() { delete[] systemPath_; }
+
+uint32_t ConfRegFileC::refreshFile(bool force) {
+    int32_t now = static_cast<int32_t>(time(nullptr));
+    if (!force && lastCheck_ == now) return 0;
+    // The modification time in whole seconds decides as the file service
+    // tells it; device, inode and the fraction of the second are looked at
+    // beside it, so that a file that another process replaced within the
+    // second of our last load is still read again.
+    struct stat64 record;
+    memset(&record, 0, sizeof record);
+    bool present = stat64(systemPath_, &record) == 0;
+    int32_t mtime = present ? static_cast<int32_t>(record.st_mtime) : 0;
+    if (!force) {
+        bool same = mtime == modifiedTime_ && record.st_dev == device_ && record.st_ino == inode_ &&
+                    record.st_mtim.tv_nsec == modifiedNanoseconds_;
+        if (mtime < 1 || same) {
+            lastCheck_ = now;
+            return 0;
+        }
+    }
+    modifiedTime_ = mtime;
+    device_ = present ? record.st_dev : 0;
+    inode_ = present ? record.st_ino : 0;
+    modifiedNanoseconds_ = present ? record.st_mtim.tv_nsec : 0;
+    prefs_.load(systemPath_, false, false);
+    lastCheck_ = now;
+    return 0;
+}
+
+// --- ConfRegistryIniC: table and keys ---
+
+ConfRegistryIniC::ConfRegistryIniC()
+    : files_(nullptr),
+      fileCount_(0),
+      fileCapacity_(0),
+      nextHandle_(1),
+      autoCommit_(true),
+      flushCommits_(true) {
+    openKeys_.add(kLocalMachine,
+                  ConfRegKeyC(rootKeyName(kLocalMachine), -1, 0, rootKeyName(kLocalMachine)));
+    openKeys_.add(kCurrentUser,
+                  ConfRegKeyC(rootKeyName(kCurrentUser), -1, 0, rootKeyName(kCurrentUser)));
+}
+
+ConfRegistryIniC::~ConfRegistryIniC() {
+    for (uint32_t i = 0; i < fileCount_; ++i) delete files_[i];
+    openKeys_.eraseAll();
+    delete[] files_;
+}
+
+ConfRegFileC* ConfRegistryIniC::file(int32_t index) const {
+    if (index < 0 || static_cast<uint32_t>(index) >= fileCount_) return nullptr;
+    return files_[index];
+}
+
+ConfRegFileC* ConfRegistryIniC::fileOf(const ConfRegKeyC& key) const {
+    return file(key.fileIndex_);
+}
+
+const ConfRegKeyC* ConfRegistryIniC::findKey(uint32_t handle) {
+    KeyElemT* element = findElement(handle);
+    return element ? &element->value : nullptr;
+}
+
+StringC ConfRegistryIniC::getKeyPath(uint32_t handle) {
+    KeyElemT* element = findElement(handle);
+    return element ? element->value.path_ : StringC();
+}
+
+void ConfRegistryIniC::appendFile(ConfRegFileC* file) {
+    if (fileCount_ == fileCapacity_) {
+        // The growth rule of the library's arrays.
+        uint32_t capacity = ((fileCapacity_ * 3) / 2 | 31) + 1;
+        ConfRegFileC** grown = new ConfRegFileC*[capacity];
+        for (uint32_t i = 0; i < fileCount_; ++i) grown[i] = files_[i];
+        delete[] files_;
+        files_ = grown;
+        fileCapacity_ = capacity;
+    }
+    files_[fileCount_++] = file;
+}
+
+uint32_t ConfRegistryIniC::enterKey(const StringC& name, int32_t fileIndex, uint32_t refCount) {
+    ConfRegFileC* owner = file(fileIndex);
+    StringC path = owner ? joinPath(owner->mountPath(), name) : name;
+    uint32_t handle = nextHandle_++;
+    openKeys_.add(handle, ConfRegKeyC(name, fileIndex, refCount, path));
+    return handle;
+}
+
+uint32_t ConfRegistryIniC::openKey(uint32_t key, StringC subKey, uint32_t* handleOut) {
+    return openKeyEx(key, subKey, kAccessRead, handleOut);
+}
+
+uint32_t ConfRegistryIniC::openKeyEx(uint32_t key, StringC subKey, uint32_t, uint32_t* handleOut) {
+    if (!handleOut) return kRegMissingArgument;
+    KeyElemT* base = findElement(key);
+    if (!base) return kRegBadHandle;
+    if (subKey.isEmpty()) {
+        ++base->value.refCount_;
+        *handleOut = key;
+        return 0;
+    }
+    refreshFiles(kRegAllFiles);
+    StringC full = joinPath(base->value.path_, subKey);
+    // Every open key has one handle, whichever way it was reached.
+    if (KeyElemT* known = findByPath(full, false)) {
+        ++known->value.refCount_;
+        *handleOut = static_cast<uint32_t>(known->storedKey);
+        return 0;
+    }
+    StringC rest;
+    int32_t index = -1;
+    for (uint32_t i = 0; i < fileCount_ && index < 0; ++i) {
+        if (files_[i] && isUnderPath(full, files_[i]->mountPath(), &rest))
+            index = static_cast<int32_t>(i);
+    }
+    if (index < 0) return kRegNotFound;
+    PrefsC& prefs = files_[index]->prefs();
+    SystemTextC section(rest);
+    // A key exists as a section of its own or only as a part of the name of
+    // a deeper section.
+    bool exists = prefs.findSection(section.get(), false) != nullptr;
+    if (!exists) {
+        for (const char* const* names = prefs.getSectionNames(); names && *names && !exists;
+             ++names) {
+            exists = isUnderPath(StringC(*names, "system-8"), rest, nullptr);
+        }
+    }
+    if (!exists) return kRegNotFound;
+    *handleOut = enterKey(rest, index, 1);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::closeKey(uint32_t key) {
+    KeyElemT* element = findElement(key);
+    if (!element) return kRegBadHandle;
+    uint32_t count = element->value.refCount_--;
+    // A key of a file goes at its last close; keys without a file stay, and
+    // their count may run below zero without consequence. A key whose file
+    // was mounted over still goes, so that no entry is left behind for good.
+    if (count == 1 && element->value.fileIndex_ >= 0) {
+        unsigned long handle = key;
+        openKeys_.erase(&handle);
+    }
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::keyExists(uint32_t key, StringC subKey, StringC valueName,
+                                     uint32_t* handleOut) {
+    uint32_t handle = 0;
+    uint32_t code = openKeyEx(key, subKey, kAccessRead, &handle);
+    if (code != 0) return code;
+    if (!valueName.isEmpty()) code = readValue(handle, valueName, nullptr, nullptr, nullptr);
+    if (handleOut) {
+        *handleOut = handle;
+    } else {
+        closeKey(handle);
+    }
+    return code;
+}
+
+// --- Values ---
+
+uint32_t ConfRegistryIniC::readValue(uint32_t handle, const StringC& valueName, uint32_t* typeOut,
+                                     void* data, uint32_t* size) {
+    KeyElemT* element = findElement(handle);
+    if (!element) return kRegBadHandle;
+    ConfRegFileC* owner = fileOf(element->value);
+    if (!owner) return kRegNotFound;
+    owner->refreshFile(false);
+    SystemTextC section(element->value.name_);
+    SystemTextC name(valueName);
+    const char* value = owner->prefs().getString(section.get(), name.get(), nullptr);
+    if (!value) return kRegNotFound;
+    uint32_t needed = measuredLength(value) + 1;
+    if (needed > kRegValueLimit) return kRegValueTooLong;
+    if (typeOut) *typeOut = 1;
+    if (!data) {
+        if (size) *size = needed;
+        return 0;
+    }
+    if (!size) return kRegMissingArgument;
+    bool fits = *size >= needed;
+    *size = needed;
+    if (!fits) return kRegMoreData;
+    memcpy(data, value, needed);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::queryValue(uint32_t key, StringC subKey, StringC valueName, void* data,
+                                      uint32_t* size, uint32_t* typeOut) {
+    uint32_t handle = 0;
+    uint32_t code = openKeyEx(key, subKey, kAccessRead, &handle);
+    if (code != 0) return code;
+    // The caller's size and type are written only after a successful read,
+    // so a buffer that is too small leaves them alone.
+    uint32_t localSize = size ? *size : 0;
+    uint32_t localType = 0;
+    code = readValue(handle, valueName, &localType, data, (data && !size) ? nullptr : &localSize);
+    closeKey(handle);
+    if (code == 0) {
+        if (size) *size = localSize;
+        if (typeOut) *typeOut = localType;
+    }
+    return code;
+}
+
+uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC valueName,
+                                     StringC* out) {
+    if (!out) return kRegMissingArgument;
+    // One open and one read give what a size query followed by a read into
+    // a buffer of that size gives: the text as the store holds it now.
+    uint32_t handle = 0;
+    uint32_t code = openKeyEx(key, subKey, kAccessRead, &handle);
+    if (code != 0) return code;
+    KeyElemT* element = findElement(handle);
+    ConfRegFileC* owner = fileOf(element->value);
+    code = kRegNotFound;
+    if (owner) {
+        owner->refreshFile(false);
+        SystemTextC section(element->value.name_);
+        SystemTextC name(valueName);
+        const char* value = owner->prefs().getString(section.get(), name.get(), nullptr);
+        if (value) {
+            uint32_t length = measuredLength(value);
+            code = length + 1 > kRegValueLimit ? kRegValueTooLong : 0;
+            if (code == 0) *out = StringC(value, length, "system-8");
+        }
+    }
+    closeKey(handle);
+    return code;
+}
+
+uint32_t ConfRegistryIniC::getInteger(uint32_t key, StringC subKey, StringC valueName,
+                                      uint32_t* out) {
+    StringC text;
+    uint32_t code = getString(key, subKey, valueName, &text);
+    if (code != 0) return code;
+    // No complaint is asked for: "7l" reads as 7 and a text that is no
+    // number as 0.
+    int32_t value = parseInt32(text, nullptr, 0);
+    if (value < 0) return kRegNotFound;
+    if (out) *out = static_cast<uint32_t>(value);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::setValue(uint32_t key, StringC subKey, StringC valueName, uint32_t,
+                                    const void* data, uint32_t size) {
+    uint32_t handle = 0;
+    uint32_t code = createKey(key, subKey, &handle);
+    if (code != 0) return code;
+    KeyElemT* element = findElement(handle);
+    ConfRegFileC* owner = fileOf(element->value);
+    if (!owner) {
+        closeKey(handle);
+        return kRegBadHandle;
+    }
+    // The text ends at its first NUL, or after `size` bytes when a size is
+    // given, whichever comes first.
+    const char* text = static_cast<const char*>(data);
+    std::string bounded;
+    if (text && size > 0) {
+        const void* end = memchr(text, 0, size);
+        bounded.assign(text, end ? static_cast<const char*>(end) - text : size);
+        text = bounded.c_str();
+    }
+    SystemTextC section(element->value.name_);
+    SystemTextC name(valueName);
+    int32_t index = element->value.fileIndex_;
+    owner->prefs().setValue(section.get(), name.get(), text, true);
+    // A failed commit leaves the change in memory for the next one.
+    commitFile(index);
+    closeKey(handle);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::setString(uint32_t key, StringC subKey, StringC valueName,
+                                     StringC value) {
+    SystemTextC text(value);
+    return setValue(key, subKey, valueName, 1, text.get(),
+                    static_cast<uint32_t>(value.length()) + 1);
+}
+
+uint32_t ConfRegistryIniC::setInteger(uint32_t key, StringC subKey, StringC valueName,
+                                      uint32_t value) {
+    // "%ul" is the conversion u followed by a literal l: the stored form is
+    // "7l", which getInteger reads back as 7.
+    ArgListC args;
+    args.add(value);
+    return setString(key, subKey, valueName, StringC::format(StringC("%ul", "ascii"), args));
+}
+
+uint32_t ConfRegistryIniC::deleteValue(uint32_t key, StringC subKey, StringC valueName) {
+    uint32_t handle = 0;
+    // When the key opens but the value is missing, the handle stays open.
+    uint32_t code = keyExists(key, subKey, valueName, &handle);
+    if (code != 0) return code;
+    KeyElemT* element = findElement(handle);
+    ConfRegFileC* owner = element ? fileOf(element->value) : nullptr;
+    code = element ? (owner ? 0 : kRegNotFound) : kRegBadHandle;
+    if (owner) {
+        SystemTextC section(element->value.name_);
+        SystemTextC name(valueName);
+        owner->prefs().deleteKey(section.get(), name.get());
+        commitFile(element->value.fileIndex_);
+    }
+    closeKey(handle);
+    return code;
+}
+
+uint32_t ConfRegistryIniC::enumValue(uint32_t key, uint32_t index, StringC* nameOut,
+                                     uint32_t* typeOut, void* data, uint32_t* size) {
+    KeyElemT* element = findElement(key);
+    if (!element) return kRegBadHandle;
+    ConfRegFileC* owner = fileOf(element->value);
+    if (!owner) return kRegNotFound;
+    // No refresh: enumeration sees the memory content as it stands.
+    SystemTextC section(element->value.name_);
+    PrefKeyT* const* records = owner->prefs().getKeys(section.get());
+    if (!records) return kRegNoMoreItems;
+    for (uint32_t i = 0; i < index; ++i) {
+        if (!records[i]) return kRegNoMoreItems;
+    }
+    PrefKeyT* record = records[index];
+    if (!record) return kRegNoMoreItems;
+    const char* value = record->value ? record->value : "";
+    uint32_t needed = measuredLength(value) + 1;
+    if (needed > kRegValueLimit) return kRegValueTooLong;
+    if (nameOut) *nameOut = StringC(record->name ? record->name : "", "system-8");
+    if (typeOut) *typeOut = 1;
+    if (!data && size) {
+        *size = needed;
+        return kRegMoreData;
+    }
+    if (data && !size) return kRegMissingArgument;
+    if (data) {
+        if (*size < needed) return kRegMoreData;
+        memcpy(data, value, needed);
+    }
+    return 0;
+}
+
+// --- Keys ---
+
+uint32_t ConfRegistryIniC::enumKey(uint32_t key, uint32_t index, StringC* nameOut) {
+    KeyElemT* element = findElement(key);
+    if (!element) return kRegBadHandle;
+    if (!nameOut) return kRegMissingArgument;
+    ConfRegFileC* owner = fileOf(element->value);
+    if (!owner) return kRegNotFound;
+    // A child is listed once, at the place of its first section, whether or
+    // not it has a section of its own.
+    StringSetC seen(true);
+    StringC rest;
+    for (const char* const* names = owner->prefs().getSectionNames(); names && *names; ++names) {
+        if (!isUnderPath(StringC(*names, "system-8"), element->value.name_, &rest)) continue;
+        int32_t cut = rest.find('\\');
+        StringC child = cut < 0 ? rest : rest.substring(0, cut);
+        if (seen.contains(child)) continue;
+        if (seen.size() == index) {
+            *nameOut = child;
+            return 0;
+        }
+        seen.add(child);
+    }
+    return kRegNoMoreItems;
+}
+
+uint32_t ConfRegistryIniC::createKey(uint32_t key, StringC subKey, uint32_t* handleOut) {
+    KeyElemT* base = findElement(key);
+    if (!base) return kRegBadHandle;
+    uint32_t handle = 0;
+    bool opened = openKeyEx(key, subKey, kAccessWrite, &handle) == 0;
+    if (!opened) {
+        StringC full = joinPath(base->value.path_, subKey);
+        StringC rest;
+        int32_t index = -1;
+        for (uint32_t i = 0; i < fileCount_ && index < 0; ++i) {
+            if (files_[i] && isUnderPath(full, files_[i]->mountPath(), &rest))
+                index = static_cast<int32_t>(i);
+        }
+        if (index < 0) return kRegNotFound;
+        // Only the key itself becomes a section, not the levels between.
+        SystemTextC section(rest);
+        if (!files_[index]->prefs().createSection(section.get())) return kRegUnsupported;
+        commitFile(index);
+        if (openKeyEx(key, subKey, kAccessWrite, &handle) != 0) return kRegUnsupported;
+    }
+    if (handleOut) {
+        *handleOut = handle;
+    } else {
+        closeKey(handle);
+    }
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::removeKeyTree(uint32_t handle) {
+    KeyElemT* element = findElement(handle);
+    if (!element) return kRegBadHandle;
+    ConfRegFileC* owner = fileOf(element->value);
+    if (!owner) return 0;
+    PrefsC& prefs = owner->prefs();
+    const StringC& name = element->value.name_;
+    {
+        SystemTextC section(name);
+        prefs.deleteSection(section.get(), false);
+    }
+    // The names are taken first: deleting changes what a new list would hold.
+    StringArrayC below;
+    for (const char* const* names = prefs.getSectionNames(); names && *names; ++names) {
+        StringC section(*names, "system-8");
+        if (isUnderPath(section, name, nullptr)) below.append(section);
+    }
+    for (uint32_t i = 0; i < below.size(); ++i) {
+        SystemTextC section(*below.at(i));
+        prefs.deleteSection(section.get(), false);
+    }
+    commitFile(element->value.fileIndex_);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::deleteKey(uint32_t key, StringC subKey, bool recursive) {
+    uint32_t handle = 0;
+    uint32_t code = openKeyEx(key, subKey, kAccessWrite, &handle);
+    if (code != 0) return code;
+    if (!recursive) {
+        StringC child;
+        if (enumKey(handle, 0, &child) != kRegNoMoreItems ||
+            enumValue(handle, 0, nullptr, nullptr, nullptr, nullptr) != kRegNoMoreItems) {
+            closeKey(handle);
+            return kRegKeyNotEmpty;
+        }
+    }
+    removeKeyTree(handle);
+    closeKey(handle);
+    return 0;
+}
+
+// --- Paths and root names ---
+
+uint32_t ConfRegistryIniC::parsePath(StringC path, uint32_t* rootOut, StringC* subKeyOut,
+                                     StringC* valueOut) {
+    int32_t first = path.find('\\');
+    int32_t last = path.findLast('\\');
+    if (rootOut) {
+        uint32_t root = rootKeyFromName(first < 0 ? path : path.substring(0, first));
+        if (root == 0) return kRegBadPath;
+        *rootOut = root;
+    }
+    if (subKeyOut) {
+        if (first < 0) {
+            *subKeyOut = StringC();
+        } else if (!valueOut) {
+            *subKeyOut = path.substring(first + 1);
+        } else {
+            // The last backslash stays at the end when there are two or more.
+            *subKeyOut = path.substring(first + 1, last - first);
+        }
+    }
+    if (valueOut) {
+        if (first < 0) return kRegBadPath;
+        *valueOut = path.substring(last + 1);
+    }
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::rootKeyFromName(StringC name) {
+    for (uint32_t i = 0; i < 7; ++i) {
+        StringC longName(kRootLongNames[i], "ascii");
+        if (name.length() == longName.length() && name.compare(longName) == 0)
+            return kFirstRoot + i;
+        StringC shortName(kRootShortNames[i], "ascii");
+        if (name.length() == shortName.length() && name.compare(shortName) == 0)
+            return kFirstRoot + i;
+    }
+    return 0;
+}
+
+StringC ConfRegistryIniC::rootKeyName(uint32_t key) {
+    if (key < kFirstRoot || key > kFirstRoot + 6) return StringC();
+    return StringC(kRootLongNames[key - kFirstRoot], "ascii");
+}
+
+StringC ConfRegistryIniC::rootKeyShortName(uint32_t key) {
+    if (key < kFirstRoot || key > kFirstRoot + 6) return StringC();
+    return StringC(kRootShortNames[key - kFirstRoot], "ascii");
+}
+
+// --- Mounting ---
+
+uint32_t ConfRegistryIniC::mountFile(StringC fileName, StringC rootName, StringC subPath) {
+    FileNameC path(fileName);
+    if (rootName.isEmpty()) return kRegMissingArgument;
+    // Both spellings of a root work; an unknown one gives an empty root.
+    StringC root = rootKeyName(rootKeyFromName(rootName));
+    StringC target = subPath.isEmpty() ? root : joinPath(root, subPath);
+    for (uint32_t i = 0; i < fileCount_; ++i) {
+        if (files_[i] && files_[i]->path().compare(path) == 0) return kRegAlreadyMounted;
+    }
+    for (uint32_t i = 0; i < fileCount_; ++i) {
+        // A file mounted at the same point is retired in place: its slot
+        // keeps its index and holds no file, so its open keys answer as keys
+        // without one and no other key's index moves.
+        if (files_[i] && samePath(files_[i]->mountPath(), target)) {
+            delete files_[i];
+            files_[i] = nullptr;
+            retireKeys(static_cast<int32_t>(i));
+        }
+    }
+    appendFile(new ConfRegFileC(path, root, subPath));
+    // Every key from the root down to the mount point exists from now on.
+    StringArrayC* parts = splitString(subPath, backslash(), false, true, 0);
+    StringC running;
+    for (uint32_t i = 0; parts && i < parts->size(); ++i) {
+        if (i > 0) running.append(backslash());
+        running.append(*parts->at(i));
+        StringC name = joinPath(root, running);
+        // A key without a file never leaves; entering it again would only
+        // give the same path a second handle.
+        if (!findByPath(name, true)) enterKey(name, -1, 0);
+    }
+    delete parts;
+    return 0;
+}
+
+ConfRegistryIniC::KeyElemT* ConfRegistryIniC::findByPath(const StringC& path, bool withoutFile) {
+    KeyWalkT walk(&openKeys_);
+    uint32_t status = 0;
+    for (KeyElemT* element = walk.next(status); element; element = walk.next(status)) {
+        if (withoutFile && element->value.fileIndex_ >= 0) continue;
+        if (samePath(element->value.path_, path)) return element;
+    }
+    return nullptr;
+}
+
+void ConfRegistryIniC::retireKeys(int32_t index) {
+    // Their path becomes that of a key without a file, the bare name, so
+    // that a path of the file mounted in their place never finds them.
+    KeyWalkT walk(&openKeys_);
+    uint32_t status = 0;
+    for (KeyElemT* element = walk.next(status); element; element = walk.next(status)) {
+        if (element->value.fileIndex_ == index) element->value.path_ = element->value.name_;
+    }
+}
+
+uint32_t ConfRegistryIniC::setAutoCommit(bool enabled) {
+    autoCommit_ = enabled;
+    if (enabled) commitFile(kRegAllFiles);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::refreshFiles(int32_t index) {
+    if (index == kRegAllFiles) {
+        for (uint32_t i = 0; i < fileCount_; ++i) {
+            if (files_[i]) files_[i]->refreshFile(false);
+        }
+        return 0;
+    }
+    if (ConfRegFileC* target = file(index)) target->refreshFile(false);
+    return 0;
+}
+
+}  // namespace keel

@@ -1,0 +1,202 @@
+// PrefsC: one ini file in memory, written back without losing what it does
+// not understand.
+//
+// The store holds ordered sections of ordered keys. Every section and key
+// remembers whether it is as read from the file (state 0), changed or made in
+// memory (1) or deleted (2); a save with `preserve` merges exactly these
+// differences into whatever the file holds by then, so comments, blank lines,
+// unknown lines and keys that other processes wrote survive it.
+//
+//     keel::PrefsC prefs;
+//     prefs.load("/etc/app.ini", false, false);            // false: missing or unreadable
+//     const char* host = prefs.getString("net", "host", "localhost");
+//     prefs.setValue("net", "port", "8080", true);           // state 1: to be merged
+//     prefs.save("/etc/app.ini.tmp", true, "/etc/app.ini");  // merge into a new file
+//
+// Names and values are 8-bit zero-terminated texts in "system-8", owned by
+// the records and allocated with array new; every text is measured with an
+// upper limit of kTextLimit bytes. Section and key names compare without
+// regard to case (compareNames). The store reports through its boolean
+// results only: whatever the file layer records during load and save is
+// taken out of the error buffer again.
+//
+// A store has no lock; its owner guards it. The arrays of getSectionNames,
+// getKeyNames and getKeys live in a per-thread PrefScratchT and stay valid
+// for the calling thread until its next call of the same kind.
+#ifndef KEEL_CONFIG_PREFS_H
+#define KEEL_CONFIG_PREFS_H
+
+#include <stdint.h>
+
+#include <keel/string.h>
+
+namespace keel {
+
+// --- Records ---
+
+// The values of `state` of a section or a key.
+enum : uint32_t {
+    kPrefAsRead = 0,   // as read from the file
+    kPrefChanged = 1,  // key: changed or new in memory; section: not in the file when last read
+    kPrefDeleted = 2,  // deleted; the record stays in its chain until the store is cleared
+};
+
+// One key of a section. A key with an empty name is a free line: it has a
+// value and no key text, and can never be found by name.
+struct PrefKeyT {
+    char* name;   // owned, may be empty
+    char* value;  // owned, may be null
+    uint32_t state;
+    PrefKeyT* next;
+    bool written;  // used by the merge only; clear between saves
+};
+
+// The keys of one section in order, with the chain's one walking position.
+struct PrefKeyChainT {
+    PrefKeyT* first;
+    PrefKeyT* cursor;
+};
+
+struct PrefSectionT {
+    char* name;           // owned
+    PrefKeyChainT* keys;  // owned, may be null
+    PrefSectionT* next;
+    uint32_t state;
+    bool written;  // used by the merge only; clear between saves
+};
+
+// The per-thread record behind the list operations: allocated zeroed on a
+// thread's first need, freed by the thread key's destructor.
+struct PrefScratchT {
+    int32_t keyNameCapacity;  // getKeyNames
+    char** keyNames;          // getKeyNames, from realloc
+    uint32_t keyTextSize;     // getKeyNames
+    char* keyText;            // getKeyNames, from realloc
+    char* sectionText;        // getSectionNames, from array new
+    char** sectionNames;      // getSectionNames, from array new
+    int32_t keyListCapacity;  // getKeys
+    PrefKeyT** keyList;       // getKeys, from realloc
+};
+
+// --- Store ---
+
+class PrefsC {
+public:
+    // The upper limit of every text the store measures.
+    static const uint32_t kTextLimit = 0x1000000;
+
+    // All fields null.
+    PrefsC();
+    // Keeps a copy of `fileName` (the target of a save without a path);
+    // nothing is read.
+    explicit PrefsC(const char* fileName);
+    // Clears the store and deletes the fall-back chain behind it.
+    virtual ~PrefsC();
+
+    // The store to consult after this one in getString (owned from now on:
+    // this store's destructor deletes it). Returns this store.
+    PrefsC* setFallback(PrefsC* next);
+    PrefsC* getFallback() const { return fallback; }
+    // The path of the last successful load, or the constructor's argument.
+    const char* getFileName() const { return fileName; }
+
+    // The section's chain (deleted sections too with `includeDeleted`), or
+    // null.
+    PrefKeyChainT* findSection(const char* name, bool includeDeleted);
+    // Finds any section of the name (a deleted one is revived in state 0,
+    // its deleted keys still deleted) or appends a new one, in state 0 when
+    // `fromFile` and 1 otherwise. Returns the chain.
+    PrefKeyChainT* ensureSection(const char* name, bool fromFile);
+    // False when a live section of the name exists; else makes it in
+    // memory.
+    bool createSection(const char* name);
+    // Marks the section and all its keys deleted. False for an unknown name
+    // or one without a chain, and with `onlyIfEmpty` for a chain that holds
+    // any key record, even a deleted one.
+    bool deleteSection(const char* name, bool onlyIfEmpty);
+
+    // The names of all live sections in order, null-terminated.
+    const char* const* getSectionNames();
+    // The names of all live keys of the section in order, null-terminated;
+    // null for an unknown section.
+    const char* const* getKeyNames(const char* section);
+    // The records of all live keys of the section in order,
+    // null-terminated; null for an unknown section.
+    PrefKeyT* const* getKeys(const char* section);
+
+    // The stored text (not a copy) from this store or, failing that, from
+    // the fall-back chain; `defaultValue` when none has a value.
+    const char* getString(const char* section, const char* key, const char* defaultValue);
+    // strtol of the text with base 0, as a 32-bit number.
+    int32_t getInt(const char* section, const char* key, int32_t defaultValue);
+    // "true" or the locale's yes word, "false" or its no word (without
+    // regard to case); `defaultValue` for anything else.
+    bool getBool(const char* section, const char* key, bool defaultValue);
+
+    // Sets the key (reviving a deleted one at its old place), making the
+    // section in memory when no live one exists. Blanks and tabs in front of
+    // the value and blanks, tabs and line ends behind it are cut; a null value
+    // is the empty text. `changed` gives state 1, else 0. False for a null or
+    // empty section or key.
+    virtual bool setValue(const char* section, const char* key, const char* value, bool changed);
+    // Appends a free line (a key with an empty name) to the section.
+    virtual bool addLine(const char* section, const char* text, bool changed);
+    // Marks the key deleted. False for an empty name, an unknown section
+    // (deleted ones are searched too), or an unknown or deleted key.
+    bool deleteKey(const char* section, const char* key);
+    // Frees the file name and every section, chain and key.
+    void clear();
+
+    // Reads the ini file at `path` in place of the current content. False
+    // for a null or empty path or a file that cannot be opened (the store
+    // keeps what it had), and with `strict` for a bad line (the store is left
+    // empty). With `continuation`, a line ending in an odd number of
+    // backslashes goes on in the next line.
+    bool load(const char* path, bool strict, bool continuation);
+    // Writes the store: without `preserve` plainly to `path`; with it, as a
+    // merge of the differences into the current content of `templatePath`
+    // (or, without one, of `path` itself, replaced in one step). A null
+    // `path` means the file name of the store.
+    bool save(const char* path, bool preserve, const char* templatePath);
+
+protected:
+    PrefsC(const PrefsC&) = delete;
+    PrefsC& operator=(const PrefsC&) = delete;
+
+private:
+    PrefSectionT* findSectionRecord(const char* name, bool includeDeleted) const;
+    bool writePlain(const char* path);
+    bool rewriteInPlace(const char* path);
+    // Writes `target` from the lines of `source` and the differences held in
+    // memory; with `flushData` the data reaches the disk before the close.
+    bool merge(const char* source, const char* target, bool flushData);
+
+    char* fileName;
+    PrefSectionT* sections;
+    PrefsC* fallback;
+    void* cursor;  // reserved: always null
+    // The section that the last lookup found or made. Loading a file looks
+    // up the current section once per key line; this makes that one
+    // comparison instead of a walk over every section before it.
+    mutable PrefSectionT* lastSection_ = nullptr;
+};
+
+// --- Helpers ---
+
+// Byte by byte; where two bytes differ each is folded with tolower if isupper
+// says it is upper case, and a difference left decides (<0, 0, >0).
+int compareNames(const char* first, const char* second);
+// A copy made with array new (at most PrefsC::kTextLimit bytes and a NUL),
+// or null for null.
+char* copyText(const char* text);
+// Removes blanks, tabs, line feeds and carriage returns from both ends.
+void trimLine(StringC& line);
+
+// The calling thread's scratch record, made zeroed on first need.
+PrefScratchT* prefScratch();
+
+void loadStepPrefs();
+
+}  // namespace keel
+
+#endif

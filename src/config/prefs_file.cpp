@@ -1,0 +1,483 @@
+// The preference store and its file: load, save, the plain write and the
+// merge of the differences held in memory into the file's current content.
+//
+// Invariants: load replaces the content as a whole or (when the file cannot
+// be opened) leaves it untouched; merge and writePlain never change the
+// records except for the `written` marks, which are clear again when they
+// return; every save and load leaves the calling thread's error buffer as it
+// found it. Output is gathered in one buffer and handed to the writer in
+// blocks that end at a line end, so a multi-byte character is never cut and
+// a file of many short lines costs few system calls. The bytes of names and
+// values go out decoded as "system-8", exactly what rendering them through
+// "%s" gives, and a "%" in them is never read as a conversion.
+#include <string.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include <keel/errors.h>
+#include <keel/fileserv.h>
+
+#include "config/prefs.h"
+#include "files/fileserv.h"
+#include "files/streamreader.h"
+#include "files/streamwriter.h"
+#include "text/utf8view.h"
+
+namespace keel {
+
+namespace {
+
+bool isLineSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+// [begin, end) without the blanks, tabs and line ends at either end.
+template <typename CharT>
+void trimRange(CharT*& begin, CharT*& end) {
+    while (begin < end && isLineSpace(*begin)) ++begin;
+    while (end > begin && isLineSpace(end[-1])) --end;
+}
+
+FileNameC systemName(const char* path) { return FileNameC(StringC(path, "system-8")); }
+
+// The error buffer as the caller left it, whatever the file layer reports
+// meanwhile.
+class KeepErrorsC {
+public:
+    KeepErrorsC() : errors_(getErrBuf()), mark_(errors_->getMark()) {}
+    ~KeepErrorsC() { errors_->recover(mark_); }
+    KeepErrorsC(const KeepErrorsC&) = delete;
+    KeepErrorsC& operator=(const KeepErrorsC&) = delete;
+
+private:
+    ErrBufI* errors_;
+    uint32_t mark_;
+};
+
+// Text out through a StreamWriterC, in blocks of whole lines.
+class LineOutputC {
+public:
+    explicit LineOutputC(StreamWriterC* writer) : writer_(writer) {}
+    ~LineOutputC() { delete writer_; }
+    LineOutputC(const LineOutputC&) = delete;
+    LineOutputC& operator=(const LineOutputC&) = delete;
+
+    void append(const char* bytes, size_t count) { pending_.append(bytes, count); }
+    void append(const char* text) { pending_.append(text, strnlen(text, PrefsC::kTextLimit)); }
+    void endLine() {
+        pending_ += '\n';
+        if (pending_.size() >= kBlock) writePending();
+    }
+    // "name=value", or the value alone for a free line.
+    void key(const PrefKeyT* key) {
+        if (key->name[0]) {
+            append(key->name);
+            pending_ += '=';
+        }
+        if (key->value) append(key->value);
+        endLine();
+    }
+    void header(const char* name) {
+        pending_ += "\n[";
+        append(name);
+        pending_ += "]\n";
+        endLine();
+    }
+    // Writes what is left, flushes the data to the disk when asked, closes.
+    // True when every write, the flush and the close worked.
+    bool finish(bool flushData) {
+        writePending();
+        if (flushData && ok_ && writer_->flush() != 0) ok_ = false;
+        if (writer_->close() != 0) ok_ = false;
+        return ok_;
+    }
+
+private:
+    static const size_t kBlock = 64 * 1024;
+
+    void writePending() {
+        if (pending_.empty()) return;
+        StringC text(pending_.data(), static_cast<uint32_t>(pending_.size()), "system-8");
+        if (writer_->write(text) != 0) ok_ = false;
+        pending_.clear();
+    }
+
+    StreamWriterC* writer_;
+    std::string pending_;
+    bool ok_ = true;
+};
+
+StreamWriterC* openWriter(const char* path) {
+    FileNameC name = systemName(path);
+    return StreamWriterC::open(&name, false, nullptr, true, 1, false);
+}
+
+StreamReaderC* openReader(const char* path) {
+    FileNameC name = systemName(path);
+    return StreamReaderC::open(&name, true, nullptr, 1, false);
+}
+
+void closeReader(StreamReaderC* reader) {
+    if (!reader) return;
+    reader->close();
+    delete reader;
+}
+
+bool isAscii(const char* bytes, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        if (static_cast<unsigned char>(bytes[i]) >= 0x80) return false;
+    }
+    return true;
+}
+
+bool equalAsciiNoCase(const char* a, const char* b, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        unsigned char x = static_cast<unsigned char>(a[i]);
+        unsigned char y = static_cast<unsigned char>(b[i]);
+        if (x >= 'A' && x <= 'Z') x = static_cast<unsigned char>(x + 32);
+        if (y >= 'A' && y <= 'Z') y = static_cast<unsigned char>(y + 32);
+        if (x != y) return false;
+    }
+    return true;
+}
+
+// A section's name as the merge compares it with the headers of the file:
+// equal character counts and compareNoCase. Names and headers in ASCII
+// (nearly all) are compared on their bytes, which answers the same.
+struct MergeSectionT {
+    PrefSectionT* section;
+    size_t size;
+    bool ascii;
+};
+
+bool headerMatches(const char* header, size_t size, bool headerAscii, const MergeSectionT& entry) {
+    if (headerAscii && entry.ascii) {
+        return size == entry.size && equalAsciiNoCase(header, entry.section->name, size);
+    }
+    StringC name(entry.section->name, "system-8");
+    StringC text(header, static_cast<uint32_t>(size), "utf8");
+    return name.length() == text.length() && name.compareNoCase(text) == 0;
+}
+
+void clearWrittenMarks(PrefSectionT* sections) {
+    for (PrefSectionT* section = sections; section; section = section->next) {
+        section->written = false;
+        if (!section->keys) continue;
+        for (PrefKeyT* key = section->keys->first; key; key = key->next) key->written = false;
+    }
+}
+
+PrefKeyT* findKeyForMerge(PrefSectionT* section, const char* name) {
+    if (!section || !section->keys || !*name) return nullptr;
+    for (PrefKeyT* key = section->keys->first; key; key = key->next) {
+        if (key->name[0] && compareNames(key->name, name) == 0) return key;
+    }
+    return nullptr;
+}
+
+// The keys of a section that the file did not hold: those changed in memory
+// go out behind the section's last line.
+void flushSection(PrefSectionT* section, LineOutputC& out) {
+    if (section->keys) {
+        for (PrefKeyT* key = section->keys->first; key; key = key->next) {
+            if (key->written) continue;
+            if (key->state == kPrefChanged) out.key(key);
+            key->written = true;
+        }
+    }
+    section->written = true;
+}
+
+// The sections that no header of the file named, in store order.
+void writeRemainingSections(PrefSectionT* sections, LineOutputC& out) {
+    for (PrefSectionT* section = sections; section; section = section->next) {
+        if (section->written) continue;
+        section->written = true;
+        PrefKeyT* key = section->keys ? section->keys->first : nullptr;
+        if (section->state == kPrefChanged) {
+            out.header(section->name);
+            for (; key; key = key->next) {
+                if (key->state != kPrefDeleted) out.key(key);
+                key->written = true;
+            }
+        } else if (section->state == kPrefAsRead) {
+            // Gone from the file: only what changed since comes back.
+            bool headerDone = false;
+            for (; key; key = key->next) {
+                if (key->state != kPrefChanged) continue;
+                if (!headerDone) out.header(section->name);
+                headerDone = true;
+                out.key(key);
+            }
+        } else {
+            for (; key; key = key->next) key->written = true;
+        }
+    }
+}
+
+bool hasText(const char* bytes, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        if (bytes[i] != ' ' && bytes[i] != '\t') return true;
+    }
+    return false;
+}
+
+// The same file by device and inode (both names must exist).
+bool sameFile(const char* first, const char* second) {
+    struct stat64 a;
+    struct stat64 b;
+    if (stat64(first, &a) != 0 || stat64(second, &b) != 0) return false;
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace
+
+// --- Load ---
+
+bool PrefsC::load(const char* path, bool strict, bool continuation) {
+    if (!path || !*path) return false;
+    KeepErrorsC keep;
+    StreamReaderC* reader = openReader(path);
+    // A file that cannot be opened leaves the store as it was.
+    if (!reader) return false;
+    clear();
+    std::string section;
+    std::string accumulated;
+    bool continuing = false;
+    StringC line;
+    while (reader->readLine(line) == 0) {
+        {
+            Utf8ViewC view(line);
+            const char* begin = view.chars();
+            const char* end = begin + view.size();
+            trimRange(begin, end);
+            if (continuing) {
+                accumulated.append(begin, end);
+            } else {
+                accumulated.assign(begin, end);
+            }
+        }
+        if (accumulated.empty()) continue;
+        if (continuation) {
+            size_t slashes = 0;
+            while (slashes < accumulated.size() &&
+                   accumulated[accumulated.size() - 1 - slashes] == '\\')
+                ++slashes;
+            if (slashes % 2 == 1) {
+                accumulated.pop_back();
+                continuing = true;
+                continue;
+            }
+            continuing = false;
+        }
+        char* text = &accumulated[0];
+        char* end = text + accumulated.size();
+        bool bad = false;
+        if (text[0] == ';') continue;
+        if (text[0] == '[') {
+            char* close = static_cast<char*>(memchr(text, ']', accumulated.size()));
+            if (!close) {
+                bad = true;
+            } else {
+                const char* nameBegin = text + 1;
+                const char* nameEnd = close;
+                trimRange(nameBegin, nameEnd);
+                section.assign(nameBegin, nameEnd);
+                // A name with a NUL in it ends there, as every name does.
+                if (section.empty() || section[0] == '\0') {
+                    bad = true;
+                } else if (!findSectionRecord(section.c_str(), false)) {
+                    ensureSection(section.c_str(), true);
+                }
+            }
+        } else {
+            char* equals = static_cast<char*>(memchr(text, '=', accumulated.size()));
+            if (!equals || equals == text) {
+                bad = true;
+            } else {
+                char* keyBegin = text;
+                char* keyEnd = equals;
+                trimRange(keyBegin, keyEnd);
+                char* valueBegin = equals + 1;
+                char* valueEnd = end;
+                trimRange(valueBegin, valueEnd);
+                // Both ends lie inside the line's buffer: the key ends at or
+                // before "=", the value at the line's end at the latest,
+                // where the string keeps its NUL.
+                *keyEnd = '\0';
+                *valueEnd = '\0';
+                bad = !setValue(section.c_str(), keyBegin, valueBegin, false);
+            }
+        }
+        if (bad && strict) {
+            clear();
+            closeReader(reader);
+            return false;
+        }
+    }
+    closeReader(reader);
+    fileName = copyText(path);
+    return true;
+}
+
+// --- Save ---
+
+bool PrefsC::save(const char* path, bool preserve, const char* templatePath) {
+    const char* target = path ? path : fileName;
+    if (!target) return false;
+    KeepErrorsC keep;
+    if (!preserve) return writePlain(target);
+    // A template that is the target itself would be emptied by the open of
+    // the target before it is read: such a save replaces the file in one
+    // step instead.
+    if (templatePath && !sameFile(templatePath, target)) return merge(templatePath, target, false);
+    return rewriteInPlace(target);
+}
+
+bool PrefsC::writePlain(const char* path) {
+    StreamWriterC* writer = openWriter(path);
+    if (!writer) return false;
+    LineOutputC out(writer);
+    for (PrefSectionT* section = sections; section; section = section->next) {
+        if (section->state == kPrefDeleted) continue;
+        out.header(section->name);
+        if (!section->keys) continue;
+        for (PrefKeyT* key = section->keys->first; key; key = key->next) {
+            if (key->state != kPrefDeleted) out.key(key);
+        }
+    }
+    return out.finish(false);
+}
+
+bool PrefsC::rewriteInPlace(const char* path) {
+    FileServiceI* files = FlnFileServiceC::instance();
+    FileNameC target = systemName(path);
+    FileNameC directory = target.getParent();
+    FileNameC* unique = files->createUniqueName(&directory, StringC("pref", "ascii"),
+                                                StringC(".ini", "ascii"), false);
+    if (!unique) return false;
+    StringC uniqueText = unique->toString();
+    const char* uniquePath = uniqueText.textSystem();
+    // The data reaches the disk before the new file replaces the old one,
+    // so that a power cut cannot leave an empty file under the old name.
+    bool done = merge(path, uniquePath, true);
+    if (done) {
+        // The replacement keeps the mode and owner of the file it replaces.
+        files->copyAttributes(&target, unique);
+        done = files->move(unique, &target) == 0;
+        if (!done) files->removeFile(unique);
+    } else if (files->exists(unique)) {
+        files->removeFile(unique);
+    }
+    uniqueText.releaseSystem(uniquePath);
+    delete unique;
+    return done;
+}
+
+// --- Merge ---
+
+bool PrefsC::merge(const char* source, const char* target, bool flushData) {
+    StreamWriterC* writer = openWriter(target);
+    if (!writer) return false;
+    LineOutputC out(writer);
+    // A source that cannot be opened counts as an empty one.
+    StreamReaderC* reader = openReader(source);
+    clearWrittenMarks(sections);
+
+    std::vector<MergeSectionT> names;
+    for (PrefSectionT* section = sections; section; section = section->next) {
+        size_t size = strnlen(section->name, kTextLimit);
+        names.push_back(MergeSectionT{section, size, isAscii(section->name, size)});
+    }
+
+    PrefSectionT* current = nullptr;
+    uint32_t mode = kPrefChanged;
+    bool lastNotBlank = true;
+    std::string keyName;
+    StringC line;
+    while (reader && reader->readLine(line) == 0) {
+        Utf8ViewC view(line);
+        const char* text = view.chars();
+        size_t size = view.size();
+        if (size == 0) {
+            if (lastNotBlank) out.endLine();
+            lastNotBlank = false;
+            continue;
+        }
+        if (text[0] == ';') {
+            out.append(text, size);
+            out.endLine();
+            lastNotBlank = true;
+            continue;
+        }
+        if (text[0] == '[') {
+            if (current && !current->written) flushSection(current, out);
+            const char* close = static_cast<const char*>(memchr(text, ']', size));
+            if (!close) continue;
+            const char* header = text + 1;
+            size_t headerSize = static_cast<size_t>(close - header);
+            bool headerAscii = isAscii(header, headerSize);
+            PrefSectionT* found = nullptr;
+            for (const MergeSectionT& entry : names) {
+                if (headerMatches(header, headerSize, headerAscii, entry)) {
+                    found = entry.section;
+                    break;
+                }
+            }
+            lastNotBlank = true;
+            current = found;
+            if (!found) {
+                mode = kPrefChanged;
+            } else {
+                mode = found->state;
+                if (mode == kPrefDeleted || found->written) continue;
+            }
+            out.append(text, size);
+            out.endLine();
+            continue;
+        }
+        if (mode == kPrefDeleted) continue;
+        const char* equals =
+            mode == kPrefAsRead ? static_cast<const char*>(memchr(text, '=', size)) : nullptr;
+        if (!equals || equals == text) {
+            // A text line.
+            bool visible = hasText(text, size);
+            if (visible || lastNotBlank) {
+                out.append(text, size);
+                out.endLine();
+            }
+            lastNotBlank = visible;
+            continue;
+        }
+        const char* nameBegin = text;
+        const char* nameEnd = equals;
+        trimRange(nameBegin, nameEnd);
+        keyName.assign(nameBegin, nameEnd);
+        PrefKeyT* key = findKeyForMerge(current, keyName.c_str());
+        if (!key) {
+            // A line the store does not know is kept.
+            out.append(text, size);
+            out.endLine();
+            lastNotBlank = true;
+            continue;
+        }
+        if (key->written) continue;
+        key->written = true;
+        if (key->state == kPrefAsRead) {
+            out.append(text, size);
+            out.endLine();
+            lastNotBlank = true;
+        } else if (key->state == kPrefChanged) {
+            out.key(key);
+            lastNotBlank = true;
+        }
+    }
+    closeReader(reader);
+    if (current && !current->written) flushSection(current, out);
+    writeRemainingSections(sections, out);
+    bool done = out.finish(flushData);
+    clearWrittenMarks(sections);
+    return done;
+}
+
+}  // namespace keel

@@ -1,0 +1,427 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+
+#include "config/confregini.h"
+#include "testing/tempdir.h"
+
+namespace keel {
+namespace {
+
+const uint32_t kLM = ConfRegistryI::kLocalMachine;
+
+StringC u(const std::string& text) { return StringC(text.c_str(), "utf8"); }
+
+class RegistryTest : public testkit::TempDirTest {
+protected:
+    // A registry with `file` mounted at HKLM\Soft.
+    void mount(ConfRegistryIniC& registry, const std::string& file = "f.ini") {
+        ASSERT_EQ(0u, registry.mountFile(u(path(file)), u("HKLM"), u("Soft")));
+    }
+    std::string get(ConfRegistryIniC& registry, const std::string& key, const std::string& name) {
+        StringC value;
+        uint32_t code = registry.getString(kLM, u(key), u(name), &value);
+        return code == 0 ? testkit::textOf(value) : "<" + std::to_string(code & 0xFF) + ">";
+    }
+};
+
+TEST_F(RegistryTest, KeysPathsAndCodes) {
+    ConfRegistryIniC registry;
+    uint32_t handle = 0, other = 0, size = 0, type = 0;
+    EXPECT_EQ(kRegNotFound, registry.openKey(kLM, u("X"), &handle));
+    EXPECT_EQ(0u, registry.openKey(kLM, u(""), &handle));
+    EXPECT_EQ(kLM, handle);
+    EXPECT_EQ(kRegBadHandle, registry.openKey(0x80000003, u(""), &handle));
+    writeFile("f.ini", "[A\\B]\nv=-1\n[P\\A\\x]\n[P\\a\\z]\n[P\\B]\nw=abc\n");
+    mount(registry);
+    EXPECT_EQ(kRegAlreadyMounted,
+              registry.mountFile(u(path("f.ini")), u("HKEY_LOCAL_MACHINE"), u("Other")));
+    // Keys from the root down to a mount point, and a key that exists only
+    // as a part of a section's name.
+    writeFile("g.ini", "[A\\B]\n");
+    ASSERT_EQ(0u, registry.mountFile(u(path("g.ini")), u("HKEY_LOCAL_MACHINE"), u("Other\\App")));
+    for (const char* key : {"Other", "Other\\App", "Other\\App\\A", "other\\app\\a\\b"}) {
+        EXPECT_EQ(0u, registry.openKey(kLM, u(key), &handle)) << key;
+    }
+    EXPECT_EQ(kRegNotFound, registry.openKey(kLM, u("Other\\App\\C"), &handle));
+    // The file at Soft itself: its keys open however they are spelled.
+    EXPECT_EQ(0u, registry.openKey(kLM, u("soft\\a\\b"), &handle));
+    EXPECT_EQ(0u, registry.openKey(kLM, u("Soft\\A\\B"), &other));
+    EXPECT_EQ(handle, other);
+    EXPECT_EQ(0u, registry.closeKey(handle));
+    EXPECT_EQ(0u, registry.closeKey(handle));
+    EXPECT_EQ(kRegBadHandle, registry.closeKey(handle));
+    EXPECT_EQ(kRegNotFound, registry.openKey(kLM, u("Soft\\C"), &handle));
+    // Children listed once, in the order of their first section.
+    ASSERT_EQ(0u, registry.openKey(kLM, u("Soft\\P"), &handle));
+    StringC child;
+    std::string children;
+    for (uint32_t i = 0; registry.enumKey(handle, i, &child) == 0; ++i)
+        children += testkit::textOf(child) + ";";
+    EXPECT_EQ("A;B;", children);
+    EXPECT_EQ(kRegNoMoreItems, registry.enumKey(handle, 2, &child));
+    EXPECT_EQ(kRegKeyNotEmpty, registry.deleteKey(handle, u("B"), false));
+    registry.closeKey(handle);
+    // Sizes: a query by value answers 0, an enumeration 0xE1370067.
+    EXPECT_EQ(0u, registry.queryValue(kLM, u("Soft\\P\\B"), u("w"), nullptr, &size, &type));
+    EXPECT_EQ(4u, size);
+    EXPECT_EQ(1u, type);
+    EXPECT_EQ(kRegMissingArgument,
+              registry.queryValue(kLM, u("Soft\\P\\B"), u("w"), &child, nullptr, nullptr));
+    char small[2] = {'?', 0};
+    size = 2;
+    EXPECT_EQ(kRegMoreData,
+              registry.queryValue(kLM, u("Soft\\P\\B"), u("w"), small, &size, nullptr));
+    EXPECT_EQ(2u, size);
+    ASSERT_EQ(0u, registry.openKey(kLM, u("Soft\\P\\B"), &handle));
+    size = 0;
+    EXPECT_EQ(kRegMoreData, registry.enumValue(handle, 0, nullptr, nullptr, nullptr, &size));
+    EXPECT_EQ(4u, size);
+    registry.closeKey(handle);
+    // Integers are stored as "7l"; a negative one does not read.
+    EXPECT_EQ(0u, registry.setInteger(kLM, u("Soft\\A\\B"), u("n"), 7));
+    EXPECT_EQ("7l", get(registry, "Soft\\A\\B", "n"));
+    uint32_t number = 0;
+    EXPECT_EQ(0u, registry.getInteger(kLM, u("Soft\\A\\B"), u("n"), &number));
+    EXPECT_EQ(7u, number);
+    EXPECT_EQ(kRegNotFound, registry.getInteger(kLM, u("Soft\\A\\B"), u("v"), &number));
+    // A size bounds the text.
+    EXPECT_EQ(0u, registry.setValue(kLM, u("Soft\\A\\B"), u("s"), 7, "abcdef", 3));
+    EXPECT_EQ("abc", get(registry, "Soft\\A\\B", "s"));
+    // Paths and root names.
+    uint32_t root = 0;
+    StringC subKey, value;
+    EXPECT_EQ(0u, registry.parsePath(u("HKLM\\A\\B\\V"), &root, &subKey, &value));
+    EXPECT_EQ(kLM, root);
+    EXPECT_EQ("A\\B\\", testkit::textOf(subKey));
+    EXPECT_EQ("V", testkit::textOf(value));
+    EXPECT_EQ(kRegBadPath, registry.parsePath(u("hklm\\A"), &root, nullptr, nullptr));
+    EXPECT_EQ(0u, registry.rootKeyFromName(u("hklm")));
+    EXPECT_EQ("HKEY_DYN_DATA", testkit::textOf(registry.rootKeyName(0x80000006)));
+    EXPECT_EQ("HKCU", testkit::textOf(registry.rootKeyShortName(0x80000001)));
+    EXPECT_TRUE(registry.rootKeyName(0x80000007).isEmpty());
+    // Without autoCommit the file stays as it is until it is turned on.
+    std::string before = readFile("f.ini");
+    registry.setAutoCommit(false);
+    EXPECT_EQ(0u, registry.setString(kLM, u("Soft\\A\\B"), u("late"), u("1")));
+    EXPECT_EQ(before, readFile("f.ini"));
+    registry.setAutoCommit(true);
+    EXPECT_NE(std::string::npos, readFile("f.ini").find("late=1"));
+}
+
+// --- Random operations against a model ---
+
+typedef std::map<std::string, std::map<std::string, std::string>> ModelT;
+const char* const kSections[] = {"a", "a\\b", "c", "c\\d\\e"};
+const char* const kKeys[] = {"a", "a\\b", "c", "c\\d", "c\\d\\e"};
+
+bool under(const std::string& section, const std::string& key) {
+    return section.size() > key.size() + 1 && section.compare(0, key.size() + 1, key + "\\") == 0;
+}
+bool exists(const ModelT& model, const std::string& key) {
+    for (const auto& section : model) {
+        if (section.first == key || under(section.first, key)) return true;
+    }
+    return false;
+}
+std::set<std::string> children(const ModelT& model, const std::string& key) {
+    std::set<std::string> names;
+    for (const auto& section : model) {
+        if (under(section.first, key))
+            names.insert(section.first.substr(
+                key.size() + 1, section.first.find('\\', key.size() + 1) - key.size() - 1));
+    }
+    return names;
+}
+std::string lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(tolower(c));
+    return text;
+}
+
+// A key whose handle deleteValue left open (the value was missing) still
+// opens after its sections are gone, until the file is mounted over.
+struct RegModelT {
+    ModelT values;
+    std::set<std::string> leaked;
+    bool opens(const std::string& key) const { return exists(values, key) || leaked.count(key); }
+};
+
+void expectModel(ConfRegistryIniC& registry, const RegModelT& model, const std::string& where) {
+    for (const char* key : kKeys) {
+        uint32_t handle = 0;
+        uint32_t code = registry.openKey(kLM, u(std::string("Soft\\") + key), &handle);
+        ASSERT_EQ(model.opens(key) ? 0u : kRegNotFound, code) << where << " " << key;
+        if (code != 0) continue;
+        std::map<std::string, std::string> values;
+        StringC name, child;
+        char data[64];
+        uint32_t size = sizeof data;
+        for (uint32_t i = 0; registry.enumValue(handle, i, &name, nullptr, data, &size) == 0; ++i) {
+            values[testkit::textOf(name)] = data;
+        }
+        auto found = model.values.find(key);
+        EXPECT_EQ(
+            found == model.values.end() ? std::map<std::string, std::string>() : found->second,
+            values)
+            << where << " " << key;
+        std::set<std::string> names;
+        for (uint32_t i = 0; registry.enumKey(handle, i, &child) == 0; ++i)
+            names.insert(lower(testkit::textOf(child)));
+        EXPECT_EQ(children(model.values, key), names) << where << " " << key;
+        registry.closeKey(handle);
+    }
+}
+
+TEST_F(RegistryTest, RandomOperationsAgainstModel) {
+    for (uint32_t seed = 1; seed <= 4; ++seed) {
+        std::mt19937 random(seed);
+        const std::string files[2] = {"f" + std::to_string(seed) + ".ini",
+                                      "d/g" + std::to_string(seed) + ".ini"};
+        RegModelT models[2];
+        ModelT committed[2];
+        int active = 0;
+        ConfRegistryIniC registry;
+        registry.setFlushCommits(false);
+        mount(registry, files[active]);
+        for (int step = 0; step < 250; ++step) {
+            std::string key = kSections[random() % 4];
+            std::string spelled =
+                random() % 3 ? key
+                             : std::string(1, static_cast<char>(toupper(key[0]))) + key.substr(1);
+            std::string name = std::string(1, static_cast<char>('x' + random() % 3));
+            std::string value = "v" + std::to_string(random() % 100);
+            RegModelT& model = models[active];
+            ModelT& values = model.values;
+            bool present = values.count(key) && values[key].count(name);
+            std::string where = "seed " + std::to_string(seed) + " step " + std::to_string(step);
+            switch (random() % 9) {
+            case 0:
+            case 1:
+                EXPECT_EQ(0u, registry.setString(kLM, u("Soft\\" + spelled), u(name), u(value)))
+                    << where;
+                values[key][name] = value;
+                break;
+            case 2:
+                EXPECT_EQ(present ? 0u : kRegNotFound,
+                          registry.deleteValue(kLM, u("Soft\\" + spelled), u(name)))
+                    << where;
+                if (present) values[key].erase(name);
+                if (!present && model.opens(key)) model.leaked.insert(key);
+                break;
+            case 3:
+                EXPECT_EQ(0u, registry.createKey(kLM, u("Soft\\" + spelled), nullptr)) << where;
+                if (!model.opens(key)) values[key];
+                break;
+            case 4: {
+                key = kKeys[random() % 5];
+                bool recursive = random() % 2;
+                bool empty =
+                    children(values, key).empty() && (!values.count(key) || values[key].empty());
+                uint32_t expected =
+                    !model.opens(key) ? kRegNotFound : (recursive || empty ? 0 : kRegKeyNotEmpty);
+                EXPECT_EQ(expected, registry.deleteKey(kLM, u("Soft\\" + key), recursive)) << where;
+                for (auto it = values.begin(); expected == 0 && it != values.end();) {
+                    it = it->first == key || under(it->first, key) ? values.erase(it)
+                                                                   : std::next(it);
+                }
+                break;
+            }
+            case 5:
+                registry.setAutoCommit(!registry.autoCommit());
+                break;
+            case 6:
+                // Mounting the other file at the same point retires this one
+                // with whatever it had not committed, and its open keys.
+                if (!registry.autoCommit()) values = committed[active];
+                model.leaked.clear();
+                active = 1 - active;
+                mount(registry, files[active]);
+                break;
+            case 7:
+                if (registry.autoCommit()) {
+                    // Another writer of the same file, read back at once.
+                    ConfRegistryIniC other;
+                    other.setFlushCommits(false);
+                    mount(other, files[active]);
+                    EXPECT_EQ(0u, other.setString(kLM, u("Soft\\" + key), u(name), u(value)))
+                        << where;
+                    values[key][name] = value;
+                    registry.file(static_cast<int32_t>(registry.fileCount()) - 1)
+                        ->refreshFile(true);
+                }
+                break;
+            default:
+                EXPECT_EQ(present ? values[key][name] : "<105>",
+                          get(registry, "Soft\\" + spelled, name))
+                    << where;
+            }
+            if (registry.autoCommit()) committed[active] = models[active].values;
+            expectModel(registry, models[active], where);
+            if (HasFatalFailure()) return;
+        }
+        // What the disk holds, seen by a registry of its own.
+        registry.setAutoCommit(true);
+        ConfRegistryIniC fresh;
+        mount(fresh, files[active]);
+        models[active].leaked.clear();
+        expectModel(fresh, models[active], "reloaded");
+    }
+}
+
+// --- Processes ---
+
+// Where a forked writer stops itself (null: nowhere).
+const char* stopAt = nullptr;
+void stopHere(const char* step) {
+    if (stopAt && strcmp(step, stopAt) == 0) raise(SIGSTOP);
+}
+int pauses = 0;
+pid_t holder = 0;
+void countPause() {
+    // The lock's holder goes at the third pause: the next attempt gets it.
+    if (++pauses == 3 && holder > 0) {
+        kill(holder, SIGKILL);
+        waitpid(holder, nullptr, 0);
+        holder = 0;
+    }
+}
+
+const char kOriginal[] = "; settings\n[s]\nunknown line\nkeep=1\n\n; tail\n[t]\nx=1\n";
+
+TEST_F(RegistryTest, WritersInParallelKeepEveryChange) {
+    writeFile("f.ini", kOriginal);
+    const int writers = 4, changes = 25;
+    std::vector<pid_t> children;
+    for (int w = 0; w < writers; ++w) {
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ConfRegLockC::setPauseForTesting([] { usleep(2000); });
+            ConfRegistryIniC registry;
+            int failed = registry.mountFile(u(path("f.ini")), u("HKLM"), u("Soft")) != 0;
+            for (int i = 0; i < changes; ++i) {
+                std::string name = "w" + std::to_string(w) + "_" + std::to_string(i);
+                failed |=
+                    registry.setString(kLM, u(i % 2 ? "Soft\\s" : "Soft\\t"), u(name), u("v")) != 0;
+            }
+            // A change whose commit failed is still in memory: this one must carry it.
+            failed |= registry.commitFile(0) != 0;
+            _exit(failed);
+        }
+        children.push_back(child);
+    }
+    for (pid_t child : children) {
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    std::string content = readFile("f.ini");
+    for (const char* line : {"; settings\n", "unknown line\n", "keep=1\n", "; tail\n", "x=1\n"}) {
+        EXPECT_NE(std::string::npos, content.find(line)) << line;
+    }
+    ConfRegistryIniC reader;
+    mount(reader);
+    for (int w = 0; w < writers; ++w) {
+        for (int i = 0; i < changes; ++i) {
+            std::string name = "w" + std::to_string(w) + "_" + std::to_string(i);
+            EXPECT_EQ("v", get(reader, i % 2 ? "Soft\\s" : "Soft\\t", name)) << name;
+        }
+    }
+}
+
+TEST_F(RegistryTest, WriterKilledAtEveryStepLeavesAWholeFile) {
+    ConfRegistryIniC::setCommitStepForTesting(stopHere);
+    for (const char* step : {"locked", "merged", "moving", "moved"}) {
+        writeFile("f.ini", kOriginal);
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            stopAt = step;
+            ConfRegistryIniC registry;
+            registry.mountFile(u(path("f.ini")), u("HKLM"), u("Soft"));
+            registry.setString(kLM, u("Soft\\s"), u("new"), u("1"));
+            _exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, WUNTRACED));
+        ASSERT_TRUE(WIFSTOPPED(status)) << step;
+        // Dying during the merge leaves a torn ".tmp".
+        if (strcmp(step, "merged") == 0) ASSERT_EQ(0, truncate(path("f.ini.tmp").c_str(), 20));
+        std::string content = readFile("f.ini");
+        bool merged = content.find("new=1") != std::string::npos &&
+                      content.find("unknown line\nkeep=1\n") != std::string::npos;
+        EXPECT_TRUE(content == kOriginal || merged) << step << ": " << content;
+        EXPECT_EQ(strcmp(step, "moved") == 0, merged) << step;
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        // The next writer needs no cleanup, and leaves no lock file.
+        ConfRegistryIniC next;
+        mount(next);
+        EXPECT_EQ(0u, next.setString(kLM, u("Soft\\t"), u("after"), u("2")));
+        EXPECT_EQ(0u, next.commitFile(0)) << step;
+        EXPECT_EQ("2", get(next, "Soft\\t", "after"));
+        EXPECT_EQ("1", get(next, "Soft\\s", "keep"));
+        EXPECT_EQ("<missing>", readFile("f.ini.lck")) << step;
+    }
+    ConfRegistryIniC::setCommitStepForTesting(nullptr);
+}
+
+TEST_F(RegistryTest, CommitWaitsForAHeldLockAndGivesUpAfterTwentyAttempts) {
+    ConfRegLockC::setPauseForTesting(countPause);
+    writeFile("f.ini", kOriginal);
+    for (bool holderEnds : {true, false}) {
+        int ready[2];
+        ASSERT_EQ(0, pipe(ready));
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ConfRegLockC lock(name("f.ini"));
+            char locked = lock.tryLock() == 0 ? 'y' : 'n';
+            if (write(ready[1], &locked, 1) != 1) _exit(1);
+            for (;;) pause();
+        }
+        char locked = 0;
+        ASSERT_EQ(1, read(ready[0], &locked, 1));
+        close(ready[0]);
+        close(ready[1]);
+        ASSERT_EQ('y', locked);
+        pauses = 0;
+        holder = holderEnds ? child : 0;
+        ConfRegistryIniC registry;
+        mount(registry);
+        registry.setAutoCommit(false);
+        registry.setString(kLM, u("Soft\\s"), u("waited"), u("1"));
+        registry.setAutoCommit(true);
+        if (holderEnds) {
+            EXPECT_EQ(3, pauses);
+            EXPECT_EQ("1", get(registry, "Soft\\s", "waited"));
+        } else {
+            EXPECT_EQ(kRegUnsupported, registry.commitFile(0));
+            EXPECT_EQ(40, pauses);  // 20 for setAutoCommit, 20 for this commit
+            EXPECT_EQ(kOriginal, readFile("f.ini"));
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+        }
+    }
+    // A lock file that cannot be made answers at once.
+    if (!isRoot()) {
+        ASSERT_EQ(0, mkdir(path("ro").c_str(), 0555));
+        ConfRegistryIniC registry;
+        mount(registry, "ro/f.ini");
+        pauses = 0;
+        EXPECT_EQ(kRegUnsupported, registry.commitFile(0));
+        EXPECT_EQ(0, pauses);
+    }
+    ConfRegLockC::setPauseForTesting(nullptr);
+}
+
+}  // namespace
+}  // namespace keel

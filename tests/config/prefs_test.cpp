@@ -1,0 +1,230 @@
+// The preference store: loading ini text, the records' states, the plain
+// write, the merge into a file that changed meanwhile, the per-thread lists,
+// and random operation sequences against a plain model.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "config/prefs.h"
+#include "testing/prefsmodel.h"
+#include "testing/tempdir.h"
+
+namespace keel {
+namespace {
+
+const std::string kMark = "\xEF\xBB\xBF";
+
+// The live content: "[section]key=value;..." in order.
+std::string dump(PrefsC& prefs) {
+    std::string text;
+    for (const char* const* name = prefs.getSectionNames(); *name; ++name) {
+        text += std::string("[") + *name + "]";
+        for (PrefKeyT* const* key = prefs.getKeys(*name); *key; ++key)
+            text += std::string((*key)->name) + "=" + (*key)->value + ";";
+    }
+    return text;
+}
+
+class PrefsTest : public testkit::TempDirTest {};
+
+TEST_F(PrefsTest, LoadsLinesAsTheRulesSay) {
+    struct CaseT {
+        const char* text;
+        bool strict, continuation, result;
+        const char* content;
+    } cases[] = {
+        {"\xEF\xBB\xBF;c\n[a]\nx = 1 \n\n;d\ny=2\n", false, false, true, "[a]x=1;y=2;"},
+        {"k=1\n[a]\nx=1", false, false, true, "[a]x=1;"},
+        {"k=1\n[a]\nx=1", true, false, false, ""},
+        {"[a]\n=x\nb=\n", false, false, true, "[a]b=;"},
+        {"[a]\nx=1\ny=2\n[b]\nz=3\n[A]\nX=4\n", false, false, true, "[a]x=4;y=2;[b]z=3;"},
+        {"[ a ]junk\nk=1", false, false, true, "[a]k=1;"},
+        {"[a]\n[b\nk=1", false, false, true, "[a]k=1;"},
+        {"[a]\n[b\nk=1", true, false, false, ""},
+        {"[a]\n[ ]\nk=1", false, false, true, "[a]"},
+        {"[a]\nk=1\\\n 2\nm=3\\\\\n", false, true, true, "[a]k=12;m=3\\\\;"},
+        {"[a]\nk=1\\\n 2\nm=3\\\\\n", false, false, true, "[a]k=1\\;m=3\\\\;"},
+        {"[a]\nk=1\\", false, true, true, "[a]"},
+        {"[a]\rk=1\r\nm=2", false, false, true, "[a]k=1;m=2;"},
+    };
+    for (const CaseT& c : cases) {
+        writeFile("a.ini", c.text);
+        PrefsC prefs;
+        prefs.setValue("old", "k", "v", false);
+        EXPECT_EQ(c.result, prefs.load(path("a.ini").c_str(), c.strict, c.continuation)) << c.text;
+        EXPECT_EQ(c.content, dump(prefs)) << c.text;
+        EXPECT_EQ(c.result ? path("a.ini") : "", prefs.getFileName() ? prefs.getFileName() : "");
+    }
+    // A missing file leaves the store as it was and no error behind.
+    PrefsC prefs;
+    prefs.setValue("s", "k", "v", false);
+    EXPECT_FALSE(prefs.load(path("none.ini").c_str(), false, false));
+    EXPECT_FALSE(prefs.load("", false, false));
+    EXPECT_EQ("[s]k=v;", dump(prefs));
+    EXPECT_TRUE(testkit::errorCodes().empty());
+}
+
+TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
+    struct CaseT {
+        const char *loaded, *current;  // current null: the source is missing
+        std::function<void(PrefsC&)> change;
+        std::string expected;
+    } cases[] = {
+        {";top\n[s]\n;c1\n\n\nb = 1\na=2\n", ";top\n[s]\n;c1\n\n\nb = 1\na=2\n",
+         [](PrefsC& p) { p.setValue("s", "a", "3", true); }, ";top\n[s]\n;c1\n\nb = 1\na=3\n"},
+        {"[s]\n;keep\nk=1\n[t]\nx=1\n", "[s]\n;keep\nk=1\n[t]\nx=1\n",
+         [](PrefsC& p) { p.deleteSection("s", false); }, ";keep\n[t]\nx=1\n"},
+        {"[s]\nk=1\n", "[s]\nk=1\n",
+         [](PrefsC& p) { p.setValue("s", "n", "2", true), p.setValue("u", "z", "9", true); },
+         "[s]\nk=1\nn=2\n\n[u]\n\nz=9\n"},
+        {"[s]\nk=1\n", "[s]\nother=5\nk=1\n; new\n[t]\n",
+         [](PrefsC& p) { p.setValue("s", "k", "50% %s", true); },
+         "[s]\nother=5\nk=50% %s\n; new\n[t]\n"},
+        {"[s]\nk=1\nk=2\n", "[s]\nk=1\nk=2\n", [](PrefsC&) {}, "[s]\nk=1\n"},
+        {"[ s ]\nk=1\n", "[ s ]\nk=1\n", [](PrefsC& p) { p.setValue("s", "k", "2", true); },
+         "[ s ]\nk=1\n\n[s]\n\nk=2\n"},
+        {"[s]\r\na=1\r\nb=2\r\n", "[s]\r\na=1\r\nb=2\r\n", [](PrefsC& p) { p.deleteKey("s", "a"); },
+         "[s]\nb=2\n"},
+        {"[s]\nk=1\n", nullptr, [](PrefsC& p) { p.setValue("t", "x", "1", true); },
+         "\n[t]\n\nx=1\n"},
+        {"[s]\na=1\nb=2\n", "[s]\na=1\nb=2\n",
+         [](PrefsC& p) { p.deleteSection("s", false), p.setValue("s", "c", "3", true); },
+         "[s]\nc=3\n"},
+        {"[s]\nk=1\n", "[s]\nk=1\n", [](PrefsC& p) { p.addLine("s", "free text", true); },
+         "[s]\nk=1\nfree text\n"},
+    };
+    for (const CaseT& c : cases) {
+        writeFile("a.ini", c.loaded);
+        PrefsC prefs;
+        ASSERT_TRUE(prefs.load(path("a.ini").c_str(), false, false));
+        c.change(prefs);
+        std::string before = dump(prefs);
+        if (c.current)
+            writeFile("a.ini", c.current);
+        else
+            ::remove(path("a.ini").c_str());
+        ASSERT_TRUE(prefs.save(path("b.ini").c_str(), true, path("a.ini").c_str())) << c.loaded;
+        EXPECT_EQ(kMark + c.expected, readFile("b.ini")) << c.loaded;
+        EXPECT_EQ(before, dump(prefs)) << "a merge leaves the memory alone";
+        // Merging the result once more with nothing changed gives it back.
+        ASSERT_TRUE(prefs.load(path("b.ini").c_str(), false, false));
+        ASSERT_TRUE(prefs.save(nullptr, true, nullptr));
+        EXPECT_EQ(kMark + c.expected, readFile("b.ini")) << c.loaded;
+    }
+}
+
+TEST_F(PrefsTest, RecordsAndLookups) {
+    PrefsC prefs;
+    EXPECT_STREQ("d", prefs.getString("s", "k", "d"));
+    PrefsC* next = new PrefsC();
+    next->setValue("s", "k", "from fallback", false);
+    EXPECT_EQ(&prefs, prefs.setFallback(next));
+    EXPECT_STREQ("from fallback", prefs.getString("S", "K", "d"));
+    EXPECT_STREQ("d", prefs.getString("s", "", "d"));
+
+    EXPECT_TRUE(prefs.setValue("s", "k", "  v\t", true));
+    EXPECT_STREQ("v", prefs.getString("s", "k", "d"));
+    prefs.setValue("s", "j", nullptr, true);
+    EXPECT_STREQ("", prefs.getString("s", "j", "d"));
+    EXPECT_TRUE(prefs.deleteKey("s", "k"));
+    EXPECT_FALSE(prefs.deleteKey("s", "k"));
+    EXPECT_STREQ("from fallback", prefs.getString("s", "k", "d"));
+    prefs.setValue("s", "k", "again", true);
+    EXPECT_EQ("[s]k=again;j=;", dump(prefs));
+    EXPECT_STREQ("k", prefs.getKeyNames("s")[0]);
+
+    prefs.setValue("e", "x", "1", false);
+    prefs.deleteKey("e", "x");
+    EXPECT_FALSE(prefs.deleteSection("e", true));
+    EXPECT_TRUE(prefs.deleteSection("e", false));
+    EXPECT_EQ(nullptr, prefs.findSection("e", false));
+    EXPECT_NE(nullptr, prefs.findSection("E", true));
+    EXPECT_EQ(nullptr, prefs.getKeys("e"));
+    EXPECT_TRUE(prefs.createSection("e"));
+    EXPECT_FALSE(prefs.createSection("e"));
+
+    EXPECT_FALSE(prefs.setValue(nullptr, "k", "v", true));
+    EXPECT_FALSE(prefs.setValue("s", "", "v", true));
+    EXPECT_FALSE(prefs.addLine("", "v", true));
+    EXPECT_FALSE(prefs.createSection(""));
+
+    struct {
+        const char* value;
+        bool boolean;
+        int32_t number;
+    } values[] = {{"TRUE", true, 0},
+                  {"False", false, 0},
+                  {"maybe", true, 0},
+                  {"0x10", true, 16},
+                  {"010", true, 8},
+                  {"-5", true, -5},
+                  {"9999999999", true, INT32_MAX},
+                  {"-9999999999", true, INT32_MIN}};
+    for (auto& v : values) {
+        prefs.setValue("n", "v", v.value, true);
+        EXPECT_EQ(v.boolean, prefs.getBool("n", "v", true)) << v.value;
+        EXPECT_EQ(v.number, prefs.getInt("n", "v", 7)) << v.value;
+    }
+    EXPECT_EQ(7, prefs.getInt("n", "none", 7));
+}
+
+TEST_F(PrefsTest, SavesPlainlyAndFailsCleanly) {
+    PrefsC prefs(path("p.ini").c_str());
+    prefs.setValue("s", "k", "1", false);
+    prefs.setValue("s", "gone", "1", false);
+    prefs.deleteKey("s", "gone");
+    prefs.setValue("t", "x", "%d", true);
+    ASSERT_TRUE(prefs.save(nullptr, false, nullptr));
+    EXPECT_EQ(kMark + "\n[s]\n\nk=1\n\n[t]\n\nx=%d\n", readFile("p.ini"));
+    // A template that is the target itself: the file is replaced in one
+    // step, not emptied before it is read.
+    writeFile("p.ini", "; mine\n[s]\nk=1\n");
+    ASSERT_TRUE(prefs.save(nullptr, true, path("p.ini").c_str()));
+    EXPECT_EQ(kMark + "; mine\n[s]\nk=1\n\n[t]\n\nx=%d\n", readFile("p.ini"));
+
+    writeFile("file", "");
+    EXPECT_FALSE(prefs.save(path("file/x.ini").c_str(), false, nullptr));
+    EXPECT_FALSE(prefs.save(path("file/x.ini").c_str(), true, nullptr));
+    EXPECT_FALSE(prefs.save(path("file/x.ini").c_str(), true, path("p.ini").c_str()));
+    EXPECT_TRUE(testkit::errorCodes().empty());
+    PrefsC empty;
+    EXPECT_FALSE(empty.save(nullptr, false, nullptr));
+}
+
+TEST_F(PrefsTest, ListsAreKeptPerThread) {
+    PrefsC first, second;
+    first.setValue("a", "k", "1", true);
+    second.setValue("b", "k", "1", true);
+    auto lister = [](PrefsC* prefs, const char* name, bool* same) {
+        for (int i = 0; i < 2000; ++i) {
+            const char* const* names = prefs->getSectionNames();
+            const char* const* keys = prefs->getKeyNames(name);
+            *same =
+                *same && std::string(names[0]) == name && !names[1] && std::string(keys[0]) == "k";
+        }
+    };
+    bool firstSame = true, secondSame = true;
+    std::thread one(lister, &first, "a", &firstSame), two(lister, &second, "b", &secondSame);
+    one.join();
+    two.join();
+    EXPECT_TRUE(firstSame);
+    EXPECT_TRUE(secondSame);
+}
+
+TEST_F(PrefsTest, RandomOperationsAgreeWithTheModel) {
+    for (uint32_t seed = 1; seed <= 10; ++seed) {
+        std::mt19937 random(seed);
+        prefsmodel::DriverC driver(path("m.ini"));
+        for (int step = 0; step < 250; ++step) {
+            uint32_t operation = random(), argument = random();
+            std::string broken = driver.step(operation, argument);
+            ASSERT_EQ("", broken) << "seed " << seed << " step " << step;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace keel
