@@ -417,5 +417,137 @@ TEST_F(KeelToolTest, TraceCheckTellsWhatTheControlFileSwitchesOn) {
               keel({"trace", "check", path("empty")}).out.find("none: nothing is traced"));
 }
 
+// --- Registry ---
+
+class KeelRegistryTest : public KeelToolTest {
+protected:
+    void SetUp() override {
+        KeelToolTest::SetUp();
+        ini = path("conf/app.ini");  // the directory is made by the first commit
+        mount = "--mount=" + ini + "=HKLM\\Software\\App";
+    }
+    ProgramRunT reg(const std::string& action, std::vector<std::string> args) {
+        args.insert(args.begin(), {"reg", action, mount});
+        return keel(args);
+    }
+    // The SDK program: get or set a value of a key below HKLM.
+    ProgramRunT client(const std::vector<std::string>& args) {
+        std::vector<std::string> all = {args[0], ini, "HKLM", "Software\\App"};
+        all.insert(all.end(), args.begin() + 1, args.end());
+        return testkit::runCaptured(testkit::builtProgram("tests/regclient_main"), all);
+    }
+    std::string ini;
+    std::string mount;
+};
+
+TEST_F(KeelRegistryTest, WhatTheToolSetsAProgramReadsAndTheOtherWayRound) {
+    ProgramRunT run = reg("set", {"HKLM\\Software\\App\\Window\\Width", "640"});
+    ASSERT_TRUE(run.exited(0)) << run.err;
+    run = client({"get", "Software\\App\\Window", "Width"});
+    EXPECT_TRUE(run.exited(0));
+    EXPECT_EQ("640\n", run.out);
+
+    ASSERT_TRUE(client({"set", "Software\\App\\Window", "Title", "Hello"}).exited(0));
+    run = reg("get", {"HKLM\\Software\\App\\Window\\Title"});
+    EXPECT_TRUE(run.exited(0)) << run.err;
+    EXPECT_EQ("Hello\n", run.out);
+    // Text beyond ASCII, whole both ways.
+    ASSERT_TRUE(reg("set", {"HKLM\\Software\\App\\Window\\Title",
+                            "Gr\xc3\xbc\xc3\x9f"
+                            "e"})
+                    .exited(0));
+    run = client({"get", "Software\\App\\Window", "Title"});
+    EXPECT_EQ(
+        "Gr\xc3\xbc\xc3\x9f"
+        "e\n",
+        run.out);
+    run = reg("list", {"HKLM\\Software\\App\\Window"});
+    EXPECT_EQ(
+        "Width=640\nTitle=Gr\xc3\xbc\xc3\x9f"
+        "e\n",
+        run.out)
+        << run.err;
+    ASSERT_TRUE(reg("set", {"HKLM\\Software\\App\\Window\\Pos\\X", "3"}).exited(0));
+    EXPECT_EQ(
+        "Pos\\\nWidth=640\nTitle=Gr\xc3\xbc\xc3\x9f"
+        "e\n",
+        reg("list", {"HKLM\\Software\\App\\Window"}).out);
+
+    // The file as a program leaves it: a mark, sections, no companions left.
+    EXPECT_EQ(0u, readFile("conf/app.ini").find("\xEF\xBB\xBF"));
+    EXPECT_NE(std::string::npos, readFile("conf/app.ini").find("[Window]"));
+    EXPECT_EQ("<missing>", readFile("conf/app.ini.lck"));
+    EXPECT_EQ("<missing>", readFile("conf/app.ini.tmp"));
+
+    // Removal, and what fails.
+    EXPECT_TRUE(reg("delete", {"HKLM\\Software\\App\\Window\\Width"}).exited(0));
+    run = reg("get", {"HKLM\\Software\\App\\Window\\Width"});
+    EXPECT_TRUE(run.exited(1));
+    EXPECT_NE(std::string::npos, run.err.find("not found (0xE1370069)")) << run.err;
+    EXPECT_TRUE(client({"get", "Software\\App\\Window", "Width"}).exited(1));
+    run = reg("delete", {"--key", "HKLM\\Software\\App\\Window"});
+    EXPECT_TRUE(run.exited(1));
+    EXPECT_NE(std::string::npos, run.err.find("not empty")) << run.err;
+    EXPECT_TRUE(reg("delete", {"--key", "--recursive", "HKLM\\Software\\App\\Window"}).exited(0));
+    EXPECT_TRUE(client({"get", "Software\\App\\Window", "Title"}).exited(1));
+    run = reg("list", {"HKLM\\Software\\App"});
+    EXPECT_TRUE(run.exited(1));
+    EXPECT_NE(std::string::npos, run.err.find("mount point")) << run.err;
+
+    const std::vector<std::vector<std::string>> usage = {
+        {"reg", "get", "HKLM\\Software\\App\\X"},                  // no --mount
+        {"reg", "get", "--mount", ini, "HKLM\\Software\\App\\X"},  // no point
+        {"reg", "get", "--mount", ini + "=HKXX\\A", "HKLM\\A\\X"},
+        {"reg", "set", mount, "HKLM\\Software\\App\\X"},
+        {"reg", "get", mount, "--recursive", "HKLM\\Software\\App\\X"},
+        {"reg", "frob"},
+    };
+    for (const auto& args : usage)
+        EXPECT_TRUE(keel(args).exited(2)) << args[1] << " " << args.back();
+    run = reg("get", {"Nowhere\\X"});
+    EXPECT_TRUE(run.exited(1));
+    EXPECT_NE(std::string::npos, run.err.find("0xE1370077")) << run.err;
+}
+
+// Four processes set values of one key at the same time, five each: every
+// commit merges into what the file holds by then, so all twenty stay.
+TEST_F(KeelRegistryTest, FourWritersAtOnceLoseNothing) {
+    const int kWriters = 4, kValues = 5;
+    std::vector<pid_t> writers;
+    for (int w = 0; w < kWriters; ++w) {
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            int failures = 0;
+            for (int i = 0; i < kValues; ++i) {
+                std::string name = "w" + std::to_string(w) + "v" + std::to_string(i);
+                int status = testkit::runProgram(
+                    testkit::builtProgram("bin/keel"),
+                    {"reg", "set", mount, "HKLM\\Software\\App\\Shared\\" + name, name});
+                if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ++failures;
+            }
+            _exit(failures);
+        }
+        writers.push_back(pid);
+    }
+    for (pid_t pid : writers) {
+        int status = 0;
+        ASSERT_EQ(pid, waitpid(pid, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "failed sets: " << WEXITSTATUS(status);
+    }
+    ProgramRunT run = reg("list", {"HKLM\\Software\\App\\Shared"});
+    ASSERT_TRUE(run.exited(0)) << run.err;
+    for (int w = 0; w < kWriters; ++w) {
+        for (int i = 0; i < kValues; ++i) {
+            std::string name = "w" + std::to_string(w) + "v" + std::to_string(i);
+            EXPECT_NE(std::string::npos, run.out.find(name + "=" + name + "\n"))
+                << name << " lost:\n"
+                << run.out;
+        }
+    }
+    EXPECT_EQ("<missing>", readFile("conf/app.ini.lck"));
+}
+
 }  // namespace
 }  // namespace keel

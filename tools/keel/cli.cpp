@@ -81,6 +81,14 @@ const char* CommandLineC::value(const char* name) const {
     return found;
 }
 
+std::vector<std::string> CommandLineC::values(const char* name) const {
+    std::vector<std::string> found;
+    for (const GivenT& given : given_) {
+        if (given.name == name) found.push_back(given.value);
+    }
+    return found;
+}
+
 const char* CommandLineC::operand(size_t index) const {
     return index < operands_.size() ? operands_[index] : nullptr;
 }

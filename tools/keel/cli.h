@@ -46,8 +46,10 @@ public:
 
     bool helpWanted() const { return help_; }
     bool has(const char* name) const;
-    // The option's value; null when it was not given.
+    // The option's value; null when it was not given. The last one counts.
     const char* value(const char* name) const;
+    // Every value of an option that may be given more than once, in order.
+    std::vector<std::string> values(const char* name) const;
     size_t operandCount() const { return operands_.size(); }
     // Operand `index`; null past the end.
     const char* operand(size_t index) const;
