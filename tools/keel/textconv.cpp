@@ -211,6 +211,16 @@ bool TextConverterC::onWhole(uint8_t* bytes, size_t count, uint64_t) {
             }
         }
     }
+    if (from().kind == EncodingT::Utf8) count = settleBroken(bytes, count);
+    if (from().kind == EncodingT::Utf16 && count >= 2 &&
+        isHighSurrogate(unitAt(bytes + count - 2, bigEndian()))) {
+        // A run ends in a high surrogate only when the next unit is another
+        // one: the framer holds a last high surrogate back. The decoder
+        // would wait for a partner and drop it; the whole input shows it
+        // lone, which is U+FFFD.
+        bytes[count - 2] = bigEndian() ? 0xFF : 0xFD;
+        bytes[count - 1] = bigEndian() ? 0xFD : 0xFF;
+    }
     if (from().kind == EncodingT::Utf16) {
         // The decoder takes a mark of its order at the start of every call
         // for a mark; giving it one keeps a U+FEFF at the start of the run.
@@ -220,6 +230,41 @@ bool TextConverterC::onWhole(uint8_t* bytes, size_t count, uint64_t) {
         bytes[1] = bigEndian() ? 0xFF : 0xFE;
     }
     return convert(bytes, static_cast<uint32_t>(count), decodeName());
+}
+
+size_t TextConverterC::settleBroken(uint8_t* bytes, size_t count) {
+    // The decoder judges a sequence whole by the length its first byte
+    // announces before it looks at the bytes, so a broken sequence near the
+    // end of a run (E4 41 as the last two bytes) would be held and dropped
+    // with the decoder, although the whole input shows it broken. So broken
+    // sequences are settled here, in place: one byte FF where the decoder
+    // took one byte, EF BF BD where it took three or more, FF and one byte
+    // less where it took two. Each gives the one U+FFFD the decoder gives,
+    // and nothing in the run is longer than announced. The run only shrinks.
+    size_t in = 0, out = 0;
+    bool moved = false;
+    while (in < count) {
+        uint8_t first = bytes[in];
+        size_t length = first < 0x80 ? 1 : sequenceLength(first);
+        size_t taken = 1;
+        while (taken < length && in + taken < count && isContinuation(bytes[in + taken])) ++taken;
+        if (length == 1 || taken == length) {
+            if (moved) memmove(bytes + out, bytes + in, taken);
+            in += taken;
+            out += taken;
+            continue;
+        }
+        if (taken >= 3) {
+            bytes[out++] = 0xEF;
+            bytes[out++] = 0xBF;
+            bytes[out++] = 0xBD;
+        } else {
+            bytes[out++] = 0xFF;
+        }
+        in += taken;
+        moved = moved || in != out;
+    }
+    return out;
 }
 
 bool TextConverterC::onBroken(const uint8_t*, size_t, uint64_t, bool) {

@@ -110,6 +110,7 @@ protected:
     bool onBroken(const uint8_t* bytes, size_t count, uint64_t offset, bool cut) override;
 
 private:
+    size_t settleBroken(uint8_t* bytes, size_t count);
     bool convert(const void* bytes, uint32_t count, const char* encoding);
     bool emit(const uint8_t* bytes, size_t count);
 
