@@ -2,10 +2,13 @@
 // emulator of an i386 run) on real files in a fresh directory: exit
 // statuses and messages, the catalog round trip, conversions and their
 // checks, constant memory on a 100 MB file, and trace check.
+#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -369,6 +372,56 @@ TEST_F(KeelToolTest, HundredMegabytesInConstantMemory) {
     fclose(a);
     fclose(b);
     EXPECT_TRUE(same) << "after " << compared << " bytes";
+}
+
+// Progress is shown for a large file when stderr is a terminal, and only then.
+TEST_F(KeelToolTest, ProgressGoesToAnErrorStreamThatIsATerminal) {
+    {
+        std::string block(1 << 20, 'x');
+        int fd = ::open(path("large.txt").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ASSERT_GE(fd, 0);
+        for (int i = 0; i < 20; ++i)
+            ASSERT_EQ(static_cast<ssize_t>(block.size()), ::write(fd, block.data(), block.size()));
+        ::close(fd);
+    }
+    std::vector<std::string> args = {"text", "convert", "--from",          "ascii",
+                                     "--to", "utf16",   path("large.txt"), path("out")};
+    ProgramRunT plain = keel(args);
+    EXPECT_TRUE(plain.exited(0));
+    EXPECT_EQ("", plain.err);
+
+    int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    ASSERT_EQ(0, grantpt(master));
+    ASSERT_EQ(0, unlockpt(master));
+    std::string slaveName = ptsname(master);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        int slave = ::open(slaveName.c_str(), O_RDWR);
+        int null = ::open("/dev/null", O_RDWR);
+        if (slave < 0 || null < 0) _exit(126);
+        dup2(null, 0);
+        dup2(null, 1);
+        dup2(slave, 2);
+        testkit::execProgram(testkit::builtProgram("bin/keel"), args);
+        _exit(127);
+    }
+    // The lines are few (one per percent), far below what the terminal holds.
+    std::string shown;
+    char chunk[4096];
+    ssize_t got;
+    while ((got = read(master, chunk, sizeof chunk)) > 0 || (got < 0 && errno == EINTR)) {
+        if (got > 0) shown.append(chunk, static_cast<size_t>(got));
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ::close(master);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_NE(std::string::npos, shown.find("keel: 100% of 20 MB")) << shown;
+    struct stat written;
+    ASSERT_EQ(0, stat(path("out").c_str(), &written));
+    EXPECT_EQ((40 << 20) + 2, written.st_size);  // the mark and two bytes a character
 }
 
 // --- Trace control files ---
