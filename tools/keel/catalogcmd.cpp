@@ -96,30 +96,32 @@ bool operands(int argc, char** argv, CommandLineC& line, size_t least, size_t mo
     return true;
 }
 
-int compileAction(int argc, char** argv) {
+typedef bool (*TransformFn)(const std::string& in, std::string& out,
+                            std::vector<DiagnosticT>& diagnostics);
+
+// Reads the first operand, transforms it, reports the diagnostics (of
+// source lines or of index records), and writes the second operand or
+// standard output.
+int transform(int argc, char** argv, const char* action, size_t least, TransformFn work,
+              const char* unit) {
     CommandLineC line;
     int status = kExitOk;
-    if (!operands(argc, argv, line, 2, 2, "compile", &status)) return status;
-    std::string source, binary;
-    if (!readWholeFile(line.operand(0), source)) return printFailure();
+    if (!operands(argc, argv, line, least, 2, action, &status)) return status;
+    std::string in, out;
+    if (!readWholeFile(line.operand(0), in)) return printFailure();
     std::vector<DiagnosticT> diagnostics;
-    bool ok = catalogtool::compileCatalog(source, binary, diagnostics);
-    report(line.operand(0), "line", diagnostics);
-    if (!ok || !writeOutput(line.operand(1), binary)) return printFailure();
+    bool ok = work(in, out, diagnostics);
+    report(line.operand(0), unit, diagnostics);
+    if (!ok || !writeOutput(line.operand(1) ? line.operand(1) : "-", out)) return printFailure();
     return kExitOk;
 }
 
+int compileAction(int argc, char** argv) {
+    return transform(argc, argv, "compile", 2, catalogtool::compileCatalog, "line");
+}
+
 int dumpAction(int argc, char** argv) {
-    CommandLineC line;
-    int status = kExitOk;
-    if (!operands(argc, argv, line, 1, 2, "dump", &status)) return status;
-    std::string binary, source;
-    if (!readWholeFile(line.operand(0), binary)) return printFailure();
-    std::vector<DiagnosticT> diagnostics;
-    bool ok = catalogtool::dumpCatalog(binary, source, diagnostics);
-    report(line.operand(0), "record", diagnostics);
-    if (!ok || !writeOutput(line.operand(1) ? line.operand(1) : "-", source)) return printFailure();
-    return kExitOk;
+    return transform(argc, argv, "dump", 1, catalogtool::dumpCatalog, "record");
 }
 
 int lookupAction(int argc, char** argv) {
@@ -145,12 +147,7 @@ int lookupAction(int argc, char** argv) {
                                                 std::to_string(set) + "m" + std::to_string(number));
         return printFailure();
     }
-    text += '\n';
-    if (!writeAll(1, text.data(), text.size())) {
-        reportSystemFailure(errno, "cannot write", "-");
-        return printFailure();
-    }
-    return kExitOk;
+    return printOutput(text + "\n");
 }
 
 }  // namespace

@@ -180,6 +180,12 @@ bool writeAll(int fd, const void* bytes, size_t count) {
     return true;
 }
 
+int printOutput(const std::string& text) {
+    if (writeAll(1, text.data(), text.size())) return kExitOk;
+    reportSystemFailure(errno, "cannot write", "-");
+    return printFailure();
+}
+
 OutputFileC::~OutputFileC() { abandon(); }
 
 bool OutputFileC::open(const std::string& path) {

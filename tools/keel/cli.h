@@ -126,6 +126,10 @@ private:
     bool ownsDescriptor_ = false;
 };
 
+// Writes `text` to standard output: kExitOk, or kExitFailed with the
+// failure printed.
+int printOutput(const std::string& text);
+
 // Writes everything, retrying after interruptions and short writes; false
 // with errno set on failure.
 bool writeAll(int fd, const void* bytes, size_t count);

@@ -109,10 +109,24 @@ uint32_t splitValuePath(ConfRegistryI* registry, const std::string& path, uint32
     return code;
 }
 
-// Parses the action's words and mounts the files. False with `status` set
-// when the command is done (help, a usage error, a failed mount).
-bool prepare(int argc, char** argv, const char* action, size_t operands, CommandLineC& line,
-             ConfRegistryI** registry, int* status) {
+// One call of a reg action: its words, the registry with the files
+// mounted, and PATH split into root, key and (for a value) name.
+struct RequestT {
+    CommandLineC line;
+    ConfRegistryI* registry = nullptr;
+    std::string path;
+    uint32_t root = 0;
+    StringC subKey;
+    StringC name;
+};
+
+// Parses the action's words, mounts the files and splits PATH (the path of
+// a key for list and delete --key, of a value otherwise). False with
+// `status` set when the command is done (help, a usage error, a failure).
+bool prepare(int argc, char** argv, const char* action, size_t operands, RequestT& request,
+             int* status) {
+    CommandLineC& line = request.line;
+    ConfRegistryI** registry = &request.registry;
     static const OptionT options[] = {{"mount", true}, {"key", false}, {"recursive", false}};
     std::string command = std::string("reg ") + action;
     if (!line.parse(argc, argv, options, sizeof options / sizeof options[0])) {
@@ -173,77 +187,64 @@ bool prepare(int argc, char** argv, const char* action, size_t operands, Command
             return false;
         }
     }
+    request.path = line.operand(0);
+    uint32_t code = 0;
+    if (strcmp(action, "list") == 0 || line.has("key")) {
+        code = request.registry->parsePath(text(request.path), &request.root, &request.subKey,
+                                           nullptr);
+    } else {
+        code = splitValuePath(request.registry, request.path, &request.root, &request.subKey,
+                              &request.name);
+    }
+    if (code != 0) {
+        *status = failed(code, request.path);
+        return false;
+    }
     return true;
 }
 
 int getAction(int argc, char** argv) {
-    CommandLineC line;
-    ConfRegistryI* registry = nullptr;
+    RequestT request;
     int status = kExitOk;
-    if (!prepare(argc, argv, "get", 1, line, &registry, &status)) return status;
-    std::string path = line.operand(0);
-    uint32_t root = 0;
-    StringC subKey, name, value;
-    uint32_t code = splitValuePath(registry, path, &root, &subKey, &name);
-    if (code == 0) code = registry->getString(root, subKey, name, &value);
-    if (code != 0) return failed(code, path);
-    std::string out = value.toStdString() + "\n";
-    if (!writeAll(1, out.data(), out.size())) {
-        reportSystemFailure(errno, "cannot write", "-");
-        return printFailure();
-    }
-    return kExitOk;
+    if (!prepare(argc, argv, "get", 1, request, &status)) return status;
+    StringC value;
+    uint32_t code = request.registry->getString(request.root, request.subKey, request.name, &value);
+    return code == 0 ? printOutput(value.toStdString() + "\n") : failed(code, request.path);
 }
 
 int setAction(int argc, char** argv) {
-    CommandLineC line;
-    ConfRegistryI* registry = nullptr;
+    RequestT request;
     int status = kExitOk;
-    if (!prepare(argc, argv, "set", 2, line, &registry, &status)) return status;
-    std::string path = line.operand(0);
-    uint32_t root = 0;
-    StringC subKey, name;
-    uint32_t code = splitValuePath(registry, path, &root, &subKey, &name);
-    if (code == 0) {
-        // setValue with the byte count: setString bounds the text by its
-        // length in characters, which cuts a value with non-ASCII text short.
-        StringC value = text(line.operand(1));
-        const char* bytes = value.textSystem();
-        code = registry->setValue(root, subKey, name, 1, bytes, value.textSystemLength() + 1);
-        value.releaseSystem(bytes);
-    }
-    return code == 0 ? kExitOk : failed(code, path);
+    if (!prepare(argc, argv, "set", 2, request, &status)) return status;
+    // setValue with the byte count: setString bounds the text by its length
+    // in characters, which cuts a value with non-ASCII text short.
+    StringC value = text(request.line.operand(1));
+    const char* bytes = value.textSystem();
+    uint32_t code = request.registry->setValue(request.root, request.subKey, request.name, 1, bytes,
+                                               value.textSystemLength() + 1);
+    value.releaseSystem(bytes);
+    return code == 0 ? kExitOk : failed(code, request.path);
 }
 
 int deleteAction(int argc, char** argv) {
-    CommandLineC line;
-    ConfRegistryI* registry = nullptr;
+    RequestT request;
     int status = kExitOk;
-    if (!prepare(argc, argv, "delete", 1, line, &registry, &status)) return status;
-    std::string path = line.operand(0);
-    uint32_t root = 0;
-    StringC subKey, name;
-    uint32_t code = 0;
-    if (line.has("key")) {
-        code = registry->parsePath(text(path), &root, &subKey, nullptr);
-        if (code == 0) code = registry->deleteKey(root, subKey, line.has("recursive"));
-    } else {
-        code = splitValuePath(registry, path, &root, &subKey, &name);
-        if (code == 0) code = registry->deleteValue(root, subKey, name);
-    }
-    return code == 0 ? kExitOk : failed(code, path);
+    if (!prepare(argc, argv, "delete", 1, request, &status)) return status;
+    uint32_t code = request.line.has("key")
+                        ? request.registry->deleteKey(request.root, request.subKey,
+                                                      request.line.has("recursive"))
+                        : request.registry->deleteValue(request.root, request.subKey, request.name);
+    return code == 0 ? kExitOk : failed(code, request.path);
 }
 
 int listAction(int argc, char** argv) {
-    CommandLineC line;
-    ConfRegistryI* registry = nullptr;
+    RequestT request;
     int status = kExitOk;
-    if (!prepare(argc, argv, "list", 1, line, &registry, &status)) return status;
-    std::string path = line.operand(0);
-    uint32_t root = 0, key = 0;
-    StringC subKey;
-    uint32_t code = registry->parsePath(text(path), &root, &subKey, nullptr);
-    if (code == 0) code = registry->openKey(root, subKey, &key);
+    if (!prepare(argc, argv, "list", 1, request, &status)) return status;
+    ConfRegistryI* registry = request.registry;
+    const std::string& path = request.path;
+    uint32_t key = 0;
+    uint32_t code = registry->openKey(request.root, request.subKey, &key);
     if (code != 0) return failed(code, path);
     std::string out;
     StringC name;
@@ -277,11 +278,7 @@ int listAction(int argc, char** argv) {
         out += name.toStdString() + "=" + std::string(data.data()) + "\n";
     }
     registry->closeKey(key);
-    if (!writeAll(1, out.data(), out.size())) {
-        reportSystemFailure(errno, "cannot write", "-");
-        return printFailure();
-    }
-    return kExitOk;
+    return printOutput(out);
 }
 
 }  // namespace
