@@ -1,7 +1,8 @@
 # Entry points for people and CI. Each target installs what it needs from
 # Debian's archive when it is missing, configures with CMake and runs.
 #
-#   make demo    build the library and the demo program, and run it
+#   make demo    build the library and the demo programs, and run them (the
+#                second runs the road of one failure with real files)
 #   make check   build native and i386 and run the whole test suite in both
 #                (native also installs the SDK into a temporary prefix and
 #                builds a client against it)
@@ -13,14 +14,16 @@
 #   make bench   release build, every benchmark with repetitions, a table
 #   make fuzz    the libFuzzer targets, for longer than CI runs them
 #   make sanitize  the test suite under ASan+UBSan, then the threaded tests under TSan
+#   make soak    8 writer processes x 100 changes of one ini file; prints the
+#                time and the count of lost changes
 
 JOBS ?= $(shell nproc)
 CMAKE ?= cmake
 APT_PACKAGES := cmake ninja-build g++ g++-multilib googletest libgtest-dev python3 pkg-config
-BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev libspdlog-dev
+BENCH_PACKAGES := libbenchmark-dev libicu-dev libfmt-dev libspdlog-dev libinih-dev libglib2.0-dev
 FUZZ_PACKAGES := clang libclang-rt-dev
 
-.PHONY: deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz install clean
+.PHONY: soak deps bench-deps fuzz-deps i386-deps qemu-deps i386-configure demo check check-native check-i386 sanitize asan tsan bench fuzz install clean
 
 # Installs only what dpkg does not already report as installed.
 define apt_install
@@ -67,8 +70,15 @@ i386-configure: i386-deps
 	$(CMAKE) --preset i386 -B $(I386_BUILD) -DKEEL_I386_EMULATOR=$(KEEL_I386_EMULATOR)
 
 demo: build/native/build.ninja
-	$(CMAKE) --build build/native -j $(JOBS) --target keel_demo
+	$(CMAKE) --build build/native -j $(JOBS) --target keel_demo keel_demo_failure
 	./build/native/keel_demo
+	./build/native/keel_demo_failure
+
+SOAK_WRITERS ?= 8
+SOAK_CHANGES ?= 100
+soak: build/native/build.ninja
+	$(CMAKE) --build build/native -j $(JOBS) --target keel_soak
+	./build/native/keel_soak $(SOAK_WRITERS) $(SOAK_CHANGES)
 
 check-native: build/native/build.ninja
 	$(CMAKE) --build build/native -j $(JOBS)

@@ -8,13 +8,17 @@
 // the thread's error buffer kept. Last it sets a compiled French catalog on
 // the locale's language facet and reports through it: the catalog's text
 // takes the place of the default text, and the tracer's own trace file,
-// turned on by a control file, receives the line of that report.
+// turned on by a control file, receives the line of that report. Last, the
+// road of one configuration change: one process sets values through the
+// registry over an ini file that does not exist yet, and another process
+// reads them from the file the commit made.
 #include <keel/keel.h>
 #include <keel/toolkit.h>
 
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -152,6 +156,53 @@ static bool reportInFrench() {
     return translated && traced && severity == 4 && !kept.isEmpty();
 }
 
+// The registry of this process, with `file` mounted at HKCU\Software\Demo.
+static keel::ConfRegistryI* demoRegistry(const std::string& file) {
+    keel::ConfRegistryI* registry = getConfiguration(1)->getRegistry();
+    registry->mountFile(StringC(file.c_str(), "utf8"), StringC("HKCU", "utf8"),
+                        StringC("Software\\Demo", "utf8"));
+    return registry;
+}
+
+static bool changeConfiguration() {
+    char dir[] = "/tmp/keel-config-XXXXXX";
+    if (!mkdtemp(dir)) return false;
+    // Neither the file nor its directory exists: the first commit makes both.
+    std::string file = std::string(dir) + "/etc/demo.ini";
+    const uint32_t user = keel::ConfRegistryI::kCurrentUser;
+    const StringC window("Software\\Demo\\Window", "utf8");
+    pid_t writer = fork();
+    if (writer == 0) {
+        // setString: createKey, the value marked changed in memory, then the
+        // commit under the ".lck" lock, merged into ".tmp", moved over the
+        // file and read back.
+        keel::ConfRegistryI* registry = demoRegistry(file);
+        uint32_t code = registry->setString(user, window, StringC("Title", "utf8"),
+                                            StringC("keel démo", "utf8"));
+        code |= registry->setInteger(user, window, StringC("Width", "utf8"), 640);
+        _exit(code == 0 ? 0 : 1);
+    }
+    int status = 1;
+    if (writer < 0 || waitpid(writer, &status, 0) != writer) return false;
+    printf("process %d committed %s:\n", static_cast<int>(writer), file.c_str());
+    if (FILE* in = fopen(file.c_str(), "r")) {
+        char line[256];
+        while (fgets(line, sizeof line, in)) printf("    %s", line);
+        fclose(in);
+    }
+    keel::ConfRegistryI* registry = demoRegistry(file);
+    StringC title;
+    uint32_t width = 0;
+    bool read = registry->getString(user, window, StringC("Title", "utf8"), &title) == 0 &&
+                registry->getInteger(user, window, StringC("Width", "utf8"), &width) == 0;
+    std::cout << "process " << getpid() << " reads Title \"" << title << "\" and Width " << width
+              << "\n";
+    std::string command = std::string("rm -rf '") + dir + "'";
+    if (system(command.c_str()) != 0) fprintf(stderr, "could not remove %s\n", dir);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0 && read && width == 640 &&
+           title.view() == "keel démo";
+}
+
 int main() {
     StringC empty;
     StringC greeting("Hello", "utf8");
@@ -219,5 +270,6 @@ int main() {
     copy.releaseUtf8(text);
     if (!traceAnError()) ok = 0;
     if (!reportInFrench()) ok = 0;
+    if (!changeConfiguration()) ok = 0;
     return ok ? 0 : 1;
 }

@@ -28,6 +28,7 @@
 #include <keel/strset.h>
 
 #include "files/fileserv.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -65,7 +66,37 @@ uint32_t measuredLength(const char* text) {
     return end ? static_cast<uint32_t>(static_cast<const char*>(end) - text) : kRegValueLimit;
 }
 
+// ASCII letters fold to small ones; every other byte stays.
+inline uint8_t foldAscii(uint8_t byte) { return byte >= 'A' && byte <= 'Z' ? byte + 32 : byte; }
+
+bool sameAsciiBytes(const uint8_t* first, const uint8_t* second, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        if (first[i] != second[i] && foldAscii(first[i]) != foldAscii(second[i])) return false;
+    }
+    return true;
+}
+
+bool asciiBytes(const uint8_t* bytes, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        if (bytes[i] >= 0x80) return false;
+    }
+    return true;
+}
+
+// `path` (of `pathSize` bytes) is `base`, a backslash and `sub`, case aside.
+bool isJoinedPath(const uint8_t* path, uint32_t pathSize, const Utf8ViewC& base,
+                  const Utf8ViewC& sub) {
+    return pathSize == base.size() + 1 + sub.size() &&
+           sameAsciiBytes(path, base.data(), base.size()) && path[base.size()] == '\\' &&
+           sameAsciiBytes(path + base.size() + 1, sub.data(), sub.size());
+}
+
 }  // namespace
+
+bool isAsciiText(const StringC& text) {
+    Utf8ViewC view(text);
+    return asciiBytes(view.data(), view.size());
+}
 
 bool isUnderPath(const StringC& path, const StringC& prefix, StringC* rest) {
     StringC withSlash = joinPath(prefix, StringC());
@@ -87,6 +118,7 @@ ConfRegFileC::ConfRegFileC(const FileNameC& path, const StringC& rootName, const
       lastCheck_(0),
       lock_(path),
       mountPath_(joinPath(rootName, subPath)),
+      asciiMount_(isAsciiText(mountPath_)),
       systemPath_(nullptr),
       device_(0),
       inode_(0),
@@ -121,9 +153,57 @@ uint32_t ConfRegFileC::refreshFile(bool force) {
     device_ = present ? record.st_dev : 0;
     inode_ = present ? record.st_ino : 0;
     modifiedNanoseconds_ = present ? record.st_mtim.tv_nsec : 0;
-    prefs_.load(systemPath_, false, false);
+    if (prefs_.load(systemPath_, false, false)) {
+        for (const PendingT& change : pending_) {
+            const char* section = change.section.c_str();
+            switch (change.kind) {
+            case PendingT::SetValue:
+                prefs_.setValue(section, change.key.c_str(),
+                                change.hasValue ? change.value.c_str() : nullptr, true);
+                break;
+            case PendingT::DeleteKey:
+                prefs_.deleteKey(section, change.key.c_str());
+                break;
+            case PendingT::CreateSection:
+                prefs_.createSection(section);
+                break;
+            case PendingT::DeleteSection:
+                prefs_.deleteSection(section, false);
+                break;
+            }
+        }
+    }
     lastCheck_ = now;
     return 0;
+}
+
+bool ConfRegFileC::setValue(const char* section, const char* key, const char* value) {
+    if (!prefs_.setValue(section, key, value, true)) return false;
+    pending_.push_back({PendingT::SetValue, section, key, value ? value : "", value != nullptr});
+    return true;
+}
+
+bool ConfRegFileC::deleteKey(const char* section, const char* key) {
+    if (!prefs_.deleteKey(section, key)) return false;
+    pending_.push_back({PendingT::DeleteKey, section, key, std::string(), false});
+    return true;
+}
+
+bool ConfRegFileC::createSection(const char* section) {
+    if (!prefs_.createSection(section)) return false;
+    pending_.push_back({PendingT::CreateSection, section, std::string(), std::string(), false});
+    return true;
+}
+
+bool ConfRegFileC::deleteSection(const char* section) {
+    if (!prefs_.deleteSection(section, false)) return false;
+    pending_.push_back({PendingT::DeleteSection, section, std::string(), std::string(), false});
+    return true;
+}
+
+void ConfRegFileC::committed() {
+    pending_.clear();
+    refreshFile(true);
 }
 
 // --- ConfRegistryIniC: table and keys ---
@@ -267,10 +347,25 @@ uint32_t ConfRegistryIniC::readValue(uint32_t handle, const StringC& valueName, 
     if (!element) return kRegBadHandle;
     ConfRegFileC* owner = fileOf(element->value);
     if (!owner) return kRegNotFound;
-    owner->refreshFile(false);
     SystemTextC section(element->value.name_);
-    SystemTextC name(valueName);
-    const char* value = owner->prefs().getString(section.get(), name.get(), nullptr);
+    return readFrom(owner, section.get(), valueName, typeOut, data, size);
+}
+
+const char* ConfRegistryIniC::lookUp(ConfRegFileC* owner, const char* section,
+                                     const StringC& valueName) {
+    owner->refreshFile(false);
+    Utf8ViewC name(valueName);
+    if (asciiBytes(name.data(), name.size()))
+        return owner->prefs().getString(section, name.chars(), nullptr);
+    SystemTextC systemName(valueName);
+    return owner->prefs().getString(section, systemName.get(), nullptr);
+}
+
+uint32_t ConfRegistryIniC::readFrom(ConfRegFileC* owner, const char* section,
+                                    const StringC& valueName, uint32_t* typeOut, void* data,
+                                    uint32_t* size) {
+    const char* value = lookUp(owner, section, valueName);
+    // Null also covers an empty value name.
     if (!value) return kRegNotFound;
     uint32_t needed = measuredLength(value) + 1;
     if (needed > kRegValueLimit) return kRegValueTooLong;
@@ -285,6 +380,59 @@ uint32_t ConfRegistryIniC::readValue(uint32_t handle, const StringC& valueName, 
     if (!fits) return kRegMoreData;
     memcpy(data, value, needed);
     return 0;
+}
+
+uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, ConfRegFileC** owner,
+                                        std::string* section) {
+    KeyElemT* base = findElement(key);
+    if (!base) return kRegBadHandle;
+    if (subKey.isEmpty()) {
+        // The key itself, as openKeyEx hands it back.
+        *owner = fileOf(base->value);
+        if (!*owner) return kRegNotFound;
+        SystemTextC name(base->value.name_);
+        section->assign(name.get());
+        return 0;
+    }
+    Utf8ViewC basePath(base->value.path_);
+    Utf8ViewC sub(subKey);
+    if (!base->value.asciiPath_ || !asciiBytes(sub.data(), sub.size())) return kUseOpenKey;
+    refreshFiles(kRegAllFiles);
+    // An open key of that path comes first, as in openKeyEx.
+    KeyWalkT walk(&openKeys_);
+    uint32_t status = 0;
+    for (KeyElemT* element = walk.next(status); element; element = walk.next(status)) {
+        if (!element->value.asciiPath_) return kUseOpenKey;
+        Utf8ViewC path(element->value.path_);
+        if (!isJoinedPath(path.data(), path.size(), basePath, sub)) continue;
+        *owner = fileOf(element->value);
+        if (!*owner) return kRegNotFound;
+        SystemTextC name(element->value.name_);
+        section->assign(name.get());
+        return 0;
+    }
+    // Then the first file whose mount point lies above it.
+    section->assign(basePath.chars(), basePath.size());
+    section->push_back('\\');
+    section->append(sub.chars(), sub.size());
+    const uint8_t* full = reinterpret_cast<const uint8_t*>(section->data());
+    for (uint32_t i = 0; i < fileCount_; ++i) {
+        ConfRegFileC* file = files_[i];
+        if (!file) continue;
+        if (!file->asciiMount()) return kUseOpenKey;
+        Utf8ViewC mount(file->mountPath());
+        uint32_t prefix = mount.size() + 1;
+        if (section->size() <= prefix || full[mount.size()] != '\\' ||
+            !sameAsciiBytes(full, mount.data(), mount.size())) {
+            continue;
+        }
+        // A key that exists only as a part of a deeper section's name has no
+        // values: reading there misses as a missing key does.
+        section->erase(0, prefix);
+        *owner = file;
+        return 0;
+    }
+    return kRegNotFound;
 }
 
 uint32_t ConfRegistryIniC::queryValue(uint32_t key, StringC subKey, StringC valueName, void* data,
@@ -308,26 +456,29 @@ uint32_t ConfRegistryIniC::queryValue(uint32_t key, StringC subKey, StringC valu
 uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC valueName,
                                      StringC* out) {
     if (!out) return kRegMissingArgument;
-    // One open and one read give what a size query followed by a read into
-    // a buffer of that size gives: the text as the store holds it now.
+    // One read gives what a size query followed by a read into a buffer of
+    // that size gives: the text as the store holds it now.
+    ConfRegFileC* owner = nullptr;
+    std::string section;
+    uint32_t code = placeForRead(key, subKey, &owner, &section);
     uint32_t handle = 0;
-    uint32_t code = openKeyEx(key, subKey, kAccessRead, &handle);
-    if (code != 0) return code;
-    KeyElemT* element = findElement(handle);
-    ConfRegFileC* owner = fileOf(element->value);
-    code = kRegNotFound;
-    if (owner) {
-        owner->refreshFile(false);
-        SystemTextC section(element->value.name_);
-        SystemTextC name(valueName);
-        const char* value = owner->prefs().getString(section.get(), name.get(), nullptr);
-        if (value) {
-            uint32_t length = measuredLength(value);
-            code = length + 1 > kRegValueLimit ? kRegValueTooLong : 0;
-            if (code == 0) *out = StringC(value, length, "system-8");
-        }
+    if (code == kUseOpenKey) {
+        code = openKeyEx(key, subKey, kAccessRead, &handle);
+        if (code != 0) return code;
+        KeyElemT* element = findElement(handle);
+        owner = fileOf(element->value);
+        SystemTextC name(element->value.name_);
+        section = name.get();
+        code = owner ? 0 : kRegNotFound;
     }
-    closeKey(handle);
+    const char* value = code == 0 ? lookUp(owner, section.c_str(), valueName) : nullptr;
+    if (code == 0 && !value) code = kRegNotFound;
+    if (value) {
+        uint32_t length = measuredLength(value);
+        code = length + 1 > kRegValueLimit ? kRegValueTooLong : 0;
+        if (code == 0) *out = StringC(value, length, "system-8");
+    }
+    if (handle != 0) closeKey(handle);
     return code;
 }
 
@@ -367,7 +518,7 @@ uint32_t ConfRegistryIniC::setValue(uint32_t key, StringC subKey, StringC valueN
     SystemTextC section(element->value.name_);
     SystemTextC name(valueName);
     int32_t index = element->value.fileIndex_;
-    owner->prefs().setValue(section.get(), name.get(), text, true);
+    owner->setValue(section.get(), name.get(), text);
     // A failed commit leaves the change in memory for the next one.
     commitFile(index);
     closeKey(handle);
@@ -401,7 +552,7 @@ uint32_t ConfRegistryIniC::deleteValue(uint32_t key, StringC subKey, StringC val
     if (owner) {
         SystemTextC section(element->value.name_);
         SystemTextC name(valueName);
-        owner->prefs().deleteKey(section.get(), name.get());
+        owner->deleteKey(section.get(), name.get());
         commitFile(element->value.fileIndex_);
     }
     closeKey(handle);
@@ -482,7 +633,7 @@ uint32_t ConfRegistryIniC::createKey(uint32_t key, StringC subKey, uint32_t* han
         if (index < 0) return kRegNotFound;
         // Only the key itself becomes a section, not the levels between.
         SystemTextC section(rest);
-        if (!files_[index]->prefs().createSection(section.get())) return kRegUnsupported;
+        if (!files_[index]->createSection(section.get())) return kRegUnsupported;
         commitFile(index);
         if (openKeyEx(key, subKey, kAccessWrite, &handle) != 0) return kRegUnsupported;
     }
@@ -503,7 +654,7 @@ uint32_t ConfRegistryIniC::removeKeyTree(uint32_t handle) {
     const StringC& name = element->value.name_;
     {
         SystemTextC section(name);
-        prefs.deleteSection(section.get(), false);
+        owner->deleteSection(section.get());
     }
     // The names are taken first: deleting changes what a new list would hold.
     StringArrayC below;
@@ -513,7 +664,7 @@ uint32_t ConfRegistryIniC::removeKeyTree(uint32_t handle) {
     }
     for (uint32_t i = 0; i < below.size(); ++i) {
         SystemTextC section(*below.at(i));
-        prefs.deleteSection(section.get(), false);
+        owner->deleteSection(section.get());
     }
     commitFile(element->value.fileIndex_);
     return 0;

@@ -29,6 +29,9 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <string>
+#include <vector>
+
 #include <keel/config.h>
 #include <keel/filename.h>
 #include <keel/hashtbl.h>
@@ -75,11 +78,19 @@ private:
     const char* text_;
 };
 
+// No byte of the text is above 0x7F: the text is the same in "utf8" and in
+// "system-8", and its case folds as ASCII's does.
+bool isAsciiText(const StringC& text);
+
 // One open key.
 class ConfRegKeyC {
 public:
     ConfRegKeyC(const StringC& name, int32_t fileIndex, uint32_t refCount, const StringC& path)
-        : name_(name), fileIndex_(fileIndex), refCount_(refCount), path_(path) {}
+        : name_(name),
+          fileIndex_(fileIndex),
+          refCount_(refCount),
+          path_(path),
+          asciiPath_(isAsciiText(path)) {}
 
     // With a file: the section name, the path below the mount point.
     // Without: the full path from the root name on.
@@ -99,6 +110,8 @@ private:
     int32_t fileIndex_;
     uint32_t refCount_;
     StringC path_;
+    // The path is plain ASCII, so that a read may compare it byte by byte.
+    bool asciiPath_;
 };
 
 // One mounted file; it owns its store and its lock.
@@ -116,11 +129,26 @@ public:
     // Answers 0.
     uint32_t refreshFile(bool force);
 
+    // The changes of the registry, made in the store and kept until a
+    // commit has written them: a reload (another process changed the file)
+    // applies them again to what it read, so that a change whose commit
+    // failed is carried by the next commit instead of being dropped.
+    // Each answers what the store answers.
+    bool setValue(const char* section, const char* key, const char* value);
+    bool deleteKey(const char* section, const char* key);
+    bool createSection(const char* section);
+    bool deleteSection(const char* section);
+    // The store holds what a commit has just written: the changes are
+    // forgotten and the file read back.
+    void committed();
+    bool hasPendingChanges() const { return !pending_.empty(); }
+
     const FileNameC& path() const { return path_; }
     const StringC& rootName() const { return rootName_; }
     const StringC& subPath() const { return subPath_; }
     // rootName, a backslash and subPath.
     const StringC& mountPath() const { return mountPath_; }
+    bool asciiMount() const { return asciiMount_; }
     // The path as "system-8" text, NUL-terminated, as the store wants it.
     const char* systemPath() const { return systemPath_; }
     PrefsC& prefs() { return prefs_; }
@@ -139,12 +167,22 @@ private:
     int32_t lastCheck_;
     ConfRegLockC lock_;
     StringC mountPath_;
+    bool asciiMount_;
     char* systemPath_;
     // Identity of the file at the last load: a file replaced within the
     // second of that load has the same modification time but another inode.
     dev_t device_;
     ino_t inode_;
     long modifiedNanoseconds_;
+    // The changes since the last commit that wrote them, in their order.
+    struct PendingT {
+        enum Kind { SetValue, DeleteKey, CreateSection, DeleteSection } kind;
+        std::string section;
+        std::string key;
+        std::string value;
+        bool hasValue;
+    };
+    std::vector<PendingT> pending_;
 };
 
 class ConfRegistryIniC : public ConfRegistryI {
@@ -229,6 +267,20 @@ private:
     // Reads a value by handle, as queryValue does after opening.
     uint32_t readValue(uint32_t handle, const StringC& valueName, uint32_t* typeOut, void* data,
                        uint32_t* size);
+    // The stored text of a value of a section of a file (refreshed first),
+    // or null.
+    const char* lookUp(ConfRegFileC* owner, const char* section, const StringC& valueName);
+    // The value of a section of a file, read as reading by handle does.
+    uint32_t readFrom(ConfRegFileC* owner, const char* section, const StringC& valueName,
+                      uint32_t* typeOut, void* data, uint32_t* size);
+    // Where opening `subKey` below `key` would lead a read: the file and
+    // the section, found without entering a key (a key opened only to be
+    // closed again leaves nothing behind but a handle number). 0, or the
+    // code the opening gives, or kUseOpenKey where a text is not plain
+    // ASCII and only the opening compares as it must.
+    static const uint32_t kUseOpenKey = 1;
+    uint32_t placeForRead(uint32_t key, const StringC& subKey, ConfRegFileC** owner,
+                          std::string* section);
     uint32_t removeKeyTree(uint32_t handle);
     void retireKeys(int32_t index);
     // The open key whose path is `path` (without regard to case), or null;

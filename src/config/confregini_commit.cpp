@@ -100,8 +100,13 @@ uint32_t ConfRegistryIniC::commitOne(int32_t index) {
     }
     reachStep("moved");
     // Reading back clears the change marks, drops deleted records and takes
-    // in what other processes committed.
-    target->refreshFile(true);
+    // in what other processes committed. Changes that did not reach the
+    // file stay pending.
+    if (code == 0) {
+        target->committed();
+    } else {
+        target->refreshFile(true);
+    }
     if (!held) lock.unlock();
     return code;
 }

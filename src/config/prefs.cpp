@@ -7,9 +7,11 @@
 // text); deleted records stay in their chains until clear, so that a later
 // change revives them in place and a merge knows which lines to drop; no two
 // sections of a store bear names that compareNames calls equal (every way a
-// section is made searches all sections, deleted ones too, first), which is
-// what lets `lastSection_` answer for the first match; `written` marks are
-// clear outside a merge.
+// section is made searches all sections, deleted ones too, first), and no two
+// named keys of a chain either, which is what lets the name index and
+// `lastSection_` answer for the first match; every section and every named
+// key is in the index from the moment it is linked into its chain until
+// clear; `written` marks are clear outside a merge.
 #include "config/prefs.h"
 
 #include <ctype.h>
@@ -18,6 +20,8 @@
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include <new>
 
 #include "frame/loadorder.h"
 #include "text/utf8view.h"
@@ -47,47 +51,47 @@ bool isMissing(const char* name) { return !name || !*name; }
 
 bool isLineSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
-PrefKeyT* findKeyRecord(const PrefKeyChainT* chain, const char* name, bool includeDeleted) {
-    if (!chain || isMissing(name)) return nullptr;
-    for (PrefKeyT* key = chain->first; key; key = key->next) {
-        if (!includeDeleted && key->state == kPrefDeleted) continue;
-        // A free line (empty name) is never found.
-        if (key->name[0] && compareNames(key->name, name) == 0) return key;
-    }
-    return nullptr;
-}
-
-// A copy of `value` without blanks and tabs in front and without tabs, line
-// feeds, carriage returns and blanks behind.
-char* copyTrimmedValue(const char* value) {
+// Where `value` is without blanks and tabs in front and without tabs, line
+// feeds, carriage returns and blanks behind (a null value is empty).
+const char* trimmedValue(const char* value, size_t* length) {
     if (!value) value = "";
-    size_t length = measure(value);
+    size_t end = measure(value);
     size_t start = 0;
-    while (start < length && (value[start] == ' ' || value[start] == '\t')) ++start;
-    size_t end = length;
+    while (start < end && (value[start] == ' ' || value[start] == '\t')) ++start;
     while (end > start && isLineSpace(value[end - 1])) --end;
-    char* copy = new char[end - start + 1];
-    memcpy(copy, value + start, end - start);
-    copy[end - start] = '\0';
-    return copy;
+    *length = end - start;
+    return value + start;
 }
 
-// Sets (or appends) a key in a chain: see setValue.
-void setKeyInChain(PrefKeyChainT* chain, const char* name, const char* value, bool changed) {
-    PrefKeyT* key = findKeyRecord(chain, name, true);
-    if (key) {
-        delete[] key->value;
-        key->value = nullptr;
-    } else {
-        key = new PrefKeyT();
-        key->name = copyText(name);
-        PrefKeyT** link = &chain->first;
-        while (*link) link = &(*link)->next;
-        *link = key;
-    }
-    key->value = copyTrimmedValue(value);
-    key->state = changed ? kPrefChanged : kPrefAsRead;
-    key->written = false;
+char* copyBytes(char* out, const char* bytes, size_t length) {
+    memcpy(out, bytes, length);
+    out[length] = '\0';
+    return out;
+}
+
+// A key record, its name and its first value in one block: a store of many
+// keys makes and frees one block per key instead of three. A value set
+// later has a block of its own.
+PrefKeyT* newKey(const char* name, const char* value) {
+    size_t nameLength = measure(name);
+    size_t valueLength = 0;
+    const char* valueText = trimmedValue(value, &valueLength);
+    char* block = new char[sizeof(PrefKeyT) + nameLength + valueLength + 2];
+    PrefKeyT* key = new (block) PrefKeyT();
+    key->name = copyBytes(block + sizeof(PrefKeyT), name, nameLength);
+    key->value = copyBytes(key->name + nameLength + 1, valueText, valueLength);
+    return key;
+}
+
+bool hasOwnValueBlock(const PrefKeyT* key) {
+    return key->value && key->value != key->name + measure(key->name) + 1;
+}
+
+void setKeyValue(PrefKeyT* key, const char* value) {
+    if (hasOwnValueBlock(key)) delete[] key->value;
+    size_t length = 0;
+    const char* text = trimmedValue(value, &length);
+    key->value = copyBytes(new char[length + 1], text, length);
 }
 
 void freeChain(PrefKeyChainT* chain) {
@@ -95,9 +99,9 @@ void freeChain(PrefKeyChainT* chain) {
     PrefKeyT* key = chain->first;
     while (key) {
         PrefKeyT* next = key->next;
-        delete[] key->name;
-        delete[] key->value;
-        delete key;
+        if (hasOwnValueBlock(key)) delete[] key->value;
+        key->~PrefKeyT();
+        delete[] reinterpret_cast<char*>(key);
         key = next;
     }
     delete chain;
@@ -118,6 +122,42 @@ bool growArray(T*& array, int32_t& capacity, size_t wanted) {
     return true;
 }
 
+// A hash of a name that two names equal by compareNames share in every
+// locale: bytes that no locale folds (ASCII digits, punctuation, blanks) count
+// as they are, while every letter and every byte above 0x7F counts as one
+// and the same, since a locale may fold any of these onto another (the
+// Turkish ones fold "I" onto a byte above 0x7F).
+size_t nameSignature(const char* name) {
+    uint64_t hash = 14695981039346656037ull;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(name); *p; ++p) {
+        unsigned char c = *p;
+        bool letterLike = c >= 0x80 || ((c | 0x20) >= 'a' && (c | 0x20) <= 'z');
+        hash = (hash ^ (letterLike ? 0x100u : c)) * 1099511628211ull;
+    }
+    return static_cast<size_t>(hash ^ (hash >> 32));
+}
+
+bool isAsciiLetter(unsigned c) { return static_cast<unsigned>((c | 0x20) - 'a') <= 25u; }
+
+// compareNames(first, second) == 0, with the common cases inline: equal
+// bytes, and a first difference between two bytes that no locale folds.
+inline bool sameName(const char* first, const char* second) {
+    const unsigned char* a = reinterpret_cast<const unsigned char*>(first);
+    const unsigned char* b = reinterpret_cast<const unsigned char*>(second);
+    for (;; ++a, ++b) {
+        unsigned x = *a;
+        unsigned y = *b;
+        if (x == y) {
+            if (x == 0) return true;
+            continue;
+        }
+        if (x < 0x80 && y < 0x80 && !isAsciiLetter(x) && !isAsciiLetter(y)) return false;
+        // The bytes before are equal, so the rest decides.
+        return compareNames(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b)) ==
+               0;
+    }
+}
+
 }  // namespace
 
 // --- Helpers ---
@@ -129,6 +169,10 @@ int compareNames(const char* first, const char* second) {
         int x = *a;
         int y = *b;
         if (x != y) {
+            // No locale folds an ASCII digit, blank or punctuation mark, so
+            // two such bytes differ as they are (the common case of names
+            // that differ in a number).
+            if (x < 0x80 && y < 0x80 && !isAsciiLetter(x) && !isAsciiLetter(y)) return x - y;
             if (isupper(x)) x = tolower(x);
             if (isupper(y)) y = tolower(y);
             if (x != y) return x - y;
@@ -202,17 +246,125 @@ PrefsC* PrefsC::setFallback(PrefsC* next) {
     return this;
 }
 
+// --- Index ---
+
+namespace {
+
+size_t slotHash(const PrefKeyChainT* owner, const char* name) {
+    uint64_t mixed =
+        nameSignature(name) ^
+        (static_cast<uint64_t>(reinterpret_cast<uintptr_t>(owner)) * 0x9E3779B97F4A7C15ull);
+    return static_cast<size_t>(mixed ^ (mixed >> 29));
+}
+
+const char* recordName(const PrefKeyChainT* owner, void* record) {
+    return owner ? static_cast<PrefKeyT*>(record)->name : static_cast<PrefSectionT*>(record)->name;
+}
+
+}  // namespace
+
+void* PrefsC::indexFind(const PrefKeyChainT* owner, const char* name) const {
+    if (index_.empty()) return nullptr;
+    size_t hash = slotHash(owner, name);
+    size_t mask = index_.size() - 1;
+    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
+        const IndexEntryT& entry = index_[slot];
+        // A chain's own entry (record == owner) only marks it as indexed.
+        if (entry.hash == hash && entry.owner == owner && entry.record != owner &&
+            sameName(recordName(owner, entry.record), name))
+            return entry.record;
+    }
+    return nullptr;
+}
+
+bool PrefsC::isIndexed(const PrefKeyChainT* chain) const {
+    if (index_.empty()) return false;
+    size_t hash = slotHash(chain, "");
+    size_t mask = index_.size() - 1;
+    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
+        if (index_[slot].owner == chain && index_[slot].record == chain) return true;
+    }
+    return false;
+}
+
+void PrefsC::indexAdd(const PrefKeyChainT* owner, const char* name, void* record) {
+    if ((indexCount_ + 1) * 2 > index_.size()) {
+        std::vector<IndexEntryT> grown(index_.empty() ? 64 : index_.size() * 2,
+                                       IndexEntryT{0, nullptr, nullptr});
+        size_t mask = grown.size() - 1;
+        for (const IndexEntryT& entry : index_) {
+            if (!entry.record) continue;
+            size_t slot = entry.hash & mask;
+            while (grown[slot].record) slot = (slot + 1) & mask;
+            grown[slot] = entry;
+        }
+        index_.swap(grown);
+    }
+    size_t hash = slotHash(owner, name);
+    size_t mask = index_.size() - 1;
+    size_t slot = hash & mask;
+    while (index_[slot].record) slot = (slot + 1) & mask;
+    index_[slot] = IndexEntryT{hash, owner, record};
+    ++indexCount_;
+}
+
 PrefSectionT* PrefsC::findSectionRecord(const char* name, bool includeDeleted) const {
     if (isMissing(name)) return nullptr;
     PrefSectionT* found = lastSection_;
-    if (!found || compareNames(found->name, name) != 0) {
-        for (found = sections; found; found = found->next) {
-            if (compareNames(found->name, name) == 0) break;
-        }
+    if (!found || !sameName(found->name, name)) {
+        found = static_cast<PrefSectionT*>(indexFind(nullptr, name));
         if (!found) return nullptr;
         lastSection_ = found;
     }
     return !includeDeleted && found->state == kPrefDeleted ? nullptr : found;
+}
+
+// A chain is searched from its start until it grows to kIndexFrom keys;
+// from then on its keys are found through the index, so that a section of
+// many keys costs no walk per key.
+PrefKeyT* PrefsC::findKey(const PrefKeyChainT* chain, const char* name, bool includeDeleted,
+                          size_t* walked) const {
+    // A free line (empty name) is never found.
+    if (!chain || isMissing(name)) return nullptr;
+    PrefKeyT* key = nullptr;
+    if (isIndexed(chain)) {
+        key = static_cast<PrefKeyT*>(indexFind(chain, name));
+        if (walked) *walked = SIZE_MAX;
+    } else {
+        size_t count = 0;
+        for (key = chain->first; key; key = key->next, ++count) {
+            if (key->name[0] && sameName(key->name, name)) break;
+        }
+        if (walked) *walked = count;
+    }
+    return key && !includeDeleted && key->state == kPrefDeleted ? nullptr : key;
+}
+
+// Sets the key, or appends a new record at the end of the chain; see
+// setValue.
+void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed) {
+    size_t walked = 0;
+    PrefKeyT* key = findKey(chain, name, true, &walked);
+    if (key) {
+        setKeyValue(key, value);
+    } else {
+        key = newKey(name, value);
+        PrefKeyT** link = chain == lastChain_ ? &lastKey_->next : &chain->first;
+        while (*link) link = &(*link)->next;
+        *link = key;
+        lastChain_ = chain;
+        lastKey_ = key;
+        if (walked == SIZE_MAX) {
+            if (key->name[0]) indexAdd(chain, key->name, key);
+        } else if (walked + 1 >= kIndexFrom) {
+            indexAdd(chain, "", chain);
+            for (PrefKeyT* each = chain->first; each; each = each->next) {
+                if (each->name[0]) indexAdd(chain, each->name, each);
+            }
+        }
+    }
+    key->state = changed ? kPrefChanged : kPrefAsRead;
+    key->written = false;
 }
 
 PrefKeyChainT* PrefsC::findSection(const char* name, bool includeDeleted) {
@@ -230,10 +382,10 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         section = new PrefSectionT();
         section->name = copyText(name);
         section->state = fromFile ? kPrefAsRead : kPrefChanged;
-        PrefSectionT** link = lastSection_ ? &lastSection_->next : &sections;
-        while (*link) link = &(*link)->next;
-        *link = section;
+        (lastInChain_ ? lastInChain_->next : sections) = section;
+        lastInChain_ = section;
         lastSection_ = section;
+        indexAdd(nullptr, section->name, section);
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
     return section->keys;
@@ -336,7 +488,7 @@ const char* PrefsC::getString(const char* section, const char* key, const char* 
     if (isMissing(section) || !key) return defaultValue;
     for (PrefsC* store = this; store; store = store->fallback) {
         if (!*key) return defaultValue;
-        PrefKeyT* record = findKeyRecord(store->findSection(section, false), key, false);
+        PrefKeyT* record = store->findKey(store->findSection(section, false), key, false, nullptr);
         if (record && record->value) return record->value;
     }
     return defaultValue;
@@ -373,7 +525,7 @@ bool PrefsC::setValue(const char* section, const char* key, const char* value, b
     PrefKeyChainT* chain = findSection(section, false);
     if (!chain) chain = ensureSection(section, false);
     if (!chain) return false;
-    setKeyInChain(chain, key, value, changed);
+    setKey(chain, key, value, changed);
     return true;
 }
 
@@ -382,13 +534,13 @@ bool PrefsC::addLine(const char* section, const char* text, bool changed) {
     PrefKeyChainT* chain = findSection(section, false);
     if (!chain) chain = ensureSection(section, false);
     if (!chain) return false;
-    setKeyInChain(chain, "", text, changed);
+    setKey(chain, "", text, changed);
     return true;
 }
 
 bool PrefsC::deleteKey(const char* section, const char* key) {
     if (isMissing(section) || isMissing(key)) return false;
-    PrefKeyT* record = findKeyRecord(findSection(section, true), key, true);
+    PrefKeyT* record = findKey(findSection(section, true), key, true, nullptr);
     if (!record || record->state == kPrefDeleted) return false;
     record->state = kPrefDeleted;
     return true;
@@ -407,6 +559,11 @@ void PrefsC::clear() {
     }
     sections = nullptr;
     lastSection_ = nullptr;
+    lastInChain_ = nullptr;
+    lastChain_ = nullptr;
+    lastKey_ = nullptr;
+    std::vector<IndexEntryT>().swap(index_);
+    indexCount_ = 0;
 }
 
 }  // namespace keel

@@ -20,13 +20,17 @@
 // results only: whatever the file layer records during load and save is
 // taken out of the error buffer again.
 //
-// A store has no lock; its owner guards it. The arrays of getSectionNames,
+// Sections and keys are made only through the store's operations, never by
+// linking records into a chain from outside. A store has no lock; its owner
+// guards it. The arrays of getSectionNames,
 // getKeyNames and getKeys live in a per-thread PrefScratchT and stay valid
 // for the calling thread until its next call of the same kind.
 #ifndef KEEL_CONFIG_PREFS_H
 #define KEEL_CONFIG_PREFS_H
 
 #include <stdint.h>
+
+#include <vector>
 
 #include <keel/string.h>
 
@@ -175,10 +179,39 @@ private:
     PrefSectionT* sections;
     PrefsC* fallback;
     void* cursor;  // reserved: always null
-    // The section that the last lookup found or made. Loading a file looks
-    // up the current section once per key line; this makes that one
-    // comparison instead of a walk over every section before it.
+    // One table of every section, and of every named key of the chains that
+    // reached kIndexFrom keys (with one entry, record == owner, that marks
+    // such a chain), by a signature of the name that names equal by
+    // compareNames share in any locale and by the chain the key belongs to
+    // (null for a section): a lookup compares the one or two names of its
+    // slot instead of every name before it. Open addressing; records only
+    // come and go all together (clear).
+    struct IndexEntryT {
+        size_t hash;
+        const PrefKeyChainT* owner;
+        void* record;  // PrefSectionT* when owner is null, else PrefKeyT*
+    };
+    static const size_t kIndexFrom = 24;
+    void* indexFind(const PrefKeyChainT* owner, const char* name) const;
+    void indexAdd(const PrefKeyChainT* owner, const char* name, void* record);
+    bool isIndexed(const PrefKeyChainT* chain) const;
+    // `walked`, when given, gets the count of records a walk passed, or
+    // SIZE_MAX when the chain is indexed.
+    PrefKeyT* findKey(const PrefKeyChainT* chain, const char* name, bool includeDeleted,
+                      size_t* walked) const;
+    void setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed);
+
+    std::vector<IndexEntryT> index_;
+    size_t indexCount_ = 0;
+    // The section that the last lookup found or made: loading a file looks
+    // up the current section once per key line, and this makes that one
+    // comparison.
     mutable PrefSectionT* lastSection_ = nullptr;
+    PrefSectionT* lastInChain_ = nullptr;
+    // The last key appended and its chain, so that appending the next key
+    // of the same section does not walk the chain.
+    PrefKeyChainT* lastChain_ = nullptr;
+    PrefKeyT* lastKey_ = nullptr;
 };
 
 // --- Helpers ---

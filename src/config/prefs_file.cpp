@@ -167,14 +167,6 @@ void clearWrittenMarks(PrefSectionT* sections) {
     }
 }
 
-PrefKeyT* findKeyForMerge(PrefSectionT* section, const char* name) {
-    if (!section || !section->keys || !*name) return nullptr;
-    for (PrefKeyT* key = section->keys->first; key; key = key->next) {
-        if (key->name[0] && compareNames(key->name, name) == 0) return key;
-    }
-    return nullptr;
-}
-
 // The keys of a section that the file did not hold: those changed in memory
 // go out behind the section's last line.
 void flushSection(PrefSectionT* section, LineOutputC& out) {
@@ -248,13 +240,13 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
     while (reader->readLine(line) == 0) {
         {
             Utf8ViewC view(line);
-            const char* begin = view.chars();
-            const char* end = begin + view.size();
-            trimRange(begin, end);
+            const char* lineBegin = view.chars();
+            const char* lineEnd = lineBegin + view.size();
+            trimRange(lineBegin, lineEnd);
             if (continuing) {
-                accumulated.append(begin, end);
+                accumulated.append(lineBegin, lineEnd);
             } else {
-                accumulated.assign(begin, end);
+                accumulated.assign(lineBegin, lineEnd);
             }
         }
         if (accumulated.empty()) continue;
@@ -453,7 +445,7 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData) {
         const char* nameEnd = equals;
         trimRange(nameBegin, nameEnd);
         keyName.assign(nameBegin, nameEnd);
-        PrefKeyT* key = findKeyForMerge(current, keyName.c_str());
+        PrefKeyT* key = current ? findKey(current->keys, keyName.c_str(), true, nullptr) : nullptr;
         if (!key) {
             // A line the store does not know is kept.
             out.append(text, size);

@@ -17,16 +17,7 @@ namespace {
 
 const std::string kMark = "\xEF\xBB\xBF";
 
-// The live content: "[section]key=value;..." in order.
-std::string dump(PrefsC& prefs) {
-    std::string text;
-    for (const char* const* name = prefs.getSectionNames(); *name; ++name) {
-        text += std::string("[") + *name + "]";
-        for (PrefKeyT* const* key = prefs.getKeys(*name); *key; ++key)
-            text += std::string((*key)->name) + "=" + (*key)->value + ";";
-    }
-    return text;
-}
+using prefsmodel::dump;
 
 class PrefsTest : public testkit::TempDirTest {};
 
@@ -116,59 +107,64 @@ TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
     }
 }
 
-TEST_F(PrefsTest, RecordsAndLookups) {
+// Changes, deletions and revivals are the model test's; here the lookups.
+TEST_F(PrefsTest, LookupsFallBackAndConvert) {
     PrefsC prefs;
-    EXPECT_STREQ("d", prefs.getString("s", "k", "d"));
     PrefsC* next = new PrefsC();
     next->setValue("s", "k", "from fallback", false);
     EXPECT_EQ(&prefs, prefs.setFallback(next));
     EXPECT_STREQ("from fallback", prefs.getString("S", "K", "d"));
     EXPECT_STREQ("d", prefs.getString("s", "", "d"));
-
     EXPECT_TRUE(prefs.setValue("s", "k", "  v\t", true));
     EXPECT_STREQ("v", prefs.getString("s", "k", "d"));
+    EXPECT_TRUE(prefs.deleteKey("s", "k"));
+    EXPECT_STREQ("from fallback", prefs.getString("s", "k", "d"));
     prefs.setValue("s", "j", nullptr, true);
     EXPECT_STREQ("", prefs.getString("s", "j", "d"));
-    EXPECT_TRUE(prefs.deleteKey("s", "k"));
-    EXPECT_FALSE(prefs.deleteKey("s", "k"));
-    EXPECT_STREQ("from fallback", prefs.getString("s", "k", "d"));
-    prefs.setValue("s", "k", "again", true);
-    EXPECT_EQ("[s]k=again;j=;", dump(prefs));
-    EXPECT_STREQ("k", prefs.getKeyNames("s")[0]);
+    EXPECT_FALSE(prefs.setValue(nullptr, "k", "v", true) || prefs.setValue("s", "", "v", true) ||
+                 prefs.addLine("", "v", true) || prefs.createSection("") ||
+                 prefs.deleteKey("s", nullptr));
 
-    prefs.setValue("e", "x", "1", false);
-    prefs.deleteKey("e", "x");
-    EXPECT_FALSE(prefs.deleteSection("e", true));
-    EXPECT_TRUE(prefs.deleteSection("e", false));
-    EXPECT_EQ(nullptr, prefs.findSection("e", false));
-    EXPECT_NE(nullptr, prefs.findSection("E", true));
-    EXPECT_EQ(nullptr, prefs.getKeys("e"));
-    EXPECT_TRUE(prefs.createSection("e"));
-    EXPECT_FALSE(prefs.createSection("e"));
-
-    EXPECT_FALSE(prefs.setValue(nullptr, "k", "v", true));
-    EXPECT_FALSE(prefs.setValue("s", "", "v", true));
-    EXPECT_FALSE(prefs.addLine("", "v", true));
-    EXPECT_FALSE(prefs.createSection(""));
-
-    struct {
-        const char* value;
-        bool boolean;
-        int32_t number;
-    } values[] = {{"TRUE", true, 0},
-                  {"False", false, 0},
-                  {"maybe", true, 0},
-                  {"0x10", true, 16},
-                  {"010", true, 8},
-                  {"-5", true, -5},
-                  {"9999999999", true, INT32_MAX},
-                  {"-9999999999", true, INT32_MIN}};
-    for (auto& v : values) {
-        prefs.setValue("n", "v", v.value, true);
-        EXPECT_EQ(v.boolean, prefs.getBool("n", "v", true)) << v.value;
-        EXPECT_EQ(v.number, prefs.getInt("n", "v", 7)) << v.value;
+    const char* values[] = {"TRUE", "False", "maybe", "0x10", "010", "9999999999", "-9999999999"};
+    const bool booleans[] = {true, false, true, true, true, true, true};  // else the default, true
+    const int32_t numbers[] = {0, 0, 0, 16, 8, INT32_MAX, INT32_MIN};
+    for (int i = 0; i < 7; ++i) {
+        prefs.setValue("n", "v", values[i], true);
+        EXPECT_EQ(booleans[i], prefs.getBool("n", "v", true)) << values[i];
+        EXPECT_EQ(numbers[i], prefs.getInt("n", "v", 7)) << values[i];
     }
     EXPECT_EQ(7, prefs.getInt("n", "none", 7));
+}
+
+TEST_F(PrefsTest, LongSectionsKeepTheirRulesPastTheIndex) {
+    // Long enough that its keys are found through the store's index.
+    std::string text = "[Long]\n";
+    for (int i = 0; i < 100; ++i) {
+        text += "Key" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+        if (i == 50) text += "free line\n";
+    }
+    text += "KEY7=again\n[Other]\nkey7=x\n";
+    writeFile("a.ini", text);
+    PrefsC prefs;
+    ASSERT_TRUE(prefs.load(path("a.ini").c_str(), false, false));
+    EXPECT_STREQ("again", prefs.getString("LONG", "key7", "d"));
+    EXPECT_STREQ("99", prefs.getString("long", "kEy99", "d"));
+    EXPECT_STREQ("x", prefs.getString("other", "KEY7", "d"));
+    EXPECT_TRUE(prefs.deleteKey("long", "key10"));
+    EXPECT_STREQ("d", prefs.getString("long", "key10", "d"));
+    prefs.setValue("Long", "KEY10", "back", true);
+    prefs.addLine("long", "another free line", true);
+    prefs.setValue("long", "new", "n", true);
+    const char* const* names = prefs.getKeyNames("long");
+    EXPECT_STREQ("Key10", names[10]);
+    int count = 0;
+    while (names[count]) ++count;
+    EXPECT_EQ(102, count);
+    ASSERT_TRUE(prefs.save(nullptr, true, nullptr));
+    std::string merged = readFile("a.ini");
+    EXPECT_NE(std::string::npos, merged.find("\nKey10=back\n"));
+    EXPECT_NE(std::string::npos, merged.find("Key99=99\nanother free line\nnew=n\n[Other]"));
+    EXPECT_EQ(std::string::npos, merged.find("KEY7=again"));
 }
 
 TEST_F(PrefsTest, SavesPlainlyAndFailsCleanly) {

