@@ -411,24 +411,35 @@ uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, Con
         section->assign(name.get());
         return 0;
     }
-    // Then the first file whose mount point lies above it.
-    section->assign(basePath.chars(), basePath.size());
-    section->push_back('\\');
-    section->append(sub.chars(), sub.size());
-    const uint8_t* full = reinterpret_cast<const uint8_t*>(section->data());
+    // Then the first file whose mount point lies above it: its mount path
+    // and a backslash lead `base`, a backslash and `sub`.
+    uint32_t fullSize = basePath.size() + 1 + sub.size();
     for (uint32_t i = 0; i < fileCount_; ++i) {
         ConfRegFileC* file = files_[i];
         if (!file) continue;
         if (!file->asciiMount()) return kUseOpenKey;
         Utf8ViewC mount(file->mountPath());
         uint32_t prefix = mount.size() + 1;
-        if (section->size() <= prefix || full[mount.size()] != '\\' ||
-            !sameAsciiBytes(full, mount.data(), mount.size())) {
-            continue;
-        }
+        if (fullSize <= prefix) continue;
+        uint32_t m = mount.size(), b = basePath.size();
+        const uint8_t* base = basePath.data();
+        bool leads =
+            prefix <= b
+                ? sameAsciiBytes(base, mount.data(), m) && base[m] == '\\'
+                : sameAsciiBytes(base, mount.data(), b) &&
+                      (m == b || (mount.data()[b] == '\\' &&
+                                  sameAsciiBytes(sub.data(), mount.data() + b + 1, m - b - 1) &&
+                                  sub.data()[m - b - 1] == '\\'));
+        if (!leads) continue;
         // A key that exists only as a part of a deeper section's name has no
         // values: reading there misses as a missing key does.
-        section->erase(0, prefix);
+        if (prefix <= b) {
+            section->assign(basePath.chars() + prefix, b - prefix);
+            section->push_back('\\');
+            section->append(sub.chars(), sub.size());
+        } else {
+            section->assign(sub.chars() + (prefix - b - 1), sub.size() - (prefix - b - 1));
+        }
         *owner = file;
         return 0;
     }

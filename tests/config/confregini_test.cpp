@@ -32,88 +32,55 @@ protected:
     }
 };
 
+// What the model does not reach: root handles, keys down to a mount point,
+// sizes, integers, bounded texts, paths and root names.
 TEST_F(RegistryTest, KeysPathsAndCodes) {
     ConfRegistryIniC registry;
-    uint32_t handle = 0, other = 0, size = 0, type = 0;
+    uint32_t handle = 0, other = 0, size = 0, number = 0;
     EXPECT_EQ(kRegNotFound, registry.openKey(kLM, u("X"), &handle));
     EXPECT_EQ(0u, registry.openKey(kLM, u(""), &handle));
     EXPECT_EQ(kLM, handle);
     EXPECT_EQ(kRegBadHandle, registry.openKey(0x80000003, u(""), &handle));
-    writeFile("f.ini", "[A\\B]\nv=-1\n[P\\A\\x]\n[P\\a\\z]\n[P\\B]\nw=abc\n");
+    writeFile("f.ini", "[A\\B]\nv=-1\nw=abc\n");
     mount(registry);
     EXPECT_EQ(kRegAlreadyMounted,
-              registry.mountFile(u(path("f.ini")), u("HKEY_LOCAL_MACHINE"), u("Other")));
-    // Keys from the root down to a mount point, and a key that exists only
-    // as a part of a section's name.
-    writeFile("g.ini", "[A\\B]\n");
-    ASSERT_EQ(0u, registry.mountFile(u(path("g.ini")), u("HKEY_LOCAL_MACHINE"), u("Other\\App")));
-    for (const char* key : {"Other", "Other\\App", "Other\\App\\A", "other\\app\\a\\b"}) {
+              registry.mountFile(u(path("f.ini")), u("HKEY_LOCAL_MACHINE"), u("X")));
+    ASSERT_EQ(0u, registry.mountFile(u(path("g.ini")), u("HKLM"), u("Other\\App")));
+    for (const char* key : {"Other", "Other\\App", "Soft\\A", "soft\\a\\b"}) {
         EXPECT_EQ(0u, registry.openKey(kLM, u(key), &handle)) << key;
     }
-    EXPECT_EQ(kRegNotFound, registry.openKey(kLM, u("Other\\App\\C"), &handle));
-    // The file at Soft itself: its keys open however they are spelled.
-    EXPECT_EQ(0u, registry.openKey(kLM, u("soft\\a\\b"), &handle));
     EXPECT_EQ(0u, registry.openKey(kLM, u("Soft\\A\\B"), &other));
     EXPECT_EQ(handle, other);
     EXPECT_EQ(0u, registry.closeKey(handle));
     EXPECT_EQ(0u, registry.closeKey(handle));
     EXPECT_EQ(kRegBadHandle, registry.closeKey(handle));
-    EXPECT_EQ(kRegNotFound, registry.openKey(kLM, u("Soft\\C"), &handle));
-    // Children listed once, in the order of their first section.
-    ASSERT_EQ(0u, registry.openKey(kLM, u("Soft\\P"), &handle));
-    StringC child;
-    std::string children;
-    for (uint32_t i = 0; registry.enumKey(handle, i, &child) == 0; ++i)
-        children += testkit::textOf(child) + ";";
-    EXPECT_EQ("A;B;", children);
-    EXPECT_EQ(kRegNoMoreItems, registry.enumKey(handle, 2, &child));
-    EXPECT_EQ(kRegKeyNotEmpty, registry.deleteKey(handle, u("B"), false));
-    registry.closeKey(handle);
-    // Sizes: a query by value answers 0, an enumeration 0xE1370067.
-    EXPECT_EQ(0u, registry.queryValue(kLM, u("Soft\\P\\B"), u("w"), nullptr, &size, &type));
+    // A size query by value answers 0, by enumeration 0xE1370067; a buffer
+    // too small leaves the caller's size alone.
+    EXPECT_EQ(0u, registry.queryValue(kLM, u("Soft\\A\\B"), u("w"), nullptr, &size, nullptr));
     EXPECT_EQ(4u, size);
-    EXPECT_EQ(1u, type);
-    EXPECT_EQ(kRegMissingArgument,
-              registry.queryValue(kLM, u("Soft\\P\\B"), u("w"), &child, nullptr, nullptr));
-    char small[2] = {'?', 0};
-    size = 2;
+    char small[2];
     EXPECT_EQ(kRegMoreData,
-              registry.queryValue(kLM, u("Soft\\P\\B"), u("w"), small, &size, nullptr));
-    EXPECT_EQ(2u, size);
-    ASSERT_EQ(0u, registry.openKey(kLM, u("Soft\\P\\B"), &handle));
-    size = 0;
-    EXPECT_EQ(kRegMoreData, registry.enumValue(handle, 0, nullptr, nullptr, nullptr, &size));
-    EXPECT_EQ(4u, size);
+              registry.queryValue(kLM, u("Soft\\A\\B"), u("w"), small, &number, nullptr));
+    EXPECT_EQ(kRegMissingArgument,
+              registry.queryValue(kLM, u("Soft\\A\\B"), u("w"), small, nullptr, nullptr));
+    ASSERT_EQ(0u, registry.openKey(kLM, u("Soft\\A\\B"), &handle));
+    EXPECT_EQ(kRegMoreData, registry.enumValue(handle, 1, nullptr, nullptr, nullptr, &size));
     registry.closeKey(handle);
-    // Integers are stored as "7l"; a negative one does not read.
     EXPECT_EQ(0u, registry.setInteger(kLM, u("Soft\\A\\B"), u("n"), 7));
     EXPECT_EQ("7l", get(registry, "Soft\\A\\B", "n"));
-    uint32_t number = 0;
     EXPECT_EQ(0u, registry.getInteger(kLM, u("Soft\\A\\B"), u("n"), &number));
     EXPECT_EQ(7u, number);
     EXPECT_EQ(kRegNotFound, registry.getInteger(kLM, u("Soft\\A\\B"), u("v"), &number));
-    // A size bounds the text.
     EXPECT_EQ(0u, registry.setValue(kLM, u("Soft\\A\\B"), u("s"), 7, "abcdef", 3));
     EXPECT_EQ("abc", get(registry, "Soft\\A\\B", "s"));
-    // Paths and root names.
     uint32_t root = 0;
     StringC subKey, value;
     EXPECT_EQ(0u, registry.parsePath(u("HKLM\\A\\B\\V"), &root, &subKey, &value));
-    EXPECT_EQ(kLM, root);
-    EXPECT_EQ("A\\B\\", testkit::textOf(subKey));
-    EXPECT_EQ("V", testkit::textOf(value));
+    EXPECT_EQ("A\\B\\|V", testkit::textOf(subKey) + "|" + testkit::textOf(value));
     EXPECT_EQ(kRegBadPath, registry.parsePath(u("hklm\\A"), &root, nullptr, nullptr));
-    EXPECT_EQ(0u, registry.rootKeyFromName(u("hklm")));
-    EXPECT_EQ("HKEY_DYN_DATA", testkit::textOf(registry.rootKeyName(0x80000006)));
-    EXPECT_EQ("HKCU", testkit::textOf(registry.rootKeyShortName(0x80000001)));
-    EXPECT_TRUE(registry.rootKeyName(0x80000007).isEmpty());
-    // Without autoCommit the file stays as it is until it is turned on.
-    std::string before = readFile("f.ini");
-    registry.setAutoCommit(false);
-    EXPECT_EQ(0u, registry.setString(kLM, u("Soft\\A\\B"), u("late"), u("1")));
-    EXPECT_EQ(before, readFile("f.ini"));
-    registry.setAutoCommit(true);
-    EXPECT_NE(std::string::npos, readFile("f.ini").find("late=1"));
+    EXPECT_EQ("HKEY_DYN_DATA HKCU ", testkit::textOf(registry.rootKeyName(0x80000006)) + " " +
+                                         testkit::textOf(registry.rootKeyShortName(0x80000001)) +
+                                         " " + testkit::textOf(registry.rootKeyName(0x80000007)));
 }
 
 // Random operations against the model of tests/testing/regmodel.h, with
@@ -169,7 +136,8 @@ TEST_F(RegistryTest, WritersInParallelKeepEveryChange) {
             // A change whose commit timed out is still in memory: a later
             // commit carries it.
             uint32_t code = kRegUnsupported;
-            for (int attempt = 0; attempt < 100 && code != 0; ++attempt) code = registry.commitFile(0);
+            for (int attempt = 0; attempt < 100 && code != 0; ++attempt)
+                code = registry.commitFile(0);
             failed |= code != 0;
             _exit(failed);
         }
@@ -186,11 +154,10 @@ TEST_F(RegistryTest, WritersInParallelKeepEveryChange) {
     }
     ConfRegistryIniC reader;
     mount(reader);
-    for (int w = 0; w < writers; ++w) {
-        for (int i = 0; i < changes; ++i) {
-            std::string name = "w" + std::to_string(w) + "_" + std::to_string(i);
-            EXPECT_EQ("v", get(reader, i % 2 ? "Soft\\s" : "Soft\\t", name)) << name;
-        }
+    for (int change = 0; change < writers * changes; ++change) {
+        std::string name =
+            "w" + std::to_string(change / changes) + "_" + std::to_string(change % changes);
+        EXPECT_EQ("v", get(reader, change % changes % 2 ? "Soft\\s" : "Soft\\t", name)) << name;
     }
 }
 
@@ -278,15 +245,6 @@ TEST_F(RegistryTest, CommitWaitsForAHeldLockAndGivesUpAfterTwentyAttempts) {
             EXPECT_EQ("1", get(registry, "Soft\\s", "waited"));
             EXPECT_EQ("2", get(registry, "Soft\\t", "other"));
         }
-    }
-    // A lock file that cannot be made answers at once.
-    if (!isRoot()) {
-        ASSERT_EQ(0, mkdir(path("ro").c_str(), 0555));
-        ConfRegistryIniC registry;
-        mount(registry, "ro/f.ini");
-        pauses = 0;
-        EXPECT_EQ(kRegUnsupported, registry.commitFile(0));
-        EXPECT_EQ(0, pauses);
     }
     ConfRegLockC::setPauseForTesting(nullptr);
 }

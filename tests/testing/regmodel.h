@@ -82,42 +82,35 @@ public:
         registry_.mountFile(u(files_[0]), u("HKLM"), u("Soft"));
     }
 
-    ConfRegistryIniC& registry() { return registry_; }
-    const std::string& activeFile() const { return files_[active_]; }
-    FileModelT& model() { return models_[active_]; }
-
     std::string step(uint32_t operation, uint32_t argument) {
+        static const char* const kNames[9] = {"set",        "set",          "deleteValue",
+                                              "createKey",  "deleteKey",    "setAutoCommit",
+                                              "mount over", "other writer", "getString"};
         std::string key = kSections[argument % 4];
-        std::string spelled =
-            (argument >> 2) % 3 ? key : std::string(1, char(toupper(key[0]))) + key.substr(1);
+        std::string spelled = (argument >> 2) % 3 ? key : char(toupper(key[0])) + key.substr(1);
         std::string name(1, char('x' + (argument >> 4) % 3));
         std::string value = "v" + std::to_string((argument >> 6) % 100);
         StringC path = u("Soft\\" + spelled);
         FileModelT& model = models_[active_];
-        bool present = model.has(key, name);
-        std::string what;
-        switch (operation % 9) {
+        bool present = model.has(key, name), ok = true;
+        switch (operation %= 9) {
         case 0:
         case 1:
-            what = "set " + key + " " + name;
-            if (registry_.setString(kLM, path, u(name), u(value)) != 0) return what;
+            ok = registry_.setString(kLM, path, u(name), u(value)) == 0;
             model.values[key][name] = value;
             break;
         case 2:
-            what = "deleteValue " + key + " " + name;
-            if (registry_.deleteValue(kLM, path, u(name)) != (present ? 0 : kRegNotFound))
-                return what;
+            ok = registry_.deleteValue(kLM, path, u(name)) == (present ? 0 : kRegNotFound);
             if (present) model.values[key].erase(name);
             if (!present && model.opens(key)) model.leaked.insert(key);
             break;
         case 3:
-            // Not asked (the store's gap, see the report of this change): a
-            // section deleted in memory and made again before a commit comes
-            // back as read from the file, so an empty one that the file never
-            // had is not written.
+            // Not asked (a gap of the store, told in the report of this
+            // change): a section deleted in memory and made again before a
+            // commit comes back as read from the file, so an empty one that
+            // the file never had is not written.
             if (!registry_.autoCommit() && model.deleted.count(key)) break;
-            what = "createKey " + key;
-            if (registry_.createKey(kLM, path, nullptr) != 0) return what;
+            ok = registry_.createKey(kLM, path, nullptr) == 0;
             if (!model.opens(key)) model.values[key];
             break;
         case 4: {
@@ -127,56 +120,60 @@ public:
                          (!model.values.count(key) || model.values.at(key).empty());
             uint32_t expected =
                 !model.opens(key) ? kRegNotFound : (recursive || empty ? 0 : kRegKeyNotEmpty);
-            what = "deleteKey " + key;
-            if (registry_.deleteKey(kLM, u("Soft\\" + key), recursive) != expected) return what;
+            ok = registry_.deleteKey(kLM, u("Soft\\" + key), recursive) == expected;
             for (auto it = model.values.begin(); expected == 0 && it != model.values.end();) {
-                if (it->first != key && !under(it->first, key)) {
-                    ++it;
-                    continue;
-                }
-                model.deleted.insert(it->first);
-                it = model.values.erase(it);
+                bool gone = it->first == key || under(it->first, key);
+                if (gone) model.deleted.insert(it->first);
+                it = gone ? model.values.erase(it) : std::next(it);
             }
             break;
         }
         case 5:
-            what = "setAutoCommit";
             registry_.setAutoCommit(!registry_.autoCommit());
             break;
         case 6:
             // The file mounted at the same point retires this one, with what
             // it had not committed and with its open keys.
-            what = "mount over";
             if (!registry_.autoCommit()) model.values = model.committed;
             model.leaked.clear();
             model.deleted.clear();
             active_ = 1 - active_;
-            if (registry_.mountFile(u(files_[active_]), u("HKLM"), u("Soft")) != 0) return what;
+            ok = registry_.mountFile(u(files_[active_]), u("HKLM"), u("Soft")) == 0;
             break;
         case 7:
-            what = "other writer";
-            if (registry_.autoCommit()) {
+            if (!registry_.autoCommit()) break;
+            {
                 ConfRegistryIniC other;
                 other.setFlushCommits(false);
                 other.mountFile(u(files_[active_]), u("HKLM"), u("Soft"));
-                if (other.setString(kLM, path, u(name), u(value)) != 0) return what;
-                model.values[key][name] = value;
-                registry_.file(static_cast<int32_t>(registry_.fileCount()) - 1)->refreshFile(true);
+                ok = other.setString(kLM, path, u(name), u(value)) == 0;
             }
+            model.values[key][name] = value;
+            registry_.file(static_cast<int32_t>(registry_.fileCount()) - 1)->refreshFile(true);
             break;
         default: {
-            what = "getString " + key + " " + name;
+            // From the root, from the mount point, or from the key of the
+            // path's first part when that opens.
+            uint32_t base = kLM, split = (argument >> 13) % 3;
+            std::string below = "Soft\\" + spelled;
+            if (split > 0 &&
+                registry_.openKey(kLM, u(split == 1 ? "Soft" : "Soft\\" + key.substr(0, 1)),
+                                  &base) == 0) {
+                below = split == 1 ? spelled : spelled.size() > 2 ? spelled.substr(2) : "";
+            }
             StringC text;
-            uint32_t code = registry_.getString(kLM, path, u(name), &text);
-            if (code != (present ? 0 : kRegNotFound)) return what;
-            if (present && utf8(text) != model.values[key][name]) return what;
+            ok = registry_.getString(base, u(below), u(name), &text) ==
+                     (present ? 0 : kRegNotFound) &&
+                 (!present || utf8(text) == model.values[key][name]);
+            if (base != kLM) registry_.closeKey(base);
         }
         }
         if (registry_.autoCommit()) {
             models_[active_].committed = models_[active_].values;
             models_[active_].deleted.clear();
         }
-        std::string broken = compare(registry_, models_[active_]);
+        std::string what = std::string(kNames[operation]) + " " + key + " " + name;
+        std::string broken = ok ? compare(registry_, models_[active_]) : "its answer";
         return broken.empty() ? broken : what + ": " + broken;
     }
 
