@@ -1,5 +1,6 @@
 # What `cmake --install` puts in place: the shared object with its SONAME
-# link, the SDK headers, the toolkit archive, a CMake package (targets
+# link, the keel command-line tool in bin/ (its run path finds the library
+# in ../lib), the SDK headers, the toolkit archive, a CMake package (targets
 # keel::keel and keel::toolkit, with a version file) and pkg-config files.
 include(CMakePackageConfigHelpers)
 
@@ -10,6 +11,7 @@ install(TARGETS keel keel_toolkit EXPORT keelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS keel_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/keel
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   FILES_MATCHING PATTERN "*.h")

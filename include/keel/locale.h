@@ -12,7 +12,7 @@
 //     keel::StringC point = numbers->decimalSeparator();
 //
 // The language facet is the locale's message catalog. A program sets its own
-// catalog there (a binary catalog made with keel-catalog), and its texts then
+// catalog there (a binary catalog made with `keel catalog compile`), and its texts then
 // take precedence over the default texts written into the code:
 //
 //     getLocale(name)->getLanguage(1)->openCatalog(keel::StringC("app.%L.cat", "utf8"));

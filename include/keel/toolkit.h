@@ -1,7 +1,7 @@
 // The toolkit in one include: arrays and their sort, hash tables with the
 // typed maps and sets, intrusive lists, number and text scanners, splitting,
-// trimming, replacing, escaping, case copies, character services, and the
-// 8-bit text and file-name helpers.
+// trimming, replacing, escaping, case copies, character services, the
+// 8-bit text and file-name helpers, and the reader of trace control files.
 //
 //     #include <keel/toolkit.h>
 //
@@ -42,5 +42,7 @@
 #include <keel/stricmp.h>   // compareTextNoCase
 #include <keel/strlcpy.h>   // copyTextBounded, measureText
 #include <keel/strtrws.h>   // trimTextRight
+
+#include <keel/tracectl.h>  // the trace control file: parseTraceControlLine, expandTraceFileName
 
 #endif

@@ -15,7 +15,7 @@
 
 #include <keel/format.h>
 
-#include <keel/strdup.h>
+#include "files/strdup.h"
 #include "locale/datetime.h"
 #include "text/utf8.h"
 #include "text/utf8view.h"
@@ -25,61 +25,11 @@ namespace keel {
 
 namespace {
 
-const uint32_t kNameBuffer = 4096;
 const uint32_t kAttempts = 100;
 
 // 0xE0000000 with the low 16 bits of errno; never 0, so that the controller
 // drops a consumer whose file cannot be had even when errno was left at 0.
 uint32_t systemCode(int error) { return 0xE0000000u | (static_cast<uint32_t>(error) & 0xFFFFu); }
-
-// Appends to a bounded name buffer; whatever does not fit is dropped.
-struct NameSinkT {
-    char* out;
-    uint32_t used;
-    void put(char c) {
-        if (used < kNameBuffer - 1) out[used++] = c;
-    }
-    void put(const char* text) {
-        while (*text) put(*text++);
-    }
-};
-
-// Expands one sequence letter (after "%" or "%_").
-void expandLetter(NameSinkT& sink, char letter, uint32_t attempt, bool* exclusive) {
-    char number[32];
-    switch (letter) {
-    case 'p':
-        snprintf(number, sizeof number, "%lu", static_cast<unsigned long>(getpid()));
-        sink.put(number);
-        return;
-    case 'd':
-    case 't': {
-        time_t now = time(nullptr);
-        struct tm local;
-        memset(&local, 0, sizeof local);
-        localtime_r(&now, &local);
-        if (letter == 'd') {
-            snprintf(number, sizeof number, "%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1,
-                     local.tm_mday);
-        } else {
-            snprintf(number, sizeof number, "%02d%02d%02d", local.tm_hour, local.tm_min,
-                     local.tm_sec);
-        }
-        sink.put(number);
-        return;
-    }
-    case 'u':
-        *exclusive = true;
-        if (attempt != 0) {
-            snprintf(number, sizeof number, "%u", attempt);
-            sink.put(number);
-        }
-        return;
-    default:
-        sink.put(letter);
-        return;
-    }
-}
 
 // Seconds and four decimals of a tick count, as "%lu.%04lu" prints them with
 // the 32-bit unsigned long of the i386 target, on both targets alike.
@@ -89,26 +39,6 @@ char* putSeconds(char* p, int64_t ticks, uint64_t perSecond) {
     uint32_t decimals = static_cast<uint32_t>(((ticks % rate) * 10000) / rate);
     p += sprintf(p, "%u.%04u", whole, decimals);
     return p;
-}
-
-// The value read from a key's value: its first character decides.
-bool optionNumber(const char* value, int32_t* number) {
-    char c = value[0];
-    if (c >= '0' && c <= '9') {
-        // atoi as the C library has it on each target, without its undefined
-        // case: an overlong number clamps in `long` and is cut to 32 bits.
-        *number = static_cast<int32_t>(strtol(value, nullptr, 10));
-        return true;
-    }
-    if (c == 'F' || c == 'f' || c == 'N' || c == 'n') {
-        *number = 0;
-        return true;
-    }
-    if (c == 'T' || c == 't' || c == 'Y' || c == 'y') {
-        *number = 1;
-        return true;
-    }
-    return false;
 }
 
 // Collects rendered characters as UTF-8 and hands them to the stream in
@@ -172,39 +102,11 @@ void TraceConsumerFileC::closeStream() {
 
 void TraceConsumerFileC::expandName(const char* pattern, uint32_t attempt, char* out,
                                     bool* exclusive) {
-    NameSinkT sink = {out, 0};
-    *exclusive = false;
-    for (const char* p = pattern; *p; ++p) {
-        if (*p != '%') {
-            sink.put(*p);
-            continue;
-        }
-        char letter = p[1];
-        // A '%' at the very end expands to nothing; a second '%' starts a
-        // sequence of its own.
-        if (letter == 0) break;
-        if (letter == '%') continue;
-        ++p;
-        if (letter != '_') {
-            expandLetter(sink, letter, attempt, exclusive);
-            continue;
-        }
-        char next = p[1];
-        if (next == 0) break;
-        ++p;
-        // "%_x": nothing at attempt 0, "_" and x's expansion from attempt 1.
-        if (attempt == 0) {
-            if (next == 'u') *exclusive = true;
-            continue;
-        }
-        sink.put('_');
-        expandLetter(sink, next, attempt, exclusive);
-    }
-    out[sink.used] = 0;
+    expandTraceFileName(pattern, attempt, out, exclusive);
 }
 
 uint32_t TraceConsumerFileC::open() {
-    char name[kNameBuffer];
+    char name[kTraceNameBuffer];
     int lastError = 0;
     for (uint32_t attempt = 0; attempt < kAttempts; ++attempt) {
         bool exclusive = false;
@@ -400,20 +302,14 @@ uint32_t TraceConsumerFileC::variableCreated(const char* path) {
 uint32_t TraceConsumerFileC::setOption(const char* key, const char* value) {
     if (!key) return kTraceUnknownKey;
     if (!value) value = "";
-    if (strcasecmp(key, "filename") == 0) return setFilename(value);
-    static const char* const keys[] = {
-        "timeofday",  "timestamp",  "timedeltas",   "trace_timers", "trace_counters", "flush_freq",
-        "max_indent", "max_detail", "show_process", "show_threads", "show_class"};
-    int which = -1;
-    for (int i = 0; i < static_cast<int>(sizeof keys / sizeof keys[0]); ++i) {
-        if (strcasecmp(key, keys[i]) == 0) which = i;
-    }
-    if (which < 0) return kTraceUnknownKey;
+    TraceOptionE which = traceOptionKey(key);
+    if (which == kTraceOptionUnknown) return kTraceUnknownKey;
+    if (which == kTraceOptionFilename) return setFilename(value);
     int32_t v = 0;
-    if (!optionNumber(value, &v)) return 0;
+    if (!traceOptionNumber(value, &v)) return 0;
     uint8_t low = static_cast<uint8_t>(v);
     switch (which) {
-    case 0:
+    case kTraceOptionTimeOfDay:
         if (v == 1) {
             timeOfDay = 1;
             setTimestamp(1);
@@ -421,34 +317,34 @@ uint32_t TraceConsumerFileC::setOption(const char* key, const char* value) {
             timeOfDay = 0;
         }
         break;
-    case 1:
+    case kTraceOptionTimestamp:
         setTimestamp(low);
         break;
-    case 2:
+    case kTraceOptionTimeDeltas:
         setTimeDeltas(low);
         break;
-    case 3:
+    case kTraceOptionTraceTimers:
         setTraceTimers(low);
         break;
-    case 4:
+    case kTraceOptionTraceCounters:
         setTraceCounters(low);
         break;
-    case 5:
+    case kTraceOptionFlushFrequency:
         setFlushFrequency(v);
         break;
-    case 6:
+    case kTraceOptionMaxIndent:
         setMaxIndent(v);
         break;
-    case 7:
+    case kTraceOptionMaxDetail:
         setMaxDetail(v);
         break;
-    case 8:
+    case kTraceOptionShowProcess:
         setShowProcess(low);
         break;
-    case 9:
+    case kTraceOptionShowThreads:
         setShowThreads(low);
         break;
-    default:
+    default:  // kTraceOptionShowClass
         showClass = v == 1 ? 1 : 0;
         break;
     }
@@ -499,53 +395,38 @@ uint32_t TraceConsumerFileC::setMaxDetail(int32_t level) {
 }
 
 uint32_t TraceConsumerFileC::readControlFile(const char* path) {
-    FILE* file = path ? fopen(path, "r") : nullptr;
-    if (!file) return systemCode(path ? errno : ENOENT);
-    // A line longer than the buffer is read as several lines.
-    char line[256];
-    while (fgets(line, sizeof line, file)) controlLine(line);
-    fclose(file);
-    return 0;
+    return readTraceControlFile(
+        path,
+        [](void* self, const TraceControlLineT& line) {
+            static_cast<TraceConsumerFileC*>(self)->controlLine(line);
+        },
+        this);
 }
 
-void TraceConsumerFileC::controlLine(char* line) {
-    if (char* hash = strchr(line, '#')) *hash = 0;
-    size_t length = strlen(line);
-    while (length > 0 && isspace(static_cast<unsigned char>(line[length - 1]))) line[--length] = 0;
-    while (isspace(static_cast<unsigned char>(*line))) ++line;
-    if (*line == 0) return;
-    if (*line == '-') {
-        controller->disablePath(this, line + 1);
+void TraceConsumerFileC::controlLine(const TraceControlLineT& line) {
+    switch (line.kind) {
+    case TraceControlLineT::Disable:
+        controller->disablePath(this, line.text);
+        return;
+    case TraceControlLineT::Enable:
+        controller->enablePath(this, line.text);
+        return;
+    case TraceControlLineT::Option:
+        setOption(line.text, line.value);
+        return;
+    case TraceControlLineT::Pattern:
+        break;
+    case TraceControlLineT::Empty:
         return;
     }
-    if (*line == '+' && line[1] != '*') {
-        controller->enablePath(this, line + 1);
-        return;
+    if (patternCount == patternCapacity) {
+        uint32_t capacity = patternCapacity ? patternCapacity * 2 : 8;
+        char** grown = static_cast<char**>(realloc(patterns, capacity * sizeof(char*)));
+        if (!grown) return;
+        patterns = grown;
+        patternCapacity = capacity;
     }
-    char* equals = strchr(line, '=');
-    if (*line == '+' || (*line == '*' && !equals)) {
-        char* name = line + (*line == '+' ? 2 : 1);
-        if (*name == '/') ++name;
-        if (patternCount == patternCapacity) {
-            uint32_t capacity = patternCapacity ? patternCapacity * 2 : 8;
-            char** grown = static_cast<char**>(realloc(patterns, capacity * sizeof(char*)));
-            if (!grown) return;
-            patterns = grown;
-            patternCapacity = capacity;
-        }
-        patterns[patternCount++] = duplicateText(name);
-        return;
-    }
-    if (equals) {
-        char* keyEnd = equals;
-        while (keyEnd > line && isspace(static_cast<unsigned char>(keyEnd[-1]))) --keyEnd;
-        *keyEnd = 0;
-        char* value = equals + 1;
-        while (isspace(static_cast<unsigned char>(*value))) ++value;
-        setOption(line, value);
-        return;
-    }
-    controller->enablePath(this, line);
+    patterns[patternCount++] = duplicateText(line.text);
 }
 
 }  // namespace keel

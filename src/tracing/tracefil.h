@@ -25,6 +25,7 @@
 #include <stdio.h>
 
 #include <keel/trace.h>
+#include <keel/tracectl.h>
 
 namespace keel {
 
@@ -82,8 +83,8 @@ private:
     void closeStream();
     void writeSeconds(int64_t ticks);
     uint32_t writeFormat(const char* path, int32_t indent, const char* format, ...);
-    // One line of the control file, cut and trimmed in place.
-    void controlLine(char* line);
+    // What one line of the control file asks for, applied.
+    void controlLine(const TraceControlLineT& line);
 
     TraceControllerI* controller;
     FILE* stream;

@@ -1,6 +1,7 @@
 # The test from outside: install the build into a temporary prefix, build the
 # consumer project against it (MODE find_package or pkg-config) and run its
 # three programs. In pkg-config mode the compile line of README is tried too.
+# The installed keel tool is run once as well.
 #
 #   cmake -DKEEL_BINARY_DIR=... -DCONSUMER_SOURCE_DIR=... -DWORK_DIR=... -DMODE=... -P run.cmake
 function(run)
@@ -20,6 +21,19 @@ file(GLOB_RECURSE pc_files ${prefix}/*/keel.pc)
 list(GET pc_files 0 pc_file)
 get_filename_component(pc_dir ${pc_file} DIRECTORY)
 get_filename_component(lib_dir ${pc_dir} DIRECTORY)
+
+# The installed tool finds the installed library by its run path, and works.
+run(${prefix}/bin/keel --help)
+file(WRITE ${WORK_DIR}/tool-in.txt "cafe\n")
+run(${prefix}/bin/keel text convert --from utf8 --to utf16le ${WORK_DIR}/tool-in.txt ${WORK_DIR}/tool-out.txt)
+file(SIZE ${WORK_DIR}/tool-out.txt tool_out_size)
+if(NOT tool_out_size EQUAL 12)
+  message(FATAL_ERROR "keel text convert wrote ${tool_out_size} bytes, not 12")
+endif()
+run(readelf -d ${prefix}/bin/keel)
+if(NOT last_output MATCHES "\\$ORIGIN/\\.\\./")
+  message(FATAL_ERROR "the installed keel has no run path relative to itself:\n${last_output}")
+endif()
 
 set(configure ${CMAKE_COMMAND} -S ${CONSUMER_SOURCE_DIR} -B ${WORK_DIR}/build -G ${CMAKE_GENERATOR}
   -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=RelWithDebInfo)

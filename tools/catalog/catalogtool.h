@@ -1,7 +1,7 @@
 // The catalog compiler and dumper: plain text source to keel's binary
 // message catalog and back. The functions work on bytes in memory, so the
-// keel-catalog program and any other front end (a subcommand of a larger
-// tool) share them; they use the standard library only.
+// keel tool's catalog command, the tests and any other front end share
+// them; they use the standard library only.
 //
 // Source: one message a line, fields separated by blanks or tabs:
 //
