@@ -15,7 +15,7 @@
 
 #include <keel/format.h>
 
-#include "files/strdup.h"
+#include <keel/strdup.h>
 #include "locale/datetime.h"
 #include "text/utf8.h"
 #include "text/utf8view.h"

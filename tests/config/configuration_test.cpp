@@ -38,7 +38,7 @@ TEST(ConfigurationTest, ModuleCatalogFoundThroughTheRegistry) {
     EXPECT_EQ(0xE1370069u,
               registry->getString(ConfRegistryI::kLocalMachine, key, u("InstallDir"), &installDir));
 
-    testkit::TempDirC dir;
+    testkit::CatalogDirC dir;
     ASSERT_EQ(0, mkdir(dir.file("lib").c_str(), 0777));
     ASSERT_FALSE(dir.compile("lib/allcat.cat",
                              "0 2 e introuvable\n203 16 e Ouverture de '%1$S' impossible\n")
@@ -48,7 +48,7 @@ TEST(ConfigurationTest, ModuleCatalogFoundThroughTheRegistry) {
                                       u("SOFTWARE")));
     ASSERT_EQ(0u,
               registry->getString(ConfRegistryI::kLocalMachine, key, u("InstallDir"), &installDir));
-    EXPECT_EQ(dir.path(), testkit::textOf(installDir));
+    EXPECT_EQ(dir.path(), str(installDir));
 
     ErrCatalogI* previous = openModuleCatalog();
     testkit::clearErrors();

@@ -72,7 +72,7 @@ protected:
 TEST_F(ConfRegLockTest, HeldElsewhereIsRefusedUntilTheHolderEnds) {
     startHolder();
     ConfRegLockC lock(name("a.ini"));
-    EXPECT_EQ(path("a.ini.lck"), testkit::textOf(lock.getLockFile().toString()));
+    EXPECT_EQ(path("a.ini.lck"), str(lock.getLockFile().toString()));
     EXPECT_EQ(-1, lock.lockWithRetry(20));
     EXPECT_EQ(20, pauses) << "a pause after every failed attempt, the last one too";
     EXPECT_FALSE(lock.isHeld());

@@ -28,7 +28,7 @@ protected:
     std::string get(ConfRegistryIniC& registry, const std::string& key, const std::string& name) {
         StringC value;
         uint32_t code = registry.getString(kLM, u(key), u(name), &value);
-        return code == 0 ? testkit::textOf(value) : "<" + std::to_string(code & 0xFF) + ">";
+        return code == 0 ? str(value) : "<" + std::to_string(code & 0xFF) + ">";
     }
 };
 
@@ -77,11 +77,11 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     uint32_t root = 0;
     StringC subKey, value;
     EXPECT_EQ(0u, registry.parsePath(u("HKLM\\A\\B\\V"), &root, &subKey, &value));
-    EXPECT_EQ("A\\B\\|V", testkit::textOf(subKey) + "|" + testkit::textOf(value));
+    EXPECT_EQ("A\\B\\|V", str(subKey) + "|" + str(value));
     EXPECT_EQ(kRegBadPath, registry.parsePath(u("hklm\\A"), &root, nullptr, nullptr));
-    EXPECT_EQ("HKEY_DYN_DATA HKCU ", testkit::textOf(registry.rootKeyName(0x80000006)) + " " +
-                                         testkit::textOf(registry.rootKeyShortName(0x80000001)) +
-                                         " " + testkit::textOf(registry.rootKeyName(0x80000007)));
+    EXPECT_EQ("HKEY_DYN_DATA HKCU ", str(registry.rootKeyName(0x80000006)) + " " +
+                                         str(registry.rootKeyShortName(0x80000001)) +
+                                         " " + str(registry.rootKeyName(0x80000007)));
 }
 
 // Random operations against the model of tests/testing/regmodel.h, with

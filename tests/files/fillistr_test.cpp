@@ -291,7 +291,7 @@ TEST_F(ListerTest, EntriesVanishingDuringTheWalk) {
     uint32_t result;
     while ((result = lister->next(&entry, &info)) == 0) {
         if (!entry) continue;
-        std::string base = textOf(entry->getBaseName(StringC()));
+        std::string base = str(entry->getBaseName(StringC()));
         EXPECT_TRUE(made.count(base) || base == "inner") << base;
         if (removed) {
             ++afterRemoval;
