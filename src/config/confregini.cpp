@@ -539,9 +539,12 @@ uint32_t ConfRegistryIniC::setValue(uint32_t key, StringC subKey, StringC valueN
 
 uint32_t ConfRegistryIniC::setString(uint32_t key, StringC subKey, StringC valueName,
                                      StringC value) {
+    // The bound is the text's length in bytes plus 1, not in characters:
+    // setValue ends the text at `size` bytes, and a character count would
+    // cut every text with a letter beyond ASCII short.
     SystemTextC text(value);
     return setValue(key, subKey, valueName, 1, text.get(),
-                    static_cast<uint32_t>(value.length()) + 1);
+                    static_cast<uint32_t>(value.textSystemLength()) + 1);
 }
 
 uint32_t ConfRegistryIniC::setInteger(uint32_t key, StringC subKey, StringC valueName,

@@ -74,6 +74,9 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(kRegNotFound, registry.getInteger(kLM, u("Soft\\A\\B"), u("v"), &number));
     EXPECT_EQ(0u, registry.setValue(kLM, u("Soft\\A\\B"), u("s"), 7, "abcdef", 3));
     EXPECT_EQ("abc", get(registry, "Soft\\A\\B", "s"));
+    // A text beyond ASCII is kept whole: its bound is counted in bytes.
+    EXPECT_EQ(0u, registry.setString(kLM, u("Soft\\A\\B"), u("g"), u("Gr\xC3\xBC\xC3\x9F" "e")));
+    EXPECT_EQ("Gr\xC3\xBC\xC3\x9F" "e", get(registry, "Soft\\A\\B", "g"));
     uint32_t root = 0;
     StringC subKey, value;
     EXPECT_EQ(0u, registry.parsePath(u("HKLM\\A\\B\\V"), &root, &subKey, &value));
