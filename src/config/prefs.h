@@ -20,8 +20,10 @@
 // results only: whatever the file layer records during load and save is
 // taken out of the error buffer again.
 //
-// Sections and keys are made only through the store's operations, never by
-// linking records into a chain from outside. A store has no lock; its owner
+// Records and their texts belong to the store: sections and keys are made,
+// changed and freed only through its operations, never by linking records
+// into a chain or replacing a name or value from outside (a key's name and
+// first value share the key record's block). A store has no lock; its owner
 // guards it. The arrays of getSectionNames,
 // getKeyNames and getKeys live in a per-thread PrefScratchT and stay valid
 // for the calling thread until its next call of the same kind.
@@ -160,7 +162,12 @@ public:
     // Writes the store: without `preserve` plainly to `path`; with it, as a
     // merge of the differences into the current content of `templatePath`
     // (or, without one, of `path` itself, replaced in one step). A null
-    // `path` means the file name of the store.
+    // `path` means the file name of the store. A template that names the
+    // target itself is taken as no template, since opening the target would
+    // empty it before it is read. A merge into another file leaves its data
+    // to the kernel: a caller that moves it over the original flushes it
+    // first. Replacing `path` in one step flushes the new file before the
+    // move.
     bool save(const char* path, bool preserve, const char* templatePath);
 
 protected:

@@ -38,6 +38,14 @@ void trimRange(CharT*& begin, CharT*& end) {
     while (end > begin && isLineSpace(end[-1])) --end;
 }
 
+// [begin, end) as far as the first NUL: names are zero-terminated texts,
+// so a NUL inside a line ends the name there, and the trimming comes after.
+template <typename CharT>
+void cutAtNul(CharT* begin, CharT*& end) {
+    CharT* nul = static_cast<CharT*>(memchr(begin, 0, static_cast<size_t>(end - begin)));
+    if (nul) end = nul;
+}
+
 FileNameC systemName(const char* path) { return FileNameC(StringC(path, "system-8")); }
 
 // The error buffer as the caller left it, whatever the file layer reports
@@ -273,10 +281,10 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
             } else {
                 const char* nameBegin = text + 1;
                 const char* nameEnd = close;
+                cutAtNul(nameBegin, nameEnd);
                 trimRange(nameBegin, nameEnd);
                 section.assign(nameBegin, nameEnd);
-                // A name with a NUL in it ends there, as every name does.
-                if (section.empty() || section[0] == '\0') {
+                if (section.empty()) {
                     bad = true;
                 } else if (!findSectionRecord(section.c_str(), false)) {
                     ensureSection(section.c_str(), true);
@@ -289,6 +297,7 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
             } else {
                 char* keyBegin = text;
                 char* keyEnd = equals;
+                cutAtNul(keyBegin, keyEnd);
                 trimRange(keyBegin, keyEnd);
                 char* valueBegin = equals + 1;
                 char* valueEnd = end;
@@ -443,6 +452,7 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData) {
         }
         const char* nameBegin = text;
         const char* nameEnd = equals;
+        cutAtNul(nameBegin, nameEnd);
         trimRange(nameBegin, nameEnd);
         keyName.assign(nameBegin, nameEnd);
         PrefKeyT* key = current ? findKey(current->keys, keyName.c_str(), true, nullptr) : nullptr;
