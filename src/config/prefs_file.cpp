@@ -412,9 +412,18 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData) {
             continue;
         }
         if (text[0] == '[') {
-            if (current && !current->written) flushSection(current, out);
             const char* close = static_cast<const char*>(memchr(text, ']', size));
-            if (!close) continue;
+            if (!close) {
+                // Not a header: load skips it and stays in the section above,
+                // so the merge neither ends that section here (its keys below
+                // would be taken for repeats and dropped) nor loses the line.
+                if (mode == kPrefDeleted) continue;
+                out.append(text, size);
+                out.endLine();
+                lastNotBlank = true;
+                continue;
+            }
+            if (current && !current->written) flushSection(current, out);
             const char* header = text + 1;
             size_t headerSize = static_cast<size_t>(close - header);
             bool headerAscii = isAscii(header, headerSize);

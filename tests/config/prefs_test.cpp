@@ -86,6 +86,9 @@ TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
          "[s]\nc=3\n"},
         {"[s]\nk=1\n", "[s]\nk=1\n", [](PrefsC& p) { p.addLine("s", "free text", true); },
          "[s]\nk=1\nfree text\n"},
+        // A "[" line without "]" is no header: kept, and the section goes on.
+        {"[s]\na=1\n[bad\nb=2\n", "[s]\na=1\n[bad\nb=2\n",
+         [](PrefsC& p) { p.setValue("s", "a", "3", true); }, "[s]\na=3\n[bad\nb=2\n"},
     };
     for (const CaseT& c : cases) {
         writeFile("a.ini", c.loaded);
