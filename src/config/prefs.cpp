@@ -381,12 +381,17 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
     if (isMissing(name)) return nullptr;
     PrefSectionT* section = findSectionRecord(name, true);
     if (section) {
-        section->state = kPrefAsRead;
+        // Brought back after a delete. A section that was never in the file
+        // and is empty would read as unchanged and never reach the file:
+        // it stays a change of its own.
+        section->state = fromFile || section->loaded ? kPrefAsRead : kPrefChanged;
+        section->loaded = section->loaded || fromFile;
         section->written = false;
     } else {
         section = new PrefSectionT();
         section->name = copyText(name);
         section->state = fromFile ? kPrefAsRead : kPrefChanged;
+        section->loaded = fromFile;
         (lastInChain_ ? lastInChain_->next : sections) = section;
         lastInChain_ = section;
         lastSection_ = section;

@@ -69,6 +69,7 @@ struct PrefSectionT {
     PrefSectionT* next;
     uint32_t state;
     bool written;  // used by the merge only; clear between saves
+    bool loaded;   // a load found it in the file
 };
 
 // The per-thread record behind the list operations: allocated zeroed on a

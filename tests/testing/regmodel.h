@@ -44,8 +44,6 @@ struct FileModelT {
     ValuesT values;
     std::set<std::string> leaked;
     ValuesT committed;
-    // Sections deleted in memory since the last commit.
-    std::set<std::string> deleted;
 
     bool exists(const std::string& key) const {
         for (const auto& section : values) {
@@ -118,7 +116,6 @@ public:
             ok = registry_.deleteKey(kLM, u("Soft\\" + key), recursive) == expected;
             for (auto it = model.values.begin(); expected == 0 && it != model.values.end();) {
                 bool gone = it->first == key || under(it->first, key);
-                if (gone) model.deleted.insert(it->first);
                 it = gone ? model.values.erase(it) : std::next(it);
             }
             break;
@@ -131,7 +128,6 @@ public:
             // it had not committed and with its open keys.
             if (!registry_.autoCommit()) model.values = model.committed;
             model.leaked.clear();
-            model.deleted.clear();
             active_ = 1 - active_;
             ok = registry_.mountFile(u(files_[active_]), u("HKLM"), u("Soft")) == 0;
             break;
@@ -163,10 +159,7 @@ public:
             if (base != kLM) registry_.closeKey(base);
         }
         }
-        if (registry_.autoCommit()) {
-            models_[active_].committed = models_[active_].values;
-            models_[active_].deleted.clear();
-        }
+        if (registry_.autoCommit()) models_[active_].committed = models_[active_].values;
         std::string what = std::string(kNames[operation]) + " " + key + " " + name;
         std::string broken = ok ? compare(registry_, models_[active_]) : "its answer";
         return broken.empty() ? broken : what + ": " + broken;
@@ -216,23 +209,8 @@ public:
 
 private:
     void switchAutoCommit() {
-        FileModelT& model = models_[active_];
-        // A gap of the store, told in the report of this change: a section
-        // deleted in memory and made again before the commit comes back as
-        // read from the file, so when it is empty and the file never had
-        // it, the commit leaves it out.
-        for (const std::string& gone : model.deleted) {
-            auto found = model.values.find(gone);
-            if (!registry_.autoCommit() && found != model.values.end() && found->second.empty() &&
-                !model.committed.count(gone)) {
-                model.values.erase(found);
-            }
-        }
         registry_.setAutoCommit(!registry_.autoCommit());
-        if (registry_.autoCommit()) {
-            model.committed = model.values;
-            model.deleted.clear();
-        }
+        if (registry_.autoCommit()) models_[active_].committed = models_[active_].values;
     }
 
     ConfRegistryIniC registry_;
