@@ -138,11 +138,12 @@ public:
     };
 
     ArgListC() {}
+    // The copy's own cell is reachable by no other thread yet: the reference
+    // is taken and the cell set plainly.
     ArgListC(const ArgListC& other) {
-        cell.exchange(nullptr);
         ArgListImplC* body = other.cell.load();
         if (body) body->addRef();
-        cell.exchange(body);
+        cell.initialize(body);
     }
     ArgListC& operator=(const ArgListC& other) {
         ArgListImplC* body = other.cell.load();

@@ -148,9 +148,22 @@ void StringImplC::setVectorPaths(bool on) { setUtf8VectorPaths(on); }
 
 // Count 0, every cached field 0 and no buffer; then reset puts the fields
 // into their empty state.
-StringImplC::StringImplC() : data(nullptr), charCount(0), byteLength(0), capacity(0), cursor(0) {
-    StringImplC::reset();
+namespace {
+
+// The cursor cell: index in the low 32 bits, byte offset in the high 32.
+inline uint64_t packCursor(int32_t index, int32_t offset) {
+    return static_cast<uint64_t>(static_cast<uint32_t>(index)) |
+           (static_cast<uint64_t>(static_cast<uint32_t>(offset)) << 32);
 }
+
+}  // namespace
+
+// The fields start as reset() leaves them, stored plainly: the object is
+// reachable by no other thread until a handle that holds it is shared, and
+// that hand-over orders these stores before every other reader. The same
+// holds for the stores of the text below, which only constructors make.
+StringImplC::StringImplC()
+    : data(nullptr), charCount(-1), byteLength(0), capacity(0), cursor(packCursor(-1, 0)) {}
 
 StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* encoding)
     : StringImplC() {
@@ -174,14 +187,14 @@ void StringImplC::storeJoined(StringImplI* first, StringImplI* second) {
     data[firstLength + secondLength] = 0;
     byteLength = firstLength + secondLength;
     // Counting both parts here also gives them their counts.
-    charCount = first->length() + second->length();
+    charCount.initialize(first->length() + second->length());
 }
 
 void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encoding) {
     if (!bytes || byteCount == 0) {
         reserve(1);
         data[0] = 0;
-        charCount = 0;
+        charCount.initialize(0);
         return;
     }
     if (isInternalForm(encoding)) {
@@ -208,7 +221,7 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
     // A decoder that wrote less than it announced leaves no unset bytes.
     if (written < size) memset(data + written, 0, size - written);
     data[size] = 0;
-    charCount = static_cast<int32_t>(characters);
+    charCount.initialize(static_cast<int32_t>(characters));
 }
 
 // The UTF-8 decoder writes clean sequences as they are, so a clean head is
@@ -225,7 +238,7 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
     if (clean == byteCount) {
         byteLength = byteCount;
         data[byteCount] = 0;
-        charCount = static_cast<int32_t>(characters);
+        charCount.initialize(static_cast<int32_t>(characters));
         return true;
     }
     LocalDecoderC local(encoding);
@@ -246,7 +259,7 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
     if (written < restSize) memset(data + clean + written, 0, restSize - written);
     byteLength = size;
     data[size] = 0;
-    charCount = static_cast<int32_t>(characters + restCharacters);
+    charCount.initialize(static_cast<int32_t>(characters + restCharacters));
     return true;
 }
 
@@ -302,15 +315,6 @@ void StringImplC::reserve(uint32_t wanted) {
 const uint8_t* StringImplC::textBytes() const { return data ? data : emptyText; }
 
 // --- The position cursor -----------------------------------------------------
-
-namespace {
-
-inline uint64_t packCursor(int32_t index, int32_t offset) {
-    return static_cast<uint64_t>(static_cast<uint32_t>(index)) |
-           (static_cast<uint64_t>(static_cast<uint32_t>(offset)) << 32);
-}
-
-}  // namespace
 
 StringImplC::CursorT StringImplC::loadCursor() const {
     uint64_t both = cursor.load();

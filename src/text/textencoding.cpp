@@ -147,6 +147,18 @@ bool encodingNamesEqual(const char* a, const char* b) {
 }
 
 TextEncodingI* findEncoding(const char* name) {
+    // The names that nearly every string is made with, spelled as the
+    // library and its callers spell them, are known without the table; any
+    // other spelling goes through the table, which gives the same object.
+    if (name) {
+        if (name[0] == 'u' && name[1] == 't' && name[2] == 'f' && name[3] == '8' && name[4] == 0) {
+            return utf8Encoding();
+        }
+        if (name[0] == 'a' && name[1] == 's' && name[2] == 'c' && name[3] == 'i' &&
+            name[4] == 'i' && name[5] == 0) {
+            return asciiEncoding();
+        }
+    }
     static const struct {
         const char* name;
         TextEncodingI* (*object)();
