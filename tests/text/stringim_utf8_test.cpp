@@ -86,7 +86,8 @@ TEST(StringUtf8HeadTest, RandomMixturesSystem8AndSecureStrings) {
 // those of the character-by-character walk, also on broken text, where the
 // walk's steps are not those of a decoder, and whatever the cursor held.
 // The trace is each answer with the cursor index and offset behind it.
-std::vector<int32_t> runFinds(const std::string& text, const char* encoding, uint32_t character, bool vector) {
+template <typename Search>
+std::vector<int32_t> runSearches(const std::string& text, const char* encoding, Search search, bool vector) {
     StringImplC::setVectorPaths(vector);
     StringImplC* s = new StringImplC(text.data(), static_cast<uint32_t>(text.size()), encoding);
     s->addRef();
@@ -98,11 +99,28 @@ std::vector<int32_t> runFinds(const std::string& text, const char* encoding, uin
         // Now and then the cursor is put somewhere else first.
         uint32_t r = next(seed);
         if (r % 5 == 0) note(static_cast<int32_t>(s->charAt(static_cast<int32_t>((r >> 3) % (count + 1)))));
-        note(s->findChar(character, after));
+        note(search(s, after));
     }
-    for (int32_t at = s->findChar(character, -1); at >= 0; at = s->findChar(character, at)) note(at);
+    for (int32_t at = search(s, -1); at >= 0; at = search(s, at)) note(at);
     s->release();
     StringImplC::setVectorPaths(true);
+    return trace;
+}
+
+std::vector<int32_t> runFinds(const std::string& text, const char* encoding, uint32_t character, bool vector) {
+    return runSearches(text, encoding, [character](StringImplC* s, int32_t after) { return s->findChar(character, after); }, vector);
+}
+
+// The same for the forward searches with a set of ASCII characters, which
+// take the same 32-byte steps: findFirstOf, and findFirstNotOf, whose hits
+// are every character outside the set, non-ASCII ones included.
+std::vector<int32_t> runSetFinds(const std::string& text, const char* set, bool wanted, bool vector) {
+    StringImplC* members = new StringImplC(set, static_cast<uint32_t>(strlen(set)), "utf8");
+    members->addRef();
+    std::vector<int32_t> trace = runSearches(text, "vutf8", [members, wanted](StringImplC* s, int32_t after) {
+        return wanted ? s->findFirstOf(members, after) : s->findFirstNotOf(members, after);
+    }, vector);
+    members->release();
     return trace;
 }
 
@@ -134,6 +152,10 @@ TEST(StringFindAsciiTest, BlocksOfValidTextAndEveryKindOfBreak) {
         }
         if (round % 8 == 0) {
             EXPECT_EQ(runFinds(text, "vutf8", ',', true), runFinds(text, "vutf8", ',', false));
+        }
+        if (round % 4 == 1) {
+            EXPECT_EQ(runSetFinds(text, "e,", true, true), runSetFinds(text, "e,", true, false));
+            EXPECT_EQ(runSetFinds(text, "abcexyz,", false, true), runSetFinds(text, "abcexyz,", false, false));
         }
     }
 }
