@@ -47,6 +47,10 @@ public:
 
     // Stores `desired` and answers the value it replaced.
     T exchange(T desired) { return __atomic_exchange_n(&value_, desired, __ATOMIC_ACQ_REL); }
+    // A store into a cell that holds null and that only its owner writes
+    // (a list adding its first entry): a release store, so that a reader that
+    // loads the pointer sees the object whole. On x86 a plain store.
+    void publish(T value) { __atomic_store_n(&value_, value, __ATOMIC_RELEASE); }
     // The first store into a cell that its owner is still constructing and
     // no other thread can see yet (a handle's constructor): a plain store.
     void initialize(T value) { __atomic_store_n(&value_, value, __ATOMIC_RELAXED); }
