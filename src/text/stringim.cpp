@@ -165,6 +165,27 @@ inline uint64_t packCursor(int32_t index, int32_t offset) {
 StringImplC::StringImplC()
     : data(nullptr), charCount(-1), byteLength(0), capacity(0), cursor(packCursor(-1, 0)) {}
 
+StringImplC::StringImplC(InlineTextT, uint32_t room) : StringImplC() {
+    data = inlineText();
+    capacity = room;
+    data[0] = 0;
+}
+
+StringImplC* StringImplC::make(const void* bytes, uint32_t byteCount, const char* encoding) {
+    // Only where the first reserve is known to be for byteCount + 1 bytes:
+    // "vutf8" copies the bytes, "utf8" copies its clean head into that room
+    // (and when the rest makes the text another size, it starts again with a
+    // buffer of its own, of the capacity it would have had).
+    if (bytes && byteCount != 0 && byteCount < kInlineLimit &&
+        (isInternalForm(encoding) || isUtf8(encoding))) {
+        uint32_t room = grownCapacity(0, byteCount + 1);
+        StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
+        string->store(bytes, byteCount, encoding);
+        return string;
+    }
+    return new StringImplC(bytes, byteCount, encoding);
+}
+
 StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* encoding)
     : StringImplC() {
     store(bytes, byteCount, encoding);
@@ -266,7 +287,7 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
 StringImplC::~StringImplC() { freeBuffer(); }
 
 void StringImplC::freeBuffer() {
-    delete[] data;
+    if (data != inlineText()) delete[] data;
     data = nullptr;
 }
 
@@ -304,7 +325,7 @@ void StringImplC::reserve(uint32_t wanted) {
     uint8_t* grown = new uint8_t[capacity];
     if (data) {
         memcpy(grown, data, byteLength + 1);
-        delete[] data;
+        if (data != inlineText()) delete[] data;
     } else {
         // A first buffer reads as the empty text until the caller fills it.
         grown[0] = 0;
@@ -537,7 +558,7 @@ StringImplI* StringImplC::substring(int32_t start, int32_t count) {
         for (int32_t steps = count; steps > 0 && *end != 0; --steps)
             end = stepForward(end, data + byteLength);
     }
-    return new StringImplC(p, static_cast<uint32_t>(end - p), "vutf8");
+    return make(p, static_cast<uint32_t>(end - p), "vutf8");
 }
 
 // --- Changing ----------------------------------------------------------------
@@ -665,7 +686,7 @@ void StringImplC::mapCharacters(CharMapFn map) {
     byteLength = offset;
     charCount = characters;
     data[offset] = 0;
-    delete[] old;
+    if (old != inlineText()) delete[] old;
 }
 
 void StringImplC::toLower() { mapCharacters(toLowerChar); }

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "text/stringim.h"
@@ -45,6 +46,56 @@ void expectAsDecoder(const std::string& input, const char* encoding = "utf8") {
     EXPECT_EQ(static_cast<int32_t>(expected.characters), s->storedCharCount());
     EXPECT_EQ(expected.capacity, s->byteCapacity());
     s->release();
+    if (std::is_same<Impl, StringImplC>::value) {
+        // The factory's one-block representation answers the same.
+        StringImplC* m = StringImplC::make(input.data(), static_cast<uint32_t>(input.size()), encoding);
+        m->addRef();
+        EXPECT_EQ(expected.bytes, std::string(reinterpret_cast<const char*>(m->bytes()), m->byteCount()));
+        EXPECT_EQ(static_cast<int32_t>(expected.characters), m->storedCharCount());
+        EXPECT_EQ(expected.capacity, m->byteCapacity());
+        m->release();
+    }
+}
+
+// A representation whose first buffer is in its own block goes on as one
+// with a buffer apart: growth, case mapping, erase and reset give the same
+// text and capacity (and the sanitizers see each buffer freed once).
+TEST(StringOneBlockTest, ChangesAsTheTwoBlockForm) {
+    for (uint32_t length : {1u, 7u, 8u, 40u, 200u, 8191u, 8192u}) {
+        std::string text;
+        for (uint32_t i = 0; i < length; ++i) text += static_cast<char>('a' + i % 26);
+        for (const char* encoding : {"utf8", "vutf8"}) {
+            SCOPED_TRACE(std::to_string(length) + encoding);
+            StringImplC* one = StringImplC::make(text.data(), length, encoding);
+            StringImplC* two = new StringImplC(text.data(), length, encoding);
+            one->addRef();
+            two->addRef();
+            StringImplC* tail = new StringImplC("xyz\xC3\xA9", 5, "utf8");
+            tail->addRef();
+            for (int step = 0; step < 6; ++step) {
+                for (StringImplC* s : {one, two}) {
+                    switch (step) {
+                    case 0: s->append(tail); break;
+                    case 1: s->toUpper(); break;
+                    case 2: s->erase(1, 3); break;
+                    case 3: s->reserve(s->byteCapacity() + 1); break;
+                    case 4: s->appendChar(0x4E2D); break;
+                    default: s->reset(); break;
+                    }
+                }
+                auto textOf = [](StringImplC* s) {
+                    return s->bytes() ? std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount())
+                                      : std::string("(none)");
+                };
+                EXPECT_EQ(textOf(two), textOf(one));
+                EXPECT_EQ(two->byteCapacity(), one->byteCapacity());
+                EXPECT_EQ(two->storedCharCount(), one->storedCharCount());
+            }
+            tail->release();
+            one->release();
+            two->release();
+        }
+    }
 }
 
 // Pieces of input: clean sequences and every kind of thing the decoder
