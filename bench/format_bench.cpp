@@ -79,7 +79,8 @@ BENCHMARK(typicalSnprintf)->Name("format_typical_list_in_loop/snprintf");
 void typicalFmt(benchmark::State& state) {
     const char* reason = "No such file or directory";
     for (auto _ : state) {
-        std::string text = fmt::format("Failed to open '{}' after {} attempts: {}", kPath, 3, reason);
+        std::string text =
+            fmt::format("Failed to open '{}' after {} attempts: {}", kPath, 3, reason);
         benchmark::DoNotOptimize(text);
     }
 }

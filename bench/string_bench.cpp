@@ -213,12 +213,18 @@ void findKeel(benchmark::State& state) {
 }
 BENCHMARK(findKeel)->Name("find_char_loop/keel")->Arg(10 << 10)->Arg(1 << 20);
 
-void findU32(benchmark::State& state) {
+// The same pieces as UTF-32 strings.
+std::vector<std::u32string> distinctU32Texts(size_t bytes) {
     std::vector<std::u32string> texts;
-    for (const std::vector<uint32_t>& piece : distinctPieces(state.range(0))) {
+    for (const std::vector<uint32_t>& piece : distinctPieces(bytes)) {
         texts.emplace_back();
         for (uint32_t c : piece) texts.back() += char32_t(c);
     }
+    return texts;
+}
+
+void findU32(benchmark::State& state) {
+    std::vector<std::u32string> texts = distinctU32Texts(state.range(0));
     size_t next = 0;
     for (auto _ : state) {
         const std::u32string& text = texts[next++ % texts.size()];
@@ -248,11 +254,7 @@ void findFirstOfKeel(benchmark::State& state) {
 BENCHMARK(findFirstOfKeel)->Name("find_first_of_loop/keel")->Arg(10 << 10);
 
 void findFirstOfU32(benchmark::State& state) {
-    std::vector<std::u32string> texts;
-    for (const std::vector<uint32_t>& piece : distinctPieces(state.range(0))) {
-        texts.emplace_back();
-        for (uint32_t c : piece) texts.back() += char32_t(c);
-    }
+    std::vector<std::u32string> texts = distinctU32Texts(state.range(0));
     size_t next = 0;
     for (auto _ : state) {
         const std::u32string& text = texts[next++ % texts.size()];
