@@ -48,6 +48,44 @@ void messageFmt(benchmark::State& state) {
 }
 BENCHMARK(messageFmt)->Name("format_message/fmt");
 
+// The message of a program's error path: the argument list is built at every
+// call, with a C text for %s and a string for %S.
+const char kTypical[] = "Failed to open '%s' after %d attempts: %S";
+
+void typicalKeel(benchmark::State& state) {
+    StringC format(kTypical, "utf8");
+    StringC reason("No such file or directory", "utf8");
+    for (auto _ : state) {
+        ArgListC args;
+        args.add(kPath).add(int32_t(3)).add(reason);
+        StringC text = StringC::format(format, args);
+        benchmark::DoNotOptimize(text);
+    }
+}
+BENCHMARK(typicalKeel)->Name("format_typical_list_in_loop/keel");
+
+void typicalSnprintf(benchmark::State& state) {
+    const char* reason = "No such file or directory";
+    for (auto _ : state) {
+        char text[160];
+        int n = snprintf(text, sizeof text, "Failed to open '%s' after %d attempts: %s", kPath, 3,
+                         reason);
+        std::string out(text, n > 0 ? static_cast<size_t>(n) : 0);
+        benchmark::DoNotOptimize(out);
+    }
+}
+BENCHMARK(typicalSnprintf)->Name("format_typical_list_in_loop/snprintf");
+
+void typicalFmt(benchmark::State& state) {
+    const char* reason = "No such file or directory";
+    for (auto _ : state) {
+        std::string text =
+            fmt::format("Failed to open '{}' after {} attempts: {}", kPath, 3, reason);
+        benchmark::DoNotOptimize(text);
+    }
+}
+BENCHMARK(typicalFmt)->Name("format_typical_list_in_loop/fmt");
+
 void emptyKeel(benchmark::State& state) {
     StringC format("", "utf8");
     StringC path(kPath, "utf8");

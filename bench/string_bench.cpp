@@ -3,11 +3,14 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <keel/keel.h>
+#include <keel/stringar.h>
 
 #include "textgen.h"
 
@@ -33,6 +36,22 @@ void copyStd(benchmark::State& state) {
     }
 }
 BENCHMARK(copyStd)->Name("copy_handle/std_string")->Arg(64)->Arg(4096);
+
+// The floor of a shared value with an atomic reference count: a
+// std::shared_ptr copied and dropped.
+// libstdc++ counts without atomics while the process has never had a second
+// thread (__libc_single_threaded); a handle that other threads may hold
+// cannot, so one thread is started and joined first to measure the count
+// that a threaded program pays.
+void copySharedPtr(benchmark::State& state) {
+    std::thread([] {}).join();
+    auto source = std::make_shared<std::string>(bench::makeUtf8(bench::Ascii, state.range(0)));
+    for (auto _ : state) {
+        std::shared_ptr<std::string> copy(source);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(copySharedPtr)->Name("copy_handle/std_shared_ptr")->Arg(64)->Arg(4096);
 
 void assignKeel(benchmark::State& state) {
     std::string text = bench::makeUtf8(bench::Ascii, state.range(0));
@@ -194,12 +213,18 @@ void findKeel(benchmark::State& state) {
 }
 BENCHMARK(findKeel)->Name("find_char_loop/keel")->Arg(10 << 10)->Arg(1 << 20);
 
-void findU32(benchmark::State& state) {
+// The same pieces as UTF-32 strings.
+std::vector<std::u32string> distinctU32Texts(size_t bytes) {
     std::vector<std::u32string> texts;
-    for (const std::vector<uint32_t>& piece : distinctPieces(state.range(0))) {
+    for (const std::vector<uint32_t>& piece : distinctPieces(bytes)) {
         texts.emplace_back();
         for (uint32_t c : piece) texts.back() += char32_t(c);
     }
+    return texts;
+}
+
+void findU32(benchmark::State& state) {
+    std::vector<std::u32string> texts = distinctU32Texts(state.range(0));
     size_t next = 0;
     for (auto _ : state) {
         const std::u32string& text = texts[next++ % texts.size()];
@@ -210,6 +235,37 @@ void findU32(benchmark::State& state) {
     }
 }
 BENCHMARK(findU32)->Name("find_char_loop/std_u32string")->Arg(10 << 10)->Arg(1 << 20);
+
+// The words of a text found with a small set of separators, the way a word
+// count runs: the same set at every call.
+const char32_t kSeparators[] = U" ,.;";
+
+void findFirstOfKeel(benchmark::State& state) {
+    std::vector<StringC> strings = distinctStrings(state.range(0));
+    StringC set(reinterpret_cast<const char*>(u8" ,.;"), "utf8");
+    size_t next = 0;
+    for (auto _ : state) {
+        const StringC& s = strings[next++ % strings.size()];
+        int32_t found = 0;
+        for (int32_t at = s.findFirstOf(set); at >= 0; at = s.findFirstOf(set, at)) ++found;
+        benchmark::DoNotOptimize(found);
+    }
+}
+BENCHMARK(findFirstOfKeel)->Name("find_first_of_loop/keel")->Arg(10 << 10);
+
+void findFirstOfU32(benchmark::State& state) {
+    std::vector<std::u32string> texts = distinctU32Texts(state.range(0));
+    size_t next = 0;
+    for (auto _ : state) {
+        const std::u32string& text = texts[next++ % texts.size()];
+        int32_t found = 0;
+        for (size_t at = text.find_first_of(kSeparators); at != std::u32string::npos;
+             at = text.find_first_of(kSeparators, at + 1))
+            ++found;
+        benchmark::DoNotOptimize(found);
+    }
+}
+BENCHMARK(findFirstOfU32)->Name("find_first_of_loop/std_u32string")->Arg(10 << 10);
 
 }  // namespace
 
@@ -275,5 +331,55 @@ void sortStd(benchmark::State& state) {
     }
 }
 BENCHMARK(sortStd)->Name("sort_10000_words/std_string");
+
+// StringArrayC::sortWith of 100,000 words beside std::sort of a
+// std::vector<StringC> with the same comparison.
+std::vector<StringC> manyWords() {
+    std::mt19937 random(15);
+    std::vector<StringC> words;
+    for (int i = 0; i < 100000; ++i) {
+        std::string word;
+        for (int k = 3 + random() % 9; k > 0; --k) word += static_cast<char>('a' + random() % 26);
+        words.emplace_back(word);
+    }
+    return words;
+}
+
+int compareWords(void*, const StringC& first, const StringC& second) {
+    return first.compare(second);
+}
+
+void sortWithKeel(benchmark::State& state) {
+    std::vector<StringC> words = manyWords();
+    for (auto _ : state) {
+        state.PauseTiming();
+        keel::StringArrayC array;
+        for (const StringC& w : words) array.append(w);
+        state.ResumeTiming();
+        array.sortWith(compareWords, nullptr);
+        benchmark::DoNotOptimize(array.data());
+        state.PauseTiming();
+        array.clear();
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(sortWithKeel)->Name("sort_with/keel/100000")->Unit(benchmark::kMillisecond);
+
+void sortWithStd(benchmark::State& state) {
+    std::vector<StringC> words = manyWords();
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::vector<StringC> copy = words;
+        state.ResumeTiming();
+        std::sort(copy.begin(), copy.end(), [](const StringC& a, const StringC& b) {
+            return compareWords(nullptr, a, b) < 0;
+        });
+        benchmark::DoNotOptimize(copy.data());
+        state.PauseTiming();
+        copy.clear();
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(sortWithStd)->Name("sort_with/std_sort_vector/100000")->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -138,11 +138,21 @@ public:
     };
 
     ArgListC() {}
+    // The copy's own cell is reachable by no other thread yet: the reference
+    // is taken and the cell set plainly.
     ArgListC(const ArgListC& other) {
-        cell.exchange(nullptr);
         ArgListImplC* body = other.cell.load();
         if (body) body->addRef();
-        cell.exchange(body);
+        cell.initialize(body);
+    }
+    // Moving hands the body over without touching its count; the moved-from
+    // list is empty (no body), as a list that was never added to. An rvalue
+    // is its holder's alone (the rule of the standard library for rvalue
+    // arguments), as the new list is, so neither cell is written by exchange:
+    // the format front end moves its own by-value copy into the engine's.
+    ArgListC(ArgListC&& other) noexcept {
+        cell.initialize(other.cell.load());
+        other.cell.initialize(nullptr);
     }
     ArgListC& operator=(const ArgListC& other) {
         ArgListImplC* body = other.cell.load();
@@ -160,10 +170,14 @@ public:
     ArgListC& append(ArgEntry* entry) {
         ArgListImplC* body = cell.load();
         if (!body) {
+            // A new body that no other thread can see yet: its first
+            // reference is stored plainly. The cell was null a moment ago
+            // and adding to a list is for its owner only (the entries are
+            // added without a lock), so the body is published with a
+            // release store rather than an exchange.
             body = new ArgListImplC();
-            body->addRef();
-            ArgListImplC* old = cell.exchange(body);
-            if (old) old->release();
+            body->firstRef();
+            cell.publish(body);
         }
         body->add(entry);
         return *this;
@@ -276,13 +290,14 @@ inline ArgListC::ArgListImplC::~ArgListImplC() {
 
 inline StringC StringC::format(const StringC& format, ArgListC args) {
     StringImplI* pattern = format.getImpl();
-    return StringC::fromNew(pattern->getFactory()->format(pattern, args));
+    // `args` is this call's own copy: it is handed on, not copied again.
+    return StringC::fromNew(pattern->getFactory()->format(pattern, static_cast<ArgListC&&>(args)));
 }
 
 inline void StringC::formatTo(CharSinkFn sink, void* context, const StringC& format,
                               ArgListC args) {
     StringImplI* pattern = format.getImpl();
-    pattern->getFactory()->formatTo(sink, context, pattern, args);
+    pattern->getFactory()->formatTo(sink, context, pattern, static_cast<ArgListC&&>(args));
 }
 
 // The format parser behind ArgListC::fromFormat. It reads the caller's

@@ -1,10 +1,15 @@
 // AtomicM<T>: the cell for every field that more than one thread may touch
 // without a lock (string handles, cached string fields, ready flags, ...).
 //
-// Reading is an aligned acquire load; every write, the constructor's included,
-// is an exchange done as a compare-and-swap loop on the last value read. There
-// is deliberately no other operation: callers that need read-modify-write use
-// their own protocol on top of exchange.
+// Reading is an aligned acquire load; every write to a cell that other
+// threads may reach is one atomic exchange (`xchg`, which on x86 is a full
+// barrier already; a compare-and-swap loop would only add a retry). There is
+// deliberately no other operation: callers that need read-modify-write use
+// their own protocol on top of exchange. The constructors, and
+// `initialize`, store plainly: an object under construction is not yet
+// reachable by any other thread, and whatever later hands it over (an
+// exchange into a shared cell, a lock, a thread start) orders these stores
+// before the other thread's reads.
 //
 // Cells of pointers, 32-bit integers and bytes, and 64-bit cells (the string
 // cursor keeps its index and offset in one), all without a lock on both
@@ -27,8 +32,8 @@ class AtomicM {
     static_assert(__atomic_always_lock_free(sizeof(T), 0), "a cell that needs no lock");
 
 public:
-    AtomicM() : value_() { exchange(T()); }
-    explicit AtomicM(T initial) : value_() { exchange(initial); }
+    AtomicM() : value_() {}
+    explicit AtomicM(T initial) : value_(initial) {}
     AtomicM(const AtomicM&) = delete;
     AtomicM& operator=(const AtomicM&) = delete;
 
@@ -41,12 +46,14 @@ public:
     operator T() const { return load(); }
 
     // Stores `desired` and answers the value it replaced.
-    T exchange(T desired) {
-        T seen = load();
-        while (!__atomic_compare_exchange_n(&value_, &seen, desired, false, __ATOMIC_ACQ_REL,
-                                            __ATOMIC_RELAXED)) {}
-        return seen;
-    }
+    T exchange(T desired) { return __atomic_exchange_n(&value_, desired, __ATOMIC_ACQ_REL); }
+    // A store into a cell that holds null and that only its owner writes
+    // (a list adding its first entry): a release store, so that a reader that
+    // loads the pointer sees the object whole. On x86 a plain store.
+    void publish(T value) { __atomic_store_n(&value_, value, __ATOMIC_RELEASE); }
+    // The first store into a cell that its owner is still constructing and
+    // no other thread can see yet (a handle's constructor): a plain store.
+    void initialize(T value) { __atomic_store_n(&value_, value, __ATOMIC_RELAXED); }
     AtomicM& operator=(T desired) {
         exchange(desired);
         return *this;

@@ -125,7 +125,18 @@ public:
     // The first element of the chain from `word` on whose key equals `key`.
     HashElemI* matchFrom(uintptr_t word, const void* key);
 
+    // The mask of the index rule, the lists with no element and the count of
+    // insertions and removals, for checks and iterators.
+    uint32_t bitsMask() const { return bits_mask; }
+    uint32_t emptyLists() const { return empty_lists; }
+    uint32_t currentGeneration() const { return generation; }
+
+    // Read directly by callers, as the table's documented interface has it.
     uint32_t size;
+
+protected:
+    // Protected rather than private so that a test's own table can damage
+    // them on purpose to exercise check().
     uint32_t bits_mask;
     HashArrayC* lists;
     uint32_t empty_lists;

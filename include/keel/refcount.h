@@ -31,6 +31,11 @@ public:
     }
     ~RefCountC() override {}
 
+    // The first reference of an object that its maker has not handed to
+    // any other thread yet: the count goes from 0 to 1 by a plain store,
+    // which nobody can tell from the increment.
+    void firstRef() { atomicStoreRelaxed(&count_, 1); }
+
     // The current count, for isShared-style questions. An acquire load: a
     // thread that sees 1 here goes on to change the object in place, and it
     // must be ordered after every other handle's reads, which ended with

@@ -238,10 +238,11 @@ public:
     StringC(const StringC& other) { take(other.getImpl()); }
 
     // Moving hands the representation over and touches no reference count
-    // (the handle's own cell is still written by exchange, as every write of
-    // it is). The moved-from handle holds nothing and reads as the empty
-    // string; it may be assigned to or destroyed as usual.
-    StringC(StringC&& other) noexcept { impl.exchange(other.impl.exchange(nullptr)); }
+    // (the other handle's cell is emptied by exchange; the new handle's own,
+    // which no other thread can see yet, is stored plainly). The moved-from
+    // handle holds nothing and reads as the empty string; it may be assigned
+    // to or destroyed as usual.
+    StringC(StringC&& other) noexcept { impl.initialize(other.impl.exchange(nullptr)); }
     StringC& operator=(StringC&& other) noexcept {
         if (this == &other) return *this;
         StringImplI* old = impl.exchange(other.impl.exchange(nullptr));
@@ -517,11 +518,13 @@ private:
         }
         return empty;
     }
-    // Constructors: null into the cell, then the reference, then the exchange.
+    // Constructors: the reference, then the store. The handle under
+    // construction is reachable by no other thread, so its cell takes the
+    // value plainly (it was set to null by its own constructor); whatever
+    // later shares the handle orders the store before any other reader.
     void take(StringImplI* representation) {
-        impl.exchange(nullptr);
         if (representation) representation->addRef();
-        impl.exchange(representation);
+        impl.initialize(representation);
     }
     const void* textIn(const char* encoding) const {
         void* out = nullptr;

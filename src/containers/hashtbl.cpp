@@ -286,11 +286,11 @@ HashIteratorC::HashIteratorC(HashTableC* table, bool allElements)
 void HashIteratorC::reset() {
     listIndex = 0;
     currentElement = nullptr;
-    generation = table->generation;
+    generation = table->currentGeneration();
 }
 
 bool HashIteratorC::changed(uint32_t& status) const {
-    if (table->generation == generation) {
+    if (table->currentGeneration() == generation) {
         status = 0;
         return false;
     }
@@ -300,7 +300,7 @@ bool HashIteratorC::changed(uint32_t& status) const {
 }
 
 HashElemI* HashIteratorC::successor(uint32_t& index, HashElemI* from) const {
-    uint32_t count = table->lists->size();
+    uint32_t count = table->listCount();
     while (index < count) {
         if (!from) {
             uintptr_t head = *table->listHead(index);
@@ -346,7 +346,7 @@ HashElemI* HashIteratorC::removeCurrent(uint32_t& status) {
     table->detach(old);
     currentElement = following;
     listIndex = index;
-    generation = table->generation;
+    generation = table->currentGeneration();
     return old;
 }
 

@@ -131,7 +131,7 @@ StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount
         int8_t value = *static_cast<const int8_t*>(bytes);
         if (value > 0) return asciiString(static_cast<uint8_t>(value));
     }
-    return new StringImplC(bytes, byteCount, encoding);
+    return StringImplC::make(bytes, byteCount, encoding);
 }
 
 StringImplI* StringImplFactoryC::fromText(const char* text, const char* encoding) {
@@ -141,7 +141,7 @@ StringImplI* StringImplFactoryC::fromText(const char* text, const char* encoding
 
 StringImplI* StringImplFactoryC::fromBytesNew(const void* bytes, uint32_t byteCount,
                                               const char* encoding) {
-    return new StringImplC(bytes, byteCount, encoding);
+    return StringImplC::make(bytes, byteCount, encoding);
 }
 
 StringImplI* StringImplFactoryC::fromChar(uint32_t character) {

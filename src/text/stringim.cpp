@@ -148,8 +148,42 @@ void StringImplC::setVectorPaths(bool on) { setUtf8VectorPaths(on); }
 
 // Count 0, every cached field 0 and no buffer; then reset puts the fields
 // into their empty state.
-StringImplC::StringImplC() : data(nullptr), charCount(0), byteLength(0), capacity(0), cursor(0) {
-    StringImplC::reset();
+namespace {
+
+// The cursor cell: index in the low 32 bits, byte offset in the high 32.
+inline uint64_t packCursor(int32_t index, int32_t offset) {
+    return static_cast<uint64_t>(static_cast<uint32_t>(index)) |
+           (static_cast<uint64_t>(static_cast<uint32_t>(offset)) << 32);
+}
+
+}  // namespace
+
+// The fields start as reset() leaves them, stored plainly: the object is
+// reachable by no other thread until a handle that holds it is shared, and
+// that hand-over orders these stores before every other reader. The same
+// holds for the stores of the text below, which only constructors make.
+StringImplC::StringImplC()
+    : data(nullptr), charCount(-1), byteLength(0), capacity(0), cursor(packCursor(-1, 0)) {}
+
+StringImplC::StringImplC(InlineTextT, uint32_t room) : StringImplC() {
+    data = inlineText();
+    capacity = room;
+    data[0] = 0;
+}
+
+StringImplC* StringImplC::make(const void* bytes, uint32_t byteCount, const char* encoding) {
+    // Only where the first reserve is known to be for byteCount + 1 bytes:
+    // "vutf8" copies the bytes, "utf8" copies its clean head into that room
+    // (and when the rest makes the text another size, it starts again with a
+    // buffer of its own, of the capacity it would have had).
+    if (bytes && byteCount != 0 && byteCount < kInlineLimit &&
+        (isInternalForm(encoding) || isUtf8(encoding))) {
+        uint32_t room = grownCapacity(0, byteCount + 1);
+        StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
+        string->store(bytes, byteCount, encoding);
+        return string;
+    }
+    return new StringImplC(bytes, byteCount, encoding);
 }
 
 StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* encoding)
@@ -174,14 +208,14 @@ void StringImplC::storeJoined(StringImplI* first, StringImplI* second) {
     data[firstLength + secondLength] = 0;
     byteLength = firstLength + secondLength;
     // Counting both parts here also gives them their counts.
-    charCount = first->length() + second->length();
+    charCount.initialize(first->length() + second->length());
 }
 
 void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encoding) {
     if (!bytes || byteCount == 0) {
         reserve(1);
         data[0] = 0;
-        charCount = 0;
+        charCount.initialize(0);
         return;
     }
     if (isInternalForm(encoding)) {
@@ -208,7 +242,7 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
     // A decoder that wrote less than it announced leaves no unset bytes.
     if (written < size) memset(data + written, 0, size - written);
     data[size] = 0;
-    charCount = static_cast<int32_t>(characters);
+    charCount.initialize(static_cast<int32_t>(characters));
 }
 
 // The UTF-8 decoder writes clean sequences as they are, so a clean head is
@@ -225,7 +259,7 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
     if (clean == byteCount) {
         byteLength = byteCount;
         data[byteCount] = 0;
-        charCount = static_cast<int32_t>(characters);
+        charCount.initialize(static_cast<int32_t>(characters));
         return true;
     }
     LocalDecoderC local(encoding);
@@ -246,14 +280,14 @@ bool StringImplC::storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodi
     if (written < restSize) memset(data + clean + written, 0, restSize - written);
     byteLength = size;
     data[size] = 0;
-    charCount = static_cast<int32_t>(characters + restCharacters);
+    charCount.initialize(static_cast<int32_t>(characters + restCharacters));
     return true;
 }
 
 StringImplC::~StringImplC() { freeBuffer(); }
 
 void StringImplC::freeBuffer() {
-    delete[] data;
+    if (data != inlineText()) delete[] data;
     data = nullptr;
 }
 
@@ -291,7 +325,7 @@ void StringImplC::reserve(uint32_t wanted) {
     uint8_t* grown = new uint8_t[capacity];
     if (data) {
         memcpy(grown, data, byteLength + 1);
-        delete[] data;
+        if (data != inlineText()) delete[] data;
     } else {
         // A first buffer reads as the empty text until the caller fills it.
         grown[0] = 0;
@@ -302,15 +336,6 @@ void StringImplC::reserve(uint32_t wanted) {
 const uint8_t* StringImplC::textBytes() const { return data ? data : emptyText; }
 
 // --- The position cursor -----------------------------------------------------
-
-namespace {
-
-inline uint64_t packCursor(int32_t index, int32_t offset) {
-    return static_cast<uint64_t>(static_cast<uint32_t>(index)) |
-           (static_cast<uint64_t>(static_cast<uint32_t>(offset)) << 32);
-}
-
-}  // namespace
 
 StringImplC::CursorT StringImplC::loadCursor() const {
     uint64_t both = cursor.load();
@@ -533,7 +558,7 @@ StringImplI* StringImplC::substring(int32_t start, int32_t count) {
         for (int32_t steps = count; steps > 0 && *end != 0; --steps)
             end = stepForward(end, data + byteLength);
     }
-    return new StringImplC(p, static_cast<uint32_t>(end - p), "vutf8");
+    return make(p, static_cast<uint32_t>(end - p), "vutf8");
 }
 
 // --- Changing ----------------------------------------------------------------
@@ -661,7 +686,7 @@ void StringImplC::mapCharacters(CharMapFn map) {
     byteLength = offset;
     charCount = characters;
     data[offset] = 0;
-    delete[] old;
+    if (old != inlineText()) delete[] old;
 }
 
 void StringImplC::toLower() { mapCharacters(toLowerChar); }

@@ -40,6 +40,28 @@ public:
     StringImplC(StringImplI* first, StringImplI* second);
     ~StringImplC() override;
 
+    // A new plain representation of the text, as the constructor above makes
+    // it. For "utf8" and "vutf8" text of up to kInlineLimit bytes the first
+    // buffer, of exactly the capacity that the first reserve would pick, is
+    // part of the object's own block: one allocation instead of two. The
+    // buffer is then never freed on its own; when the text grows it moves to
+    // a buffer of its own like any other, and the place behind the object
+    // stays unused until the object dies.
+    static StringImplC* make(const void* bytes, uint32_t byteCount, const char* encoding);
+    static const uint32_t kInlineLimit = 8192;
+
+    // The object's block: ordinary, or with room for its first buffer behind
+    // the object (see make).
+    struct InlineTextT {};
+    static void* operator new(size_t size) { return ::operator new(size); }
+    static void* operator new(size_t size, InlineTextT, uint32_t room) {
+        return ::operator new(size + room);
+    }
+    static void* operator new(size_t, void* place) { return place; }
+    static void operator delete(void* block) { ::operator delete(block); }
+    static void operator delete(void*, void*) {}
+    static void operator delete(void* block, InlineTextT, uint32_t) { ::operator delete(block); }
+
     // Both tables, that of StringImplI and that of the RefCountC base, reach
     // these through one override.
     int32_t addRef() override;
@@ -128,8 +150,15 @@ protected:
     // The text as bytes: the buffer, or an empty text when there is none, so
     // that nothing reads through a null buffer.
     const uint8_t* textBytes() const;
-    // Frees the buffer without wiping; the secure class wipes first.
+    // Frees the buffer without wiping; the secure class wipes first. A
+    // buffer inside the object's block (see make) is only let go.
     void freeBuffer();
+    // Where make puts the first buffer: right behind a plain StringImplC.
+    // Only make's objects ever have their buffer there.
+    uint8_t* inlineText() { return reinterpret_cast<uint8_t*>(this) + sizeof(StringImplC); }
+    // The state of a new object whose first buffer of `room` bytes is the
+    // one behind it.
+    StringImplC(InlineTextT, uint32_t room);
     // The capacity that reserve(wanted) picks when `capacity` is too small.
     static uint32_t grownCapacity(uint32_t capacity, uint32_t wanted);
 

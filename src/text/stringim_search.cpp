@@ -237,27 +237,42 @@ inline HitT makeHit(int32_t index, int32_t cursorIndex, const uint8_t* cursorPla
     return hit;
 }
 
-// The forward set searches: the first character from `index` on that is in
-// the set (`wanted` true) or not in it (`wanted` false). The cursor goes
-// behind it.
-HitT findForwardInSet(StringImplC& s, StringImplI* set, int32_t index, bool wanted) {
-    CharListC members(set);
-    if (wanted && members.count() == 0) return noHit();
-    const uint8_t* p = forwardPlace(s, index);
-    if (!p) return noHit();
-    const uint8_t* data = s.bytes();
-    const uint8_t* end = data + s.byteCount();
-    if (oneBytePerChar(s) && members.ascii()) {
-        // Bytes at or above 0x80 read as U+FFFD, which an ASCII set lacks,
-        // so the byte spans of the C library give the same answer.
-        const char* text = reinterpret_cast<const char*>(p);
-        const uint8_t* at =
-            p + (wanted ? strcspn(text, members.needle()) : strspn(text, members.needle()));
-        if (*at == 0) return noHit();
-        int32_t found = static_cast<int32_t>(at - data);
-        return makeHit(found, found + 1, at + 1);
+// A set of ASCII characters read straight from its bytes (up to the first
+// NUL, as CharListC reads it) into a bitmap. A search calls this first and
+// builds the list and the sorted set only when the set has other
+// characters: a loop that searches with the same few separators at every
+// call would otherwise spend most of its time making the set again.
+class AsciiSetC {
+public:
+    explicit AsciiSetC(const Utf8ViewC& text) : ascii_(true), empty_(true) {
+        memset(bits_, 0, sizeof(bits_));
+        const uint8_t* p = text.data();
+        const uint8_t* end = p + text.size();
+        for (; p < end && *p != 0; ++p) {
+            if (*p >= 0x80) {
+                ascii_ = false;
+                return;
+            }
+            bits_[*p >> 5] |= 1u << (*p & 31);
+            empty_ = false;
+        }
     }
-    CharSetC lookup(members);
+    bool ascii() const { return ascii_; }
+    bool empty() const { return empty_; }
+    bool contains(uint32_t c) const { return c < 0x80 && ((bits_[c >> 5] >> (c & 31)) & 1u); }
+    const uint32_t* bits() const { return bits_; }
+
+private:
+    uint32_t bits_[4];
+    bool ascii_;
+    bool empty_;
+};
+
+// The forward walk over characters from `p` (index `index`) on: the first
+// whose membership in `lookup` is `wanted`. The cursor goes behind it.
+template <class Lookup>
+inline HitT walkForwardInSet(const uint8_t* p, const uint8_t* end, int32_t index,
+                             const Lookup& lookup, bool wanted) {
     while (*p != 0) {
         const uint8_t* next = nextPlace(p, end);
         if (lookup.contains(charValue(p)) == wanted) return makeHit(index, index + 1, next);
@@ -267,15 +282,78 @@ HitT findForwardInSet(StringImplC& s, StringImplI* set, int32_t index, bool want
     return noHit();
 }
 
-// The backward set searches; the cursor stays at the character found.
-HitT findBackwardInSet(StringImplC& s, StringImplI* set, int32_t before, bool wanted) {
+// The same walk for a set of ASCII characters. A sequence of two or more
+// bytes decodes below 0x80 only in an overlong form, whose lead byte is one
+// of C0, C1, E0, F0, F8, FC; every other sequence (and every broken one,
+// U+FFFD) is a character outside the set, known without decoding it.
+inline HitT walkForwardInAsciiSet(const uint8_t* p, const uint8_t* end, int32_t index,
+                                  const AsciiSetC& lookup, bool wanted) {
+    for (;;) {
+        uint32_t b = *p;
+        if (b < 0x80) {
+            if (b == 0) return noHit();
+            if (lookup.contains(b) == wanted) return makeHit(index, index + 1, p + 1);
+            ++p;
+            ++index;
+            continue;
+        }
+        bool member = false;
+        if (b <= 0xC1 || b == 0xE0 || b == 0xF0 || b == 0xF8 || b == 0xFC) {
+            member = lookup.contains(charValue(p));
+        }
+        const uint8_t* next = nextPlace(p, end);
+        if (member == wanted) return makeHit(index, index + 1, next);
+        p = next;
+        ++index;
+    }
+}
+
+// The forward set searches: the first character from `index` on that is in
+// the set (`wanted` true) or not in it (`wanted` false). The cursor goes
+// behind it.
+HitT findForwardInSet(StringImplC& s, StringImplI* set, int32_t index, bool wanted) {
+    Utf8ViewC setText(set);
+    AsciiSetC asciiSet(setText);
+    if (asciiSet.ascii()) {
+        if (wanted && asciiSet.empty()) return noHit();
+        const uint8_t* p = forwardPlace(s, index);
+        if (!p) return noHit();
+        const uint8_t* data = s.bytes();
+        if (oneBytePerChar(s)) {
+            // Bytes at or above 0x80 read as U+FFFD, which an ASCII set
+            // lacks, so the byte spans of the C library give the same answer.
+            const char* text = reinterpret_cast<const char*>(p);
+            const uint8_t* at =
+                p + (wanted ? strcspn(text, setText.chars()) : strspn(text, setText.chars()));
+            if (*at == 0) return noHit();
+            int32_t found = static_cast<int32_t>(at - data);
+            return makeHit(found, found + 1, at + 1);
+        }
+        const uint8_t* end = data + s.byteCount();
+        // Non-ASCII text: a block step over valid text, the careful walk
+        // below for the rest.
+        if (end - p >= 64 && haveUtf8VectorPaths()) {
+            int found = findAsciiSetBlocks(p, end, asciiSet.bits(), wanted, index);
+            if (found < 0) return noHit();
+            if (found > 0) return makeHit(index, index + 1, nextPlace(p, end));
+        }
+        return walkForwardInAsciiSet(p, end, index, asciiSet, wanted);
+    }
     CharListC members(set);
     if (wanted && members.count() == 0) return noHit();
-    int32_t index = 0;
-    const uint8_t* p = backwardPlace(s, before, index);
+    const uint8_t* p = forwardPlace(s, index);
     if (!p) return noHit();
     const uint8_t* data = s.bytes();
+    const uint8_t* end = data + s.byteCount();
     CharSetC lookup(members);
+    return walkForwardInSet(p, end, index, lookup, wanted);
+}
+
+// The backward set searches; the cursor stays at the character found.
+template <class Lookup>
+HitT walkBackwardInSet(StringImplC& s, const uint8_t* p, int32_t index, const Lookup& lookup,
+                       bool wanted) {
+    const uint8_t* data = s.bytes();
     if (oneBytePerChar(s)) {
         while (p > data) {
             --p;
@@ -290,6 +368,27 @@ HitT findBackwardInSet(StringImplC& s, StringImplI* set, int32_t before, bool wa
         if (lookup.contains(charValue(p)) == wanted) return makeHit(index, index, p);
     }
     return noHit();
+}
+
+HitT findBackwardInSet(StringImplC& s, StringImplI* set, int32_t before, bool wanted) {
+    {
+        Utf8ViewC setText(set);
+        AsciiSetC asciiSet(setText);
+        if (asciiSet.ascii()) {
+            if (wanted && asciiSet.empty()) return noHit();
+            int32_t index = 0;
+            const uint8_t* p = backwardPlace(s, before, index);
+            if (!p) return noHit();
+            return walkBackwardInSet(s, p, index, asciiSet, wanted);
+        }
+    }
+    CharListC members(set);
+    if (wanted && members.count() == 0) return noHit();
+    int32_t index = 0;
+    const uint8_t* p = backwardPlace(s, before, index);
+    if (!p) return noHit();
+    CharSetC lookup(members);
+    return walkBackwardInSet(s, p, index, lookup, wanted);
 }
 
 }  // namespace

@@ -154,20 +154,22 @@ KEEL_AVX2 uint32_t copyClean(uint8_t* out, const uint8_t* in, uint32_t length,
     return at;
 }
 
-// The walk of findChar for an ASCII character other than NUL, from the walk
-// position `place` with character index `index`, 32 bytes a step. In a block
-// that the check finds valid, each walk step is one valid sequence, so the
-// characters are the bytes that are not continuation bytes, every ASCII byte
-// is a character of its own value, and no other character has an ASCII
-// value. Answers 1 with `place` and `index` at the match, -1 when a NUL
+// The walk of findChar for an ASCII character other than NUL and of the
+// searches with a set of ASCII characters, from the walk position `place`
+// with character index `index`, 32 bytes a step. In a block that the check
+// finds valid, each walk step is one valid sequence, so the characters are
+// the bytes that are not continuation bytes, every ASCII byte is a character
+// of its own value, and no other character has an ASCII value. `hitsOf(v,
+// starts)` marks the bytes that start a character the search wants, never
+// a NUL. Answers 1 with `place` and `index` at the match, -1 when a NUL
 // character ends the walk first, or 0 with `place` and `index` at a walk
 // position from which the caller goes on the careful way: in front of the
 // first block it was not sure of, or of the end.
-KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t character,
-                        int32_t& index) {
+template <class HitsOf>
+KEEL_AVX2 inline int scanValid(const uint8_t*& place, const uint8_t* end, int32_t& index,
+                               const HitsOf& hitsOf) {
     const TablesT t = makeTables();
     const __m256i zero = _mm256_setzero_si256();
-    const __m256i needle = _mm256_set1_epi8(static_cast<char>(character));
     const __m256i lastContinuation = _mm256_set1_epi8(char(0xBF));
     // What stands in front of `place` is taken as ASCII: a walk position
     // inside a sequence then shows up as a continuation byte behind ASCII.
@@ -184,11 +186,11 @@ KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t chara
             if (!_mm256_testz_si256(errors, errors)) break;
             incomplete = _mm256_subs_epu8(v, t.incompleteLimit);
         }
-        uint32_t hits = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, needle)));
-        uint32_t stops =
-            hits | static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero)));
         uint32_t starts =
             static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, lastContinuation)));
+        uint32_t hits = hitsOf(v, starts);
+        uint32_t stops =
+            hits | static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero)));
         if (stops) {
             uint32_t k = static_cast<uint32_t>(__builtin_ctz(stops));
             at += __builtin_popcount(starts & ((1u << k) - 1));
@@ -214,6 +216,61 @@ KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t chara
     place = q;
     index = at;
     return 0;
+}
+
+// The bytes equal to one ASCII character.
+struct CharHitsT {
+    __m256i needle;
+    KEEL_AVX2 uint32_t operator()(__m256i v, uint32_t) const {
+        return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, needle)));
+    }
+};
+
+KEEL_AVX2 int findAscii(const uint8_t*& place, const uint8_t* end, uint8_t character,
+                        int32_t& index) {
+    CharHitsT hits = {_mm256_set1_epi8(static_cast<char>(character))};
+    return scanValid(place, end, index, hits);
+}
+
+// Membership in a set of ASCII characters, 32 bytes at once: the low nibble
+// picks a byte of bits, one per high nibble 0 to 7, and the high nibble
+// picks its bit (none for bytes of 0x80 and above). With `wanted` the hits
+// are the members; without, every character outside the set, NUL aside (a
+// NUL ends the walk).
+struct SetHitsT {
+    __m256i rowTable;
+    __m256i bitTable;
+    bool wanted;
+    KEEL_AVX2 uint32_t operator()(__m256i v, uint32_t starts) const {
+        const __m256i nibble = _mm256_set1_epi8(0x0F);
+        const __m256i zero = _mm256_setzero_si256();
+        __m256i row = _mm256_shuffle_epi8(rowTable, _mm256_and_si256(v, nibble));
+        __m256i bit = _mm256_shuffle_epi8(bitTable, highNibble(v, nibble));
+        uint32_t members = ~static_cast<uint32_t>(
+            _mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_and_si256(row, bit), zero)));
+        if (wanted) return members;
+        uint32_t nul = static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero)));
+        return starts & ~members & ~nul;
+    }
+};
+
+KEEL_AVX2 int findAsciiSet(const uint8_t*& place, const uint8_t* end, const uint32_t bits[4],
+                           bool wanted, int32_t& index) {
+    alignas(16) uint8_t rows[16];
+    for (uint32_t low = 0; low < 16; ++low) {
+        uint32_t row = 0;
+        for (uint32_t high = 0; high < 8; ++high) {
+            uint32_t c = high * 16 + low;
+            row |= ((bits[c >> 5] >> (c & 31)) & 1u) << high;
+        }
+        rows[low] = static_cast<uint8_t>(row);
+    }
+    SetHitsT hits = {
+        _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(rows))),
+        _mm256_setr_epi8(1, 2, 4, 8, 16, 32, 64, char(128), 0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 4, 8, 16,
+                         32, 64, char(128), 0, 0, 0, 0, 0, 0, 0, 0),
+        wanted};
+    return scanValid(place, end, index, hits);
 }
 
 #undef KEEL_AVX2
@@ -255,6 +312,20 @@ int findAsciiBlocks(const uint8_t*& place, const uint8_t* end, uint8_t character
     (void)place;
     (void)end;
     (void)character;
+    (void)index;
+#endif
+    return 0;
+}
+
+int findAsciiSetBlocks(const uint8_t*& place, const uint8_t* end, const uint32_t bits[4],
+                       bool wanted, int32_t& index) {
+#if KEEL_UTF8SCAN_AVX2
+    return avx2::findAsciiSet(place, end, bits, wanted, index);
+#else
+    (void)place;
+    (void)end;
+    (void)bits;
+    (void)wanted;
     (void)index;
 #endif
     return 0;

@@ -111,6 +111,13 @@ inline uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length,
 // the careful way.
 int findAsciiBlocks(const uint8_t*& place, const uint8_t* end, uint8_t character, int32_t& index);
 
+// The same block step for the searches with a set of ASCII characters
+// (`bits`, one bit per character 0 to 127, NUL never in it): with `wanted`
+// the first character in the set, without it the first one outside it. The
+// plain loop is the character walk of findFirstOf and findFirstNotOf.
+int findAsciiSetBlocks(const uint8_t*& place, const uint8_t* end, const uint32_t bits[4],
+                       bool wanted, int32_t& index);
+
 // Switches the vector kernels off (for the tests that hold them to the plain
 // loops) and on again.
 void setUtf8VectorPaths(bool on);

@@ -22,6 +22,9 @@ struct IdHash {
 };
 typedef HashElemM<uint32_t, int> IdElem;
 struct IdTable : HashMapM<uint32_t, int, IdHash, equal<uint32_t>> {
+    // Opened up so that a test can damage them for check().
+    using HashTableC::bits_mask;
+    using HashTableC::empty_lists;
     std::vector<IdElem*> add(const std::vector<uint32_t>& keys) {
         std::vector<IdElem*> added;
         for (uint32_t key : keys) insert(*added.insert(added.end(), new IdElem(key, 0)));

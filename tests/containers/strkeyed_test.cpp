@@ -71,10 +71,10 @@ TEST(StringKeyedTest, CaseBlindAndCaseSensitiveTablesAndSelfDetach) {
     EXPECT_EQ(nullptr, blind.find(&longer));
     EXPECT_EQ(c, blind.find(&accented));
     EXPECT_EQ(nullptr, exact.find(&upper));
-    uint32_t generation = blind.generation;
+    uint32_t generation = blind.currentGeneration();
     delete a;
     EXPECT_EQ(1u, blind.size);
-    EXPECT_EQ(generation + 1, blind.generation);
+    EXPECT_EQ(generation + 1, blind.currentGeneration());
     EXPECT_EQ(nullptr, blind.find(&upper));
     EXPECT_TRUE(blind.check());
 }

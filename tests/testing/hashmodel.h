@@ -104,9 +104,9 @@ private:
         } else if (choice < 62) {
             if (model.empty()) return;
             int i = static_cast<int>(pick(model.size()));
-            uint32_t generation = table->generation;
+            uint32_t generation = table->currentGeneration();
             EXPECT_TRUE(table->detach(model[i].element));
-            EXPECT_EQ(generation + 1, table->generation);
+            EXPECT_EQ(generation + 1, table->currentGeneration());
             EXPECT_FALSE(table->detach(model[i].element));
             forget(i, true);
         } else if (choice < 67) {
@@ -129,7 +129,7 @@ private:
             }
             model.clear();
             EXPECT_EQ(lists, table->listCount());
-            EXPECT_EQ(lists, table->empty_lists);
+            EXPECT_EQ(lists, table->emptyLists());
         } else {  // find and findNext give the equal keys newest first
             std::vector<HashElemI*> want, got;
             for (int i : equal) want.push_back(model[i].element);
