@@ -1,5 +1,6 @@
 #include "locale/datetime.h"
 
+#include <locale.h>
 #include <string.h>
 #include <sys/time.h>
 #include <time.h>
@@ -230,11 +231,44 @@ namespace datetimeinternal {
 
 // The process locale's decimal separator (numbers facet of version 1, its
 // fifth value). The locale of this library holds an empty one.
+//
+// Each thread remembers the name of the process locale it last asked for and
+// that locale's numbers facet. A locale, once made, lives to the end of the
+// process with its facets, and a facet's separator never changes, so while
+// the platform names the same locale the answer is the facet's again, and
+// the lookup under the locale latch is needed only when the name changes.
+// The name is asked of the platform at every call, so a program that changes
+// its locale is answered for the new one at once.
 StringC decimalSeparator() {
+    struct RememberedT {
+        char name[120];
+        uint32_t length;  // 0: nothing remembered (a name of 0 bytes is not kept)
+        LocaleNumbersI* numbers;
+        bool empty;
+    };
+    static thread_local RememberedT remembered;
+    const char* processName = setlocale(LC_ALL, nullptr);
+    if (processName == nullptr) processName = "";
+    size_t length = strlen(processName);
+    if (remembered.length != 0 && length == remembered.length &&
+        memcmp(processName, remembered.name, length) == 0) {
+        return remembered.empty ? StringC() : remembered.numbers->decimalSeparator();
+    }
     StringC name;
     LocaleI* locale = getLocale(name);
     LocaleNumbersI* numbers = locale ? locale->getNumbers(1) : nullptr;
-    return numbers ? numbers->decimalSeparator() : StringC();
+    StringC separator = numbers ? numbers->decimalSeparator() : StringC();
+    // Kept only when the locale asked for is the one named above: another
+    // thread may have changed the process locale in between.
+    Utf8ViewC asked(name);
+    if (numbers && length != 0 && length < sizeof remembered.name && asked.size() == length &&
+        memcmp(asked.data(), processName, length) == 0) {
+        memcpy(remembered.name, processName, length);
+        remembered.length = static_cast<uint32_t>(length);
+        remembered.numbers = numbers;
+        remembered.empty = separator.isEmpty();
+    }
+    return separator;
 }
 
 }  // namespace datetimeinternal
