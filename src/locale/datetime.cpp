@@ -94,6 +94,7 @@ public:
         Utf8ViewC view(text);
         const char* bytes = view.chars();
         uint32_t size = view.size();
+        sourceSize = size;
         // Short texts, the usual ones, live in the object's own arrays.
         if (size <= kLocal) {
             memcpy(localBytes, bytes, size);
@@ -133,6 +134,14 @@ public:
     void commit() {
         if (!erased) return;
         caller = joined(0);
+    }
+    // The text as the caller gave it, for the message of a failure: the
+    // caller's string itself while nothing was erased, otherwise a string
+    // of the same characters made from the bytes read at the start. Made
+    // only when a parse fails, so a good parse takes no copy of the handle.
+    StringC original() const {
+        if (!erased) return caller;
+        return StringC(source, sourceSize, "vutf8");
     }
     // A field of exactly `width` digits at `index`, or -1.
     int32_t field(int32_t index, int32_t width) const {
@@ -206,9 +215,16 @@ private:
             out = &heap[0];
         }
         uint32_t used = 0;
+        // Characters are mostly single bytes: those are copied by hand, not
+        // through a call per character.
         for (int32_t i = first; i < count; ++i) {
-            memcpy(out + used, source + chars[i].offset, chars[i].size);
-            used += chars[i].size;
+            const CharT& ch = chars[i];
+            if (ch.size == 1) {
+                out[used++] = source[ch.offset];
+            } else {
+                memcpy(out + used, source + ch.offset, ch.size);
+                used += ch.size;
+            }
         }
         return StringC(out, used, "vutf8");
     }
@@ -218,6 +234,7 @@ private:
     char localBytes[kLocal];
     CharT localChars[kLocal];
     const char* source;
+    uint32_t sourceSize;
     CharT* chars;
     std::string heapBytes;
     std::vector<CharT> heapChars;
@@ -492,7 +509,6 @@ StringC DateTimeC::format(int32_t flags) const {
 }
 
 DateTimeC DateTimeC::parse(StringC& text) {
-    StringC kept = text;
     ParseTextC chars(text);
     int32_t n = chars.length();
     bool ok = false;
@@ -571,7 +587,7 @@ DateTimeC DateTimeC::parse(StringC& text) {
                     "\x01\x01"
                     "e\x01"
                     "Invalid date/time string: '%S'",
-                    ArgListC().add(kept));
+                    ArgListC().add(chars.original()));
         return DateTimeC(0, false);
     }
     return result;

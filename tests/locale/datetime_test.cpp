@@ -215,10 +215,23 @@ TEST_F(DateTimeTest, ParseTable) {
     }
     StringC time("12:30:45", "utf8");
     EXPECT_EQ(str(DateTimeC::parse(time).format(8)), "12:30:45");
-    StringC bad("2024-13-01", "utf8");
-    DateTimeC::parse(bad);
-    ASSERT_EQ(errors->getCount(), 1u);
-    EXPECT_EQ(str(errors->getEntry(0)->getText()), "Invalid date/time string: '2024-13-01'");
+    // The message quotes the text as given, whether or not separators were
+    // taken out before the parse failed, for short and long texts alike.
+    const char* const bads[] = {
+        "2024-13-01",
+        "nonsense",
+        "2024-02-3\xC3\xA9T12:00:00",
+        "2024-13-01T12:00:00.123456789012345678901234567890123456789\xE2\x82\xAC",
+    };
+    uint32_t count = 0;
+    for (const char* given : bads) {
+        SCOPED_TRACE(given);
+        StringC bad(given, "utf8");
+        DateTimeC::parse(bad);
+        ASSERT_EQ(errors->getCount(), ++count);
+        EXPECT_EQ(str(errors->getEntry(count - 1)->getText()),
+                  std::string("Invalid date/time string: '") + given + "'");
+    }
 }
 
 }  // namespace
