@@ -16,8 +16,8 @@ namespace {
 // surrogate pair for four bytes), and the substitute for a character the
 // target cannot hold is one unit too.
 uint32_t outputWidthBound(TextEncodingI* encoding) {
-    static const char* const names[] = {"ascii",   "system-8", "iso-8859-1", "utf8",
-                                        "utf16",   "utf16be",  "utf16le",    "wchar_t"};
+    static const char* const names[] = {"ascii", "system-8", "iso-8859-1", "utf8",
+                                        "utf16", "utf16be",  "utf16le",    "wchar_t"};
     for (const char* name : names) {
         if (encoding == findEncoding(name)) return encoding->unitWidth();
     }
