@@ -7,6 +7,25 @@
 
 namespace keel {
 
+namespace {
+
+// The most bytes one byte of internal text can become in an encoding made
+// by this library, or 0 for an encoding from elsewhere (whose encoder is
+// then asked for the exact size). One internal byte gives at most one unit:
+// a one-byte character is one unit, a longer sequence at most two (a
+// surrogate pair for four bytes), and the substitute for a character the
+// target cannot hold is one unit too.
+uint32_t outputWidthBound(TextEncodingI* encoding) {
+    static const char* const names[] = {"ascii", "system-8", "iso-8859-1", "utf8",
+                                        "utf16", "utf16be",  "utf16le",    "wchar_t"};
+    for (const char* name : names) {
+        if (encoding == findEncoding(name)) return encoding->unitWidth();
+    }
+    return 0;
+}
+
+}  // namespace
+
 StreamWriterC::StreamWriterC(OutputStreamC* stream, TextEncodingI* encoding, bool writeMark,
                              bool ownsStream)
     : stream(stream),
@@ -14,8 +33,10 @@ StreamWriterC::StreamWriterC(OutputStreamC* stream, TextEncodingI* encoding, boo
       encoder(nullptr),
       markPending(writeMark),
       bufferSize(0),
-      buffer(nullptr) {
+      buffer(nullptr),
+      widthBound(0) {
     encoder = (encoding ? encoding : findEncoding("system-8"))->newEncoder();
+    widthBound = outputWidthBound(encoder->getEncoding());
 }
 
 StreamWriterC::~StreamWriterC() { close(); }
@@ -74,7 +95,12 @@ uint32_t StreamWriterC::write(const StringC& original) {
     if (encoding == findEncoding("utf8")) {
         code = stream->write(bytes, static_cast<int32_t>(length));
     } else {
-        uint32_t needed = encoder->encodedSize(bytes, length);
+        // A string holds whole sequences, so the encoder holds nothing between
+        // writes and the bound per byte covers the whole output; the size
+        // pass is needed only for an encoding whose bound is unknown.
+        uint32_t needed = widthBound != 0 && length <= 0x3FFFFFFFu
+                              ? widthBound * length
+                              : encoder->encodedSize(bytes, length);
         if (bufferSize < needed) {
             delete[] buffer;
             bufferSize = static_cast<uint32_t>(uint64_t(needed) * 3 / 2);

@@ -50,6 +50,9 @@ private:
     bool markPending;
     uint32_t bufferSize;
     uint8_t* buffer;
+    // Bytes of output per byte of text at most, for the library's own
+    // encodings (0 for others): the buffer is sized by it without a size pass.
+    uint32_t widthBound;
 };
 
 }  // namespace keel

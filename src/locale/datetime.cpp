@@ -1,5 +1,6 @@
 #include "locale/datetime.h"
 
+#include <locale.h>
 #include <string.h>
 #include <sys/time.h>
 #include <time.h>
@@ -93,6 +94,7 @@ public:
         Utf8ViewC view(text);
         const char* bytes = view.chars();
         uint32_t size = view.size();
+        sourceSize = size;
         // Short texts, the usual ones, live in the object's own arrays.
         if (size <= kLocal) {
             memcpy(localBytes, bytes, size);
@@ -132,6 +134,14 @@ public:
     void commit() {
         if (!erased) return;
         caller = joined(0);
+    }
+    // The text as the caller gave it, for the message of a failure: the
+    // caller's string itself while nothing was erased, otherwise a string
+    // of the same characters made from the bytes read at the start. Made
+    // only when a parse fails, so a good parse takes no copy of the handle.
+    StringC original() const {
+        if (!erased) return caller;
+        return StringC(source, sourceSize, "vutf8");
     }
     // A field of exactly `width` digits at `index`, or -1.
     int32_t field(int32_t index, int32_t width) const {
@@ -205,9 +215,16 @@ private:
             out = &heap[0];
         }
         uint32_t used = 0;
+        // Characters are mostly single bytes: those are copied by hand, not
+        // through a call per character.
         for (int32_t i = first; i < count; ++i) {
-            memcpy(out + used, source + chars[i].offset, chars[i].size);
-            used += chars[i].size;
+            const CharT& ch = chars[i];
+            if (ch.size == 1) {
+                out[used++] = source[ch.offset];
+            } else {
+                memcpy(out + used, source + ch.offset, ch.size);
+                used += ch.size;
+            }
         }
         return StringC(out, used, "vutf8");
     }
@@ -217,6 +234,7 @@ private:
     char localBytes[kLocal];
     CharT localChars[kLocal];
     const char* source;
+    uint32_t sourceSize;
     CharT* chars;
     std::string heapBytes;
     std::vector<CharT> heapChars;
@@ -230,11 +248,44 @@ namespace datetimeinternal {
 
 // The process locale's decimal separator (numbers facet of version 1, its
 // fifth value). The locale of this library holds an empty one.
+//
+// Each thread remembers the name of the process locale it last asked for and
+// that locale's numbers facet. A locale, once made, lives to the end of the
+// process with its facets, and a facet's separator never changes, so while
+// the platform names the same locale the answer is the facet's again, and
+// the lookup under the locale latch is needed only when the name changes.
+// The name is asked of the platform at every call, so a program that changes
+// its locale is answered for the new one at once.
 StringC decimalSeparator() {
+    struct RememberedT {
+        char name[120];
+        uint32_t length;  // 0: nothing remembered (a name of 0 bytes is not kept)
+        LocaleNumbersI* numbers;
+        bool empty;
+    };
+    static thread_local RememberedT remembered;
+    const char* processName = setlocale(LC_ALL, nullptr);
+    if (processName == nullptr) processName = "";
+    size_t length = strlen(processName);
+    if (remembered.length != 0 && length == remembered.length &&
+        memcmp(processName, remembered.name, length) == 0) {
+        return remembered.empty ? StringC() : remembered.numbers->decimalSeparator();
+    }
     StringC name;
     LocaleI* locale = getLocale(name);
     LocaleNumbersI* numbers = locale ? locale->getNumbers(1) : nullptr;
-    return numbers ? numbers->decimalSeparator() : StringC();
+    StringC separator = numbers ? numbers->decimalSeparator() : StringC();
+    // Kept only when the locale asked for is the one named above: another
+    // thread may have changed the process locale in between.
+    Utf8ViewC asked(name);
+    if (numbers && length != 0 && length < sizeof remembered.name && asked.size() == length &&
+        memcmp(asked.data(), processName, length) == 0) {
+        memcpy(remembered.name, processName, length);
+        remembered.length = static_cast<uint32_t>(length);
+        remembered.numbers = numbers;
+        remembered.empty = separator.isEmpty();
+    }
+    return separator;
 }
 
 }  // namespace datetimeinternal
@@ -458,7 +509,6 @@ StringC DateTimeC::format(int32_t flags) const {
 }
 
 DateTimeC DateTimeC::parse(StringC& text) {
-    StringC kept = text;
     ParseTextC chars(text);
     int32_t n = chars.length();
     bool ok = false;
@@ -537,7 +587,7 @@ DateTimeC DateTimeC::parse(StringC& text) {
                     "\x01\x01"
                     "e\x01"
                     "Invalid date/time string: '%S'",
-                    ArgListC().add(kept));
+                    ArgListC().add(chars.original()));
         return DateTimeC(0, false);
     }
     return result;

@@ -6,10 +6,15 @@
 
 #include <gtest/gtest.h>
 
+#include <locale.h>
+
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <keel/errors.h>
 
+#include "locale/locale.h"
 #include "testing/tracelines.h"
 
 namespace keel {
@@ -156,6 +161,39 @@ TEST_F(DateTimeTest, RenderForms) {
     EXPECT_EQ(str(before.format(0)), "-1-1-1");
 }
 
+// Each thread remembers the process locale it last rendered under: threads
+// rendering at once agree, and a change of the process locale (to one that
+// has not been asked for yet) is seen by the next render.
+TEST_F(DateTimeTest, RenderAcrossThreadsAndALocaleChange) {
+    DateTimeC stamp(2024, 2, 29, 12, 30, 45, 123 * kSecond / 1000, false);
+    const std::string expected = str(stamp.format(8 + 32 + 3));
+    // The locale of this library has no decimal separator.
+    EXPECT_EQ(expected, "2024-02-29 12:30:45123Z");
+    std::vector<std::string> seen(4);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < seen.size(); ++i) {
+        threads.emplace_back([i, &seen, &stamp] {
+            std::string last;
+            for (int n = 0; n < 200; ++n) last = str(stamp.format(8 + 32 + 3));
+            seen[i] = last;
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (const std::string& text : seen) EXPECT_EQ(text, expected);
+    std::string before = setlocale(LC_ALL, nullptr);
+    if (setlocale(LC_NUMERIC, "C.UTF-8") != nullptr && before != setlocale(LC_ALL, nullptr)) {
+        EXPECT_EQ(str(stamp.format(8 + 32 + 3)), expected);
+        // The render asked for the locale of the new name, which made it:
+        // asking again adds nothing.
+        uint32_t locales = localeCount();
+        StringC name;
+        getLocale(name);
+        EXPECT_EQ(localeCount(), locales);
+        setlocale(LC_ALL, before.c_str());
+    }
+    EXPECT_EQ(str(stamp.format(8 + 32 + 3)), expected);
+}
+
 TEST_F(DateTimeTest, ParseTable) {
     struct Case {
         const char* text;
@@ -215,10 +253,23 @@ TEST_F(DateTimeTest, ParseTable) {
     }
     StringC time("12:30:45", "utf8");
     EXPECT_EQ(str(DateTimeC::parse(time).format(8)), "12:30:45");
-    StringC bad("2024-13-01", "utf8");
-    DateTimeC::parse(bad);
-    ASSERT_EQ(errors->getCount(), 1u);
-    EXPECT_EQ(str(errors->getEntry(0)->getText()), "Invalid date/time string: '2024-13-01'");
+    // The message quotes the text as given, whether or not separators were
+    // taken out before the parse failed, for short and long texts alike.
+    const char* const bads[] = {
+        "2024-13-01",
+        "nonsense",
+        "2024-02-3\xC3\xA9T12:00:00",
+        "2024-13-01T12:00:00.123456789012345678901234567890123456789\xE2\x82\xAC",
+    };
+    uint32_t count = 0;
+    for (const char* given : bads) {
+        SCOPED_TRACE(given);
+        StringC bad(given, "utf8");
+        DateTimeC::parse(bad);
+        ASSERT_EQ(errors->getCount(), ++count);
+        EXPECT_EQ(str(errors->getEntry(count - 1)->getText()),
+                  std::string("Invalid date/time string: '") + given + "'");
+    }
 }
 
 }  // namespace
