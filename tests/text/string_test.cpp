@@ -118,15 +118,8 @@ TEST(StringHandleTest, SharingWithoutCopies) {
     StringC empty;
     empty.append(text);  // appending to the empty string shares
     EXPECT_EQ(before, empty.getImpl());
-    StringC& alias = text;
-    text = alias;
-    EXPECT_EQ(before, text.getImpl());
-    EXPECT_EQ("abcdef", str(text));
-    EXPECT_EQ(before, text.substring(0).getImpl());  // the whole text is the same representation
     // A clone stops at the first NUL.
-    StringC withNul("ab\0cd", 5, "vutf8");
-    EXPECT_EQ("ab", str(withNul.clone()));
-    EXPECT_EQ(5u, withNul.textUtf8Length());
+    EXPECT_EQ("ab", str(StringC("ab\0cd", 5, "vutf8").clone()));
 }
 
 // A representation that counts its destructions.
