@@ -367,6 +367,9 @@ TEST(TextEncodingCases, CutSequenceIsHeldUntilTheNextPiece) {
     EXPECT_EQ(1u, chars);
     EXPECT_EQ(internal({0x4E2D}), Bytes(out, out + 3));
     EXPECT_EQ(0u, c.buffer()->heldCount());
+    // A sequence cut twice, and a unit cut in two.
+    EXPECT_EQ(internal({0x1F600}), pieces(true, "utf8", bytesOf("\xF0\x9F\x98\x80"), {1, 2}).out);
+    EXPECT_EQ(internal({'A', 'B'}), pieces(true, "utf16le", Bytes{0x41, 0x00, 0x42, 0x00}, {1, 3}).out);
     // Fed as two blocks, the second block's U+FEFF is taken for a mark.
     Result split = pieces(true, "utf16le", units16({'A', 0xFEFF, 'B'}, false), {2});
     EXPECT_EQ(internal({'A', 'B'}), split.out);
