@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include <atomic>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,7 +27,10 @@ using testkit::utf8Of;
 TEST(StringModelTest, RandomOperationsAgreeWithTheModel) {
     for (uint32_t seed = 1; seed <= 800; ++seed) {
         StringImplC::setVectorPaths(seed % 2 == 0);
-        testkit::SeededChoicesC choices(seed, 3000);
+        std::mt19937 random(seed);
+        std::vector<uint8_t> bytes(12000);
+        for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+        testkit::ByteChoicesC choices(bytes.data(), bytes.size());
         std::string failure = testkit::StringModelRunC(choices).run();
         ASSERT_EQ("", failure) << "seed " << seed;
     }
