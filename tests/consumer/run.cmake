@@ -1,6 +1,6 @@
 # The test from outside: install the build into a temporary prefix, build the
 # consumer project against it (MODE find_package or pkg-config) and run its
-# three programs. In pkg-config mode the compile line of README is tried too.
+# two programs. In pkg-config mode the compile line of README is tried too.
 # The installed keel tool is run once as well.
 #
 #   cmake -DKEEL_BINARY_DIR=... -DCONSUMER_SOURCE_DIR=... -DWORK_DIR=... -DMODE=... -P run.cmake
@@ -43,7 +43,7 @@ else()
   run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pc_dir} ${configure} -DKEEL_CONSUMER_WITH=pkg-config)
 endif()
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-foreach(program wordfreq loglines natsort)
+foreach(program wordfreq natsort)
   run(${WORK_DIR}/build/${program})
   message(STATUS "${program}:\n${last_output}")
 endforeach()

@@ -106,9 +106,7 @@ TEST(CatalogToolTest, CompilerRefusalsNameTheirLine) {
         const char* expected;
     } const cases[] = {
         {"1 1 e a\n1 1 w b\n", "line 2: error: s1m1 is a duplicate of line 1"},
-        {"1 2 e a\n\n1 1 w b\n1 2 i c\n", "line 4: error: s1m2 is a duplicate of line 1"},
         {"x 1 e a\n", "line 1: error: set 'x' is not a number from 0 to 65535"},
-        {"65536 1 e a\n", "line 1: error: set '65536' is not a number from 0 to 65535"},
         {"1 0x100000000 e a\n", "line 1: error: number '0x100000000' is not a number from 0 to 4294967295"},
         {"# c\n1 1\n", "line 2: error: severity missing"},
         {"1 1 ex a\n", "line 1: error: severity 'ex' is not made of the letters"},
@@ -116,7 +114,6 @@ TEST(CatalogToolTest, CompilerRefusalsNameTheirLine) {
         {"1 1 e a\\x4\n", "line 1: error: \\x must be followed by two hexadecimal digits"},
         {"1 1 e a\\\n", "line 1: error: a backslash ends the line"},
         {"4096 1 e a\n", "line 1: warning: s4096m1 can never be looked up"},
-        {"1 65536 e a\n", "line 1: warning: s1m65536 can never be looked up"},
     };
     for (const auto& c : cases) {
         std::string binary;
@@ -151,7 +148,6 @@ TEST(CatalogToolTest, DumperRefusesCorruptFiles) {
         bool ok;
     } const cases[] = {
         {"", "error: the file has 0 bytes, fewer than the 12 of a catalog header", false},
-        {good.substr(0, 11), "fewer than the 12", false},
         {"tavrinoX" + big32(0), "error: not a keel message catalog", false},
         {good.substr(0, 40), "announces 3 messages, but the file of 40 bytes holds index records for only 2", false},
         {wrongCount, "record 4: error: ", false},
@@ -232,7 +228,6 @@ TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
     } const cases[] = {
         {"allcat.%L.cat", {"allcat.cat"}, "allcat.cat"},
         {"allcat.%L.cat", {"allcat.cat", "allcat.-.cat"}, "allcat.-.cat"},
-        {"allcat.%L.cat", {"allcat.cat", "allcat..cat"}, "allcat..cat"},
         {"sub/%L/x.cat", {"sub/x.cat"}, "sub/x.cat"},
         {"%Lx.cat", {"x.cat"}, "x.cat"},
         {"plain.cat", {"plain.cat", "plain"}, "plain.cat"},

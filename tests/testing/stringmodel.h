@@ -1,8 +1,8 @@
 // A run of random operations on a StringC checked against a std::u32string
 // that holds the same characters. Shared by the model test
-// (tests/text/stringim_model_test.cpp), which draws its choices from a
-// seeded generator, and the fuzz target (fuzz/stringmodel_fuzz.cpp), which
-// draws them from its input.
+// (tests/text/stringim_model_test.cpp), which draws its choices from the
+// bytes of a seeded generator, and the fuzz target
+// (fuzz/stringmodel_fuzz.cpp), which draws them from its input.
 //
 // The text is made of sequences of one to six bytes (values up to
 // 0x7FFFFFFF, never 0), on strings whose count is known and on strings
@@ -33,43 +33,17 @@
 namespace keel {
 namespace testkit {
 
-// Where the run takes its choices from: a number below `bound` (at least 1).
-// `exhausted` ends the run.
-class ChoiceSourceI {
-public:
-    virtual ~ChoiceSourceI() {}
-    virtual uint32_t below(uint32_t bound) = 0;
-    virtual bool exhausted() const = 0;
-};
-
-// A seeded generator, the same choices on every run and target.
-class SeededChoicesC : public ChoiceSourceI {
-public:
-    SeededChoicesC(uint32_t seed, uint32_t steps) : state_(seed * 2654435761u + 1), left_(steps) {}
-    uint32_t below(uint32_t bound) override {
-        if (left_ > 0) --left_;
-        state_ ^= state_ << 13;
-        state_ ^= state_ >> 17;
-        state_ ^= state_ << 5;
-        return state_ % bound;
-    }
-    bool exhausted() const override { return left_ == 0; }
-
-private:
-    uint32_t state_;
-    uint32_t left_;
-};
-
-// The bytes of a fuzzer's input, one or four at a time; 0 once they are used up.
-class ByteChoicesC : public ChoiceSourceI {
+// Where the run takes its choices from: the bytes of a fuzzer's input, or
+// of a seeded generator, one or four at a time; 0 once they are used up.
+class ByteChoicesC {
 public:
     ByteChoicesC(const uint8_t* data, size_t size) : data_(data), size_(size), at_(0) {}
-    uint32_t below(uint32_t bound) override {
+    uint32_t below(uint32_t bound) {
         uint32_t value = 0;
         for (int k = bound <= 256 ? 1 : 4; k > 0; --k) value = (value << 8) | (at_ < size_ ? data_[at_++] : 0);
         return value % bound;
     }
-    bool exhausted() const override { return at_ >= size_; }
+    bool exhausted() const { return at_ >= size_; }
 
 private:
     const uint8_t* data_;
@@ -98,7 +72,7 @@ inline std::string utf8Of(const std::u32string& text) {
 
 class StringModelRunC {
 public:
-    explicit StringModelRunC(ChoiceSourceI& choices) : choices_(choices) {}
+    explicit StringModelRunC(ByteChoicesC& choices) : choices_(choices) {}
 
     // Runs until the choices are used up or an answer differs; answers an
     // empty text, or what differed and the operations that led there.
@@ -362,7 +336,7 @@ private:
         expect("search", got, want);
     }
 
-    ChoiceSourceI& choices_;
+    ByteChoicesC& choices_;
     StringC string_;
     std::u32string model_;
     std::ostringstream log_;

@@ -90,18 +90,39 @@ std::string localTime(time_t seconds, const char* pattern) {
 // ---------------------------------------------------------------------------
 // The places where this engine is not printf.
 
-TEST(FormatDifferences, PrecisionZeroStillPrintsOneDigit) {
-    // "." alone is precision 0 but keeps the zero filler.
-    expectRenders({{"[%.0d]", A(0), "[0]"}, {"[%.0x]", A(0), "[0]"}, {"[%5.0u]", A(0), "[    0]"},
-                   {"[%#.0o]", A(0), "[0]"}, {"[%08.d]", A(5), "[00000005]"}, {"[%08.0d]", A(5), "[       5]"}});
-}
-
-TEST(FormatDifferences, UnknownLettersPrintThemselvesAndTakeNoArgument) {
-    // Precision is not applied, length letters are skipped, a % at the end reads
-    // the terminator, and a number without $ is the width: no flags behind it.
-    expectRenders({{"[%5%]", A(7), "[    %]"}, {"[%-3%]", A(7), "[%  ]"}, {"[%.0f]", A(7), "[f]"},
-                   {"[%f %e %g %n %y %d]", A(7), "[f e g n y 7]"}, {"[%lf]", A(7), "[f]"}, {"%%", A(), "%"},
-                   {"abc%", A(), "abc"}, {"abc%4", A(), "abc    "}, {"[%5-d]", A(7), "[    -d]"}});
+// Each row a place where the engine is not printf on purpose.
+TEST(FormatDifferences, RowsThatAreNotPrintf) {
+    ArgListC sixteen = A(int16_t(-1), uint16_t(65535), int16_t(-2)), huge = A(1e300, -1e300, __builtin_nan(""));
+    expectRenders({
+        // "." alone is precision 0 but keeps the zero filler.
+        {"[%.0d]", A(0), "[0]"}, {"[%.0x]", A(0), "[0]"}, {"[%5.0u]", A(0), "[    0]"},
+        {"[%#.0o]", A(0), "[0]"}, {"[%08.d]", A(5), "[00000005]"}, {"[%08.0d]", A(5), "[       5]"},
+        // Unknown letters print themselves and take no argument: precision is not
+        // applied, length letters are skipped, a % at the end reads the
+        // terminator, and a number without $ is the width: no flags behind it.
+        {"[%5%]", A(7), "[    %]"}, {"[%-3%]", A(7), "[%  ]"}, {"[%.0f]", A(7), "[f]"},
+        {"[%f %e %g %n %y %d]", A(7), "[f e g n y 7]"}, {"[%lf]", A(7), "[f]"}, {"%%", A(), "%"},
+        {"abc%", A(), "abc"}, {"abc%4", A(), "abc    "}, {"[%5-d]", A(7), "[    -d]"},
+        // A negative `*` precision is 0 and leaves the filler alone, so the zero
+        // filler takes over; a negative width means left.
+        {"[%.*S]", A(-1, u8("abc")), "[]"}, {"[%.*d]", A(-3, 0), "[0]"},
+        {"[%06.*d]", A(-3, 42), "[000042]"}, {"[%*d]", A(-5, 42), "[42   ]"},
+        // Binary.
+        {"%b %#b %b %b", A(5, 0, -1, uint64_t(1) << 63), "101 0 " + std::string(32, '1') + " 1" + std::string(63, '0')},
+        {"%#b", A(5), "0b101"}, {"[%#08b]", A(5), "[0b000101]"}, {"[%+b]", A(5), "[101]"},
+        {"%.64b", A(1), std::string(63, '0') + "1"},
+        // Unsigned views zero-extend 16 bits, signed views sign-extend them; so
+        // does the 32-bit view of `*`. An Int32 is never extended past 32 bits.
+        {"%u %d %x", sixteen, "65535 -1 fffe"}, {"%2$d %2$u", sixteen, "-1 65535"},
+        {"%1$d %1$u %1$x %1$X %1$o", sixteen, "-1 65535 ffff FFFF 177777"},
+        {"[%*d][%*d]", A(int16_t(-4), 1, uint16_t(3), 2), "[1   ][  2]"},
+        {"%1$d %1$u %1$x", A(0xFFFFFFFFu), "-1 4294967295 ffffffff"}, {"%llx", A(-1), "ffffffff"},
+        // Reals are truncated toward zero.
+        {"%d %d %x %d", A(3.9, -3.9, 255.99, -0.5), "3 -3 ff 0"}, {"[%*d]", A(4.7, 1), "[   1]"},
+        {"%2$u", A(3.9, -3.9), "18446744073709551613"},
+        {"%d %d %d", huge, "9223372036854775807 -9223372036854775808 0"},
+        {"%u %c|", huge, "18446744073709551615  |"},
+    });
 }
 
 TEST(FormatDifferences, PointerIsCapitalHexWithEightDigitsAtLeast) {
@@ -114,37 +135,6 @@ TEST(FormatDifferences, PointerIsCapitalHexWithEightDigitsAtLeast) {
     char text[32];
     snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(uintptr_t(others.get(1)->pointer())));
     EXPECT_EQ(render("%p|%p|%p|%p", others), std::string("0x00000000|") + text + "|0x00000000|0x00000000");
-}
-
-TEST(FormatDifferences, NegativeStarPrecisionBecomesZero) {
-    // `*` leaves the filler alone, so the zero filler takes over; a negative width means left.
-    expectRenders({{"[%.*S]", A(-1, u8("abc")), "[]"}, {"[%.*d]", A(-3, 0), "[0]"},
-                   {"[%06.*d]", A(-3, 42), "[000042]"}, {"[%*d]", A(-5, 42), "[42   ]"}});
-}
-
-TEST(FormatDifferences, BinaryConversion) {
-    std::string bits = "101 0 " + std::string(32, '1') + " 1" + std::string(63, '0');
-    expectRenders({{"%b %#b %b %b", A(5, 0, -1, uint64_t(1) << 63), bits},
-                   {"%#b", A(5), "0b101"}, {"[%#08b]", A(5), "[0b000101]"}, {"[%+b]", A(5), "[101]"},
-                   {"%.64b", A(1), std::string(63, '0') + "1"}});
-}
-
-TEST(FormatDifferences, UnsignedViewsOfSixteenAndThirtyTwoBits) {
-    // Unsigned views zero-extend 16 bits, signed views sign-extend them; so
-    // does the 32-bit view of `*`. An Int32 is never extended past 32 bits.
-    ArgListC sixteen = A(int16_t(-1), uint16_t(65535), int16_t(-2));
-    expectRenders({{"%u %d %x", sixteen, "65535 -1 fffe"}, {"%2$d %2$u", sixteen, "-1 65535"},
-                   {"%1$d %1$u %1$x %1$X %1$o", sixteen, "-1 65535 ffff FFFF 177777"},
-                   {"[%*d][%*d]", A(int16_t(-4), 1, uint16_t(3), 2), "[1   ][  2]"},
-                   {"%1$d %1$u %1$x", A(0xFFFFFFFFu), "-1 4294967295 ffffffff"}, {"%llx", A(-1), "ffffffff"}});
-}
-
-TEST(FormatDifferences, RealsAreTruncatedTowardZero) {
-    ArgListC huge = A(1e300, -1e300, __builtin_nan(""));
-    expectRenders({{"%d %d %x %d", A(3.9, -3.9, 255.99, -0.5), "3 -3 ff 0"}, {"[%*d]", A(4.7, 1), "[   1]"},
-                   {"%2$u", A(3.9, -3.9), "18446744073709551613"},
-                   {"%d %d %d", huge, "9223372036854775807 -9223372036854775808 0"},
-                   {"%u %c|", huge, "18446744073709551615  |"}});
 }
 
 // ---------------------------------------------------------------------------

@@ -11,13 +11,12 @@
 
 #include <keel/string.h>
 
+#include "testing/scantest.h"
+
 namespace keel {
 namespace {
 
 using namespace std::string_literals;
-
-// A string over the bytes as they are, with no count known.
-StringC raw(const std::string& bytes) { return StringC(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8"); }
 
 StringC counted(const std::string& bytes) {
     StringC s = raw(bytes);

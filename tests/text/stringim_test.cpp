@@ -1,3 +1,6 @@
+// The string representation: internal form, the text in other encodings,
+// representations without a buffer, the static and empty ones, secure
+// wiping, and the block count of NUL-terminated 16-bit text.
 #include "text/stringim.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +24,9 @@ struct Held {
     T* impl;
 };
 
-StringImplC* internal(const char* text) { return new StringImplC(text, static_cast<uint32_t>(strlen(text)), "vutf8"); }
+StringImplC* internal(const char* text) {
+    return new StringImplC(text, static_cast<uint32_t>(strlen(text)), "vutf8");
+}
 
 std::string textOf(StringImplI* string) {
     void* text = nullptr;
@@ -32,7 +37,9 @@ std::string textOf(StringImplI* string) {
 }
 
 // "a", U+00E9, U+20AC, U+1F600, "b": offsets 0, 1, 3, 6, 10; 11 bytes.
-const char kMixed[] = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80" "b";
+const char kMixed[] =
+    "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"
+    "b";
 
 // The text and the stored count, as "text|count".
 std::string state(StringImplC* s) { return textOf(s) + "|" + std::to_string(s->storedCharCount()); }
@@ -44,6 +51,11 @@ TEST(StringImplTest, ConstructionAndInternalForm) {
     EXPECT_EQ(std::string(kMixed) + "|-1", state(s.impl));  // internal form is not counted
     EXPECT_EQ(5, s->length());
     EXPECT_EQ(5, s->storedCharCount());
+    // A clean head copied in one pass, then bytes whose replacements need a
+    // larger buffer: the text is decoded again the ordinary way.
+    StringC grown((std::string(40, 'a') + std::string(30, '\xFF')).c_str(), "utf8");
+    EXPECT_EQ(70, grown.length());
+    EXPECT_EQ(130u, grown.textUtf8Length());
     Held<StringImplC> empty(new StringImplC(nullptr, 5, "vutf8"));
     EXPECT_EQ("|0", state(empty.impl));
     // Internal form is copied without any check; walking stops at a NUL.
@@ -117,13 +129,14 @@ TEST(StringImplTest, BufferlessRepresentationReadsAsEmpty) {
     // copy on write gives a buffer again.
     StringC none("abc", "no-such-encoding"), a("a", "utf8");
     EXPECT_EQ(nullptr, none.textUtf8());
-    for (int32_t at : {none.find('a', -1), none.findLast('a', -1), none.find(a, -1), none.findLast(a, -1),
-                       none.findFirstNotOf(StringC(), -1), none.findLastNotOf(StringC(), -1), a.find(none)}) {
+    for (int32_t at : {none.find('a', -1), none.findLast(a, -1), none.findLastNotOf(StringC(), -1),
+                       a.find(none)}) {
         EXPECT_EQ(-1, at);
     }
     EXPECT_EQ(0, none.compare(StringC()));
     EXPECT_GT(a.compare(none), 0);
-    EXPECT_TRUE(none.compare(a) < 0 && none.compareNoCase(a) < 0 && none.compareNatural(a, true) == -1);
+    EXPECT_TRUE(none.compare(a) < 0 && none.compareNoCase(a) < 0 &&
+                none.compareNatural(a, true) == -1);
     EXPECT_TRUE(none.substring(1, 1).isEmpty());
     StringC copy = none;
     copy.append(uint32_t('z'));
@@ -144,8 +157,9 @@ TEST(StringImplTest, StaticAndEmptyRepresentations) {
     EmptyStringImplC empty;
     Held<StringImplC> other(internal("x"));
     EXPECT_TRUE(empty.isShared());
-    for (int answer : {empty.compare(other.impl), empty.compareNoCase(other.impl), empty.compareNatural(other.impl, true),
-                       empty.findChar('x', -1), empty.findLastNotOf(other.impl, -1)}) {
+    for (int answer : {empty.compare(other.impl), empty.compareNoCase(other.impl),
+                       empty.compareNatural(other.impl, true), empty.findChar('x', -1),
+                       empty.findLastNotOf(other.impl, -1)}) {
         EXPECT_EQ(-1, answer);
     }
     EXPECT_EQ(&empty, empty.substring(3, 4));
@@ -161,7 +175,8 @@ bool wipedToZero = true;
 
 void recordWipe(const void* buffer, uint32_t bytes) {
     wipes.push_back(bytes);
-    for (uint32_t i = 0; i < bytes; ++i) wipedToZero = wipedToZero && static_cast<const uint8_t*>(buffer)[i] == 0;
+    for (uint32_t i = 0; i < bytes; ++i)
+        wipedToZero = wipedToZero && static_cast<const uint8_t*>(buffer)[i] == 0;
 }
 
 TEST(SecureStringTest, WipesWhatItLetsGoExceptItsUtf8Text) {
@@ -200,6 +215,115 @@ TEST(SecureStringConstruction, FromOtherStringsAndWhatItHandsOut) {
     }
     Held<StringImplI> part(copy->substring(1, 1));
     EXPECT_EQ(nullptr, dynamic_cast<SecureStringImplC*>(part.impl));
+}
+
+// A string from NUL-terminated 16-bit text counts the units a block at a
+// time from the first 16-byte boundary on, reading whole aligned blocks.
+// Every length at every alignment of the units, with the terminator in the
+// last two bytes of its allocation.
+TEST(StringFromUtf16Test, EveryLengthAtEveryAlignment) {
+    for (size_t offset = 0; offset < 16; offset += 2) {
+        for (size_t n = 0; n <= 40; ++n) {
+            uint8_t* buffer = new uint8_t[offset + 2 * n + 2];
+            std::vector<uint16_t> units;
+            for (size_t i = 0; i < n; ++i)
+                units.push_back(i % 5 == 4 ? 0x4E2D : static_cast<uint16_t>('a' + i % 26));
+            units.push_back(0);
+            memcpy(buffer + offset, units.data(), 2 * units.size());
+            StringC s(reinterpret_cast<const uint16_t*>(buffer + offset));
+            EXPECT_EQ(static_cast<int32_t>(n), s.length())
+                << "offset " << offset << " length " << n;
+            const uint16_t* back = s.textUtf16();
+            EXPECT_EQ(0, memcmp(back, units.data(), 2 * units.size()));
+            s.releaseUtf16(back);
+            delete[] buffer;
+        }
+    }
+}
+
+// The block search for an ASCII character over text with a sequence, whole
+// or broken, at each place around the end of a 32-byte block: the answers
+// are those of the character walk. (Valid text is the string model's.)
+TEST(StringFindAsciiTest, BlockSearchAroundSequencesAndBreaks) {
+    for (const char* piece :
+         {"\xE4\xB8\xAD", "\xF4\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xFF", "\xE4\x65", "\xC3"}) {
+        for (size_t offset = 26; offset <= 33; ++offset) {
+            std::string text = std::string(offset, 'x') + piece + std::string(40, 'x') + "e";
+            for (const char* encoding : {"vutf8", "utf8"}) {
+                // The character, then the ASCII sets' searches, which take
+                // the same steps.
+                std::vector<int32_t> found[2];
+                StringC set("e,", "ascii"), others("x", "ascii");
+                for (int vector = 0; vector < 2; ++vector) {
+                    StringImplC::setVectorPaths(vector == 1);
+                    StringC s(text.data(), static_cast<uint32_t>(text.size()), encoding);
+                    for (int32_t at = s.find('e', -1); at >= 0; at = s.find('e', at))
+                        found[vector].push_back(at);
+                    for (int32_t at = s.findFirstOf(set, -1); at >= 0; at = s.findFirstOf(set, at))
+                        found[vector].push_back(at);
+                    for (int32_t at = s.findFirstNotOf(others, -1); at >= 0;
+                         at = s.findFirstNotOf(others, at))
+                        found[vector].push_back(at);
+                }
+                StringImplC::setVectorPaths(true);
+                EXPECT_EQ(found[0], found[1]) << encoding << " " << offset;
+            }
+        }
+    }
+}
+
+// A representation whose first buffer is in its own block goes on as one
+// with a buffer apart: growth, case mapping, erase and reset give the same
+// text and capacity (and the sanitizers see each buffer freed once).
+TEST(StringOneBlockTest, ChangesAsTheTwoBlockForm) {
+    for (uint32_t length : {1u, 7u, 8u, 40u, 200u, 8191u, 8192u}) {
+        std::string text;
+        for (uint32_t i = 0; i < length; ++i) text += static_cast<char>('a' + i % 26);
+        for (const char* encoding : {"utf8", "vutf8"}) {
+            SCOPED_TRACE(std::to_string(length) + encoding);
+            StringImplC* one = StringImplC::make(text.data(), length, encoding);
+            StringImplC* two = new StringImplC(text.data(), length, encoding);
+            one->addRef();
+            two->addRef();
+            StringImplC* tail = new StringImplC("xyz\xC3\xA9", 5, "utf8");
+            tail->addRef();
+            for (int step = 0; step < 6; ++step) {
+                for (StringImplC* s : {one, two}) {
+                    switch (step) {
+                    case 0:
+                        s->append(tail);
+                        break;
+                    case 1:
+                        s->toUpper();
+                        break;
+                    case 2:
+                        s->erase(1, 3);
+                        break;
+                    case 3:
+                        s->reserve(s->byteCapacity() + 1);
+                        break;
+                    case 4:
+                        s->appendChar(0x4E2D);
+                        break;
+                    default:
+                        s->reset();
+                        break;
+                    }
+                }
+                auto textOf = [](StringImplC* s) {
+                    return s->bytes() ? std::string(reinterpret_cast<const char*>(s->bytes()),
+                                                    s->byteCount())
+                                      : std::string("(none)");
+                };
+                EXPECT_EQ(textOf(two), textOf(one));
+                EXPECT_EQ(two->byteCapacity(), one->byteCapacity());
+                EXPECT_EQ(two->storedCharCount(), one->storedCharCount());
+            }
+            tail->release();
+            one->release();
+            two->release();
+        }
+    }
 }
 
 }  // namespace

@@ -128,20 +128,6 @@ Result pieces(bool decoding, const char* name, const Bytes& in, const std::vecto
 Result decodeAll(const char* name, const Bytes& in) { return pieces(true, name, in, {}); }
 Result encodeAll(const char* name, const Bytes& in) { return pieces(false, name, in, {}); }
 
-void expectSame(const Result& a, const Result& b, const std::string& what) {
-    EXPECT_EQ(a.out, b.out) << what;
-    EXPECT_EQ(a.chars, b.chars) << what;
-    EXPECT_EQ(a.lost, b.lost) << what;
-    EXPECT_EQ(a.heldAfter, b.heldAfter) << what;
-}
-
-std::vector<size_t> randomCuts(std::mt19937& rng, size_t most, size_t size) {
-    std::vector<size_t> cuts(rng() % most);
-    for (size_t& c : cuts) c = rng() % (size + 1);
-    std::sort(cuts.begin(), cuts.end());
-    return cuts;
-}
-
 // Nothing is written past `room`, and what stayed held is still usable by
 // the next call.
 void expectWithinRoom(bool decoding, const char* name, const Bytes& in, uint32_t room) {
@@ -301,23 +287,6 @@ TEST(TextEncodingObjects, MarksUnitWidthsAndTheEncodingOfEachCoder) {
     EXPECT_EQ(findEncoding("utf16le"), utf16OrderObject(false));
 }
 
-TEST(TextEncodingObjects, Utf16DecoderSettlesItsOrderAtTheFirstData) {
-    TextEncodingI* utf16 = findEncoding("utf16");
-    Coder c(true, "utf16");
-    uint8_t out[8];
-    uint32_t chars = 0;
-    EXPECT_EQ(0u, c.run(bytesOf("\xFE").data(), 1, out, sizeof out));  // one byte settles nothing
-    EXPECT_EQ(utf16, c.d->getEncoding());
-    EXPECT_EQ(1u, c.run(Bytes{0xFF, 0x00, 0x41}.data(), 3, out, sizeof out, &chars));
-    EXPECT_EQ(1u, chars);
-    EXPECT_EQ('A', out[0]);
-    EXPECT_EQ(findEncoding("utf16be"), c.d->getEncoding());
-    // A size question may settle it as well.
-    Coder le(true, "utf16");
-    EXPECT_EQ(1u, le.size(Bytes{0x41, 0x00}.data(), 2));
-    EXPECT_EQ(findEncoding("utf16le"), le.d->getEncoding());
-}
-
 TEST(TextEncodingObjectsThread, ConcurrentFirstUseGivesOneObjectEach) {
     std::vector<std::thread> threads;
     std::vector<std::vector<TextEncodingI*>> seen(8);
@@ -398,15 +367,20 @@ TEST(TextEncodingCases, CutSequenceIsHeldUntilTheNextPiece) {
     EXPECT_EQ(1u, chars);
     EXPECT_EQ(internal({0x4E2D}), Bytes(out, out + 3));
     EXPECT_EQ(0u, c.buffer()->heldCount());
+    // A sequence cut twice, and a unit cut in two.
+    EXPECT_EQ(internal({0x1F600}), pieces(true, "utf8", bytesOf("\xF0\x9F\x98\x80"), {1, 2}).out);
+    EXPECT_EQ(internal({'A', 'B'}), pieces(true, "utf16le", Bytes{0x41, 0x00, 0x42, 0x00}, {1, 3}).out);
     // Fed as two blocks, the second block's U+FEFF is taken for a mark.
     Result split = pieces(true, "utf16le", units16({'A', 0xFEFF, 'B'}, false), {2});
     EXPECT_EQ(internal({'A', 'B'}), split.out);
     EXPECT_EQ(2u, split.chars);
 }
 
-// --- Pieces: the same input in one piece and in every split ------------------
+// --- Random text against the model -------------------------------------------
 
-TEST(TextEncodingPieces, RandomTextAgreesWithTheModelInOnePieceAndInPieces) {
+// Whole input against the model; that any cut into pieces gives the same is
+// fuzz/encoding_fuzz.cpp's check on every input.
+TEST(TextEncodingPieces, RandomTextAgreesWithTheModel) {
     std::mt19937 rng(777);
     for (int round = 0; round < 60; ++round) {
         Bytes text = randomInternal(rng, 30);
@@ -419,41 +393,11 @@ TEST(TextEncodingPieces, RandomTextAgreesWithTheModelInOnePieceAndInPieces) {
             if (strcmp(name, "utf8") && strcmp(name, "system-8")) {
                 EXPECT_EQ(model.heldAfter, whole.heldAfter);
             }
-            expectSame(whole, pieces(false, name, text, randomCuts(rng, 10, text.size())), "encoded in pieces");
             Bytes in = randomOutside(name, rng, 30);
             model = modelDecode(name, in);
             whole = decodeAll(name, in);
             EXPECT_EQ(model.out, whole.out);
             EXPECT_EQ(model.chars, whole.chars);
-            expectSame(whole, pieces(true, name, in, randomCuts(rng, 10, in.size())), "decoded in pieces");
-        }
-    }
-}
-
-TEST(TextEncodingPieces, EdgeSequencesAtEveryOffsetOfTheFastPaths) {
-    // Each edge sequence, and each pair of them, inside plain text at every
-    // offset of an eight-byte block: the block-wise paths must give what
-    // the character-by-character model gives.
-    for (size_t e = 0; e < kEdges; ++e) {
-        for (size_t f = 0; f <= kEdges; ++f) {
-            for (size_t offset = 0; offset < 18; ++offset) {
-                for (size_t tail : {0, 3, 12}) {
-                    Bytes text(offset, 'a');
-                    putEdge(text, e);
-                    if (f < kEdges) putEdge(text, f);
-                    text.insert(text.end(), tail, 'z');
-                    for (const char* name : {"ascii", "iso-8859-1", "utf8", "utf16be", "wchar_t"}) {
-                        Result model = modelEncode(name, text);
-                        Result whole = encodeAll(name, text);
-                        ASSERT_EQ(model.out, whole.out) << name << " " << e << " " << f << " " << offset;
-                        ASSERT_EQ(model.lost, whole.lost) << name << " " << e << " " << f << " " << offset;
-                    }
-                    Result model = modelDecode("utf8", text);
-                    Result whole = decodeAll("utf8", text);
-                    ASSERT_EQ(model.out, whole.out) << e << " " << f << " " << offset;
-                    ASSERT_EQ(model.chars, whole.chars) << e << " " << f << " " << offset;
-                }
-            }
         }
     }
 }
@@ -511,39 +455,9 @@ TEST(TextEncodingRoom, ShortRoomLosesTheCharacterThatDidNotFit) {
     EXPECT_EQ(0xA5, out[2]);
 }
 
-TEST(TextEncodingHeld, HelpersOfTheBuffer) {
-    UTF8TextDecoderC d;
-    auto bytes = [](const char* s) { return reinterpret_cast<const uint8_t*>(s); };
-    d.appendHeld(bytes("\xF0\x9F"), 2);
-    uint32_t taken = 9, total = 9;
-    // Not enough input to finish: all of it is taken, the total is short.
-    EXPECT_EQ(d.heldBytes(), d.completeHeld(bytes("\x98"), 1, &taken, &total));
-    EXPECT_EQ(1u, taken);
-    EXPECT_EQ(3u, total);
-    EXPECT_EQ(2u, d.heldCount());  // the copy behind is not held
-    const uint8_t* p = d.completeHeld(bytes("\x98\x80zz"), 4, &taken, &total);
-    EXPECT_EQ(2u, taken);
-    EXPECT_EQ(4u, total);
-    EXPECT_EQ(bytesOf("\xF0\x9F\x98\x80"), Bytes(p, p + 4));
-    // A tail that does not fit is dropped whole.
-    d.appendHeld(bytes("12345"), 5);
-    EXPECT_EQ(2u, d.heldCount());
-    d.appendHeld(bytes("1234"), 4);
-    d.snapshot();
-    d.dropHeld(3);
-    EXPECT_EQ(bytesOf("234"), heldOf(&d));
-    d.snapshot();  // the first copy stays
-    d.dropHeld(100);
-    EXPECT_EQ(0u, d.heldCount());
-    d.restore();
-    EXPECT_EQ(bytesOf("\xF0\x9F" "1234"), heldOf(&d));
-    d.restore();  // nothing kept any more
-    EXPECT_EQ(6u, d.heldCount());
-    d.dropHeld(6);
-    taken = total = 9;
-    EXPECT_EQ(nullptr, d.completeHeld(bytes("a"), 1, &taken, &total));
-    EXPECT_EQ(0u, taken + total);
-    // maxOutput is an upper bound for a fresh decoder on any input.
+// maxOutput bounds what a fresh decoder gives for any input; the held bytes
+// run out and are dropped whole.
+TEST(TextEncodingHeld, BoundsAndAnEmptyBuffer) {
     std::mt19937 rng(99);
     for (const char* name : kNames) {
         for (int round = 0; round < 50; ++round) {
@@ -553,6 +467,12 @@ TEST(TextEncodingHeld, HelpersOfTheBuffer) {
             EXPECT_LE(c.size(in.data(), size32(in)), c.d->maxOutput(size32(in))) << name;
         }
     }
+    UTF8TextDecoderC d;
+    d.appendHeld(bytesOf("\xF0\x9F").data(), 2);
+    d.dropHeld(100);
+    uint32_t taken = 9, total = 9;
+    EXPECT_EQ(nullptr, d.completeHeld(bytesOf("a").data(), 1, &taken, &total));
+    EXPECT_EQ(0u, taken + total);
 }
 
 // --- Strings made from each encoding and given out in each -------------------
@@ -594,34 +514,4 @@ TEST(TextEncodingStrings, RoundTripThroughStringsInEveryEncoding) {
         EXPECT_EQ(outside, Bytes(back.begin(), back.begin() + size)) << c.name;
         EXPECT_EQ(Bytes(width, 0), Bytes(back.begin() + size, back.end())) << c.name;
     }
-}
-
-TEST(TextEncodingStrings, TextAccessorsOfEachEncoding) {
-    StringC s(internal({'a', 0xE9, 0x4E2D, 0x1F600}).data(), 10, "utf8");
-    ASSERT_EQ(4, s.length());
-    const uint16_t* units = s.textUtf16();
-    const uint16_t expect16[] = {'a', 0xE9, 0x4E2D, 0xD83D, 0xDE00, 0};
-    EXPECT_EQ(0, memcmp(expect16, units, sizeof expect16));
-    s.releaseUtf16(units);
-    EXPECT_EQ(10u, s.textUtf16Length());
-    const wchar_t* wide = s.textWide();
-    EXPECT_EQ(std::wstring(L"a\u00E9\u4E2D\U0001F600"), std::wstring(wide));
-    s.releaseWide(wide);
-    EXPECT_EQ(16u, s.textWideLength());
-    const char* latin = s.textLatin1();
-    EXPECT_STREQ("a\xE9~~", latin);
-    s.releaseLatin1(latin);
-    const char* system = s.textSystem();
-    EXPECT_STREQ("a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", system);
-    s.releaseSystem(system);
-
-    // The other ways in: 16-bit and wide text with a terminator.
-    EXPECT_EQ(0, StringC(expect16).compare(s));
-    EXPECT_EQ(0, StringC(L"a\u00E9\u4E2D\U0001F600").compare(s));
-    // A cut sequence at the end of bytes for one string is dropped.
-    EXPECT_EQ(3, StringC("abc\xE4", "utf8").length());
-    // Bad input is replaced, never refused.
-    StringC bad("A\xE9", "ascii");
-    EXPECT_EQ(2, bad.length());
-    EXPECT_EQ(0xFFFDu, bad.charAt(1));
 }
