@@ -125,24 +125,12 @@ TEST_F(DateTimeTest, IntervalsAndZones) {
     EXPECT_TRUE(DateTimeC::now(true).isLocalTime());
 }
 
+// The forms' oddities; datetime_fuzz compares every form of any tick count
+// with what the format engine writes.
 TEST_F(DateTimeTest, RenderForms) {
     DateTimeC stamp(2001, 2, 3, 4, 5, 6, 123456789 % kSecond, false);
-    DateTimeC local(2001, 2, 3, 4, 5, 6, true);
-    struct Case {
-        const DateTimeC* value;
-        int32_t flags;
-        const char* text;
-    } cases[] = {
-        {&stamp, 43, "2001-02-03 04:05:06235Z"},
-        {&stamp, 8 + 16, "2001-02-03"},
-        {&stamp, 16 + 7, "20010203"},
-        {&stamp, 0, "20010203T040506Z"},
-        {&stamp, 8 + 7, "2001-02-03T04:05:062345679Z"},
-        {&stamp, 1, "20010203T0405062Z"},
-        {&local, 8, "2001-02-03T04:05:06"},
-        {&local, 32, "20010203 040506"},
-    };
-    for (const Case& c : cases) EXPECT_EQ(str(c.value->format(c.flags)), c.text) << c.flags;
+    EXPECT_EQ(str(stamp.format(43)), "2001-02-03 04:05:06235Z");
+    EXPECT_EQ(str(DateTimeC(2001, 2, 3, 4, 5, 6, true).format(32)), "20010203 040506");
     // A time of day: no zone, and it wins over date only. No carry: 0.9999
     // seconds in three digits prints as 1000.
     DateTimeC time(2 * kSecond + 99990000, false);
