@@ -32,8 +32,8 @@ Lines linesOf(TextReaderC& reader) {
     return lines;
 }
 
-Lines readBytes(const std::string& bytes, bool detect, const char* encoding) {
-    StreamReaderC reader(new PiecewiseInputC(bytes, 0), detect,
+Lines readBytes(const std::string& bytes, bool detect, const char* encoding, uint32_t seed = 0) {
+    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect,
                          encoding ? findEncoding(encoding) : nullptr, true);
     return linesOf(reader);
 }
@@ -62,6 +62,22 @@ TEST(TextReaderTest, Marks) {
     for (const auto& c : cases) EXPECT_EQ(c.lines, readBytes(c.bytes, c.detect, c.encoding));
     StreamReaderC empty(new PiecewiseInputC("", 0), false, nullptr, true);
     EXPECT_EQ(nullptr, empty.readLine());
+}
+
+// Two cuts that random text seldom puts just there: a UTF-16 unit cut by
+// the end of a block, and a CR LF cut by the end of a block of the line
+// reader built on read and pushBack.
+TEST(TextReaderTest, CutsAtTheEndOfABlock) {
+    std::string utf16(2049, '\0');
+    utf16[1023] = 'x';
+    EXPECT_EQ(1u, readBytes(utf16, false, "utf16be", 5).size());
+    StreamReaderC reader(new PiecewiseInputC(std::string(127, 'a') + "\r\nb", 0), false,
+                         findEncoding("utf8"), true);
+    StringC line;
+    EXPECT_EQ(0u, reader.TextReaderC::readLine(line));
+    EXPECT_EQ(std::string(127, 'a'), str(line));
+    EXPECT_EQ(0u, reader.TextReaderC::readLine(line));
+    EXPECT_EQ("b", str(line));
 }
 
 // Every encoding: what a writer puts out, a reader of the same encoding
