@@ -152,8 +152,10 @@ TEST_F(KeelToolTest, CatalogRoundTrip) {
 
 // --- Conversions ---
 
-// Bytes are written with octal escapes (at most three digits), so a letter
-// may follow one directly.
+// Every encoding by name on each side, the marks and what is cut off by the
+// end; marks, broken sequences and piece borders in general are the
+// converter's model test's. Bytes are written with octal escapes (at most
+// three digits), so a letter may follow one directly.
 TEST_F(KeelToolTest, ConversionsBetweenEncodings) {
     struct CaseT {
         const char *from, *to;
@@ -170,12 +172,8 @@ TEST_F(KeelToolTest, ConversionsBetweenEncodings) {
         {"iso-8859-1", "utf8", "caf\351", "\357\273\277caf\303\251", false},
         {"iso-8859-1", "system-8", "caf\351", "\357\273\277caf\303\251", false},
         {"ascii", "utf8", "a\351", "a\357\277\275", true},  // a high byte is U+FFFD
-        // The reader skips the mark of its own encoding only.
-        {"utf8", "utf8", "\357\273\277caf\303\251", "caf\303\251", true},
         {"system-8", "utf8", "\357\273\277a", "\357\273\277a", true},
         {"utf16", "utf8", "\376\377\0AN-"s, "A\344\270\255", true},
-        {"utf16", "utf8", "\377\376A\0"s, "A", true},
-        {"utf16", "utf8", "A\0"s, "A", true},
         {"utf16be", "utf8", "\377\376\0A"s, "\357\277\276A", true},
         // Cut off by the end: U+FFFD instead of nothing.
         {"utf8", "utf8", "ab\344\270", "ab\357\277\275", true},
@@ -183,9 +181,6 @@ TEST_F(KeelToolTest, ConversionsBetweenEncodings) {
         {"utf16le", "utf8", "A\0=\330"s, "A\357\277\275", true},
         {"wchar_t", "utf8", "A\0\0\0B\0"s, "A\357\277\275", true},
         {"wchar_t", "utf8", "A\0\0\0\0\0\0\200"s, "A\357\277\275", true},
-        // Broken UTF-8 inside the text: one U+FFFD per broken sequence.
-        {"utf8", "utf8", "a\344Ab\200", "a\357\277\275Ab\357\277\275", true},
-        {"utf8", "utf16", "", "", false},  // empty input, empty output: no mark
         {"utf8", "utf16le", "a\0b"s, "a\0\0\0b\0"s, true},
     };
     for (size_t i = 0; i < cases.size(); ++i) {
