@@ -123,11 +123,6 @@ TEST_F(ListerTest, FlagsOrderAndTheEnd) {
     makeDir("empty");
     EXPECT_TRUE(pull(1, &last, "empty").empty());
     EXPECT_EQ(kListerEnd, last);
-    // getSize walks with a lister.
-    int32_t files = 0;
-    FileNameC top(StringC(dir.c_str(), "utf8"));
-    EXPECT_EQ(2, FlnFileServiceC::instance()->getSize(&top, &files));
-    EXPECT_EQ(1, files);
 }
 
 TEST_F(ListerTest, LinkToADirectoryIsEnteredOnlyWhenFollowingLinks) {
