@@ -56,9 +56,9 @@ TEST_F(DateTimeTest, KnownDaysAndTheOrigin) {
     EXPECT_EQ(reported(), "");
 }
 
-// Every field at and beyond its bounds: the asked-for values, whether the
-// one test reports, and what the value reads as afterwards. Valid fields
-// anywhere in the range are the round trip's below, and datetime_fuzz checks
+// Every field beyond its bounds: the asked-for values, the report, and what
+// the value reads as afterwards. Valid fields and the ends of the range are
+// the known days' above and the round trip's below, and datetime_fuzz checks
 // that a report comes exactly when the fields do not come back as given.
 TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
     struct Case {
@@ -66,7 +66,6 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
         bool bad;
         const char* reads;
     } cases[] = {
-        {2024, 2, 29, 0, 0, 0, false, "2024-02-29 00:00:00 w4"},
         {2023, 2, 29, 0, 0, 0, true, "2023-03-01 00:00:00 w3"},
         {2024, 2, 30, 0, 0, 0, true, "2024-03-01 00:00:00 w5"},
         {2024, 0, 15, 0, 0, 0, true, "2023-12-15 00:00:00 w5"},
@@ -77,9 +76,6 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
         {2024, 1, 1, 0, 60, 0, true, "2024-01-01 01:00:00 w1"},
         {2024, 1, 1, 0, 0, 60, true, "2024-01-01 00:01:00 w1"},
         {2024, 1, 1, 0, 0, -1, true, "2023-12-31 23:59:59 w0"},
-        {1, 1, 1, 0, 0, 0, false, "0001-01-01 00:00:00 w1"},
-        {0, 12, 31, 0, 0, 0, false, "0000-12-31 00:00:00 w0"},
-        {2923, 10, 8, 21, 52, 48, false, "2923-10-08 21:52:48 w5"},
         // One second further no longer fits a signed count: it wraps.
         {2923, 10, 8, 21, 52, 49, true, nullptr},
         {9999, 12, 31, 23, 59, 59, true, nullptr},
