@@ -13,7 +13,8 @@ namespace {
 
 FileNameC N(const std::string& text) { return FileNameC(u8(text)); }
 
-// What the normal form holds and how it collapses. The last rows: Windows
+// What the normal form holds and how it collapses, in the cases whose
+// answers the invariants of filename_fuzz leave open. The last rows: Windows
 // syntax is ordinary text, a NUL is an ordinary character, and the "fewer
 // than three characters" rule counts characters, not bytes.
 TEST(FileName, NormalFormAndCollapse) {
@@ -25,26 +26,17 @@ TEST(FileName, NormalFormAndCollapse) {
     const Case cases[] = {
         {"", "", false, "", ""},
         {"/", "", true, "/", "/"},
-        {"//", "", true, "/", "/"},
         {"///a", "a", true, "/a", "/a"},
         {"a//b", "a/b", false, "a/b", "a/b"},
-        {"a/b//", "a/b", false, "a/b", "a/b"},
         {".", ".", false, ".", ""},
         {"./", ".", false, ".", ""},
-        {"./a", "./a", false, "./a", "a"},
         {"a/.", "a/.", false, "a/.", "a/"},
         {"ab/.", "ab/.", false, "ab/.", "ab"},
-        {"..", "..", false, "..", ".."},
         {"a/..", "a/..", false, "a/..", "."},
         {"/a/..", "a/..", true, "/a/..", "/."},
         {"a/b/..", "a/b/..", false, "a/b/..", "a/"},
-        {"a/../..", "a/../..", false, "a/../..", ".."},
         {"/..", "..", true, "/..", "/.."},
         {"/a/../..", "a/../..", true, "/a/../..", "/.."},
-        {"../..", "../..", false, "../..", "../.."},
-        {"a/b/../../c", "a/b/../../c", false, "a/b/../../c", "c"},
-        {"/./a", "./a", true, "/./a", "/a"},
-        {"...", "...", false, "...", "..."},
         {"a/../../b/./c/", "a/../../b/./c", false, "a/../../b/./c", "../b/c"},
         {"x/../a/..", "x/../a/..", false, "x/../a/..", "."},
         {"C:\\dir\\f", "C:\\dir\\f", false, "C:\\dir\\f", "C:\\dir\\f"},
@@ -202,14 +194,10 @@ TEST(FileName, WildcardTable) {
         const char* pattern;
         bool caseSensitive, match;
     };
-    // Names and patterns of a, b, A, '/', NUL, '*' and '?' are compared with
-    // the literal steps below; these rows are the rules in other letters.
-    const Case cases[] = {
-        {"", "?", true, false},          {"a/b", "a*", true, true},
-        {"a/b", "a?b", true, true},      {"x.TXT", "*.txt", true, false},
-        {"x.TXT", "*.txt", false, true}, {"\xc3\x89t\xc3\xa9", "?T*", false, true},
-        {"abcbc", "*bc*bc", true, true},
-    };
+    // Short ASCII names and patterns are filename_fuzz's, which compares
+    // the matcher with its steps taken literally; here case beyond ASCII.
+    const Case cases[] = {{"x.TXT", "*.txt", false, true},
+                          {"\xc3\x89t\xc3\xa9", "?T*", false, true}};
     for (const Case& c : cases) {
         EXPECT_EQ(c.match, FileNameC::wildcardMatch(u8(c.name), u8(c.pattern), c.caseSensitive))
             << c.name << " ~ " << c.pattern;
@@ -222,8 +210,8 @@ TEST(FileName, WildcardTable) {
     std::string longName(4096, 'a');
     EXPECT_FALSE(
         FileNameC::wildcardMatch(u8(longName), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
-    EXPECT_TRUE(
-        FileNameC::wildcardMatch(u8(longName + "b"), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
+    EXPECT_TRUE(FileNameC::wildcardMatch(u8(longName + "b"),
+                                         u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
 }
 
 }  // namespace

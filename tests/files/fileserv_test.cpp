@@ -263,19 +263,6 @@ TEST_F(FileServiceTest, UnreadableDirectory) {
     EXPECT_EQ((Codes{0xE000000Du, 0xE0CB0010u}), errorCodes());
 }
 
-// Opening a missing file: the system error and the summary, cause first.
-TEST_F(FileServiceTest, OpeningAMissingFileLeavesBothEntries) {
-    FileNameC missing = name("missing.txt");
-    uint32_t mark = getErrBuf()->getMark();
-    EXPECT_EQ(nullptr, files->openStream(&missing, 3, 1, 1, false));
-    ASSERT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), errorCodes());
-    EXPECT_EQ(strerror(ENOENT), errorTextAt(0));
-    EXPECT_EQ("Failed to open file '" + path("missing.txt") + "'", errorTextAt(1));
-    EXPECT_EQ(4u, getErrBuf()->getEntry(1)->getSeverity());
-    getErrBuf()->recover(mark);
-    EXPECT_TRUE(errorCodes().empty());
-}
-
 // A symbolic link planted inside a tree to a directory outside it: removing
 // the tree takes the link away as a link and leaves the outside whole.
 TEST_F(FileServiceTest, RemoveNeverFollowsALink) {

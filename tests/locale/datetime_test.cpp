@@ -61,9 +61,9 @@ TEST_F(DateTimeTest, KnownDaysAndTheOrigin) {
     EXPECT_EQ(reported(), "");
 }
 
-// Every field at and beyond its bounds: the asked-for values, whether the
-// one test reports, and what the value reads as afterwards. Valid fields
-// anywhere in the range are the round trip's below, and datetime_fuzz checks
+// Every field beyond its bounds: the asked-for values, the report, and what
+// the value reads as afterwards. Valid fields and the ends of the range are
+// the known days' above and the round trip's below, and datetime_fuzz checks
 // that a report comes exactly when the fields do not come back as given.
 TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
     struct Case {
@@ -71,7 +71,6 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
         bool bad;
         const char* reads;
     } cases[] = {
-        {2024, 2, 29, 0, 0, 0, false, "2024-02-29 00:00:00 w4"},
         {2023, 2, 29, 0, 0, 0, true, "2023-03-01 00:00:00 w3"},
         {2024, 2, 30, 0, 0, 0, true, "2024-03-01 00:00:00 w5"},
         {2024, 0, 15, 0, 0, 0, true, "2023-12-15 00:00:00 w5"},
@@ -82,9 +81,6 @@ TEST_F(DateTimeTest, StrictConstructorsAtAndBeyondTheBounds) {
         {2024, 1, 1, 0, 60, 0, true, "2024-01-01 01:00:00 w1"},
         {2024, 1, 1, 0, 0, 60, true, "2024-01-01 00:01:00 w1"},
         {2024, 1, 1, 0, 0, -1, true, "2023-12-31 23:59:59 w0"},
-        {1, 1, 1, 0, 0, 0, false, "0001-01-01 00:00:00 w1"},
-        {0, 12, 31, 0, 0, 0, false, "0000-12-31 00:00:00 w0"},
-        {2923, 10, 8, 21, 52, 48, false, "2923-10-08 21:52:48 w5"},
         // One second further no longer fits a signed count: it wraps.
         {2923, 10, 8, 21, 52, 49, true, nullptr},
         {9999, 12, 31, 23, 59, 59, true, nullptr},
@@ -130,24 +126,12 @@ TEST_F(DateTimeTest, IntervalsAndZones) {
     EXPECT_TRUE(DateTimeC::now(true).isLocalTime());
 }
 
+// The forms' oddities; datetime_fuzz compares every form of any tick count
+// with what the format engine writes.
 TEST_F(DateTimeTest, RenderForms) {
     DateTimeC stamp(2001, 2, 3, 4, 5, 6, 123456789 % kSecond, false);
-    DateTimeC local(2001, 2, 3, 4, 5, 6, true);
-    struct Case {
-        const DateTimeC* value;
-        int32_t flags;
-        const char* text;
-    } cases[] = {
-        {&stamp, 43, "2001-02-03 04:05:06235Z"},
-        {&stamp, 8 + 16, "2001-02-03"},
-        {&stamp, 16 + 7, "20010203"},
-        {&stamp, 0, "20010203T040506Z"},
-        {&stamp, 8 + 7, "2001-02-03T04:05:062345679Z"},
-        {&stamp, 1, "20010203T0405062Z"},
-        {&local, 8, "2001-02-03T04:05:06"},
-        {&local, 32, "20010203 040506"},
-    };
-    for (const Case& c : cases) EXPECT_EQ(str(c.value->format(c.flags)), c.text) << c.flags;
+    EXPECT_EQ(str(stamp.format(43)), "2001-02-03 04:05:06235Z");
+    EXPECT_EQ(str(DateTimeC(2001, 2, 3, 4, 5, 6, true).format(32)), "20010203 040506");
     // A time of day: no zone, and it wins over date only. No carry: 0.9999
     // seconds in three digits prints as 1000.
     DateTimeC time(2 * kSecond + 99990000, false);

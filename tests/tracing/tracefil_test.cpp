@@ -52,28 +52,21 @@ protected:
     const std::string dir = temp.path();
 };
 
-// A few lines per rule; tracefil_fuzz compares every key and value of
-// arbitrary files with a plain model of these rules.
+// The oddities only: tracefil_fuzz compares every key and value of
+// arbitrary files with a plain model of the rules.
 TEST_F(TraceFileTest, ControlFileKeysAndValues) {
     struct Case {
-        const char* lines;
-        const char*
-            expect;  // timeofday timestamp timedeltas counters timers class process threads / flush indent detail
+        // timeofday timestamp timedeltas counters timers class process threads / flush indent detail
+        const char *lines, *expect;
     } cases[] = {
         {"", "00000000/1,16,9"},
-        {"TIMESTAMP = "
-         "yes\ntimedeltas=t\ntrace_counters=1\ntrace_timers=1\nshow_class=1\nshow_threads=Y",
-         "01111101/1,16,9"},
-        {"timeofday=1", "11000000/1,16,9"},
         // Any value but 1 turns the time of day off and leaves the stamp; a
         // value that is neither a number nor a yes or no changes nothing.
         {"timeofday=1\ntimeofday=2\ntimestamp=maybe", "01000000/1,16,9"},
         {"show_class=2\nshow_process=2", "00000020/1,16,9"},
-        {"flush_freq = 100\nmax_indent=4\nmax_detail=3", "00000000/100,4,3"},
         {"max_indent=no\nmax_detail=F", "00000000/1,0,0"},
-        {"  max_indent =  7   # seven\n", "00000000/1,7,9"},
+        {"flush_freq = 100\nmax_indent=4\nmax_detail=3", "00000000/100,4,3"},
         {"Error = 1\nwhatever=2\n=3", "00000000/1,16,9"},
-        {"*Catalog=1\nshow_process=1", "00000010/1,16,9"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.lines);
@@ -215,9 +208,9 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
     ASSERT_NE(own, nullptr);
     std::string name = dir + "/own.trc";
     writeFileAt(dir + "/control",
-              "FileTest/Line\nFileTest/Count\nFileTest/Timer\ntrace_counters=1\ntrace_timers=1\n"
-              "max_detail=7\nfilename=" +
-                  name + "\n");
+                "FileTest/Line\nFileTest/Count\nFileTest/Timer\ntrace_counters=1\ntrace_timers=1\n"
+                "max_detail=7\nfilename=" +
+                    name + "\n");
     ASSERT_EQ(tracer->init(nullptr, (dir + "/control").c_str(), nullptr), 0u);
     static TracePointT line = {nullptr, "FileTest/Line"};
     traceLine(line, "value %d of %s", 42, "six");
@@ -225,12 +218,12 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
     tracer->count("FileTest/Count", &counter, 3);
     static TraceValuesT* timer = nullptr;
     tracer->startTimer("FileTest/Timer", &timer);
+    timer->started -= 1;  // at least a tick, whatever the clock: the interval line is written
     tracer->stopTimer("FileTest/Timer", &timer);
     std::string text = readFileAt(name);
     EXPECT_TRUE(
         std::regex_match(text, std::regex("value 42 of six\ncounter FileTest/Count now 3\n"
-                                          "(timer FileTest/Timer interval 0, total 0\\.[0-9]{6}\n|"
-                                          "counter FileTest/Timer now 0\n)")))
+                                          "timer FileTest/Timer interval 0, total 0\\.[0-9]{6}\n")))
         << text;
     // Back to where it was for the other tests: nothing on, no file.
     controller->inheritPath(own, "FileTest");
