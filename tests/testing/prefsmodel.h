@@ -34,6 +34,7 @@ struct SectionT {
     std::string name;
     uint32_t state;
     std::vector<KeyT> keys;
+    bool loaded = false;  // read from the file by a load
 };
 typedef std::vector<SectionT> ContentT;
 
@@ -133,7 +134,7 @@ public:
             break;
         case 7:
             if (store.load(path.c_str(), false, false))
-                memory = file;
+                loadFromFile();
             else if (fileMade)
                 return "load";
             break;
@@ -154,14 +155,21 @@ public:
 
 private:
     // The live section, else a deleted one revived (its keys still
-    // deleted), else a new one made in memory.
+    // deleted; as read when a load found it, else still a change), else a
+    // new one made in memory.
     SectionT* ensure(const std::string& name) {
         SectionT* section = find(memory, name, false);
         if (!section)
             memory.push_back(SectionT{name, kPrefChanged, {}}), section = &memory.back();
         else if (section->state == kPrefDeleted)
-            section->state = kPrefAsRead;
+            section->state = section->loaded ? kPrefAsRead : kPrefChanged;
         return section;
+    }
+
+    // The store after a load of the file: every record as read.
+    void loadFromFile() {
+        memory = file;
+        for (SectionT& section : memory) section.loaded = true;
     }
 
     // What a merge of `changes` into `target` leaves: sections and keys
@@ -205,7 +213,7 @@ private:
         fileMade = true;
         applyChanges(memory, file);
         if (!store.load(path.c_str(), false, false)) return false;
-        memory = file;
+        loadFromFile();
         return lines(readAll(path), true) == expectedComments;
     }
 
