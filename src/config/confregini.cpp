@@ -131,7 +131,7 @@ ConfRegFileC::ConfRegFileC(const FileNameC& path, const StringC& rootName, const
 
 ConfRegFileC::~ConfRegFileC() { delete[] systemPath_; }
 
-uint32_t ConfRegFileC::refreshFile(bool force) {
+uint32_t ConfRegFileC::refreshFile(bool force, const std::string* written) {
     if (busy_) return 0;
     int32_t now = static_cast<int32_t>(time(nullptr));
     if (!force && lastCheck_ == now) return 0;
@@ -156,7 +156,8 @@ uint32_t ConfRegFileC::refreshFile(bool force) {
     inode_ = present ? record.st_ino : 0;
     modifiedNanoseconds_ = present ? record.st_mtim.tv_nsec : 0;
     busy_ = true;
-    bool loaded = prefs_.load(systemPath_, false, false);
+    bool loaded = written ? prefs_.loadWritten(systemPath_, *written)
+                          : prefs_.load(systemPath_, false, false);
     busy_ = false;
     if (loaded) {
         for (const PendingT& change : pending_) {
@@ -206,9 +207,9 @@ bool ConfRegFileC::deleteSection(const char* section) {
     return true;
 }
 
-void ConfRegFileC::committed() {
+void ConfRegFileC::committed(const std::string& written) {
     pending_.clear();
-    refreshFile(true);
+    refreshFile(true, &written);
 }
 
 // --- ConfRegistryIniC: table and keys ---
