@@ -98,6 +98,8 @@ bool isAsciiText(const StringC& text) {
     return asciiBytes(view.data(), view.size());
 }
 
+uint32_t ConfRegKeyC::textSize(const StringC& text) { return Utf8ViewC(text).size(); }
+
 bool isUnderPath(const StringC& path, const StringC& prefix, StringC* rest) {
     StringC withSlash = joinPath(prefix, StringC());
     int32_t length = withSlash.length();
@@ -403,8 +405,10 @@ uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, Con
     // An open key of that path comes first, as in openKeyEx.
     KeyWalkT walk(&openKeys_);
     uint32_t status = 0;
+    uint32_t fullSize = basePath.size() + 1 + sub.size();
     for (KeyElemT* element = walk.next(status); element; element = walk.next(status)) {
         if (!element->value.asciiPath_) return kUseOpenKey;
+        if (element->value.pathSize_ != fullSize) continue;
         Utf8ViewC path(element->value.path_);
         if (!isJoinedPath(path.data(), path.size(), basePath, sub)) continue;
         *owner = fileOf(element->value);
@@ -415,7 +419,6 @@ uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, Con
     }
     // Then the first file whose mount point lies above it: its mount path
     // and a backslash lead `base`, a backslash and `sub`.
-    uint32_t fullSize = basePath.size() + 1 + sub.size();
     for (uint32_t i = 0; i < fileCount_; ++i) {
         ConfRegFileC* file = files_[i];
         if (!file) continue;
@@ -812,7 +815,9 @@ void ConfRegistryIniC::retireKeys(int32_t index) {
     KeyWalkT walk(&openKeys_);
     uint32_t status = 0;
     for (KeyElemT* element = walk.next(status); element; element = walk.next(status)) {
-        if (element->value.fileIndex_ == index) element->value.path_ = element->value.name_;
+        if (element->value.fileIndex_ != index) continue;
+        element->value.path_ = element->value.name_;
+        element->value.pathSize_ = ConfRegKeyC::textSize(element->value.path_);
     }
 }
 

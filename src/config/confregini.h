@@ -90,7 +90,8 @@ public:
           fileIndex_(fileIndex),
           refCount_(refCount),
           path_(path),
-          asciiPath_(isAsciiText(path)) {}
+          asciiPath_(isAsciiText(path)),
+          pathSize_(textSize(path)) {}
 
     // With a file: the section name, the path below the mount point.
     // Without: the full path from the root name on.
@@ -112,6 +113,11 @@ private:
     StringC path_;
     // The path is plain ASCII, so that a read may compare it byte by byte.
     bool asciiPath_;
+    // Its size in bytes as "utf8": a read passes over the open keys of
+    // other sizes without looking at their bytes.
+    uint32_t pathSize_;
+
+    static uint32_t textSize(const StringC& text);
 };
 
 // One mounted file; it owns its store and its lock.
