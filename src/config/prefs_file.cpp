@@ -135,6 +135,74 @@ void closeReader(StreamReaderC* reader) {
     delete reader;
 }
 
+// The lines of a reader's text as readLine gives them (cut at a line feed,
+// a carriage return, or both together). A file of up to kWholeLimit bytes
+// is decoded into one buffer and cut there, without a new string per line;
+// a larger one is read line by line, so that memory stays bounded by a
+// line. No reader: no lines.
+class TextLinesC {
+public:
+    static const int64_t kWholeLimit = 16 * 1024 * 1024;
+
+    // `fileSize`: the size of the reader's file, or -1 when unknown.
+    TextLinesC(StreamReaderC* reader, int64_t fileSize)
+        : reader_(fileSize >= 0 && fileSize <= kWholeLimit ? nullptr : reader),
+          all_(reader_ ? StringC() : readWhole(reader)),
+          view_(all_) {
+        next_ = view_.chars();
+        end_ = next_ + view_.size();
+    }
+    TextLinesC(const TextLinesC&) = delete;
+    TextLinesC& operator=(const TextLinesC&) = delete;
+
+    bool next(const char*& text, size_t& size) {
+        if (reader_) {
+            if (reader_->readLine(line_) != 0) return false;
+            Utf8ViewC view(line_);
+            copy_.assign(view.chars(), view.size());
+            text = copy_.data();
+            size = copy_.size();
+            return true;
+        }
+        if (next_ >= end_) return false;
+        const char* from = next_;
+        size_t left = static_cast<size_t>(end_ - from);
+        const char* feed = static_cast<const char*>(memchr(from, '\n', left));
+        size_t before = feed ? static_cast<size_t>(feed - from) : left;
+        const char* back = before ? static_cast<const char*>(memchr(from, '\r', before)) : nullptr;
+        const char* stop = back ? back : feed;
+        text = from;
+        if (!stop) {
+            size = left;
+            next_ = end_;
+            return true;
+        }
+        size = static_cast<size_t>(stop - from);
+        next_ = stop + 1;
+        if (*stop == '\r' && next_ < end_ && *next_ == '\n') ++next_;
+        return true;
+    }
+
+private:
+    static StringC readWhole(StreamReaderC* reader) {
+        return reader ? reader->readAll() : StringC();
+    }
+
+    StreamReaderC* reader_;  // when read line by line
+    StringC line_;
+    std::string copy_;
+    StringC all_;
+    Utf8ViewC view_;
+    const char* next_;
+    const char* end_;
+};
+
+// The size of the file at `path`, or -1.
+int64_t fileSize(const char* path) {
+    struct stat64 record;
+    return stat64(path, &record) == 0 ? static_cast<int64_t>(record.st_size) : -1;
+}
+
 bool isAscii(const char* bytes, size_t count) {
     for (size_t i = 0; i < count; ++i) {
         if (static_cast<unsigned char>(bytes[i]) >= 0x80) return false;
@@ -386,11 +454,11 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
     if (!reader) return false;
     clear();
     LineLoaderC loader(*this, continuation);
-    StringC line;
-    while (reader->readLine(line) == 0) {
-        Utf8ViewC view(line);
-        const char* lineBegin = view.chars();
-        if (!loader.take(lineBegin, lineBegin + view.size()) && strict) {
+    TextLinesC lines(reader, fileSize(path));
+    const char* lineBegin;
+    size_t lineSize;
+    while (lines.next(lineBegin, lineSize)) {
+        if (!loader.take(lineBegin, lineBegin + lineSize) && strict) {
             clear();
             closeReader(reader);
             return false;
@@ -517,11 +585,10 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData, std::
     uint32_t mode = kPrefChanged;
     bool lastNotBlank = true;
     std::string keyName;
-    StringC line;
-    while (reader && reader->readLine(line) == 0) {
-        Utf8ViewC view(line);
-        const char* text = view.chars();
-        size_t size = view.size();
+    TextLinesC lines(reader, reader ? fileSize(source) : -1);
+    const char* text;
+    size_t size;
+    while (lines.next(text, size)) {
         if (size == 0) {
             if (lastNotBlank) out.endLine();
             lastNotBlank = false;
