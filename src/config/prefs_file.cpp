@@ -9,7 +9,11 @@
 // blocks that end at a line end, so a multi-byte character is never cut and
 // a file of many short lines costs few system calls. The bytes of names and
 // values go out decoded as "system-8", exactly what rendering them through
-// "%s" gives, and a "%" in them is never read as a conversion.
+// "%s" gives, and a "%" in them is never read as a conversion. Load and
+// merge see exactly the lines the reader's readLine would hand out, whether
+// they are cut from the whole decoded text or read one by one; loadWritten
+// gives what load gives, taking the lines from the caller's copy only where
+// that copy is byte for byte what a load would read.
 #include <string.h>
 #include <sys/stat.h>
 
