@@ -98,6 +98,8 @@ bool isAsciiText(const StringC& text) {
     return asciiBytes(view.data(), view.size());
 }
 
+uint32_t ConfRegKeyC::textSize(const StringC& text) { return Utf8ViewC(text).size(); }
+
 bool isUnderPath(const StringC& path, const StringC& prefix, StringC* rest) {
     StringC withSlash = joinPath(prefix, StringC());
     int32_t length = withSlash.length();
@@ -131,7 +133,7 @@ ConfRegFileC::ConfRegFileC(const FileNameC& path, const StringC& rootName, const
 
 ConfRegFileC::~ConfRegFileC() { delete[] systemPath_; }
 
-uint32_t ConfRegFileC::refreshFile(bool force) {
+uint32_t ConfRegFileC::refreshFile(bool force, const std::string* written) {
     if (busy_) return 0;
     int32_t now = static_cast<int32_t>(time(nullptr));
     if (!force && lastCheck_ == now) return 0;
@@ -156,7 +158,8 @@ uint32_t ConfRegFileC::refreshFile(bool force) {
     inode_ = present ? record.st_ino : 0;
     modifiedNanoseconds_ = present ? record.st_mtim.tv_nsec : 0;
     busy_ = true;
-    bool loaded = prefs_.load(systemPath_, false, false);
+    bool loaded = written ? prefs_.loadWritten(systemPath_, *written)
+                          : prefs_.load(systemPath_, false, false);
     busy_ = false;
     if (loaded) {
         for (const PendingT& change : pending_) {
@@ -206,9 +209,9 @@ bool ConfRegFileC::deleteSection(const char* section) {
     return true;
 }
 
-void ConfRegFileC::committed() {
+void ConfRegFileC::committed(const std::string& written) {
     pending_.clear();
-    refreshFile(true);
+    refreshFile(true, &written);
 }
 
 // --- ConfRegistryIniC: table and keys ---
@@ -402,8 +405,10 @@ uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, Con
     // An open key of that path comes first, as in openKeyEx.
     KeyWalkT walk(&openKeys_);
     uint32_t status = 0;
+    uint32_t fullSize = basePath.size() + 1 + sub.size();
     for (KeyElemT* element = walk.next(status); element; element = walk.next(status)) {
         if (!element->value.asciiPath_) return kUseOpenKey;
+        if (element->value.pathSize_ != fullSize) continue;
         Utf8ViewC path(element->value.path_);
         if (!isJoinedPath(path.data(), path.size(), basePath, sub)) continue;
         *owner = fileOf(element->value);
@@ -414,7 +419,6 @@ uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, Con
     }
     // Then the first file whose mount point lies above it: its mount path
     // and a backslash lead `base`, a backslash and `sub`.
-    uint32_t fullSize = basePath.size() + 1 + sub.size();
     for (uint32_t i = 0; i < fileCount_; ++i) {
         ConfRegFileC* file = files_[i];
         if (!file) continue;
@@ -811,7 +815,9 @@ void ConfRegistryIniC::retireKeys(int32_t index) {
     KeyWalkT walk(&openKeys_);
     uint32_t status = 0;
     for (KeyElemT* element = walk.next(status); element; element = walk.next(status)) {
-        if (element->value.fileIndex_ == index) element->value.path_ = element->value.name_;
+        if (element->value.fileIndex_ != index) continue;
+        element->value.path_ = element->value.name_;
+        element->value.pathSize_ = ConfRegKeyC::textSize(element->value.path_);
     }
 }
 

@@ -90,7 +90,8 @@ public:
           fileIndex_(fileIndex),
           refCount_(refCount),
           path_(path),
-          asciiPath_(isAsciiText(path)) {}
+          asciiPath_(isAsciiText(path)),
+          pathSize_(textSize(path)) {}
 
     // With a file: the section name, the path below the mount point.
     // Without: the full path from the root name on.
@@ -112,6 +113,11 @@ private:
     StringC path_;
     // The path is plain ASCII, so that a read may compare it byte by byte.
     bool asciiPath_;
+    // Its size in bytes as "utf8": a read passes over the open keys of
+    // other sizes without looking at their bytes.
+    uint32_t pathSize_;
+
+    static uint32_t textSize(const StringC& text);
 };
 
 // One mounted file; it owns its store and its lock.
@@ -126,8 +132,9 @@ public:
     // Reloads the store when the file changed since the last load, looking
     // at the disk at most once a second; with `force` always (a missing
     // file then empties the store). A failed load keeps the old content.
-    // Answers 0.
-    uint32_t refreshFile(bool force);
+    // Answers 0. `written`, when given, is what the caller has just saved
+    // to the file under the lock (PrefsC::loadWritten).
+    uint32_t refreshFile(bool force, const std::string* written = nullptr);
 
     // The changes of the registry, made in the store and kept until a
     // commit has written them: a reload (another process changed the file)
@@ -138,9 +145,10 @@ public:
     bool deleteKey(const char* section, const char* key);
     bool createSection(const char* section);
     bool deleteSection(const char* section);
-    // The store holds what a commit has just written: the changes are
-    // forgotten and the file read back.
-    void committed();
+    // The store holds what a commit has just written (`written`, the file's
+    // bytes): the changes are forgotten and the file read back, from those
+    // bytes where they read back as they were written.
+    void committed(const std::string& written);
     bool hasPendingChanges() const { return !pending_.empty(); }
 
     const FileNameC& path() const { return path_; }

@@ -14,6 +14,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <string>
+
 #include <keel/fileserv.h>
 
 #include "config/confregini.h"
@@ -81,7 +83,8 @@ uint32_t ConfRegistryIniC::commitOne(int32_t index) {
 
     SystemTextC temporaryName(temporaryText);
     target->busy_ = true;
-    bool written = target->prefs().save(temporaryName.get(), true, target->systemPath());
+    std::string bytes;
+    bool written = target->prefs().save(temporaryName.get(), true, target->systemPath(), &bytes);
     target->busy_ = false;
     reachStep("merged");
     // The new content reaches the disk before it replaces the file; a flush
@@ -102,10 +105,11 @@ uint32_t ConfRegistryIniC::commitOne(int32_t index) {
     }
     reachStep("moved");
     // Reading back clears the change marks, drops deleted records and takes
-    // in what other processes committed. Changes that did not reach the
+    // in what other processes committed (the merge read it under the lock,
+    // so the bytes it wrote are the file's content). Changes that did not reach the
     // file stay pending.
     if (code == 0) {
-        target->committed();
+        target->committed(bytes);
     } else {
         target->refreshFile(true);
     }

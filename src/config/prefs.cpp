@@ -84,6 +84,8 @@ char* appendName(char*& out, const char* name) {
 // A key record, its name and its first value in one block: a store of many
 // keys makes and frees one block per key instead of three. A value set
 // later has a block of its own.
+uint32_t keySignature(const char* name);
+
 PrefKeyT* newKey(const char* name, const char* value) {
     size_t nameLength = measure(name);
     size_t valueLength = 0;
@@ -92,6 +94,7 @@ PrefKeyT* newKey(const char* name, const char* value) {
     PrefKeyT* key = new (block) PrefKeyT();
     key->name = copyBytes(block + sizeof(PrefKeyT), name, nameLength);
     key->value = copyBytes(key->name + nameLength + 1, valueText, valueLength);
+    key->signature = keySignature(key->name);
     return key;
 }
 
@@ -148,6 +151,10 @@ size_t nameSignature(const char* name) {
     }
     return static_cast<size_t>(hash ^ (hash >> 32));
 }
+
+// A key's signature: a walk over a short chain compares these first, so
+// that most names are told apart without looking at their bytes.
+uint32_t keySignature(const char* name) { return static_cast<uint32_t>(nameSignature(name)); }
 
 bool isAsciiLetter(unsigned c) { return static_cast<unsigned>((c | 0x20) - 'a') <= 25u; }
 
@@ -282,15 +289,7 @@ void* PrefsC::indexFind(const PrefKeyChainT* owner, const char* name) const {
     return nullptr;
 }
 
-bool PrefsC::isIndexed(const PrefKeyChainT* chain) const {
-    if (index_.empty()) return false;
-    size_t hash = slotHash(chain, "");
-    size_t mask = index_.size() - 1;
-    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
-        if (index_[slot].owner == chain && index_[slot].record == chain) return true;
-    }
-    return false;
-}
+bool PrefsC::isIndexed(const PrefKeyChainT* chain) const { return chain->indexed; }
 
 void PrefsC::indexAdd(const PrefKeyChainT* owner, const char* name, void* record) {
     if ((indexCount_ + 1) * 2 > index_.size()) {
@@ -337,8 +336,9 @@ PrefKeyT* PrefsC::findKey(const PrefKeyChainT* chain, const char* name, bool inc
         if (walked) *walked = SIZE_MAX;
     } else {
         size_t count = 0;
+        uint32_t signature = keySignature(name);
         for (key = chain->first; key; key = key->next, ++count) {
-            if (key->name[0] && sameName(key->name, name)) break;
+            if (key->signature == signature && key->name[0] && sameName(key->name, name)) break;
         }
         if (walked) *walked = count;
     }
@@ -363,6 +363,7 @@ void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, b
             if (key->name[0]) indexAdd(chain, key->name, key);
         } else if (walked + 1 >= kIndexFrom) {
             indexAdd(chain, "", chain);
+            chain->indexed = true;
             for (PrefKeyT* each = chain->first; each; each = each->next) {
                 if (each->name[0]) indexAdd(chain, each->name, each);
             }

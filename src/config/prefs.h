@@ -32,6 +32,7 @@
 
 #include <stdint.h>
 
+#include <string>
 #include <vector>
 
 #include <keel/string.h>
@@ -54,13 +55,15 @@ struct PrefKeyT {
     char* value;  // owned, may be null
     uint32_t state;
     PrefKeyT* next;
-    bool written;  // used by the merge only; clear between saves
+    bool written;        // used by the merge only; clear between saves
+    uint32_t signature;  // of the name, shared by every name equal to it (see PrefsC)
 };
 
 // The keys of one section in order, with the chain's one walking position.
 struct PrefKeyChainT {
     PrefKeyT* first;
     PrefKeyT* cursor;
+    bool indexed;  // its keys are in the store's index
 };
 
 struct PrefSectionT {
@@ -160,6 +163,13 @@ public:
     // empty). With `continuation`, a line ending in an odd number of
     // backslashes goes on in the next line.
     bool load(const char* path, bool strict, bool continuation);
+    // What load(path, false, false) does, for a file that the caller knows
+    // to hold `written` (it saved them there and kept other writers away
+    // since): the file is opened and measured as load opens it, and when it
+    // has that size and `written` is tabs, printable ASCII and line feeds
+    // (which read as themselves in every encoding) ending in a line feed,
+    // the lines are taken from `written` instead of the file.
+    bool loadWritten(const char* path, const std::string& written);
     // Writes the store: without `preserve` plainly to `path`; with it, as a
     // merge of the differences into the current content of `templatePath`
     // (or, without one, of `path` itself, replaced in one step). A null
@@ -168,8 +178,10 @@ public:
     // empty it before it is read. A merge into another file leaves its data
     // to the kernel: a caller that moves it over the original flushes it
     // first. Replacing `path` in one step flushes the new file before the
-    // move.
-    bool save(const char* path, bool preserve, const char* templatePath);
+    // move. `written`, when given, receives the bytes written (nothing when
+    // the save fails).
+    bool save(const char* path, bool preserve, const char* templatePath,
+              std::string* written = nullptr);
 
 protected:
     PrefsC(const PrefsC&) = delete;
@@ -177,11 +189,12 @@ protected:
 
 private:
     PrefSectionT* findSectionRecord(const char* name, bool includeDeleted) const;
-    bool writePlain(const char* path);
-    bool rewriteInPlace(const char* path);
+    class LineLoaderC;
+    bool writePlain(const char* path, std::string* written);
+    bool rewriteInPlace(const char* path, std::string* written);
     // Writes `target` from the lines of `source` and the differences held in
     // memory; with `flushData` the data reaches the disk before the close.
-    bool merge(const char* source, const char* target, bool flushData);
+    bool merge(const char* source, const char* target, bool flushData, std::string* written);
 
     char* fileName;
     PrefSectionT* sections;

@@ -9,11 +9,16 @@
 // blocks that end at a line end, so a multi-byte character is never cut and
 // a file of many short lines costs few system calls. The bytes of names and
 // values go out decoded as "system-8", exactly what rendering them through
-// "%s" gives, and a "%" in them is never read as a conversion.
+// "%s" gives, and a "%" in them is never read as a conversion. Load and
+// merge see exactly the lines the reader's readLine would hand out, whether
+// they are cut from the whole decoded text or read one by one; loadWritten
+// gives what load gives, taking the lines from the caller's copy only where
+// that copy is byte for byte what a load would read.
 #include <string.h>
 #include <sys/stat.h>
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <keel/errors.h>
@@ -65,7 +70,8 @@ private:
 // Text out through a StreamWriterC, in blocks of whole lines.
 class LineOutputC {
 public:
-    explicit LineOutputC(StreamWriterC* writer) : writer_(writer) {}
+    // Every byte written is appended to `copy` too, when given.
+    LineOutputC(StreamWriterC* writer, std::string* copy) : writer_(writer), copy_(copy) {}
     ~LineOutputC() { delete writer_; }
     LineOutputC(const LineOutputC&) = delete;
     LineOutputC& operator=(const LineOutputC&) = delete;
@@ -105,12 +111,14 @@ private:
 
     void writePending() {
         if (pending_.empty()) return;
+        if (copy_) copy_->append(pending_);
         StringC text(pending_.data(), static_cast<uint32_t>(pending_.size()), "system-8");
         if (writer_->write(text) != 0) ok_ = false;
         pending_.clear();
     }
 
     StreamWriterC* writer_;
+    std::string* copy_;
     std::string pending_;
     bool ok_ = true;
 };
@@ -129,6 +137,74 @@ void closeReader(StreamReaderC* reader) {
     if (!reader) return;
     reader->close();
     delete reader;
+}
+
+// The lines of a reader's text as readLine gives them (cut at a line feed,
+// a carriage return, or both together). A file of up to kWholeLimit bytes
+// is decoded into one buffer and cut there, without a new string per line;
+// a larger one is read line by line, so that memory stays bounded by a
+// line. No reader: no lines.
+class TextLinesC {
+public:
+    static const int64_t kWholeLimit = 16 * 1024 * 1024;
+
+    // `fileSize`: the size of the reader's file, or -1 when unknown.
+    TextLinesC(StreamReaderC* reader, int64_t fileSize)
+        : reader_(fileSize >= 0 && fileSize <= kWholeLimit ? nullptr : reader),
+          all_(reader_ ? StringC() : readWhole(reader)),
+          view_(all_) {
+        next_ = view_.chars();
+        end_ = next_ + view_.size();
+    }
+    TextLinesC(const TextLinesC&) = delete;
+    TextLinesC& operator=(const TextLinesC&) = delete;
+
+    bool next(const char*& text, size_t& size) {
+        if (reader_) {
+            if (reader_->readLine(line_) != 0) return false;
+            Utf8ViewC view(line_);
+            copy_.assign(view.chars(), view.size());
+            text = copy_.data();
+            size = copy_.size();
+            return true;
+        }
+        if (next_ >= end_) return false;
+        const char* from = next_;
+        size_t left = static_cast<size_t>(end_ - from);
+        const char* feed = static_cast<const char*>(memchr(from, '\n', left));
+        size_t before = feed ? static_cast<size_t>(feed - from) : left;
+        const char* back = before ? static_cast<const char*>(memchr(from, '\r', before)) : nullptr;
+        const char* stop = back ? back : feed;
+        text = from;
+        if (!stop) {
+            size = left;
+            next_ = end_;
+            return true;
+        }
+        size = static_cast<size_t>(stop - from);
+        next_ = stop + 1;
+        if (*stop == '\r' && next_ < end_ && *next_ == '\n') ++next_;
+        return true;
+    }
+
+private:
+    static StringC readWhole(StreamReaderC* reader) {
+        return reader ? reader->readAll() : StringC();
+    }
+
+    StreamReaderC* reader_;  // when read line by line
+    StringC line_;
+    std::string copy_;
+    StringC all_;
+    Utf8ViewC view_;
+    const char* next_;
+    const char* end_;
+};
+
+// The size of the file at `path`, or -1.
+int64_t fileSize(const char* path) {
+    struct stat64 record;
+    return stat64(path, &record) == 0 ? static_cast<int64_t>(record.st_size) : -1;
 }
 
 bool isAscii(const char* bytes, size_t count) {
@@ -166,6 +242,60 @@ bool headerMatches(const char* header, size_t size, bool headerAscii, const Merg
     StringC text(header, static_cast<uint32_t>(size), "utf8");
     return name.length() == text.length() && name.compareNoCase(text) == 0;
 }
+
+// The sections of the store by the headers that name them: the first entry
+// in store order that headerMatches takes. ASCII names are found through a
+// table by their lower-case bytes; the few others are tried in order, and
+// one of them wins over the table's entry when it comes first.
+class MergeNamesC {
+public:
+    explicit MergeNamesC(PrefSectionT* sections) {
+        for (PrefSectionT* section = sections; section; section = section->next) {
+            size_t size = strnlen(section->name, PrefsC::kTextLimit);
+            bool ascii = isAscii(section->name, size);
+            size_t position = entries_.size();
+            entries_.push_back(MergeSectionT{section, size, ascii});
+            if (ascii) {
+                byName_.emplace(lowered(section->name, size), position);
+            } else {
+                others_.push_back(position);
+            }
+        }
+    }
+
+    PrefSectionT* find(const char* header, size_t size) {
+        bool headerAscii = isAscii(header, size);
+        size_t limit = entries_.size();
+        if (headerAscii) {
+            auto hit = byName_.find(lowered(header, size));
+            if (hit != byName_.end()) limit = hit->second;
+            for (size_t position : others_) {
+                if (position > limit) break;
+                if (headerMatches(header, size, true, entries_[position]))
+                    return entries_[position].section;
+            }
+            return limit < entries_.size() ? entries_[limit].section : nullptr;
+        }
+        for (const MergeSectionT& entry : entries_) {
+            if (headerMatches(header, size, false, entry)) return entry.section;
+        }
+        return nullptr;
+    }
+
+private:
+    std::string& lowered(const char* bytes, size_t size) {
+        folded_.assign(bytes, size);
+        for (char& c : folded_) {
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+        }
+        return folded_;
+    }
+
+    std::vector<MergeSectionT> entries_;
+    std::unordered_map<std::string, size_t> byName_;  // the first position of each folded name
+    std::vector<size_t> others_;                      // positions of the names beyond ASCII
+    std::string folded_;
+};
 
 void clearWrittenMarks(PrefSectionT* sections) {
     for (PrefSectionT* section = sections; section; section = section->next) {
@@ -234,6 +364,92 @@ bool sameFile(const char* first, const char* second) {
 
 // --- Load ---
 
+// The lines of a file as load takes them in, one at a time: comments and
+// empty lines skipped, headers opening sections, "key=value" lines set in
+// state 0, and with `continuation` a line ending in an odd number of
+// backslashes joined with the next.
+class PrefsC::LineLoaderC {
+public:
+    LineLoaderC(PrefsC& prefs, bool continuation) : prefs_(prefs), continuation_(continuation) {}
+
+    // False for a bad line.
+    bool take(const char* lineBegin, const char* lineEnd) {
+        trimRange(lineBegin, lineEnd);
+        if (continuing_) {
+            accumulated_.append(lineBegin, lineEnd);
+        } else {
+            accumulated_.assign(lineBegin, lineEnd);
+        }
+        if (accumulated_.empty()) return true;
+        if (continuation_) {
+            size_t slashes = 0;
+            while (slashes < accumulated_.size() &&
+                   accumulated_[accumulated_.size() - 1 - slashes] == '\\')
+                ++slashes;
+            if (slashes % 2 == 1) {
+                accumulated_.pop_back();
+                continuing_ = true;
+                return true;
+            }
+            continuing_ = false;
+        }
+        char* text = &accumulated_[0];
+        char* end = text + accumulated_.size();
+        if (text[0] == ';') return true;
+        if (text[0] == '[') {
+            char* close = static_cast<char*>(memchr(text, ']', accumulated_.size()));
+            if (!close) return false;
+            const char* nameBegin = text + 1;
+            const char* nameEnd = close;
+            cutAtNul(nameBegin, nameEnd);
+            trimRange(nameBegin, nameEnd);
+            section_.assign(nameBegin, nameEnd);
+            if (section_.empty()) return false;
+            if (!prefs_.findSectionRecord(section_.c_str(), false)) {
+                prefs_.ensureSection(section_.c_str(), true);
+            }
+            return true;
+        }
+        char* equals = static_cast<char*>(memchr(text, '=', accumulated_.size()));
+        if (!equals || equals == text) return false;
+        char* keyBegin = text;
+        char* keyEnd = equals;
+        cutAtNul(keyBegin, keyEnd);
+        trimRange(keyBegin, keyEnd);
+        char* valueBegin = equals + 1;
+        char* valueEnd = end;
+        trimRange(valueBegin, valueEnd);
+        // Both ends lie inside the line's buffer: the key ends at or before
+        // "=", the value at the line's end at the latest, where the string
+        // keeps its NUL.
+        *keyEnd = '\0';
+        *valueEnd = '\0';
+        return prefs_.setValue(section_.c_str(), keyBegin, valueBegin, false);
+    }
+
+private:
+    PrefsC& prefs_;
+    bool continuation_;
+    bool continuing_ = false;
+    std::string section_;
+    std::string accumulated_;
+};
+
+namespace {
+
+// Bytes that every encoding the reader may take for a file reads as
+// themselves, one character each, with line feeds as the only line ends:
+// tabs, the printable ASCII characters and line feeds.
+bool isPlainText(const char* bytes, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        unsigned char c = static_cast<unsigned char>(bytes[i]);
+        if ((c < 0x20 && c != '\t' && c != '\n') || c >= 0x7F) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 bool PrefsC::load(const char* path, bool strict, bool continuation) {
     if (!path || !*path) return false;
     KeepErrorsC keep;
@@ -241,76 +457,12 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
     // A file that cannot be opened leaves the store as it was.
     if (!reader) return false;
     clear();
-    std::string section;
-    std::string accumulated;
-    bool continuing = false;
-    StringC line;
-    while (reader->readLine(line) == 0) {
-        {
-            Utf8ViewC view(line);
-            const char* lineBegin = view.chars();
-            const char* lineEnd = lineBegin + view.size();
-            trimRange(lineBegin, lineEnd);
-            if (continuing) {
-                accumulated.append(lineBegin, lineEnd);
-            } else {
-                accumulated.assign(lineBegin, lineEnd);
-            }
-        }
-        if (accumulated.empty()) continue;
-        if (continuation) {
-            size_t slashes = 0;
-            while (slashes < accumulated.size() &&
-                   accumulated[accumulated.size() - 1 - slashes] == '\\')
-                ++slashes;
-            if (slashes % 2 == 1) {
-                accumulated.pop_back();
-                continuing = true;
-                continue;
-            }
-            continuing = false;
-        }
-        char* text = &accumulated[0];
-        char* end = text + accumulated.size();
-        bool bad = false;
-        if (text[0] == ';') continue;
-        if (text[0] == '[') {
-            char* close = static_cast<char*>(memchr(text, ']', accumulated.size()));
-            if (!close) {
-                bad = true;
-            } else {
-                const char* nameBegin = text + 1;
-                const char* nameEnd = close;
-                cutAtNul(nameBegin, nameEnd);
-                trimRange(nameBegin, nameEnd);
-                section.assign(nameBegin, nameEnd);
-                if (section.empty()) {
-                    bad = true;
-                } else if (!findSectionRecord(section.c_str(), false)) {
-                    ensureSection(section.c_str(), true);
-                }
-            }
-        } else {
-            char* equals = static_cast<char*>(memchr(text, '=', accumulated.size()));
-            if (!equals || equals == text) {
-                bad = true;
-            } else {
-                char* keyBegin = text;
-                char* keyEnd = equals;
-                cutAtNul(keyBegin, keyEnd);
-                trimRange(keyBegin, keyEnd);
-                char* valueBegin = equals + 1;
-                char* valueEnd = end;
-                trimRange(valueBegin, valueEnd);
-                // Both ends lie inside the line's buffer: the key ends at or
-                // before "=", the value at the line's end at the latest,
-                // where the string keeps its NUL.
-                *keyEnd = '\0';
-                *valueEnd = '\0';
-                bad = !setValue(section.c_str(), keyBegin, valueBegin, false);
-            }
-        }
-        if (bad && strict) {
+    LineLoaderC loader(*this, continuation);
+    TextLinesC lines(reader, fileSize(path));
+    const char* lineBegin;
+    size_t lineSize;
+    while (lines.next(lineBegin, lineSize)) {
+        if (!loader.take(lineBegin, lineBegin + lineSize) && strict) {
             clear();
             closeReader(reader);
             return false;
@@ -321,24 +473,70 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
     return true;
 }
 
+// The bytes of the mark that the writer puts in front of the text.
+const size_t kUtf8MarkSize = 3;
+
+bool PrefsC::loadWritten(const char* path, const std::string& written) {
+    if (!path || !*path) return false;
+    const char* bytes = written.data();
+    size_t size = written.size();
+    // Only plain text ending in a line feed reads back line by line as it
+    // was written; anything else is read from the file.
+    if (size == 0 || bytes[size - 1] != '\n' || !isPlainText(bytes, size)) {
+        return load(path, false, false);
+    }
+    KeepErrorsC keep;
+    // The file is opened as load opens it, so that it answers the same
+    // where the file cannot be read. It holds the text behind the writer's
+    // UTF-8 mark (which a load takes as the mark and skips), or the text
+    // alone; a file of any other size is not what was written, and is read.
+    StreamReaderC* reader = openReader(path);
+    if (!reader) return false;
+    struct stat64 record;
+    bool same = stat64(path, &record) == 0 &&
+                (static_cast<uint64_t>(record.st_size) == size + kUtf8MarkSize ||
+                 static_cast<uint64_t>(record.st_size) == size);
+    closeReader(reader);
+    if (!same) return load(path, false, false);
+    clear();
+    LineLoaderC loader(*this, false);
+    const char* end = bytes + size;
+    for (const char* line = bytes; line < end;) {
+        const char* feed =
+            static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end - line)));
+        loader.take(line, feed);
+        line = feed + 1;
+    }
+    fileName = copyText(path);
+    return true;
+}
+
 // --- Save ---
 
-bool PrefsC::save(const char* path, bool preserve, const char* templatePath) {
+bool PrefsC::save(const char* path, bool preserve, const char* templatePath, std::string* written) {
+    if (written) written->clear();
     const char* target = path ? path : fileName;
     if (!target) return false;
     KeepErrorsC keep;
-    if (!preserve) return writePlain(target);
-    // A template that is the target itself would be emptied by the open of
-    // the target before it is read: such a save replaces the file in one
-    // step instead.
-    if (templatePath && !sameFile(templatePath, target)) return merge(templatePath, target, false);
-    return rewriteInPlace(target);
+    bool done;
+    if (!preserve) {
+        done = writePlain(target, written);
+    } else if (templatePath && !sameFile(templatePath, target)) {
+        done = merge(templatePath, target, false, written);
+    } else {
+        // A template that is the target itself would be emptied by the open
+        // of the target before it is read: such a save replaces the file in
+        // one step instead.
+        done = rewriteInPlace(target, written);
+    }
+    if (!done && written) written->clear();
+    return done;
 }
 
-bool PrefsC::writePlain(const char* path) {
+bool PrefsC::writePlain(const char* path, std::string* written) {
     StreamWriterC* writer = openWriter(path);
     if (!writer) return false;
-    LineOutputC out(writer);
+    LineOutputC out(writer, written);
     for (PrefSectionT* section = sections; section; section = section->next) {
         if (section->state == kPrefDeleted) continue;
         out.header(section->name);
@@ -350,7 +548,7 @@ bool PrefsC::writePlain(const char* path) {
     return out.finish(false);
 }
 
-bool PrefsC::rewriteInPlace(const char* path) {
+bool PrefsC::rewriteInPlace(const char* path, std::string* written) {
     FileServiceI* files = FlnFileServiceC::instance();
     FileNameC target = systemName(path);
     FileNameC directory = target.getParent();
@@ -361,7 +559,7 @@ bool PrefsC::rewriteInPlace(const char* path) {
     const char* uniquePath = uniqueText.textSystem();
     // The data reaches the disk before the new file replaces the old one,
     // so that a power cut cannot leave an empty file under the old name.
-    bool done = merge(path, uniquePath, true);
+    bool done = merge(path, uniquePath, true, written);
     if (done) {
         // The replacement keeps the mode and owner of the file it replaces.
         files->copyAttributes(&target, unique);
@@ -377,29 +575,24 @@ bool PrefsC::rewriteInPlace(const char* path) {
 
 // --- Merge ---
 
-bool PrefsC::merge(const char* source, const char* target, bool flushData) {
+bool PrefsC::merge(const char* source, const char* target, bool flushData, std::string* written) {
     StreamWriterC* writer = openWriter(target);
     if (!writer) return false;
-    LineOutputC out(writer);
+    LineOutputC out(writer, written);
     // A source that cannot be opened counts as an empty one.
     StreamReaderC* reader = openReader(source);
     clearWrittenMarks(sections);
 
-    std::vector<MergeSectionT> names;
-    for (PrefSectionT* section = sections; section; section = section->next) {
-        size_t size = strnlen(section->name, kTextLimit);
-        names.push_back(MergeSectionT{section, size, isAscii(section->name, size)});
-    }
+    MergeNamesC names(sections);
 
     PrefSectionT* current = nullptr;
     uint32_t mode = kPrefChanged;
     bool lastNotBlank = true;
     std::string keyName;
-    StringC line;
-    while (reader && reader->readLine(line) == 0) {
-        Utf8ViewC view(line);
-        const char* text = view.chars();
-        size_t size = view.size();
+    TextLinesC lines(reader, reader ? fileSize(source) : -1);
+    const char* text;
+    size_t size;
+    while (lines.next(text, size)) {
         if (size == 0) {
             if (lastNotBlank) out.endLine();
             lastNotBlank = false;
@@ -426,14 +619,7 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData) {
             if (current && !current->written) flushSection(current, out);
             const char* header = text + 1;
             size_t headerSize = static_cast<size_t>(close - header);
-            bool headerAscii = isAscii(header, headerSize);
-            PrefSectionT* found = nullptr;
-            for (const MergeSectionT& entry : names) {
-                if (headerMatches(header, headerSize, headerAscii, entry)) {
-                    found = entry.section;
-                    break;
-                }
-            }
+            PrefSectionT* found = names.find(header, headerSize);
             lastNotBlank = true;
             current = found;
             if (!found) {

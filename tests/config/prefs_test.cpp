@@ -111,6 +111,50 @@ TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
 }
 
 // Changes, deletions and revivals are the model test's; here the lookups.
+// A commit reads its file back from the bytes the merge wrote: the store
+// must come out as a load of the file gives it, whatever the bytes are, and
+// a file that is not what was written is read instead.
+TEST_F(PrefsTest, ReadingBackWhatWasWrittenGivesWhatALoadGives) {
+    const char* files[] = {
+        "[s]\nk=1\n;c\n\n\tt = 2\n[T]\nx=\n",
+        "[s]\r\nk=1\r\n[t]\rx=2\n",
+        "[Gr\xC3\xBC\xC3\x9F"
+        "e]\nk=\xC3\xA9\n[s]\nk=1\n",
+        "[s]\nk=1\n[bad\nfree\nj = \x01\n[S]\nm=2\n",
+        "",
+    };
+    for (const char* text : files) {
+        writeFile("a.ini", text);
+        PrefsC prefs;
+        ASSERT_TRUE(prefs.load(path("a.ini").c_str(), false, false));
+        prefs.setValue("s", "k", "changed", true);
+        prefs.setValue("new", "n", "1", true);
+        std::string written = "left over";
+        ASSERT_TRUE(prefs.save(path("b.ini").c_str(), true, path("a.ini").c_str(), &written));
+        EXPECT_EQ(readFile("b.ini"), kMark + written) << text;
+        PrefsC fromFile;
+        ASSERT_TRUE(fromFile.load(path("b.ini").c_str(), false, false));
+        PrefsC fromBytes;
+        fromBytes.setValue("old", "k", "v", true);
+        ASSERT_TRUE(fromBytes.loadWritten(path("b.ini").c_str(), written));
+        EXPECT_EQ(dump(fromFile, true), dump(fromBytes, true)) << text;
+        EXPECT_STREQ(path("b.ini").c_str(), fromBytes.getFileName());
+        // Bytes that are not the file's are not taken for it.
+        PrefsC stale;
+        ASSERT_TRUE(stale.loadWritten(path("b.ini").c_str(), written + "[x]\nk=1\n"));
+        EXPECT_EQ(dump(fromFile, true), dump(stale, true)) << text;
+    }
+    // A file that cannot be read leaves the store as it was.
+    PrefsC prefs;
+    prefs.setValue("s", "k", "v", false);
+    EXPECT_FALSE(prefs.loadWritten(path("none.ini").c_str(), "[s]\nk=1\n"));
+    EXPECT_EQ("[s]k=v;", dump(prefs));
+    // A save that fails hands back no bytes.
+    std::string written = "left over";
+    EXPECT_FALSE(prefs.save(path("no/such/dir.ini").c_str(), true, nullptr, &written));
+    EXPECT_EQ("", written);
+}
+
 TEST_F(PrefsTest, LookupsFallBackAndConvert) {
     PrefsC prefs;
     PrefsC* next = new PrefsC();
