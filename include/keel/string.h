@@ -156,19 +156,19 @@ namespace keel {
 // buffer.
 namespace textform {
 
+// The length of the sequence that a first byte announces: 1 for ASCII, a
+// stray continuation byte, 0xFE and 0xFF.
+inline uint32_t announcedLength(uint8_t b) {
+    return b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
+}
+
 inline uint32_t nextChar(const uint8_t*& p) {
     uint8_t b = *p;
     if (b < 0x80) {
         if (b != 0) ++p;
         return b;
     }
-    uint32_t n = b < 0xC0   ? 1
-                 : b < 0xE0 ? 2
-                 : b < 0xF0 ? 3
-                 : b < 0xF8 ? 4
-                 : b < 0xFC ? 5
-                 : b < 0xFE ? 6
-                            : 1;
+    uint32_t n = announcedLength(b);
     if (n == 1) {
         ++p;
         return 0xFFFD;
@@ -194,13 +194,7 @@ inline uint32_t nextChar(const uint8_t*& p) {
 // where nextChar stops; charAt, length and the searches step this way.
 inline const uint8_t* nextPlace(const uint8_t* p, const uint8_t* end) {
     uint8_t b = *p;
-    uint32_t n = b < 0xC0   ? 1
-                 : b < 0xE0 ? 2
-                 : b < 0xF0 ? 3
-                 : b < 0xF8 ? 4
-                 : b < 0xFC ? 5
-                 : b < 0xFE ? 6
-                            : 1;
+    uint32_t n = announcedLength(b);
     return static_cast<size_t>(end - p) < n ? end : p + n;
 }
 
