@@ -202,17 +202,38 @@ ErrCatalogI* openModuleCatalog() {
     const char* system = directory.textSystem();
     StringC name(system ? system : "", "system-8");
     if (system) directory.releaseSystem(system);
-    // The catalog is made whether or not a file is found. Two threads that
-    // open at once both make one; the later exchange wins and the other
-    // object is left alone, since a fetch may still be using it.
+    // The catalog is made whether or not a file is found.
     return moduleCatalogCell().exchange(new ErrCatalogC(name));
 }
+
+namespace {
+
+// Catalogs that a later opening replaced. Two threads that open at once both
+// make one (and so does a message fetched during an opening); the later
+// exchange wins, and the catalog it replaced may still be in use by a fetch
+// on another thread, so it cannot be destroyed. It is kept here instead, for
+// the life of the process: the list only grows while the cell is still being
+// filled for the first time, so it holds at most one entry per thread that
+// raced there. A push is one exchange of the head; nothing walks the list.
+struct RetiredCatalogC {
+    ErrCatalogI* catalog;
+    RetiredCatalogC* next;
+};
+void retireCatalog(ErrCatalogI* catalog) {
+    static NoDestroyM<AtomicM<RetiredCatalogC*>> retired;
+    RetiredCatalogC* entry = new RetiredCatalogC{catalog, nullptr};
+    entry->next = retired.get()->exchange(entry);
+}
+
+}  // namespace
 
 ErrCatalogI* getCatalogSwitch() {
     static NoDestroyM<ErrCatSwitchC> theSwitch;
     // No guard against re-entry: nothing on the way records a message, and
     // a message fetched meanwhile would only open a catalog of its own.
-    if (!moduleCatalogCell().load()) openModuleCatalog();
+    if (!moduleCatalogCell().load()) {
+        if (ErrCatalogI* replaced = openModuleCatalog()) retireCatalog(replaced);
+    }
     return theSwitch.get();
 }
 
