@@ -68,8 +68,9 @@ public:
 
 private:
     int32_t handle;
-    // As given to open; read by nothing.
-    uint32_t creationMode;
+    // As given to open; kept (it is part of the stream's recorded state) and
+    // read by nothing, which the attribute tells the compiler.
+    [[maybe_unused]] uint32_t creationMode;
     uint32_t accessMode;
 };
 
