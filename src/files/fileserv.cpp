@@ -188,36 +188,30 @@ FileNameC* FlnFileServiceC::getCurrentDirectory() {
     return name;
 }
 
-bool FlnFileServiceC::canRead(const FileNameC* name) {
-    if (!name) return false;
-    if (isFile(name)) {
-        NativeNameC native(*name, false, true);
-        const char* text = native.get();
-        if (!text) return false;
-        int fd = open(text, O_RDONLY | O_LARGEFILE);
-        if (fd < 0) return false;
-        close(fd);
-        return true;
-    }
+namespace {
+
+// canRead and canWrite: a file is opened with `openFlags` (what the caller
+// would do next, so a lock or a mode that refuses the open answers false),
+// anything else is asked of access with `accessMode`.
+bool canOpen(bool file, const FileNameC* name, int openFlags, int accessMode) {
     NativeNameC native(*name, false, true);
     const char* text = native.get();
-    return text && access(text, R_OK) == 0;
+    if (!text) return false;
+    if (!file) return access(text, accessMode) == 0;
+    int fd = open(text, openFlags | O_LARGEFILE);
+    if (fd < 0) return false;
+    close(fd);
+    return true;
+}
+
+}  // namespace
+
+bool FlnFileServiceC::canRead(const FileNameC* name) {
+    return name && canOpen(isFile(name), name, O_RDONLY, R_OK);
 }
 
 bool FlnFileServiceC::canWrite(const FileNameC* name) {
-    if (!name) return false;
-    if (isFile(name)) {
-        NativeNameC native(*name, false, true);
-        const char* text = native.get();
-        if (!text) return false;
-        int fd = open(text, O_WRONLY | O_LARGEFILE);
-        if (fd < 0) return false;
-        close(fd);
-        return true;
-    }
-    NativeNameC native(*name, false, true);
-    const char* text = native.get();
-    return text && access(text, W_OK) == 0;
+    return name && canOpen(isFile(name), name, O_WRONLY, W_OK);
 }
 
 bool FlnFileServiceC::isReadOnly(const FileNameC* name) {

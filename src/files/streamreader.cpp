@@ -53,6 +53,8 @@ StreamReaderC* StreamReaderC::open(const FileNameC* name, bool detect, TextEncod
     return new StreamReaderC(stream, detect, encoding, true);
 }
 
+// The same shape as StreamWriterC::close on purpose: each side owns its own
+// stream, coder and buffer, and the two are kept apart as units.
 uint32_t StreamReaderC::close() {
     uint32_t code = 0;
     if (stream && ownsStream) {

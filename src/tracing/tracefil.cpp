@@ -351,6 +351,8 @@ uint32_t TraceConsumerFileC::setOption(const char* key, const char* value) {
     return 0;
 }
 
+// The setters below share one shape on purpose: each stores one setting of
+// the interface and answers 0; the file is reopened only for a new name.
 uint32_t TraceConsumerFileC::setTimestamp(uint8_t on) {
     timestamp = on;
     return 0;
