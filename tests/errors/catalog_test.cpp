@@ -283,9 +283,12 @@ TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
         EXPECT_EQ(3u, severity);
         EXPECT_EQ(strerror(3), str(errorText(&severity, 0xE0000003, nullptr)));
         EXPECT_EQ("default", str(errorText(&severity, 0xE0CB0099, "default")));
+        // Texts found in a catalog are traced, the system's too; a default text is not.
         ASSERT_EQ(3u, trace.lines.size());
         EXPECT_EQ("Error/Catalog/Fetch Message s203m16 from process catalog: Impossible d'ouvrir '%1$S'",
                   trace.lines[0]);
+        EXPECT_EQ(std::string("Error/Catalog/Fetch Message s0m3 from process catalog: ") + strerror(3),
+                  trace.lines[2]);
     }
 
     // A module catalog is asked first.
