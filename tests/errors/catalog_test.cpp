@@ -130,8 +130,9 @@ TEST(CatalogToolTest, CompilerRefusalsNameTheirLine) {
     EXPECT_TRUE(catalogtool::compileCatalog("1 1 - " + longText.substr(1) + "\n", binary, diagnostics));
 }
 
-// Corrupt and truncated files: the dumper says what is wrong, the library
-// reads what it can and never crashes.
+// Corrupt and truncated files: the dumper says what is wrong, one row per
+// check (the header too short is the keel tool test's; that the library reads
+// what it can of any bytes is catalog_fuzz's).
 TEST(CatalogToolTest, DumperRefusesCorruptFiles) {
     std::string good = compiled("1 1 e one\n1 2 e two\n2 1 e three\n");
     std::string wrongCount = good;
@@ -147,15 +148,12 @@ TEST(CatalogToolTest, DumperRefusesCorruptFiles) {
         const char* expected;
         bool ok;
     } const cases[] = {
-        {"", "error: the file has 0 bytes, fewer than the 12 of a catalog header", false},
         {"tavrinoX" + big32(0), "error: not a keel message catalog", false},
         {good.substr(0, 40), "announces 3 messages, but the file of 40 bytes holds index records for only 2", false},
         {wrongCount, "record 4: error: ", false},
         {pastEnd, "record 2: error: s1m2: text at offset 1000, 7 bytes long, runs past the end of the file", false},
-        {good.substr(0, good.size() - 1), "record 3: error: s2m1: text at offset", false},
         {unsorted, "record 3: error: s1m1 does not sort above the record before it (s1m2)", false},
         {shared, "warning: the texts are not laid out one after the other", true},
-        {good + "tail", "warning: the texts are not laid out one after the other", true},
         {"tavrinoc" + big32(0), "", true},
     };
     for (const auto& c : cases) {
