@@ -172,7 +172,8 @@ struct CatalogFilesTest : ::testing::Test {
 // The reader's edge cases, each on a file of its own. Misses between codes
 // are the random model test's; offsets past the end, cut files and absurd
 // counts are catalog_fuzz's, which compares every answer with the tool's
-// reading of the same bytes.
+// reading of the same bytes. A catalog without a file is the process
+// catalog behind every default text of the catalog switch's table.
 TEST_F(CatalogFilesTest, ReaderEdgeCases) {
     const std::string good = compiled("1 1 w first\n1 7 - {i} middle\n1 9 -\n7 3 - last\n");
     struct {
@@ -203,16 +204,6 @@ TEST_F(CatalogFilesTest, ReaderEdgeCases) {
         EXPECT_EQ(c.expected, str(catalog.fetch(&severity, c.code, c.defaultText, nullptr))) << c.name;
         EXPECT_EQ(c.severity, severity) << c.name;
     }
-    // Without a file: the default text parsed, or nothing.
-    ErrCatalogC none(StringC{});
-    EXPECT_FALSE(none.isOpen());
-    uint32_t severity = 0;
-    EXPECT_EQ("Disk full", str(none.fetch(&severity, 0xE0010001, "{w} Disk full", nullptr)));
-    EXPECT_EQ(3u, severity);
-    EXPECT_EQ("", str(none.fetch(&severity, 0xE0010001, nullptr, nullptr)));
-    EXPECT_EQ(4u, severity);
-    EXPECT_EQ(nullptr, none.lookUp(0xE0010001));
-    EXPECT_EQ(0u, none.setQualifiers(StringC("Q", "ascii")));
 }
 
 // "%L" is filled with the region's names (empty here), tried in turn, and
