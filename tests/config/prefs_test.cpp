@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <random>
 #include <string>
 #include <thread>
 
 #include "config/prefs.h"
+#include "testing/modelrun.h"
 #include "testing/prefsmodel.h"
 #include "testing/tempdir.h"
 
@@ -258,15 +258,7 @@ TEST_F(PrefsTest, ListsAreKeptPerThread) {
 }
 
 TEST_F(PrefsTest, RandomOperationsAgreeWithTheModel) {
-    for (uint32_t seed = 1; seed <= 10; ++seed) {
-        std::mt19937 random(seed);
-        prefsmodel::DriverC driver(path("m.ini"));
-        for (int step = 0; step < 250; ++step) {
-            uint32_t operation = random(), argument = random();
-            std::string broken = driver.step(operation, argument);
-            ASSERT_EQ("", broken) << "seed " << seed << " step " << step;
-        }
-    }
+    EXPECT_EQ("", testkit::runSeeded<prefsmodel::DriverC>(10, 250, path("m.ini")));
 }
 
 }  // namespace

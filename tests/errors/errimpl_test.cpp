@@ -68,29 +68,48 @@ TEST_F(ErrBufTest, ReportsStoreTheirRenderedText) {
     EXPECT_EQ(5u, errors->getCount());
 }
 
+// Each shape of a text with separators: the parts of the entry, its text,
+// and its trace line, which labels the parts of the text as given.
 TEST_F(ErrBufTest, EntriesSplitTheirText) {
+    TraceLinesC trace("Error/Occurrence");
+    trace.enable("Error/Report");
     struct {
         const char* text;
-        const char *problem, *reason, *solution, *joined;
+        const char *problem, *reason, *solution, *joined, *line;
     } const cases[] = {
-        {"P", "P", "", "", "P"},
-        {"P\x01R", "P", "R", "", "P\nR"},
-        {"P\x01\x01S", "P", "", "S", "P\nS"},
-        {"P\x01R\x01S\x01" "dropped", "P", "R", "S", "P\nR\nS"},
-        {"\x01R", "", "R", "", "\nR"},
+        {"P", "P", "", "", "P", "P"},
+        {"P\x01R", "P", "R", "", "P\nR", "Problem: P"},
+        {"P\x01\x01S", "P", "", "S", "P\nS", "Problem: P, Solution: S"},
+        {"P\x01R\x01S", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S"},
+        {"P\x01R\x01", "P", "R", "", "P\nR", "Problem: P, Reason: R"},
+        {"P\x01R\x01S\x01T", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S\x01T"},
+        {"\x01R", "", "R", "", "\nR", ""},
+        {"\x01\x01", "", "", "", "", "Solution: "},
     };
     for (const auto& c : cases) {
+        trace.lines.clear();
         errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
         ErrEntryI* entry = errors->getEntry(errors->getCount() - 1);
         EXPECT_EQ(c.problem, str(entry->getProblem())) << c.text;
         EXPECT_EQ(c.reason, str(entry->getReason())) << c.text;
         EXPECT_EQ(c.solution, str(entry->getSolution())) << c.text;
         EXPECT_EQ(c.joined, last()) << c.text;
+        EXPECT_EQ((std::vector<std::string>{
+                      std::string("0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ") + c.line}),
+                  trace.lines);
     }
     EXPECT_EQ(5u, errors->getEntry(0)->setSeverity(5)->getSeverity());
     errors->removeEntry(99);
     errors->removeEntry(0);
-    EXPECT_EQ(4u, errors->getCount());
+    EXPECT_EQ(7u, errors->getCount());
+    errors->takeText(nullptr);
+    trace.lines.clear();
+    errors->addError(0xE0000002, 9, StringC("a", "utf8"));
+    errors->reportAll();
+    EXPECT_EQ(0u, errors->getCount());
+    EXPECT_EQ((std::vector<std::string>{"0,Error/Occurrence/9/0/2 9 Occurrence (s0m2): a",
+                                        "0,Error/Report/9/0/2 9 Report (s0m2): a"}),
+              trace.lines);
 }
 
 TEST_F(ErrBufTest, RecoveryTracesNewestFirst) {
@@ -110,37 +129,6 @@ TEST_F(ErrBufTest, RecoveryTracesNewestFirst) {
 // of range), takeText and reportAll, on a buffer of its own.
 TEST(ErrBufModelTest, RandomOperationsAgreeWithTheModel) {
     EXPECT_EQ("", testkit::runSeeded<errbufmodel::DriverC>(200, 60));
-}
-
-TEST_F(ErrBufTest, TraceLinesOfEntries) {
-    TraceLinesC trace("Error/Occurrence");
-    trace.enable("Error/Report");
-    struct {
-        const char *text, *line;
-    } const cases[] = {
-        {"plain", "plain"},
-        {"P\x01R\x01S", "Problem: P, Reason: R, Solution: S"},
-        {"P\x01R", "Problem: P"},
-        {"P\x01\x01S", "Problem: P, Solution: S"},
-        {"P\x01R\x01", "Problem: P, Reason: R"},
-        {"\x01\x01", "Solution: "},
-        {"P\x01R\x01S\x01T", "Problem: P, Reason: R, Solution: S\x01T"},
-    };
-    for (const auto& c : cases) {
-        trace.lines.clear();
-        errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
-        EXPECT_EQ((std::vector<std::string>{
-                      std::string("0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ") + c.line}),
-                  trace.lines);
-    }
-    errors->takeText(nullptr);
-    trace.lines.clear();
-    errors->addError(0xE0000002, 9, StringC("a", "utf8"));
-    errors->reportAll();
-    EXPECT_EQ(0u, errors->getCount());
-    EXPECT_EQ((std::vector<std::string>{"0,Error/Occurrence/9/0/2 9 Occurrence (s0m2): a",
-                                        "0,Error/Report/9/0/2 9 Report (s0m2): a"}),
-              trace.lines);
 }
 
 // Threads report, mark and recover at once; each sees only its own entries.

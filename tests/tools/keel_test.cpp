@@ -1,7 +1,10 @@
 // The keel command-line tool, run as a program of the build (through the
 // emulator of an i386 run) on real files in a fresh directory: exit
 // statuses and messages, the catalog round trip, conversions and their
-// checks, constant memory on a 100 MB file, and trace check.
+// checks, constant memory on a 100 MB file, trace check, and the registry
+// commands beside a program of the SDK. Writers in parallel are the
+// configuration tests' (confregini_test, confregini_lock_test): each "reg set"
+// is one mount, change and commit of the same registry in a process of its own.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -477,46 +480,6 @@ TEST_F(KeelRegistryTest, WhatTheToolSetsAProgramReadsAndTheOtherWayRound) {
     run = reg("get", {"Nowhere\\X"});
     EXPECT_TRUE(run.exited(1));
     EXPECT_NE(std::string::npos, run.err.find("0xE1370077")) << run.err;
-}
-
-// Four processes set values of one key at the same time, five each: every
-// commit merges into what the file holds by then, so all twenty stay.
-TEST_F(KeelRegistryTest, FourWritersAtOnceLoseNothing) {
-    const int kWriters = 4, kValues = 5;
-    std::vector<pid_t> writers;
-    for (int w = 0; w < kWriters; ++w) {
-        pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            int failures = 0;
-            for (int i = 0; i < kValues; ++i) {
-                std::string name = "w" + std::to_string(w) + "v" + std::to_string(i);
-                int status = testkit::runProgram(
-                    testkit::builtProgram("bin/keel"),
-                    {"reg", "set", mount, "HKLM\\Software\\App\\Shared\\" + name, name});
-                if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ++failures;
-            }
-            _exit(failures);
-        }
-        writers.push_back(pid);
-    }
-    for (pid_t pid : writers) {
-        int status = 0;
-        ASSERT_EQ(pid, waitpid(pid, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
-            << "failed sets: " << WEXITSTATUS(status);
-    }
-    ProgramRunT run = reg("list", {"HKLM\\Software\\App\\Shared"});
-    ASSERT_TRUE(run.exited(0)) << run.err;
-    for (int w = 0; w < kWriters; ++w) {
-        for (int i = 0; i < kValues; ++i) {
-            std::string name = "w" + std::to_string(w) + "v" + std::to_string(i);
-            EXPECT_NE(std::string::npos, run.out.find(name + "=" + name + "\n"))
-                << name << " lost:\n"
-                << run.out;
-        }
-    }
-    EXPECT_EQ("<missing>", readFile("conf/app.ini.lck"));
 }
 
 }  // namespace
