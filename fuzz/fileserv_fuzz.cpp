@@ -1,5 +1,5 @@
 // The file service on a small real tree driven by fuzzer-chosen writes,
-// directories, copies, moves, removals and temporary files beside the plain
+// directories, copies, moves and removals beside the plain
 // model of tests/testing/fileservmodel.h: the disk must hold the model after
 // each step, and the service's queries must answer as the model says.
 //

@@ -36,8 +36,8 @@ protected:
     }
 };
 
-// Random writes, directories, copies, moves, removals and temporary files
-// over a small tree, each checked against a plain model of the tree.
+// Random writes, directories, copies, moves and removals over a small tree,
+// each checked against a plain model of the tree.
 TEST_F(FileServiceTest, RandomOperationsAgainstAModel) {
     EXPECT_EQ("", testkit::runSeeded<fileservmodel::DriverC>(4, 400, dir));
 }
@@ -280,6 +280,15 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     FileNameC here(StringC(dir.c_str(), "utf8"));
     StringC made;
     int32_t fd = -2;
+    ASSERT_EQ(0u, files->createSecureTempFile(made, &fd, &here, StringC("pre", "ascii")));
+    ASSERT_GE(fd, 0);
+    std::string madePath = str(made);
+    EXPECT_EQ(path("pre"), madePath.substr(0, madePath.size() - 6));
+    struct stat64 record;
+    ASSERT_EQ(0, fstat64(fd, &record));
+    EXPECT_EQ(0600u, record.st_mode & 0777u);
+    close(fd);
+
     // A missing directory falls back to the temporary one; an empty TMPDIR
     // or one naming nothing fails with its own code.
     const char* saved = getenv("TMPDIR");
@@ -324,6 +333,10 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     EXPECT_EQ("<missing>", readFile("target"));
     EXPECT_TRUE(errorCodes().empty());
     delete unique;
+    // A missing directory stops at once, its errors left in the buffer.
+    EXPECT_EQ(nullptr, files->createUniqueName(&missing, StringC("u", "ascii"), StringC(), true));
+    EXPECT_FALSE(errorCodes().empty());
+    testkit::clearErrors();
     FileNameC* free = files->createTempName(StringC("t", "ascii"));
     ASSERT_NE(nullptr, free);
     EXPECT_FALSE(files->exists(free));

@@ -2,7 +2,7 @@
 // plain model of that tree (relative path to "directory" or a file's bytes):
 // files written through streams, directories made with and without parents,
 // copies of files and trees, moves with the answers rename gives, removal
-// with and without recursion, unique names and secure temporary files.
+// with and without recursion.
 // After each step the disk must hold the model exactly, and every name of
 // the tree must answer exists, isFile, isDirectory, isDirectoryEmpty and
 // getSize as the model says; an operation that fails must leave the tree as
@@ -67,11 +67,11 @@ public:
     std::string step(uint32_t operation, uint32_t argument) {
         if (root.empty()) return "mkdtemp";
         const std::string& p = names[argument % names.size()];
-        const std::string& q = names[(argument / 39 + operation / 7) % names.size()];
+        const std::string& q = names[(argument / 39 + operation / 5) % names.size()];
         FileNameC pn = name(p), qn = name(q);
         uint32_t before = getErrBuf()->getCount();
         bool reports = false;  // whether the step must leave errors behind
-        switch (operation % 7) {
+        switch (operation % 5) {
         case 0: {  // a file written through a stream
             bool can = isDirectory(parentOf(p)) && !isDirectory(p);
             std::unique_ptr<IOStreamC> stream(files->openStream(&pn, 1, 2, 0, false));
@@ -121,7 +121,7 @@ public:
             }
             break;
         }
-        case 4: {  // remove: what is missing is gone, unless a file stands above it
+        default: {  // remove: what is missing is gone, unless a file stands above it
             bool byCode = operation & 32, recursive = byCode || operation & 8;
             bool stays = (isDirectory(p) && !recursive && !subtree(p, p).empty()) ||
                          (!tree.count(p) && !isDirectory(nearest(p)));
@@ -132,44 +132,9 @@ public:
             reports = byCode && stays;
             break;
         }
-        case 5: {  // a unique name, made as an empty file or only found
-            const std::string& d = isDirectory(p) ? p : parentOf(p);
-            FileNameC dn = name(d);
-            bool create = operation & 8;
-            std::unique_ptr<FileNameC> made(files->createUniqueName(
-                &dn, StringC("u", "ascii"), StringC(".x", "ascii"), create));
-            bool can = isDirectory(d) || !create;
-            if (can != (made != nullptr)) return "createUniqueName " + d;
-            if (!made) {
-                reports = true;
-                break;
-            }
-            std::string text = relative(*made);
-            if (parentOf(text) != d || text.compare(text.size() - 2, 2, ".x") != 0 ||
-                tree.count(text))
-                return "unique name " + text;
-            if (create) tree[text] = "";
-            break;
-        }
-        default: {  // a secure temporary file in a directory of the tree
-            if (!isDirectory(p)) break;
-            StringC made;
-            int32_t fd = -1;
-            FileNameC dn = name(p);
-            if (files->createSecureTempFile(made, &fd, &dn, StringC("s", "ascii")) != 0 || fd < 0)
-                return "createSecureTempFile " + p;
-            struct stat64 record;
-            bool ok = fstat64(fd, &record) == 0 && (record.st_mode & 0777) == 0600 &&
-                      ::write(fd, "t", 1) == 1;
-            close(fd);
-            std::string text = relative(FileNameC(made));
-            if (!ok || parentOf(text) != p || text.size() != (p.empty() ? 0 : p.size() + 1) + 7)
-                return "temporary file " + text;
-            tree[text] = "t";
-        }
         }
         if ((getErrBuf()->getCount() > before) != reports)
-            return std::string("reports after operation ") + std::to_string(operation % 7);
+            return std::string("reports after operation ") + std::to_string(operation % 5);
         uint32_t highest;
         getErrBuf()->takeText(&highest);
         return compare();
