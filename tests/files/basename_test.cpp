@@ -31,6 +31,7 @@ TEST(BaseNameInto, DocumentedCases) {
     }
     EXPECT_EQ(nullptr, baseNameInto(nullptr, nullptr, 0, nullptr));
     EXPECT_EQ(nullptr, baseNameOf(nullptr));
+    EXPECT_STREQ("b", baseNameOf("a/b"));
 }
 
 TEST(BaseNameInto, IntoThePathItself) {

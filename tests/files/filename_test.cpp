@@ -97,9 +97,14 @@ TEST(FileName, Queries) {
     EXPECT_TRUE(N("/").getParent().isRoot());
     EXPECT_EQ("b/c", str(N("a.b/c").getExtension('.')));
     EXPECT_EQ("txt", str(N(".txt").getExtension('.')));
+    EXPECT_EQ("", str(N("a/b").getExtension('.')));
     EXPECT_EQ("\xc3\xa9", str(N("x\xe2\x82\xac\xc3\xa9").getExtension(0x20AC)));
     EXPECT_EQ("", str(N("/").getComponent(0)));
+    EXPECT_EQ("a", str(N("/a").getExtension('/')));  // the root's "/" stands in front
+    EXPECT_FALSE(N("/").hasBaseName());
     FileNameC path = N("/usr/lib/x");
+    EXPECT_EQ("lib", str(path.getComponent(1)));
+    EXPECT_EQ("", str(path.getComponent(3)));
     EXPECT_EQ(nullptr, path.getComponents(0, 0));
     std::unique_ptr<StringArrayC> last(path.getComponents(9, 5));
     ASSERT_EQ(1u, last->size());

@@ -48,6 +48,9 @@ TEST(CompareTextNoCase, FoldsUpperCaseOnly) {
     EXPECT_EQ(0, compareTextNoCase("Hello", "hELLO"));
     EXPECT_EQ('a' - '_', compareTextNoCase("A", "_"));
     EXPECT_EQ(0xe9 - 'e', compareTextNoCase("\xe9", "e"));
+    char blanks[] = "   ", line[] = "line \t\r\n\v";
+    EXPECT_STREQ("", trimTextRight(blanks));
+    EXPECT_STREQ("line \t\r\n\v", trimTextRight(line));  // a vertical tab stays
     EXPECT_EQ(nullptr, trimTextRight(nullptr));
 }
 
