@@ -46,14 +46,10 @@ public:
         if (mkdtemp(&pattern[0])) root = pattern;
         // Names over "a", "b" and "c" up to three deep: small enough that
         // operations often meet what earlier ones made.
-        for (const char* a : {"a", "b", "c"}) {
-            names.push_back(a);
-            for (const char* b : {"a", "b", "c"}) {
-                names.push_back(std::string(a) + "/" + b);
-                for (const char* c : {"a", "b"})
-                    names.push_back(std::string(a) + "/" + b + "/" + c);
-            }
-        }
+        for (const char* a : {"a", "b", "c"})
+            for (const char* b : {"", "/a", "/b", "/c"})
+                for (const char* c : {"", "/a", "/b"})
+                    if (*b || !*c) names.push_back(std::string(a) + b + c);
     }
 
     ~DriverC() {
@@ -143,15 +139,6 @@ public:
 private:
     FileNameC name(const std::string& relative) const {
         return FileNameC(StringC((root + "/" + relative).c_str(), "utf8"));
-    }
-    std::string relative(const FileNameC& full) const {
-        return textOf(full.toString()).substr(root.size() + 1);
-    }
-    static std::string textOf(const StringC& s) {
-        const char* t = s.textUtf8();
-        std::string out(t, s.textUtf8Length());
-        s.releaseUtf8(t);
-        return out;
     }
     static std::string parentOf(const std::string& p) {
         size_t slash = p.rfind('/');
