@@ -39,7 +39,7 @@ protected:
 // Random writes, directories, copies, moves and removals over a small tree,
 // each checked against a plain model of the tree.
 TEST_F(FileServiceTest, RandomOperationsAgainstAModel) {
-    EXPECT_EQ("", testkit::runSeeded<fileservmodel::DriverC>(4, 400, dir));
+    EXPECT_EQ("", testkit::runSeeded<fileservmodel::DriverC>(5, 400, dir));
 }
 
 TEST_F(FileServiceTest, PredicatesByKindOfName) {
