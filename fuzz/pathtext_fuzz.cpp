@@ -81,7 +81,8 @@ void checkDirectory(const std::string& path, size_t size) {
     check(after == buffer.c_str(), "directoryOfInPlace path");
 }
 
-void checkBaseName(const std::string& path, const std::string& suffix, bool withSuffix, size_t size) {
+void checkBaseName(const std::string& path, const std::string& suffix, bool withSuffix,
+                   size_t size) {
     std::string text = path;
     while (!text.empty() && text.back() == '/') text.pop_back();
     size_t at = text.find(suffix);
@@ -91,8 +92,9 @@ void checkBaseName(const std::string& path, const std::string& suffix, bool with
     std::string base = text.substr(text.rfind('/') == std::string::npos ? 0 : text.rfind('/') + 1);
     std::string buffer = path + '\0';
     const char* behind = keel::baseNameOf(buffer.c_str());
-    check(behind == buffer.c_str() + (path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1),
-          "baseNameOf");
+    check(
+        behind == buffer.c_str() + (path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1),
+        "baseNameOf");
     char output[300];
     memset(output, 'Z', sizeof output);
     const char* suffixText = withSuffix ? suffix.c_str() : nullptr;
@@ -104,7 +106,8 @@ void checkBaseName(const std::string& path, const std::string& suffix, bool with
     check(result == output && buffer.c_str() == path, "baseNameInto into a buffer");
     if (size > 0) check(std::string(output) == base.substr(0, size - 1), "baseNameInto text");
     result = keel::baseNameInto(&buffer[0], nullptr, 0, suffixText);
-    check(result == buffer.data() && buffer == base + std::string(path.size() + 1 - base.size(), '\0'),
+    check(result == buffer.data() &&
+              buffer == base + std::string(path.size() + 1 - base.size(), '\0'),
           "baseNameInto into the path");
 }
 
@@ -133,15 +136,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     char copy[80];
     memset(copy, 'Z', sizeof copy);
-    check(keel::copyTextBounded(copy, path.c_str(), bufferSize) == path.size(), "copyTextBounded answer");
+    check(keel::copyTextBounded(copy, path.c_str(), bufferSize) == path.size(),
+          "copyTextBounded answer");
     std::string expected = bufferSize == 0 ? "" : path.substr(0, bufferSize - 1) + '\0';
     expected += std::string(sizeof copy - expected.size(), 'Z');
     check(std::string(copy, sizeof copy) == expected, "copyTextBounded bytes");
-    check(keel::compareTextNoCase(path.c_str(), other.c_str()) == compareModel(path, other), "compareTextNoCase");
+    check(keel::compareTextNoCase(path.c_str(), other.c_str()) == compareModel(path, other),
+          "compareTextNoCase");
     std::string trimmed = path;
     while (!trimmed.empty() && strchr(" \t\r\n", trimmed.back())) trimmed.pop_back();
     std::string buffer = path + '\0';
-    check(keel::trimTextRight(&buffer[0]) == buffer.data() && trimmed == buffer.c_str(), "trimTextRight");
+    check(keel::trimTextRight(&buffer[0]) == buffer.data() && trimmed == buffer.c_str(),
+          "trimTextRight");
 
     checkDirectory(path, bufferSize);
     if (ascii(path) && ascii(other)) {

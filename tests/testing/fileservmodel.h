@@ -9,7 +9,7 @@
 // it was and report (or, for move and remove, stay silent) as documented.
 // Shared by the random-sequence test and the fuzz target.
 //
-//     keel::fileservmodel::DriverC driver("/tmp/some-dir");  // works in a new directory below
+//     keel::fileservmodel::DriverC driver("/tmp");  // works in a new directory below /tmp
 //     std::string broken = driver.step(operation, argument);  // empty: agree
 #ifndef KEEL_TESTS_TESTING_FILESERVMODEL_H
 #define KEEL_TESTS_TESTING_FILESERVMODEL_H
