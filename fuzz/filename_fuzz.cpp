@@ -1,7 +1,9 @@
 // Invariants of file names on fuzzer-made text: the normal form, the
 // collapse of "." and "..", split and join, components, prefixes and the
 // wildcard matcher, which on short texts must answer as its steps taken
-// literally do.
+// literally do; and the queries (directory, base name, suffix, extension,
+// components, prefix, relative name) and the join, against their steps
+// taken literally on plain strings.
 //
 // Input layout: byte 0 flags (bit 0: the bytes are taken as internal form
 // as they are instead of being decoded from UTF-8; bit 1: the name is
@@ -14,8 +16,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <keel/keel.h>
 
@@ -110,6 +114,102 @@ bool shortAscii(const std::string& bytes, size_t most) {
     return true;
 }
 
+// The steps of the queries taken literally on a name's text and root, as
+// plain strings: directory and base name, suffix, extension, components,
+// prefix, relative name and the join of a directory text and a name.
+struct PlainNameT {
+    std::string text;
+    bool rooted;
+};
+
+std::string withRoot(const PlainNameT& n, const std::string& s) { return (n.rooted ? "/" : "") + s; }
+
+std::vector<std::string> componentsOf(const std::string& text) {
+    std::vector<std::string> parts;
+    if (text.empty()) return parts;
+    for (size_t at = 0;;) {
+        size_t slash = text.find('/', at);
+        parts.push_back(text.substr(at, slash == std::string::npos ? std::string::npos : slash - at));
+        if (slash == std::string::npos) return parts;
+        at = slash + 1;
+    }
+}
+
+std::string stripped(std::string text, const std::string& suffix) {
+    if (!suffix.empty() && suffix.size() <= text.size() &&
+        text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0)
+        text.erase(text.size() - suffix.size());
+    return text;
+}
+
+std::string behindLast(const std::string& text, char c) {
+    size_t at = text.rfind(c);
+    return at == std::string::npos ? text : text.substr(at + 1);
+}
+
+// join, before the normal form is made of its result.
+std::string joinedText(std::string directory, std::string name) {
+    if (directory.empty()) return name;
+    if (directory == ".") {
+        directory.clear();
+        if (!name.empty() && name[0] == '/') name.erase(0, 1);
+    } else if (directory.back() != '/' && (name.empty() || name[0] != '/')) {
+        directory += '/';
+    }
+    size_t first = name.find_first_not_of('/');
+    if (first != std::string::npos && first > 0) name.erase(0, first);
+    return directory + name;
+}
+
+void checkAgainstPlainSteps(const FileNameC& name, const FileNameC& otherName, const std::string& other,
+                            bool decoded) {
+    PlainNameT n{bytesOf(name.getText()), name.isRooted()};
+    PlainNameT o{bytesOf(otherName.getText()), otherName.isRooted()};
+    std::string full = withRoot(n, n.text);
+    size_t slash = n.text.rfind('/');
+    check(bytesOf(name.getDirectoryText()) == withRoot(n, slash == std::string::npos ? "" : n.text.substr(0, slash)),
+          "getDirectoryText differs from its steps");
+    StringC suffix(other.data(), static_cast<uint32_t>(other.size()), "utf8");
+    if (decoded) {
+        check(bytesOf(name.getBaseName(suffix)) == behindLast(stripped(n.text, bytesOf(suffix)), '/'),
+              "getBaseName differs from its steps");
+        StringC text = name.toString();
+        FileNameC::stripSuffix(text, suffix);
+        check(bytesOf(text) == stripped(full, bytesOf(suffix)), "stripSuffix differs from its steps");
+    }
+    check(bytesOf(name.getExtension('.')) == (full.find('.') == std::string::npos ? "" : behindLast(full, '.')),
+          "getExtension differs from its steps");
+
+    std::vector<std::string> parts = componentsOf(n.text), prefix = componentsOf(o.text);
+    int32_t count = static_cast<int32_t>(parts.size());
+    for (int32_t i = -1; i <= count; ++i)
+        check(bytesOf(name.getComponent(i)) == (i < 0 || i >= count ? "" : parts[i]), "getComponent");
+    int32_t start = static_cast<int32_t>(o.text.size() % 7) - 2, asked = static_cast<int32_t>(other.size() % 6) - 1;
+    std::unique_ptr<keel::StringArrayC> some(name.getComponents(start, asked));
+    check((asked == 0) == !some, "getComponents gave null or not");
+    if (some) {
+        int32_t from = start >= count ? count - 1 : start;
+        if (from < 0) from = 0;
+        int32_t length = asked == -1 || asked > count - from ? count - from : asked;
+        check(static_cast<int32_t>(some->size()) == length, "getComponents gave another count");
+        for (int32_t i = 0; i < length; ++i)
+            check(bytesOf(*some->at(i)) == parts[from + i], "getComponents differs from its steps");
+    }
+
+    bool isPrefix = prefix.size() <= parts.size() && n.rooted == o.rooted &&
+                    std::equal(prefix.begin(), prefix.end(), parts.begin());
+    check(name.hasPrefix(otherName) == isPrefix, "hasPrefix differs from its steps");
+    std::unique_ptr<FileNameC> relative(name.relativeTo(otherName));
+    std::string expected = full;
+    if (n.rooted == o.rooted && n.text == o.text) {
+        expected = ".";
+    } else if (n.rooted == o.rooted && n.text.size() > o.text.size() && n.text[o.text.size()] == '/' &&
+               n.text.compare(0, o.text.size(), o.text) == 0) {
+        expected = n.text.substr(o.text.size() + 1);
+    }
+    check(bytesOf(relative->toString()) == expected, "relativeTo differs from its steps");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -178,6 +278,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Any directory text joined with any name gives a name in normal form.
     checkNormalForm(FileNameC(other, raw));
     checkNormalForm(FileNameC(raw, other));
+
+    // The queries, and the join of two texts before the normal form is made
+    // of it, against their steps taken literally.
+    FileNameC otherName(other);
+    checkAgainstPlainSteps(name, otherName, otherBytes, !(flags & 1));
+    if (!(flags & 1)) {
+        std::string a = bytesOf(raw), b = bytesOf(other), c = bytesOf(otherName.toString());
+        auto made = [](const std::string& text) {
+            return FileNameC(StringC(text.data(), static_cast<uint32_t>(text.size()), "utf8"));
+        };
+        check(same(FileNameC(other, raw), made(joinedText(b, a))), "join differs from its steps");
+        check(same(FileNameC(raw, other), made(joinedText(a, b))), "join differs from its steps");
+        check(same(FileNameC(&otherName, raw), made(joinedText(c, a))), "join below a name differs from its steps");
+    }
 
     // Matching: "*" takes everything, a text without metacharacters matches
     // itself, and ignoring case never loses a match.

@@ -9,47 +9,29 @@
 namespace keel {
 namespace {
 
-TEST(BaseNameOf, PointsBehindTheLastSlash) {
-    const char* path = "/usr/lib/libkeel.so";
-    EXPECT_EQ(path + 9, baseNameOf(path));
-    EXPECT_EQ(path + 9, baseNameOf(path + 9));
-    EXPECT_STREQ("", baseNameOf("dir/"));
-    EXPECT_EQ(nullptr, baseNameOf(nullptr));
-}
-
-// Into a separate buffer the path stays as it is; "<null>" stands for a null
-// answer. A suffix is cut only at the end and never at position 0.
-TEST(BaseNameInto, TrailingSlashesSuffixAndBounds) {
+// ASCII paths, suffixes and sizes of every kind are pathtext_fuzz's, against
+// a model of the steps; here the documented cases and bytes beyond ASCII.
+// "<null>" stands for a null answer; a suffix is never cut at position 0.
+TEST(BaseNameInto, DocumentedCases) {
     struct Case {
-        const char* path;
-        const char* suffix;
-        size_t size;
-        const char* base;
+        const char *path, *suffix, *base;
     };
     const Case cases[] = {
-        {"/a/b.txt/", ".txt", 64, "b"},
-        {"/a/b.txt", nullptr, 64, "b.txt"},
-        {".txt", ".txt", 64, ".txt"},
-        {"a/.txt", ".txt", 64, ""},
-        {"b.txt.bak", ".txt", 64, "b.txt.bak"},
-        {"b.txt", "", 64, "b.txt"},
-        {"a/b///", nullptr, 64, "b"},
-        {"///", nullptr, 64, ""},
-        {"", nullptr, 64, "<null>"},
-        {"/d/caf\xc3\xa9.txt", ".txt", 64, "caf\xc3\xa9"},  // non-ASCII names keep their bytes
-        {"/a/longname", nullptr, 5, "long"},
-        {"/a/longname", nullptr, 1, ""},
+        {"/a/b.txt/", ".txt", "b"},
+        {".txt", ".txt", ".txt"},
+        {"", nullptr, "<null>"},
+        {"/d/caf\xc3\xa9.txt", ".txt", "caf\xc3\xa9"},  // non-ASCII names keep their bytes
     };
     for (const Case& c : cases) {
         char path[64], output[64];
         strcpy(path, c.path);
-        memset(output, 'Z', sizeof output);
-        char* result = baseNameInto(path, output, c.size, c.suffix);
+        char* result = baseNameInto(path, output, sizeof output, c.suffix);
         EXPECT_EQ(c.base, std::string(result ? result : "<null>")) << c.path;
-        EXPECT_TRUE(!result || result == output) << c.path;
         EXPECT_STREQ(c.path, path);
     }
     EXPECT_EQ(nullptr, baseNameInto(nullptr, nullptr, 0, nullptr));
+    EXPECT_EQ(nullptr, baseNameOf(nullptr));
+    EXPECT_STREQ("b", baseNameOf("a/b"));
 }
 
 TEST(BaseNameInto, IntoThePathItself) {

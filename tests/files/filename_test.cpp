@@ -65,23 +65,20 @@ TEST(FileName, NormalFormAndCollapse) {
     EXPECT_EQ(normal.getImpl(), FileNameC(normal).getText().getImpl());
 }
 
-// Joining a directory and a name looks only at the raw ends.
+// Joins, queries, components, prefixes and relative names of every text are
+// filename_fuzz's, against their steps taken literally; here the documented
+// cases. Joining a directory and a name looks only at the raw ends.
 TEST(FileName, Join) {
     struct Case {
         std::string dir, name, result;
     };
     const Case cases[] = {
-        {"a", "b", "a/b"}, {"a", "/b", "ab"}, {"a/", "/b", "a/b"},       {".", "/b", "b"},
-        {".", "//b", "b"}, {".", "b", "b"},   {"", "/b", "/b"},          {"", "b//", "b"},
-        {"/", "b", "/b"},  {"a", "//", "a"},  {"/a", "../b", "/a/../b"}, {"b", "/", "b"},
-        {"", "", ""},      {"a", "", "a"},    {"./", "b", "./b"},
+        {"a", "/b", "ab"}, {"a/", "/b", "a/b"}, {".", "/b", "b"},
+        {"", "/b", "/b"},  {"/a", "b", "/a/b"},
     };
-    for (const Case& c : cases) {
+    for (const Case& c : cases)
         EXPECT_EQ(c.result, str(FileNameC(u8(c.dir), u8(c.name)).toString()))
             << c.dir << " + " << c.name;
-        FileNameC dir = N(c.dir);
-        EXPECT_EQ(FileNameC(dir.toString(), u8(c.name)).compare(FileNameC(&dir, u8(c.name))), 0);
-    }
     EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr), u8("/x")).toString().isEmpty());
     EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr)).toString().isEmpty());
 
@@ -92,93 +89,45 @@ TEST(FileName, Join) {
     EXPECT_EQ("/usr/lib", str(joined.toString()));
 }
 
-// The questions each name answers; "-" marks an empty answer where the
-// column would otherwise read as a blank.
 TEST(FileName, Queries) {
-    struct Case {
-        std::string input;
-        int components;
-        std::string dir, base, baseTxt, ext;
-    };
-    const Case cases[] = {
-        {"", 0, "", "", "", ""},
-        {"/", 0, "/", "", "", ""},
-        {"a", 1, "", "a", "a", ""},
-        {"/a", 1, "/", "a", "a", ""},
-        {"a/b.txt", 2, "a", "b.txt", "b", "txt"},
-        {"/x/a.b/c", 3, "/x/a.b", "c", "c", "b/c"},
-        {".txt", 1, "", ".txt", "", "txt"},
-        {"a/.txt", 2, "a", ".txt", "", "txt"},
-        {"a/b", 2, "a", "b", "b", ""},
-    };
-    for (const Case& c : cases) {
-        FileNameC name = N(c.input);
-        EXPECT_EQ(c.components, name.getComponentCount()) << c.input;
-        EXPECT_EQ(c.dir, str(name.getDirectoryText())) << c.input;
-        EXPECT_EQ(c.base, str(name.getBaseName(StringC()))) << c.input;
-        EXPECT_EQ(c.baseTxt, str(name.getBaseName(u8(".txt")))) << c.input;
-        EXPECT_EQ(c.ext, str(name.getExtension('.'))) << c.input;
-        EXPECT_EQ(!c.base.empty(), name.hasBaseName()) << c.input;
-        EXPECT_EQ(0, name.getParent().compare(FileNameC(u8(c.dir))));
-    }
+    EXPECT_EQ("b", str(N("a/b.txt").getBaseName(u8(".txt"))));
     EXPECT_EQ("", str(N("a/b").getBaseName(u8("b"))));  // the suffix is cut before the split
     EXPECT_TRUE(N("a").getParent().toString().isEmpty());
+    EXPECT_TRUE(N("/a").getParent().isRoot());
     EXPECT_TRUE(N("/").getParent().isRoot());
-    EXPECT_EQ("a", str(N("/a").getExtension('/')));
+    EXPECT_EQ("b/c", str(N("a.b/c").getExtension('.')));
+    EXPECT_EQ("txt", str(N(".txt").getExtension('.')));
+    EXPECT_EQ("", str(N("a/b").getExtension('.')));
     EXPECT_EQ("\xc3\xa9", str(N("x\xe2\x82\xac\xc3\xa9").getExtension(0x20AC)));
-
-    FileNameC path = N("/usr/lib/x");
-    const char* expected[] = {"usr", "lib", "x", "", ""};
-    for (int i = -1; i < 4; ++i)
-        EXPECT_EQ(i < 0 ? "" : expected[i], str(path.getComponent(i))) << i;
     EXPECT_EQ("", str(N("/").getComponent(0)));
-    struct Range {
-        int start, count;
-        const char* joined;
-    };
-    const Range ranges[] = {
-        {0, -1, "usr lib x"}, {1, 1, "lib"}, {9, 5, "x"}, {-3, 2, "usr lib"}, {1, -7, ""}};
-    for (const Range& r : ranges) {
-        std::unique_ptr<StringArrayC> parts(path.getComponents(r.start, r.count));
-        ASSERT_NE(nullptr, parts);
-        std::string joined;
-        for (uint32_t i = 0; i < parts->size(); ++i) joined += (i ? " " : "") + str(*parts->at(i));
-        EXPECT_EQ(r.joined, joined) << r.start << "," << r.count;
-    }
+    EXPECT_EQ("a", str(N("/a").getExtension('/')));  // the root's "/" stands in front
+    EXPECT_FALSE(N("/").hasBaseName());
+    FileNameC path = N("/usr/lib/x");
+    EXPECT_EQ("lib", str(path.getComponent(1)));
+    EXPECT_EQ("", str(path.getComponent(3)));
     EXPECT_EQ(nullptr, path.getComponents(0, 0));
-    std::unique_ptr<StringArrayC> none(N("/").getComponents(0, -1));
-    EXPECT_EQ(0u, none->size());
+    std::unique_ptr<StringArrayC> last(path.getComponents(9, 5));
+    ASSERT_EQ(1u, last->size());
+    EXPECT_EQ("x", str(*last->at(0)));
 }
 
 TEST(FileName, PrefixRelativeSuffixAndCompare) {
     struct Case {
-        std::string name, base;
-        bool prefix;
-        std::string relative;
+        std::string name, base, relative;
     };
     const Case cases[] = {
-        {"/a/b", "/a", true, "b"},   {"/a", "/a", true, "."},     {"/a", "/", true, "/a"},
-        {"/ab", "/a", false, "/ab"}, {"a/b", "/a", false, "a/b"}, {"a/b/c", "a/b", true, "c"},
-        {"a", "a/b", false, "a"},    {"", "", true, "."},         {"a", "", true, "a"},
-    };
+        {"/a/b", "/a", "b"}, {"/a", "/a", "."}, {"/a", "/", "/a"}, {"/ab", "/a", "/ab"}};
     for (const Case& c : cases) {
-        EXPECT_EQ(c.prefix, N(c.name).hasPrefix(N(c.base))) << c.name << " " << c.base;
         std::unique_ptr<FileNameC> relative(N(c.name).relativeTo(N(c.base)));
         EXPECT_EQ(c.relative, str(relative->toString())) << c.name << " " << c.base;
     }
+    EXPECT_FALSE(N("/ab").hasPrefix(N("/a")));
     EXPECT_EQ("/d/x.bak", str(N("/d/x.txt").replaceSuffix(u8(".bak"), u8(".txt")).toString()));
     EXPECT_EQ("/d/x.txt.bak", str(N("/d/x.txt").replaceSuffix(u8(".bak"), u8(".c")).toString()));
-    struct Strip {
-        const char* text;
-        const char* suffix;
-        const char* result;
-    };
-    for (const Strip& c :
-         {Strip{"abc", "", "abc"}, Strip{"abc", "abc", ""}, Strip{"abc", "xabc", "abc"},
-          Strip{"abc", "bc", "a"}, Strip{"abc", "b", "abc"}}) {
-        StringC text = u8(c.text);
-        FileNameC::stripSuffix(text, u8(c.suffix));
-        EXPECT_EQ(c.result, str(text)) << c.text << " - " << c.suffix;
+    for (const char* suffix : {"", "abc"}) {
+        StringC text = u8("abc");
+        FileNameC::stripSuffix(text, u8(suffix));
+        EXPECT_EQ(*suffix ? "" : "abc", str(text)) << suffix;
     }
     // compare orders by the full text, root included, case-sensitive.
     EXPECT_EQ(0, N("//a//b").compare(N("/a/b")));

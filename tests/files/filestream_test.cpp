@@ -18,6 +18,7 @@
 #include "files/fileserv.h"
 #include "files/filestream.h"
 #include "testing/filestreammodel.h"
+#include "testing/memstream.h"
 #include "testing/tempdir.h"
 
 namespace keel {
@@ -171,33 +172,17 @@ TEST_F(FileStreamTest, AppendWritesAtTheEnd) {
     EXPECT_EQ("abcd", readFile("f"));
 }
 
-// Counts the reads it passes on, to show the chunks of writeFrom.
-class CountingInputC : public InputStreamC {
-public:
-    explicit CountingInputC(InputStreamC* inner) : inner(inner) {}
-    int32_t read(void* buffer, uint32_t length) override {
-        sizes.push_back(length);
-        return inner->read(buffer, length);
-    }
-    int64_t getLength() override { return inner->getLength(); }
-    bool canRead() override { return inner->canRead(); }
-    bool canSeek() override { return inner->canSeek(); }
-    bool canWrite() override { return false; }
-    int64_t seek(int64_t offset, int32_t whence) override { return inner->seek(offset, whence); }
-    InputStreamC* inner;
-    std::vector<uint32_t> sizes;
-};
-
 TEST_F(FileStreamTest, WriteFromCopiesInChunks) {
     std::string content(3000, 'z');
     for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<char>('a' + i % 26);
     writeFile("in", content);
     std::unique_ptr<FileStreamC> in = open("in", 3, 1, 1);
     std::unique_ptr<FileStreamC> out = open("out", 1, 2, 0);
-    CountingInputC counting(in.get());
+    testkit::PiecewiseInputC counting(content, 0);
     EXPECT_EQ(0u, out->writeFrom(&counting, 2500));
-    EXPECT_EQ((std::vector<uint32_t>{1024, 1024, 452}), counting.sizes);
+    EXPECT_EQ((std::vector<uint32_t>{1024, 1024, 452}), counting.asked);
     EXPECT_EQ(content.substr(0, 2500), readFile("out"));
+    in->seek(2500, 0);
     out->writeAll(in.get());
     EXPECT_EQ(content, readFile("out"));
 

@@ -22,6 +22,7 @@
 #include <keel/filename.h>
 
 #include "files/filestream.h"
+#include "testing/filetext.h"
 
 namespace keel {
 namespace filestreammodel {
@@ -92,14 +93,7 @@ public:
 
     std::string finish() {
         stream.reset();
-        std::string content;
-        if (FILE* file = fopen(path.c_str(), "rb")) {
-            char chunk[4096];
-            size_t got;
-            while ((got = fread(chunk, 1, sizeof chunk, file)) > 0) content.append(chunk, got);
-            fclose(file);
-        }
-        return content == model ? "" : "file contents";
+        return testkit::readFileAt(path) == model ? "" : "file contents";
     }
 
 private:

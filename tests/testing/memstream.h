@@ -9,6 +9,7 @@
 
 #include <random>
 #include <string>
+#include <vector>
 
 #include "files/iostream.h"
 
@@ -19,8 +20,10 @@ class PiecewiseInputC : public InputStreamC {
 public:
     // `seed` 0 hands out as much as is asked; any other seed draws the size
     // of each piece from 1 to the size asked.
-    PiecewiseInputC(const std::string& bytes, uint32_t seed) : bytes(bytes), random(seed), piecewise(seed != 0) {}
+    PiecewiseInputC(const std::string& bytes, uint32_t seed)
+        : bytes(bytes), random(seed), piecewise(seed != 0) {}
     int32_t read(void* buffer, uint32_t length) override {
+        asked.push_back(length);
         size_t left = bytes.size() - position;
         if (left == 0 || length == 0) return 0;
         size_t piece = piecewise ? 1 + random() % length : length;
@@ -34,6 +37,7 @@ public:
     bool canSeek() override { return false; }
     bool canWrite() override { return false; }
     int64_t seek(int64_t, int32_t) override { return -1; }
+    std::vector<uint32_t> asked;  // the length of each read, in order
 
 private:
     std::string bytes;

@@ -25,6 +25,8 @@
 #include <string>
 #include <vector>
 
+#include "testing/filetext.h"
+
 #ifndef KEEL_TEST_EMULATOR
 #define KEEL_TEST_EMULATOR ""
 #endif
@@ -104,15 +106,9 @@ struct ProgramRunT {
 };
 
 inline std::string slurpAndRemove(const std::string& path) {
-    std::string content;
-    if (FILE* file = fopen(path.c_str(), "rb")) {
-        char chunk[4096];
-        size_t got;
-        while ((got = fread(chunk, 1, sizeof chunk, file)) > 0) content.append(chunk, got);
-        fclose(file);
-    }
+    std::string content = readFileAt(path);
     unlink(path.c_str());
-    return content;
+    return content == "<missing>" ? "" : content;
 }
 
 // Runs `program` with its standard input from `input` and its standard

@@ -28,6 +28,7 @@
 
 #include <keel/filename.h>
 
+#include "testing/filetext.h"
 #include "testing/scantest.h"
 
 namespace keel {
@@ -44,17 +45,6 @@ inline int removeEntry(const char* path, const struct stat64*, int, struct FTW*)
     return 0;
 }
 
-// Whole files by path: "<missing>" for one that cannot be read.
-inline std::string readFileAt(const std::string& path) {
-    std::string content;
-    FILE* file = fopen(path.c_str(), "rb");
-    if (!file) return "<missing>";
-    char chunk[4096];
-    size_t got;
-    while ((got = fread(chunk, 1, sizeof chunk, file)) > 0) content.append(chunk, got);
-    fclose(file);
-    return content;
-}
 inline void writeFileAt(const std::string& path, const std::string& content, mode_t mode = 0644) {
     int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, mode);
     EXPECT_GE(fd, 0) << path;
