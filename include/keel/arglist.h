@@ -328,7 +328,8 @@ inline void StringC::formatTo(CharSinkFn sink, void* context, const StringC& for
 // The parser's view of the format language. It is compiled into every
 // program that calls it, so it carries its own digit table and decoder; both
 // answer exactly as the library's digitValue and utf8Next do (a test compares
-// them over the whole character range).
+// the digit tables over the whole character range, the format fuzz target the
+// decoders on every format it makes).
 namespace formatparse {
 
 // Value of a decimal digit of any script, 0 to 9, else -1.
