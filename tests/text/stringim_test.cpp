@@ -225,6 +225,37 @@ TEST(StringFromUtf16Test, EveryLengthAtEveryAlignment) {
     }
 }
 
+// The block search for an ASCII character over text with a sequence, whole
+// or broken, at each place around the end of a 32-byte block: the answers
+// are those of the character walk. (Valid text is the string model's.)
+TEST(StringFindAsciiTest, BlockSearchAroundSequencesAndBreaks) {
+    for (const char* piece :
+         {"\xE4\xB8\xAD", "\xF4\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xFF", "\xE4\x65", "\xC3"}) {
+        for (size_t offset = 26; offset <= 33; ++offset) {
+            std::string text = std::string(offset, 'x') + piece + std::string(40, 'x') + "e";
+            for (const char* encoding : {"vutf8", "utf8"}) {
+                // The character, then the ASCII sets' searches, which take
+                // the same steps.
+                std::vector<int32_t> found[2];
+                StringC set("e,", "ascii"), others("x", "ascii");
+                for (int vector = 0; vector < 2; ++vector) {
+                    StringImplC::setVectorPaths(vector == 1);
+                    StringC s(text.data(), static_cast<uint32_t>(text.size()), encoding);
+                    for (int32_t at = s.find('e', -1); at >= 0; at = s.find('e', at))
+                        found[vector].push_back(at);
+                    for (int32_t at = s.findFirstOf(set, -1); at >= 0; at = s.findFirstOf(set, at))
+                        found[vector].push_back(at);
+                    for (int32_t at = s.findFirstNotOf(others, -1); at >= 0;
+                         at = s.findFirstNotOf(others, at))
+                        found[vector].push_back(at);
+                }
+                StringImplC::setVectorPaths(true);
+                EXPECT_EQ(found[0], found[1]) << encoding << " " << offset;
+            }
+        }
+    }
+}
+
 // A representation whose first buffer is in its own block goes on as one
 // with a buffer apart: growth, case mapping, erase and reset give the same
 // text and capacity (and the sanitizers see each buffer freed once).
