@@ -1,7 +1,10 @@
 // Every decoder and encoder is fed one input whole and in the pieces the
 // fuzzer chooses: the output, the character count, the lost flag and the held
 // bytes must be the same either way, the predicted sizes exact, and decoded
-// output must always be well-formed internal text. Each piece is converted
+// output must always be well-formed internal text. The whole input must also
+// give what a plain model of each loop, one character at a time, gives (the
+// block paths' answers; tests/text/textencoding_test.cpp holds them to the
+// plain loop on random text). Each piece is converted
 // into a heap buffer of exactly the size announced for it, so that a block
 // path storing past what it advances meets the address checker.
 //
@@ -16,9 +19,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "text/textencoding.h"
+#include "text/ucs4.h"
+#include "text/utf16.h"
 #include "text/utf8.h"
 
 namespace {
@@ -60,6 +66,72 @@ struct Result {
     bool lost = false;
     std::vector<uint8_t> held;
 };
+
+// --- Plain models of the loops, one character at a time, for whole input ----
+
+typedef std::vector<uint8_t> Bytes;
+
+void put8(Bytes& out, uint32_t v) {
+    uint8_t buf[8];
+    uint8_t* p = buf;
+    keel::utf8Put(p, v);
+    out.insert(out.end(), buf, p);
+}
+
+// What a decoder gives for input in one piece, and the tail it keeps.
+Result modelDecode(const std::string& name, const uint8_t* in, size_t n) {
+    Result r;
+    const uint8_t* p = in;
+    const uint8_t* end = in + n;
+    if (name == "ascii" || name == "iso-8859-1") {
+        for (; p < end; ++p) put8(r.out, *p < 0x80 || name != "ascii" ? *p : 0xFFFD);
+        r.count = static_cast<uint32_t>(n);
+        return r;
+    }
+    if (name == "utf8" || name == "system-8") {
+        for (; p < end && keel::utf8SequenceLength(p) <= static_cast<size_t>(end - p); ++r.count) {
+            put8(r.out, keel::utf8Next(p));
+        }
+    } else if (name == "wchar_t") {
+        for (; end - p >= 4; ++r.count) put8(r.out, keel::ucs4Next(p));
+    } else if (n >= 2) {
+        bool big = name == "utf16be" || (name == "utf16" && in[0] == 0xFE && in[1] == 0xFF);
+        if (big ? (in[0] == 0xFE && in[1] == 0xFF) : (in[0] == 0xFF && in[1] == 0xFE)) p += 2;
+        for (; end - p >= 2 && 2 * keel::utf16UnitsAt(p, big) <= static_cast<size_t>(end - p); ++r.count) {
+            put8(r.out, keel::utf16Next(p, big));
+        }
+    }
+    r.held.assign(p, end);
+    return r;
+}
+
+// What an encoder gives for internal form in one piece; a cut sequence at
+// the end is the tail it keeps.
+Result modelEncode(const std::string& name, const uint8_t* in, size_t n) {
+    Result r;
+    const uint8_t* p = in;
+    const uint8_t* end = in + n;
+    while (p < end && keel::utf8SequenceLength(p) <= static_cast<size_t>(end - p)) {
+        uint32_t v = keel::utf8Next(p);
+        uint8_t buf[4];
+        uint8_t* q = buf;
+        if (name == "ascii" || name == "iso-8859-1") {
+            uint32_t top = name == "ascii" ? 0x7Fu : 0xFFu;
+            r.lost = r.lost || v > top;
+            r.out.push_back(static_cast<uint8_t>(v > top ? 0x7E : v));
+        } else if (name == "wchar_t") {
+            keel::ucs4Put(q, v);
+        } else if (name == "utf8" || name == "system-8") {
+            put8(r.out, v);
+        } else {
+            r.lost = r.lost || v >= 0x110000;
+            keel::utf16Put(q, v, name == "utf16be");
+        }
+        r.out.insert(r.out.end(), buf, q);
+    }
+    r.held.assign(p, end);
+    return r;
+}
 
 Result decodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, const std::vector<size_t>& cuts) {
     keel::TextDecoderI* d = enc->newDecoder();
@@ -105,7 +177,8 @@ Result encodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, c
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 3) return 0;
-    keel::TextEncodingI* enc = keel::findEncoding(kNames[data[0] % 8]);
+    const char* name = kNames[data[0] % 8];
+    keel::TextEncodingI* enc = keel::findEncoding(name);
     check(enc != nullptr, "a named encoding is missing");
     bool decode = (data[1] & 1) == 0;
     size_t cutCount = data[2] % 8;
@@ -134,9 +207,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(whole.out == pieces.out, "output differs between whole and pieces");
     check(whole.lost == pieces.lost, "lost flag differs between whole and pieces");
     check(whole.held == pieces.held, "held bytes differ between whole and pieces");
+    Result model = decode ? modelDecode(name, text, n) : modelEncode(name, text, n);
+    check(whole.out == model.out, "output differs from the model's");
+    check(whole.lost == model.lost, "lost flag differs from the model's");
     if (decode) {
         check(whole.count == pieces.count, "character count differs between whole and pieces");
+        check(whole.count == model.count, "character count differs from the model's");
+        check(whole.held == model.held, "held bytes differ from the model's");
         checkInternalForm(whole.out);
+        // A fresh decoder's output for any input stays within maxOutput.
+        keel::TextDecoderI* fresh = enc->newDecoder();
+        check(fresh->decodedSize(text, static_cast<uint32_t>(n)) <= fresh->maxOutput(static_cast<uint32_t>(n)),
+              "decodedSize beyond maxOutput");
+        delete fresh;
+    } else if (strcmp(name, "utf8") != 0 && strcmp(name, "system-8") != 0) {
+        check(whole.held == model.held, "held bytes differ from the model's");
     }
     return 0;
 }

@@ -9,6 +9,8 @@
 // blanks is correct output, but not a useful test; for the same reason the
 // entries are all small numbers as `*` reads them.
 //
+// The parser's own decoder must read the format as the library's does.
+//
 // The same format also goes through keel::format with C++ values of the
 // types that make the same entries, which must render the same text.
 #include <stddef.h>
@@ -89,11 +91,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string bytes(reinterpret_cast<const char*>(data), size);
     bytes.resize(strnlen(bytes.c_str(), bytes.size()));
 
-    // Long numbers make long output; skip them.
+    // Long numbers make long output; skip them. The parser's own decoder
+    // must step as the library's does, never past the terminator.
     const uint8_t* p = reinterpret_cast<const uint8_t*>(bytes.c_str());
+    const uint8_t* theirs = p;
     int run = 0;
     while (*p) {
         uint32_t c = keel::formatparse::nextChar(p);
+        check(c == keel::utf8Next(theirs) && p == theirs, "the parser's decoder differs from utf8Next");
         run = keel::formatparse::digitValue(c) >= 0 ? run + 1 : 0;
         if (run > 4) return 0;
     }

@@ -1,9 +1,10 @@
 // The block paths of the string representation against the character paths:
 // a string made from UTF-8 bytes (one-pass copy of the clean head) and the
-// search for an ASCII character (32-byte steps over valid blocks) must give
-// the same bytes, counts, capacity, answers and cursor with the block paths
-// on as with them off; a string made from "utf8" or "system-8" bytes holds
-// exactly the bytes and count the UTF-8 decoder alone gives.
+// searches for an ASCII character and for ASCII sets (32-byte steps over
+// valid blocks) must give the same bytes, counts, capacity, answers and
+// cursor with the block paths on as with them off; a string made from
+// "utf8" or "system-8" bytes holds exactly the bytes and count the UTF-8
+// decoder alone gives.
 //
 // Input layout: byte 0 picks the encoding name (bits 0-1: "utf8", "system-8",
 // "vutf8") and the searched character (bits 2-7, mapped into 0x40-0x7F);
@@ -56,6 +57,19 @@ std::vector<int64_t> run(const uint8_t* text, size_t size, const char* encoding,
     }
     int32_t steps = 0;
     for (int32_t at = s->findChar(character, -1); at >= 0 && steps < 2000; at = s->findChar(character, at), ++steps) {
+        note(at);
+    }
+    // The searches for ASCII sets take the same block steps.
+    char setText[] = {static_cast<char>(character), ',', 0};
+    keel::StringC set(setText, "ascii"), others("x", "ascii");
+    steps = 0;
+    for (int32_t at = s->findFirstOf(set.getImpl(), -1); at >= 0 && steps < 2000;
+         at = s->findFirstOf(set.getImpl(), at), ++steps) {
+        note(at);
+    }
+    steps = 0;
+    for (int32_t at = s->findFirstNotOf(others.getImpl(), -1); at >= 0 && steps < 2000;
+         at = s->findFirstNotOf(others.getImpl(), at), ++steps) {
         note(at);
     }
     s->release();

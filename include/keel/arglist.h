@@ -328,7 +328,8 @@ inline void StringC::formatTo(CharSinkFn sink, void* context, const StringC& for
 // The parser's view of the format language. It is compiled into every
 // program that calls it, so it carries its own digit table and decoder; both
 // answer exactly as the library's digitValue and utf8Next do (a test compares
-// them over the whole character range).
+// the digit tables over the whole character range, the format fuzz target the
+// decoders on every format it makes).
 namespace formatparse {
 
 // Value of a decimal digit of any script, 0 to 9, else -1.
@@ -353,16 +354,23 @@ using textform::nextChar;
 
 // Reads a run of digits that starts with `c` (a digit); `c` ends as the
 // character behind the run. Large numbers stop growing at 0x7FFFFFFF rather
-// than overflow.
-inline int32_t readNumber(const uint8_t*& p, uint32_t& c) {
+// than overflow. The digit table and the decoder are parameters: the
+// library's renderer (src/text/format.cpp) reads its numbers with this same
+// loop through its own, which answer alike.
+template <int32_t (*Digit)(uint32_t), uint32_t (*Next)(const uint8_t*&)>
+inline int32_t readNumberWith(const uint8_t*& p, uint32_t& c) {
     int64_t number = 0;
     int32_t digit;
-    while ((digit = digitValue(c)) >= 0) {
+    while ((digit = Digit(c)) >= 0) {
         number = number * 10 + digit;
         if (number > 0x7FFFFFFF) number = 0x7FFFFFFF;
-        c = nextChar(p);
+        c = Next(p);
     }
     return static_cast<int32_t>(number);
+}
+
+inline int32_t readNumber(const uint8_t*& p, uint32_t& c) {
+    return readNumberWith<digitValue, nextChar>(p, c);
 }
 
 // The table of argument positions: one letter per position, telling how to

@@ -55,16 +55,9 @@ inline uint32_t nextChar(const uint8_t*& p) {
 }
 
 // A run of digits starting with `c`; `c` ends as the character behind it.
-// Numbers stop growing at 0x7FFFFFFF instead of overflowing.
+// The parser's loop, with this file's digit table and decoder.
 inline int32_t readNumber(const uint8_t*& p, uint32_t& c) {
-    int64_t number = 0;
-    int32_t digit;
-    while ((digit = digitOf(c)) >= 0) {
-        number = number * 10 + digit;
-        if (number > 0x7FFFFFFF) number = 0x7FFFFFFF;
-        c = nextChar(p);
-    }
-    return static_cast<int32_t>(number);
+    return formatparse::readNumberWith<digitOf, nextChar>(p, c);
 }
 
 // Reals are truncated toward zero. Values outside the target range (and

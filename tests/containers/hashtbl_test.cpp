@@ -1,7 +1,8 @@
 // The linear-hashing table, its typed map layer, iterators and hash
-// functions. The table itself runs against the model of
-// tests/testing/hashmodel.h in strkeyed_test.cpp; the typed layer adds
-// nothing to its lists, only the results below.
+// functions. The table and the typed string map run against the model of
+// tests/testing/hashmodel.h in strkeyed_test.cpp; here what the model does
+// not make: foreign changes under an iterator, damage for check(), the
+// results' ownership and the hashes' reference values.
 #include <gtest/gtest.h>
 
 #include <stdio.h>

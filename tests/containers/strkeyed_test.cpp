@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "testing/hashmodel.h"
+#include "testing/modelrun.h"
 #include "testing/printcapture.h"
 #include "testing/scantest.h"
 #include <keel/strkeyed.h>
@@ -119,50 +120,13 @@ TEST(StringMapTest, LookupPutRemove) {
     EXPECT_EQ(6, one.n + two.n + three.n);
 }
 
-// The model over string keys, with either hash; a case-blind table gets each
-// key in a random mixture of cases.
-struct SeqEntry : StringKeyedHashElemC {
-    SeqEntry(const StringC& key, uint32_t seq) : StringKeyedHashElemC(key), seq(seq) {}
-    uint32_t seq;
-};
-
-template <bool CaseBlind>
-struct StringTraits {
-    struct Table : StringKeyedHashC {
-        Table() : StringKeyedHashC(CaseBlind) {}
-    };
-    typedef SeqEntry Elem;
-    typedef StringC Key;
-    static Table* makeTable() { return new Table; }
-    static std::string norm(uint32_t i) {
-        return (i % 7 == 0 ? "caf\xc3\xa9-" : "key-") + std::to_string(i);
-    }
-    static Key key(uint32_t i, std::mt19937& rng) {
-        std::string text = norm(i), out;
-        for (size_t k = 0; k < text.size(); ++k) {
-            bool upper = CaseBlind && (rng() & 1);
-            if (text.compare(k, 2, "\xc3\xa9") == 0) {
-                out += upper ? "\xc3\x89" : "\xc3\xa9";
-                ++k;
-            } else {
-                out += upper && text[k] >= 'a' && text[k] <= 'z' ? static_cast<char>(text[k] - 32)
-                                                                 : text[k];
-            }
-        }
-        return u8(out);
-    }
-    static Elem* make(uint32_t i, uint32_t seq, std::mt19937& rng) {
-        return new SeqEntry(key(i, rng), seq);
-    }
-    static uint32_t seq(Elem* e) { return e->seq; }
-};
-
-TEST(HashModelTest, StringKeysWithEitherHash) {
-    for (uint32_t seed = 11; seed <= 14 && !HasFailure(); ++seed) {
-        SCOPED_TRACE(seed);
-        testing_model::HashModelRunner<StringTraits<false>>(seed, seed % 2 ? 30 : 300).run(1200);
-        testing_model::HashModelRunner<StringTraits<true>>(seed + 10, seed % 2 ? 30 : 300)
-            .run(1200);
+// The string-keyed table with either hash and the typed string map, each
+// with few keys (long lists of equal keys) and with many (splits).
+TEST(HashModelTest, EveryStringTableAgainstTheModel) {
+    for (uint32_t keys : {30u, 300u}) {
+        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<false>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<true>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::MapT>>(2, 1200, keys));
     }
 }
 

@@ -1,220 +1,260 @@
-// A reference model for hash tables: random sequences of insertions,
-// replacements, removals and iterations, each step checked against a plain
-// list of what the table should hold and against the table's own check().
+// A model for the hash tables: random insertions, replacements, removals,
+// lookups and iterations, each step checked against a plain list of what the
+// table should hold (in insertion order) and against the table's own
+// check(). The lists must hold their elements newest first and end in the
+// table's mark, the list count must follow the load rule, and equal keys
+// must be found newest first. Shared by the model test
+// (tests/containers/strkeyed_test.cpp, through modelrun.h's seeded runs) and
+// the fuzz target (fuzz/hash_fuzz.cpp, from its input).
 //
-// A Traits class says how to make elements and keys:
-//   typedef ... Table;  typedef ... Elem;  typedef ... Key;
-//   static Table* makeTable();
-//   static Elem* make(uint32_t keyIndex, uint32_t seq, std::mt19937& rng);
-//   static Key key(uint32_t keyIndex, std::mt19937& rng);   // any spelling
-//   static std::string norm(uint32_t keyIndex);             // equal keys, equal norm
-//   static uint32_t seq(Elem* element);
+//     keel::hashmodel::DriverC<keel::hashmodel::KeyedT<true>> driver(30);
+//     std::string broken = driver.step(operation, argument);  // empty: agree
+//
+// The tables: the string-keyed table, case-sensitive and case-blind
+// (KeyedT), and the typed string map (MapT). A case-blind table gets each
+// key in a mixture of cases drawn from the argument.
 #ifndef KEEL_TESTS_TESTING_HASHMODEL_H
 #define KEEL_TESTS_TESTING_HASHMODEL_H
 
-#include <gtest/gtest.h>
+#include <stdint.h>
 
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <random>
 #include <set>
 #include <string>
 #include <vector>
 
-#include <keel/hashtbl.h>
+#include <keel/strkeyed.h>
 
 namespace keel {
-namespace testing_model {
+namespace hashmodel {
+
+// Equal keys have equal norms: the key's text in lower case.
+inline std::string norm(uint32_t key) {
+    return (key % 7 == 0 ? "caf\xc3\xa9-" : "key-") + std::to_string(key);
+}
+
+// The key in a spelling whose upper-case letters (and U+00C9 for U+00E9)
+// are where the bits of `spelling` are set.
+inline StringC spelled(uint32_t key, uint32_t spelling) {
+    std::string text = norm(key), out;
+    for (size_t k = 0; k < text.size(); ++k, spelling = spelling >> 1 | spelling << 31) {
+        bool upper = spelling & 1;
+        if (text.compare(k, 2, "\xc3\xa9") == 0) {
+            out += upper ? "\xc3\x89" : "\xc3\xa9";
+            ++k;
+        } else {
+            char c = text[k];
+            out += upper && c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+        }
+    }
+    return StringC(out.data(), static_cast<uint32_t>(out.size()), "utf8");
+}
+
+struct SeqEntryT : StringKeyedHashElemC {
+    SeqEntryT(const StringC& key, uint32_t seq) : StringKeyedHashElemC(key), seq(seq) {}
+    uint32_t seq;
+};
+
+template <bool CaseBlind>
+struct KeyedT {
+    struct Table : StringKeyedHashC {
+        Table() : StringKeyedHashC(CaseBlind) {}
+    };
+    static const bool caseBlind = CaseBlind;
+    static HashElemI* make(const StringC& key, uint32_t seq) { return new SeqEntryT(key, seq); }
+    static uint32_t seq(HashElemI* e) { return static_cast<SeqEntryT*>(e)->seq; }
+};
+
+// The typed map's add, put and remove are its table's insert, replace and
+// detachKey with results around them (hashtbl_test checks what the results
+// own); the model drives the table under them with the map's hash and key
+// equality.
+struct MapT {
+    typedef StringMapM<uint32_t> Table;
+    static const bool caseBlind = false;
+    static HashElemI* make(const StringC& key, uint32_t seq) { return new Table::ElemT(key, seq); }
+    static uint32_t seq(HashElemI* e) { return static_cast<Table::ElemT*>(e)->value; }
+};
 
 template <typename Traits>
-class HashModelRunner {
+class DriverC {
 public:
-    typedef typename Traits::Elem Elem;
+    explicit DriverC(uint32_t keySpace) : table_(new typename Traits::Table), keySpace_(keySpace) {}
 
-    HashModelRunner(uint32_t seed, uint32_t keySpace) : table(Traits::makeTable()), rng(seed), keySpace(keySpace) {}
-
-    // Runs `steps` random operations, each checked against the model (empty
-    // list counts included, by check()); stops at the first failed expectation.
-    void run(int steps) {
-        for (int step = 0; step < steps && !::testing::Test::HasFailure(); ++step) {
-            uint32_t choice = pick(100);
-            SCOPED_TRACE(::testing::Message() << "step " << step << ", operation " << choice);
-            operate(choice, pick(keySpace));
-            verify();
-        }
+    std::string step(uint32_t operation, uint32_t argument) {
+        std::string broken = operate(operation % 100, argument);
+        if (broken.empty()) broken = verify(argument);
+        return broken.empty() ? "" : "operation " + std::to_string(operation % 100) + ": " + broken;
     }
 
 private:
-    struct Entry {
+    struct EntryT {
         std::string norm;
         uint32_t seq;
-        Elem* element;
+        HashElemI* element;
     };
 
-    std::unique_ptr<typename Traits::Table> table;
-    std::vector<Entry> model;  // in order of insertion
-    std::mt19937 rng;
-    uint32_t keySpace, nextSeq = 1, expectedLists = 1;
-
-    uint32_t pick(size_t n) { return std::uniform_int_distribution<uint32_t>(0, static_cast<uint32_t>(n) - 1)(rng); }
-
-    // The model entries with this key, newest first.
-    std::vector<int> equalKeys(const std::string& norm) const {
-        std::vector<int> found;
-        for (int i = static_cast<int>(model.size()) - 1; i >= 0; --i) {
-            if (model[i].norm == norm) found.push_back(i);
+    // The model entries of a key, newest first.
+    std::vector<size_t> equalKeys(const std::string& norm) const {
+        std::vector<size_t> found;
+        for (size_t i = model_.size(); i-- > 0;) {
+            if (model_[i].norm == norm) found.push_back(i);
         }
         return found;
     }
-    int indexOf(HashElemI* element) const {
-        auto found = std::find_if(model.begin(), model.end(), [&](const Entry& e) { return e.element == element; });
-        return found == model.end() ? -1 : static_cast<int>(found - model.begin());
-    }
-    void add(uint32_t keyIndex, Elem* element) {
-        model.push_back(Entry{Traits::norm(keyIndex), nextSeq++, element});
+    void add(const std::string& norm, HashElemI* element) {
+        model_.push_back(EntryT{norm, nextSeq_++, element});
         // The list count follows the load rule and never goes down.
-        while (static_cast<double>(model.size()) / expectedLists > 0.9) ++expectedLists;
+        while (static_cast<double>(model_.size()) / lists_ > 0.9) ++lists_;
     }
-    void forget(int i, bool destroy) {
-        if (destroy) model[i].element->destroy();
-        model.erase(model.begin() + i);
+    void forget(size_t i, bool destroy) {
+        if (destroy) model_[i].element->destroy();
+        model_.erase(model_.begin() + static_cast<ptrdiff_t>(i));
+    }
+    StringC keyOf(uint32_t index, uint32_t argument) const {
+        return spelled(index, Traits::caseBlind ? argument * 2654435761u : 0);
     }
 
-    void operate(uint32_t choice, uint32_t keyIndex) {
-        typename Traits::Key key = Traits::key(keyIndex, rng);
-        std::vector<int> equal = equalKeys(Traits::norm(keyIndex));
-        int newest = equal.empty() ? -1 : equal[0];
-        HashElemI* expected = equal.empty() ? nullptr : model[newest].element;
+    std::string operate(uint32_t choice, uint32_t argument) {
+        typename Traits::Table& table = *table_;
+        uint32_t index = argument % keySpace_;
+        StringC key = keyOf(index, argument);
+        std::string keyNorm = norm(index);
+        std::vector<size_t> equal = equalKeys(keyNorm);
+        HashElemI* newest = equal.empty() ? nullptr : model_[equal[0]].element;
         if (choice < 30) {
-            Elem* element = Traits::make(keyIndex, nextSeq, rng);
-            table->insert(element);
-            add(keyIndex, element);
-        } else if (choice < 42) {  // the newest equal key goes, unlinked but not destroyed
-            Elem* element = Traits::make(keyIndex, nextSeq, rng);
-            EXPECT_EQ(expected, table->replace(element));
-            if (expected) {
-                EXPECT_EQ(0u, *expected->nextLink());
-                forget(newest, true);
+            HashElemI* element = Traits::make(key, nextSeq_);
+            table.insert(element);
+            add(keyNorm, element);
+        } else if (choice < 42) {  // the newest of the key goes, unlinked but not destroyed
+            HashElemI* element = Traits::make(key, nextSeq_);
+            if (table.replace(element) != newest) return "replace displaced the wrong element";
+            if (newest) {
+                if (*newest->nextLink() != 0) return "replace left the displaced element linked";
+                forget(equal[0], true);
             }
-            add(keyIndex, element);
+            add(keyNorm, element);
         } else if (choice < 52) {
-            EXPECT_EQ(expected != nullptr, table->erase(&key));
-            if (expected) forget(newest, false);
+            if (table.erase(&key) != (newest != nullptr)) return "erase";
+            if (newest) forget(equal[0], false);
         } else if (choice < 62) {
-            if (model.empty()) return;
-            int i = static_cast<int>(pick(model.size()));
-            uint32_t generation = table->currentGeneration();
-            EXPECT_TRUE(table->detach(model[i].element));
-            EXPECT_EQ(generation + 1, table->currentGeneration());
-            EXPECT_FALSE(table->detach(model[i].element));
+            if (model_.empty()) return "";
+            size_t i = argument / keySpace_ % model_.size();
+            uint32_t generation = table.currentGeneration();
+            if (!table.detach(model_[i].element) || table.currentGeneration() != generation + 1)
+                return "detach";
+            if (table.detach(model_[i].element)) return "detach of a detached element";
             forget(i, true);
         } else if (choice < 67) {
-            EXPECT_EQ(expected, table->detachKey(&key));
-            if (expected) forget(newest, true);
+            if (table.detachKey(&key) != newest) return "detachKey";
+            if (newest) forget(equal[0], true);
         } else if (choice < 79) {
-            iterate(choice < 73);
+            return iterate(choice < 73);
         } else if (choice < 86) {
-            sweepWithRemovals();
+            return sweep(argument);
         } else if (choice < 90) {  // neither changes the list count
-            uint32_t lists = table->listCount();
+            uint32_t lists = table.listCount();
             if (choice < 88) {
-                table->eraseAll();
+                table.eraseAll();
             } else {
-                table->detachAll();  // unlinked, not destroyed
-                for (const Entry& entry : model) {
-                    EXPECT_EQ(0u, *entry.element->nextLink());
+                table.detachAll();  // unlinked, not destroyed
+                for (const EntryT& entry : model_) {
+                    if (*entry.element->nextLink() != 0) return "detachAll left a link";
                     entry.element->destroy();
                 }
             }
-            model.clear();
-            EXPECT_EQ(lists, table->listCount());
-            EXPECT_EQ(lists, table->emptyLists());
+            model_.clear();
+            if (table.listCount() != lists || table.emptyLists() != lists) return "emptied lists";
         } else {  // find and findNext give the equal keys newest first
             std::vector<HashElemI*> want, got;
-            for (int i : equal) want.push_back(model[i].element);
-            for (HashElemI* e = table->find(&key); e; e = table->findNext(e, &key)) got.push_back(e);
-            EXPECT_EQ(want, got);
-            if (!want.empty()) {
-                EXPECT_EQ(want.size() > 1 ? want[1] : nullptr, table->findNext(nullptr, &key));
-            }
+            for (size_t i : equal) want.push_back(model_[i].element);
+            for (HashElemI* e = table.find(&key); e; e = table.findNext(e, &key)) got.push_back(e);
+            if (want != got) return "find and findNext";
+            if (!want.empty() && table.findNext(nullptr, &key) != (want.size() > 1 ? want[1] : nullptr))
+                return "findNext from the start";
         }
+        return "";
     }
 
     // Without allElements only the newest of equal keys shows.
-    void iterate(bool all) {
-        HashIteratorC it(table.get(), all);
+    std::string iterate(bool all) {
+        HashIteratorC it(table_.get(), all);
         std::multiset<uint32_t> seen, expected;
         uint32_t status = 1;
-        while (HashElemI* e = it.next(status)) seen.insert(Traits::seq(static_cast<Elem*>(e)));
-        EXPECT_EQ(nullptr, it.next(status));  // past the end it stays at the end
-        EXPECT_EQ(0u, status);
+        while (HashElemI* e = it.next(status)) seen.insert(Traits::seq(e));
+        if (it.next(status) != nullptr || status != 0) return "iterator past the end";
         std::map<std::string, uint32_t> newestByKey;
-        for (const Entry& entry : model) newestByKey[entry.norm] = entry.seq;
-        for (const Entry& entry : model) {
+        for (const EntryT& entry : model_) newestByKey[entry.norm] = entry.seq;
+        for (const EntryT& entry : model_) {
             if (all || newestByKey[entry.norm] == entry.seq) expected.insert(entry.seq);
         }
-        EXPECT_EQ(expected, seen);
+        return expected == seen ? "" : "iteration";
     }
 
     // Walks with current(), removing about a third of the elements (or all).
-    void sweepWithRemovals() {
-        HashIteratorC it(table.get(), true);
-        uint32_t status = 1;
-        bool removeAll = pick(4) == 0;
+    std::string sweep(uint32_t argument) {
+        HashIteratorC it(table_.get(), true);
+        uint32_t status = 1, pick = argument;
+        bool removeAll = argument % 4 == 0;
         while (HashElemI* e = it.current(status)) {
-            EXPECT_EQ(0u, status);
-            int i = indexOf(e);
-            ASSERT_GE(i, 0);
-            if (removeAll || pick(3) == 0) {
-                EXPECT_EQ(e, it.removeCurrent(status));
-                EXPECT_EQ(0u, status);
-                EXPECT_EQ(0u, *e->nextLink());
-                forget(i, true);
+            auto found = std::find_if(model_.begin(), model_.end(), [e](const EntryT& m) { return m.element == e; });
+            if (status != 0 || found == model_.end()) return "sweep met an element not in the model";
+            pick = pick * 1103515245u + 12345u;
+            if (removeAll || (pick >> 16) % 3 == 0) {
+                if (it.removeCurrent(status) != e || status != 0 || *e->nextLink() != 0) return "removeCurrent";
+                forget(static_cast<size_t>(found - model_.begin()), true);
             } else {
                 it.next(status);
             }
         }
-        EXPECT_EQ(0u, status);
-        EXPECT_TRUE(!removeAll || table->size == 0);
+        if (status != 0 || (removeAll && table_->size != 0)) return "sweep";
+        return "";
     }
 
-    void verify() {
-        EXPECT_EQ(model.size(), table->size);
-        EXPECT_EQ(expectedLists, table->listCount());
-        EXPECT_TRUE(table->check());
+    std::string verify(uint32_t argument) {
+        typename Traits::Table& table = *table_;
+        if (table.size != model_.size()) return "size";
+        if (table.listCount() != lists_) return "list count";
+        if (!table.check()) return "the table's own check";
         // Each list holds its elements newest first (insertion puts them at
         // the head and splitting keeps their order) and ends in the table's mark.
         std::map<HashElemI*, uint32_t> seqOf;
-        for (const Entry& entry : model) seqOf[entry.element] = entry.seq;
-        const uintptr_t end = reinterpret_cast<uintptr_t>(static_cast<HashTableC*>(table.get())) | 1;
+        for (const EntryT& entry : model_) seqOf[entry.element] = entry.seq;
+        const uintptr_t end = reinterpret_cast<uintptr_t>(static_cast<HashTableC*>(&table)) | 1;
         size_t total = 0;
-        for (uint32_t i = 0; i < table->listCount(); ++i) {
-            uintptr_t word = *table->listHead(i);
+        for (uint32_t i = 0; i < table.listCount(); ++i) {
+            uintptr_t word = *table.listHead(i);
             for (uint32_t previous = UINT32_MAX; !(word & 1); ++total) {
                 HashElemI* e = static_cast<HashElemI*>(reinterpret_cast<ListElemI*>(word));
                 auto found = seqOf.find(e);
-                ASSERT_NE(seqOf.end(), found) << "list " << i;
-                EXPECT_LT(found->second, previous) << "list " << i;
+                if (found == seqOf.end()) return "a list holds an element not in the model";
+                if (found->second >= previous) return "a list is not newest first";
                 previous = found->second;
                 word = *e->nextLink();
             }
-            EXPECT_EQ(end, word);
+            if (word != end) return "a list does not end in the table's mark";
         }
-        EXPECT_EQ(model.size(), total);
+        if (total != model_.size()) return "the lists hold another count";
         // A lookup gives the newest equal key, and an element finds its table
         // through its chain.
-        uint32_t keyIndex = pick(keySpace);
-        typename Traits::Key key = Traits::key(keyIndex, rng);
-        std::vector<int> equal = equalKeys(Traits::norm(keyIndex));
-        EXPECT_EQ(equal.empty() ? nullptr : model[equal[0]].element, table->find(&key));
-        if (!model.empty()) {
-            EXPECT_EQ(table.get(), chainOwner(model[pick(model.size())].element));
-        }
+        uint32_t index = (argument >> 8) % keySpace_;
+        StringC key = keyOf(index, argument >> 8);
+        std::vector<size_t> equal = equalKeys(norm(index));
+        if (table.find(&key) != (equal.empty() ? nullptr : model_[equal[0]].element)) return "find";
+        void* owner = static_cast<HashTableC*>(&table);
+        if (!model_.empty() && chainOwner(model_[argument % model_.size()].element) != owner)
+            return "chainOwner";
+        return "";
     }
+
+    std::unique_ptr<typename Traits::Table> table_;
+    std::vector<EntryT> model_;  // in order of insertion
+    uint32_t keySpace_, nextSeq_ = 1, lists_ = 1;
 };
 
-}  // namespace testing_model
+}  // namespace hashmodel
 }  // namespace keel
 
 #endif

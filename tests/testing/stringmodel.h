@@ -29,6 +29,7 @@
 #include <keel/string.h>
 
 #include "testing/scantest.h"
+#include "text/utf8.h"
 
 namespace keel {
 namespace testkit {
@@ -51,22 +52,16 @@ private:
     size_t at_;
 };
 
-inline void putUtf8(std::string& out, uint32_t c) {
-    static const uint32_t limits[] = {0x80, 0x800, 0x10000, 0x200000, 0x4000000};
-    static const uint8_t leads[] = {0x00, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
-    int n = 1;
-    while (n < 6 && c >= limits[n - 1]) ++n;
-    if (n == 1) {
-        out += static_cast<char>(c);
-        return;
-    }
-    out += static_cast<char>(leads[n - 1] | (c >> (6 * (n - 1))));
-    for (int k = n - 2; k >= 0; --k) out += static_cast<char>(0x80 | ((c >> (6 * k)) & 0x3F));
-}
-
+// The model's text in internal form, written by the library's own writer
+// (tests/text/utf8_test.cpp pins down its sequences).
 inline std::string utf8Of(const std::u32string& text) {
     std::string out;
-    for (char32_t c : text) putUtf8(out, c);
+    for (char32_t c : text) {
+        uint8_t bytes[8];
+        uint8_t* end = bytes;
+        utf8Put(end, c);
+        out.append(reinterpret_cast<const char*>(bytes), static_cast<size_t>(end - bytes));
+    }
     return out;
 }
 

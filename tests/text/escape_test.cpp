@@ -26,18 +26,14 @@ TEST(EscapeString, EscapesSpecialsAndTheEscapeAndGrowsTheSet) {
     }
 }
 
-TEST(UnescapeString, KeepsTheCharacterBehindEachEscapeAndRoundTrips) {
+// That any text, broken sequences included, comes back unchanged from
+// escape and unescape is fuzz/textops_fuzz.cpp's check on every input.
+TEST(UnescapeString, KeepsTheCharacterBehindEachEscape) {
     const struct { const char *source, *unescaped; } cases[] = {
         {"\\a\\b", "ab"},   {"a\\\\b", "a\\b"}, {"a\\\\\\", "a\\"}, {"abc\\", "abc"},
         {"\\", ""},         {"x\\\xC3\xA9y", "x\xC3\xA9y"},
     };
     for (const auto& c : cases) EXPECT_EQ(str(unescapeString(raw(c.source), '\\')), c.unescaped) << c.source;
-    // Any text comes back unchanged, broken sequences included.
-    for (const char* text : {"", "\\\\", ";;", "a;b;c\\", "caf\xC3\xA9;\xE2\x82\xAC\\;",
-                             "bad \xFF\xC3( \xF0\x9F\x98 end", "\xF0\x9F\x98\x80;\\\xF0\x9F\x98\x80"}) {
-        StringC specials = raw(";\xE2\x82\xAC");
-        EXPECT_EQ(str(unescapeString(escapeString(raw(text), specials, '\\'), '\\')), text) << text;
-    }
 }
 
 TEST(JoinStrings, PlainAndEscaped) {

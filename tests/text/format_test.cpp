@@ -316,23 +316,12 @@ TEST(FormatParser, PositionsOutsideTheTable) {
     EXPECT_EQ(render("%129$x|%128$x", A(1)), "0|0");  // what the parser lost is missing
 }
 
-// The parser carries its own copies of the digit table and the decoder;
-// they must answer as the library's do.
-TEST(FormatParser, OwnDigitTableAndDecoderMatchTheLibrary) {
+// The parser carries its own copy of the digit table; it must answer as the
+// library's does (that its decoder steps as utf8Next does is
+// fuzz/format_fuzz.cpp's check on every format).
+TEST(FormatParser, OwnDigitTableMatchesTheLibrary) {
     for (uint32_t c = 0; c < 0x110000; ++c) ASSERT_EQ(formatparse::digitValue(c), digitValue(c)) << c;
     EXPECT_EQ(formatparse::digitValue(0x7FFFFFFF), -1);
-    for (const char* sample : {"a", "\xc3\xa9", "\xe4\xb8", "\xf0\x41", "\x80", "\xff", "\xc0\x80", "\xe2\x82\xac",
-                               "\xfd\xbf\xbf\xbf\xbf\xbf", "\xf8\x88\x80\x80\x80", "\xe0\x80\xc3\xa9", "\xfc\x80"}) {
-        const uint8_t* ours = reinterpret_cast<const uint8_t*>(sample);
-        const uint8_t* theirs = ours;
-        while (*theirs) {
-            uint32_t expected = utf8Next(theirs);
-            ASSERT_EQ(formatparse::nextChar(ours), expected) << sample;
-            ASSERT_EQ(ours, theirs) << sample;
-        }
-        EXPECT_EQ(formatparse::nextChar(ours), 0u);
-        EXPECT_EQ(ours, theirs);  // the terminator is never passed
-    }
 }
 
 }  // namespace

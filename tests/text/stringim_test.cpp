@@ -36,28 +36,17 @@ std::string textOf(StringImplI* string) {
     return result;
 }
 
-// "a", U+00E9, U+20AC, U+1F600, "b": offsets 0, 1, 3, 6, 10; 11 bytes.
-const char kMixed[] =
-    "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"
-    "b";
-
 // The text and the stored count, as "text|count".
 std::string state(StringImplC* s) { return textOf(s) + "|" + std::to_string(s->storedCharCount()); }
 
-TEST(StringImplTest, ConstructionAndInternalForm) {
-    Held<StringImplC> s(internal(kMixed));
-    EXPECT_EQ(1, s->referenceCount());
-    EXPECT_EQ(0, s->bytes()[11]);
-    EXPECT_EQ(std::string(kMixed) + "|-1", state(s.impl));  // internal form is not counted
-    EXPECT_EQ(5, s->length());
-    EXPECT_EQ(5, s->storedCharCount());
+// Lengths, texts and searches of valid text are the string model's
+// (stringim_model_test); these are the forms it never makes.
+TEST(StringImplTest, ConstructionRedecodesAndCopiesInternalFormUnchecked) {
     // A clean head copied in one pass, then bytes whose replacements need a
     // larger buffer: the text is decoded again the ordinary way.
     StringC grown((std::string(40, 'a') + std::string(30, '\xFF')).c_str(), "utf8");
     EXPECT_EQ(70, grown.length());
     EXPECT_EQ(130u, grown.textUtf8Length());
-    Held<StringImplC> empty(new StringImplC(nullptr, 5, "vutf8"));
-    EXPECT_EQ("|0", state(empty.impl));
     // Internal form is copied without any check; walking stops at a NUL.
     Held<StringImplC> odd(new StringImplC("x\0\xFFy", 4, "vutf8"));
     EXPECT_EQ(std::string("x\0\xFFy|-1", 7), state(odd.impl));
@@ -66,6 +55,8 @@ TEST(StringImplTest, ConstructionAndInternalForm) {
 
 uint32_t widen(uint32_t c) { return c == 'a' ? 0x1F600 : c == 'X' ? 'x' : c; }
 
+// A mapping that makes the text four times longer grows the buffer on the
+// way, counts the characters and forgets the cursor.
 TEST(StringImplTest, MapCharactersRewritesAndCounts) {
     Held<StringImplC> s(internal((std::string(40, 'a') + "X").c_str()));
     s->seek(5);
@@ -74,12 +65,6 @@ TEST(StringImplTest, MapCharactersRewritesAndCounts) {
     for (int i = 0; i < 40; ++i) widened += "\xF0\x9F\x98\x80";
     EXPECT_EQ(widened + "x|41", state(s.impl));
     EXPECT_EQ(-1, s->storedCursorIndex());
-    EXPECT_EQ(0, s->bytes()[s->byteCount()]);
-    Held<StringImplC> t(internal("MiXeD 42"));
-    t->toLower();
-    EXPECT_EQ("mixed 42|8", state(t.impl));
-    t->toUpper();
-    EXPECT_EQ("MIXED 42|8", state(t.impl));
 }
 
 TEST(StringImplTest, TextAndCopyText) {
@@ -99,7 +84,6 @@ TEST(StringImplTest, TextAndCopyText) {
     EXPECT_FALSE(s->copyText(buffer, &size, "no-such-encoding"));
     EXPECT_EQ(0u, size);
     // Asking for the size alone, with no buffer, touches no memory.
-    size = 0;
     EXPECT_TRUE(s->copyText(nullptr, &size, "utf16"));
     EXPECT_EQ(12u, size);
 }
@@ -287,34 +271,20 @@ TEST(StringOneBlockTest, ChangesAsTheTwoBlockForm) {
             two->addRef();
             StringImplC* tail = new StringImplC("xyz\xC3\xA9", 5, "utf8");
             tail->addRef();
-            for (int step = 0; step < 6; ++step) {
-                for (StringImplC* s : {one, two}) {
-                    switch (step) {
-                    case 0:
-                        s->append(tail);
-                        break;
-                    case 1:
-                        s->toUpper();
-                        break;
-                    case 2:
-                        s->erase(1, 3);
-                        break;
-                    case 3:
-                        s->reserve(s->byteCapacity() + 1);
-                        break;
-                    case 4:
-                        s->appendChar(0x4E2D);
-                        break;
-                    default:
-                        s->reset();
-                        break;
-                    }
-                }
-                auto textOf = [](StringImplC* s) {
-                    return s->bytes() ? std::string(reinterpret_cast<const char*>(s->bytes()),
-                                                    s->byteCount())
-                                      : std::string("(none)");
-                };
+            void (*const steps[])(StringImplC*, StringImplC*) = {
+                [](StringImplC* s, StringImplC* t) { s->append(t); },
+                [](StringImplC* s, StringImplC*) { s->toUpper(); },
+                [](StringImplC* s, StringImplC*) { s->erase(1, 3); },
+                [](StringImplC* s, StringImplC*) { s->reserve(s->byteCapacity() + 1); },
+                [](StringImplC* s, StringImplC*) { s->appendChar(0x4E2D); },
+                [](StringImplC* s, StringImplC*) { s->reset(); }};
+            auto textOf = [](StringImplC* s) {
+                return s->bytes() ? std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount())
+                                  : std::string("(none)");
+            };
+            for (auto step : steps) {
+                step(one, tail);
+                step(two, tail);
                 EXPECT_EQ(textOf(two), textOf(one));
                 EXPECT_EQ(two->byteCapacity(), one->byteCapacity());
                 EXPECT_EQ(two->storedCharCount(), one->storedCharCount());
