@@ -174,6 +174,21 @@ struct equal {
     bool operator()(const Key& first, const Key& second) const { return first == second; }
 };
 
+// Whether a typed map may pass over an element whose stored hash differs
+// from the probe's without comparing the keys: only where the hash function
+// declares `kEqualKeysHashAlike` (equal keys always give equal hashes, so a
+// different hash is a different key). The comparison is what a lookup pays
+// most for on keys that share long prefixes; a hash that makes no such
+// promise keeps every comparison, as the untyped find does.
+template <typename HashFn, typename = void>
+struct storedHashDecides {
+    static const bool value = false;
+};
+template <typename HashFn>
+struct storedHashDecides<HashFn, decltype(void(HashFn::kEqualKeysHashAlike))> {
+    static const bool value = HashFn::kEqualKeysHashAlike;
+};
+
 // The element of a typed map. It does not detach itself when deleted.
 template <typename Key, typename Value>
 class HashElemM : public HashElemI {
@@ -266,10 +281,14 @@ public:
     // The same answer as find(&key), with the hash and the comparison called
     // directly: one hash and one chain walk, nothing allocated.
     ElemT* findElement(const Key& key) const {
-        uintptr_t word = *listHead(listIndex(HashFn()(key)));
+        uint32_t hash = HashFn()(key);
+        uintptr_t word = *listHead(listIndex(hash));
         while (word != 0 && !chainIsEnd(word)) {
             ElemT* element = static_cast<ElemT*>(static_cast<HashElemI*>(chainElement(word)));
-            if (EqualFn()(element->storedKey, key)) return element;
+            if ((!storedHashDecides<HashFn>::value || element->hash == hash) &&
+                EqualFn()(element->storedKey, key)) {
+                return element;
+            }
             word = element->chain;
         }
         return nullptr;

@@ -46,6 +46,8 @@ struct StringMapHashOf;
 
 template <>
 struct StringMapHashOf<StringC> {
+    // Equal keys have equal "utf8" texts, hence equal hashes.
+    static const bool kEqualKeysHashAlike = true;
     uint32_t operator()(const StringC& key) const { return hashOfString(key); }
 };
 

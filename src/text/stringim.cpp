@@ -33,6 +33,13 @@ bool isInternalForm(const char* encoding) {
 
 bool isUtf8(const char* encoding) { return encoding && encodingNamesEqual(encoding, "utf8"); }
 
+// "utf8" spelled exactly so, as nearly every string is made; other spellings
+// are for isUtf8.
+inline bool isUtf8AsSpelt(const char* encoding) {
+    return encoding[0] == 'u' && encoding[1] == 't' && encoding[2] == 'f' && encoding[3] == '8' &&
+           encoding[4] == 0;
+}
+
 // A decoder or encoder of one conversion, made in place inside this object
 // instead of on the heap: the class that the encoding's newDecoder or
 // newEncoder would make, given the same encoding. findEncoding knows the
@@ -176,12 +183,20 @@ StringImplC* StringImplC::make(const void* bytes, uint32_t byteCount, const char
     // "vutf8" copies the bytes, "utf8" copies its clean head into that room
     // (and when the rest makes the text another size, it starts again with a
     // buffer of its own, of the capacity it would have had).
-    if (bytes && byteCount != 0 && byteCount < kInlineLimit &&
-        (isInternalForm(encoding) || isUtf8(encoding))) {
-        uint32_t room = grownCapacity(0, byteCount + 1);
-        StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
-        string->store(bytes, byteCount, encoding);
-        return string;
+    if (bytes && byteCount != 0 && byteCount < kInlineLimit && encoding) {
+        // The name is read once here; store would read it again.
+        bool utf8 = isUtf8AsSpelt(encoding);
+        bool internal = !utf8 && isInternalForm(encoding);
+        if (utf8 || internal || isUtf8(encoding)) {
+            uint32_t room = grownCapacity(0, byteCount + 1);
+            StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
+            if (internal) {
+                string->storeInternal(bytes, byteCount);
+            } else {
+                string->storeFound(bytes, byteCount, utf8Encoding());
+            }
+            return string;
+        }
     }
     return new StringImplC(bytes, byteCount, encoding);
 }
@@ -219,15 +234,23 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
         return;
     }
     if (isInternalForm(encoding)) {
-        // Bytes out of another string: copied as they are, not checked.
-        reserve(byteCount + 1);
-        byteLength = byteCount;
-        memcpy(data, bytes, byteCount);
-        data[byteCount] = 0;
+        storeInternal(bytes, byteCount);
         return;
     }
     TextEncodingI* found = encoding ? findEncoding(encoding) : nullptr;
     if (!found) return;  // unknown name: no buffer, byteLength 0, charCount -1
+    storeFound(bytes, byteCount, found);
+}
+
+// Bytes out of another string: copied as they are, not checked.
+void StringImplC::storeInternal(const void* bytes, uint32_t byteCount) {
+    reserve(byteCount + 1);
+    byteLength = byteCount;
+    memcpy(data, bytes, byteCount);
+    data[byteCount] = 0;
+}
+
+void StringImplC::storeFound(const void* bytes, uint32_t byteCount, TextEncodingI* found) {
     if ((found == utf8Encoding() || found == system8Encoding()) &&
         storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, found)) {
         return;

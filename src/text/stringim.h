@@ -134,6 +134,10 @@ protected:
 
     // Stores the text by the construction rule (see the constructor above).
     void store(const void* bytes, uint32_t byteCount, const char* encoding);
+    // The parts of store for some bytes (byteCount above 0) once the name
+    // is read: "vutf8", and an encoding found by that name.
+    void storeInternal(const void* bytes, uint32_t byteCount);
+    void storeFound(const void* bytes, uint32_t byteCount, TextEncodingI* found);
     // The part of store for the UTF-8 decoder's encodings; false when it
     // left the representation reset for the ordinary way.
     bool storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodingI* encoding);
