@@ -193,7 +193,11 @@ StringImplC* StringImplC::make(const void* bytes, uint32_t byteCount, const char
             if (internal) {
                 string->storeInternal(bytes, byteCount);
             } else {
-                string->storeFound(bytes, byteCount, utf8Encoding());
+                TextEncodingI* utf8Object = utf8Encoding();
+                const uint8_t* input = static_cast<const uint8_t*>(bytes);
+                if (!string->storeUtf8(input, byteCount, utf8Object)) {
+                    string->storeDecoded(bytes, byteCount, utf8Object);
+                }
             }
             return string;
         }
@@ -255,6 +259,10 @@ void StringImplC::storeFound(const void* bytes, uint32_t byteCount, TextEncoding
         storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, found)) {
         return;
     }
+    storeDecoded(bytes, byteCount, found);
+}
+
+void StringImplC::storeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found) {
     LocalDecoderC local(found);
     TextDecoderI* decoder = local.get();
     uint32_t size = decoder->decodedSize(bytes, byteCount);

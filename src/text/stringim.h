@@ -138,6 +138,8 @@ protected:
     // is read: "vutf8", and an encoding found by that name.
     void storeInternal(const void* bytes, uint32_t byteCount);
     void storeFound(const void* bytes, uint32_t byteCount, TextEncodingI* found);
+    // The ordinary way of storeFound: the decoder's two passes.
+    void storeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found);
     // The part of store for the UTF-8 decoder's encodings; false when it
     // left the representation reset for the ordinary way.
     bool storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodingI* encoding);
