@@ -158,6 +158,10 @@ TextEncodingI* findEncoding(const char* name) {
             name[4] == 'i' && name[5] == 0) {
             return asciiEncoding();
         }
+        if (name[0] == 'u' && name[1] == 't' && name[2] == 'f' && name[3] == '1' &&
+            name[4] == '6' && name[5] == 0) {
+            return utf16Encoding();
+        }
     }
     static const struct {
         const char* name;
