@@ -541,6 +541,23 @@ bool StringImplC::text(void** out, const char* encoding) {
     }
     // byteLength + 1 bytes: the terminator goes out as one unit of the
     // encoding.
+    if (output.unitWidth() >= 2 && byteLength < kOnePassText) {
+        // Short text into UTF-16 or wchar_t in one pass: every character
+        // takes at least one byte and gives at most four, so the room below
+        // always holds all of it, and the conversion is the one the two
+        // passes make. Only the copy goes to the heap, of the size the first
+        // pass would have answered. (A full room would mean the bound were
+        // wrong: then the two passes below.)
+        uint8_t local[4 * kOnePassText + 4];
+        bool lost = false;
+        uint32_t written = output.encode(textBytes(), byteLength + 1, local, sizeof local, &lost);
+        if (written < sizeof local) {
+            uint8_t* buffer = new uint8_t[written ? written : 1];
+            memcpy(buffer, local, written);
+            *out = buffer;
+            return !lost;
+        }
+    }
     uint32_t needed = output.encodedSize(textBytes(), byteLength + 1);
     uint8_t* buffer = new uint8_t[needed ? needed : 1];
     bool lost = false;

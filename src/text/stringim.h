@@ -49,6 +49,9 @@ public:
     // stays unused until the object dies.
     static StringImplC* make(const void* bytes, uint32_t byteCount, const char* encoding);
     static const uint32_t kInlineLimit = 8192;
+    // Text of fewer bytes goes out to the wider encodings in one pass (see
+    // text).
+    static const uint32_t kOnePassText = 256;
 
     // The object's block: ordinary, or with room for its first buffer behind
     // the object (see make).
