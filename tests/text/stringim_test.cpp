@@ -88,6 +88,41 @@ TEST(StringImplTest, TextAndCopyText) {
     EXPECT_EQ(12u, size);
 }
 
+// Short text goes out to the wide encodings in one pass, longer text in two;
+// both give what copyText (always two passes) gives, with the same loss
+// flag, also for broken internal form and a sequence cut by the end.
+TEST(StringImplTest, WideTextInOnePassIsThatOfTwo) {
+    const char* pieces[] = {"a",
+                            "\xC3\xA9",
+                            "\xE4\xB8\x80",
+                            "\xF0\x9F\x98\x80",
+                            "\xF0"
+                            "a",
+                            "\x80",
+                            "\xF8\x88\x80\x80\x80",
+                            "\xF4\x90\x80\x80"};
+    const uint32_t limit = StringImplC::kOnePassText;
+    for (const char* encoding : {"utf16", "utf16be", "wchar_t"}) {
+        for (size_t i = 0; i < 8; ++i) {
+            std::string text;
+            while (text.size() < limit + 1) text += std::string(pieces[i]) + pieces[(i + 3) % 8];
+            for (uint32_t size : {limit - 1, limit, limit + 1}) {
+                Held<StringImplC> s(new StringImplC(text.data(), size, "vutf8"));
+                uint32_t needed = 0;
+                bool whole = s->copyText(nullptr, &needed, encoding);
+                needed += encoding[0] == 'w' ? 4 : 2;
+                std::vector<uint8_t> expected(needed);
+                EXPECT_EQ(whole, s->copyText(expected.data(), &needed, encoding));
+                void* out = nullptr;
+                EXPECT_EQ(whole, s->text(&out, encoding)) << encoding << " " << i << " " << size;
+                EXPECT_EQ(0, memcmp(out, expected.data(), expected.size()))
+                    << encoding << " " << i << " " << size;
+                s->releaseText(out, encoding);
+            }
+        }
+    }
+}
+
 // An unknown encoding name leaves a representation without a buffer, which
 // reads as the empty text everywhere and can still be changed.
 TEST(StringImplTest, BufferlessRepresentationReadsAsEmpty) {
@@ -279,8 +314,9 @@ TEST(StringOneBlockTest, ChangesAsTheTwoBlockForm) {
                 [](StringImplC* s, StringImplC*) { s->appendChar(0x4E2D); },
                 [](StringImplC* s, StringImplC*) { s->reset(); }};
             auto textOf = [](StringImplC* s) {
-                return s->bytes() ? std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount())
-                                  : std::string("(none)");
+                return s->bytes()
+                           ? std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount())
+                           : std::string("(none)");
             };
             for (auto step : steps) {
                 step(one, tail);
