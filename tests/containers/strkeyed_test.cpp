@@ -129,10 +129,8 @@ TEST(StringMapTest, LookupPutRemove) {
 // with few keys (long lists of equal keys) and with many (splits).
 TEST(HashModelTest, EveryStringTableAgainstTheModel) {
     for (uint32_t keys : {30u, 300u}) {
-        EXPECT_EQ("",
-                  testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<false>>>(2, 1200, keys));
-        EXPECT_EQ("",
-                  testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<true>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<false>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<true>>>(2, 1200, keys));
         EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::MapT>>(2, 1200, keys));
     }
 }
