@@ -201,8 +201,35 @@ StringImplC* StringImplC::make(const void* bytes, uint32_t byteCount, const char
             }
             return string;
         }
+        StringImplC* decoded = makeDecoded(bytes, byteCount, findEncoding(encoding));
+        if (decoded) return decoded;
     }
     return new StringImplC(bytes, byteCount, encoding);
+}
+
+// Short text from the other encodings in one pass: a fresh decoder writes at
+// most its maxOutput and exactly what its decodedSize answers (the encoding
+// tests and fuzz target hold both), so decoding into room of maxOutput gives
+// the text and the size of the two passes; the object then gets its first
+// buffer behind it, of the capacity reserve(size + 1) picks, as make's other
+// objects. Null for the encodings this does not take: none found, the UTF-8
+// ones (store has the clean-head copy for them), or too much text.
+StringImplC* StringImplC::makeDecoded(const void* bytes, uint32_t byteCount,
+                                      TextEncodingI* found) {
+    if (!found || found == utf8Encoding() || found == system8Encoding()) return nullptr;
+    LocalDecoderC local(found);
+    TextDecoderI* decoder = local.get();
+    uint8_t decoded[kOnePassDecode];
+    if (decoder->maxOutput(byteCount) > sizeof decoded) return nullptr;
+    uint32_t characters = 0;
+    uint32_t size = decoder->decode(bytes, byteCount, decoded, sizeof decoded, &characters);
+    uint32_t room = grownCapacity(0, size + 1);
+    StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
+    memcpy(string->data, decoded, size);
+    string->data[size] = 0;
+    string->byteLength = size;
+    string->charCount.initialize(static_cast<int32_t>(characters));
+    return string;
 }
 
 StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* encoding)

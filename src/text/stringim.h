@@ -47,11 +47,16 @@ public:
     // buffer is then never freed on its own; when the text grows it moves to
     // a buffer of its own like any other, and the place behind the object
     // stays unused until the object dies.
+    // Short text from the other encodings is decoded in one pass and gets
+    // its first buffer behind the object as well.
     static StringImplC* make(const void* bytes, uint32_t byteCount, const char* encoding);
     static const uint32_t kInlineLimit = 8192;
     // Text of fewer bytes goes out to the wider encodings in one pass (see
     // text).
     static const uint32_t kOnePassText = 256;
+    // Text from encodings other than UTF-8 whose decoder may write at most
+    // this many bytes is decoded in one pass (see makeDecoded).
+    static const uint32_t kOnePassDecode = 1024;
 
     // The object's block: ordinary, or with room for its first buffer behind
     // the object (see make).
@@ -141,6 +146,9 @@ protected:
     // is read: "vutf8", and an encoding found by that name.
     void storeInternal(const void* bytes, uint32_t byteCount);
     void storeFound(const void* bytes, uint32_t byteCount, TextEncodingI* found);
+    // make for short text from an encoding other than UTF-8; null when it
+    // does not take the text.
+    static StringImplC* makeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found);
     // The ordinary way of storeFound: the decoder's two passes.
     void storeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found);
     // The part of store for the UTF-8 decoder's encodings; false when it
