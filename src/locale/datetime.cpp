@@ -603,8 +603,8 @@ StringC DateTimeC::format(int32_t flags) const {
 // unchanged and reports nothing, so the value is made here directly, with
 // both faces valid as the strict constructor leaves them. Everything else
 // (a day beyond its month, a second of 60, a fraction of nine digits or a
-// negative one, the year 0, years whose ticks overflow) goes through the strict constructor, which
-// rolls it over and reports.
+// negative one, the year 0, years whose ticks overflow) goes through the
+// strict constructor, which rolls it over and reports.
 inline DateTimeC DateTimeC::fromParsed(int32_t year_, int32_t month_, int32_t day_, int32_t hour_,
                                        int32_t minute_, int32_t second_, int64_t fraction,
                                        bool isLocal_) {
