@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <new>
+#include <typeinfo>
 
 #include "text/case.h"
 #include "text/textencoding.h"
@@ -289,6 +290,35 @@ StringImplC::~StringImplC() { freeBuffer(); }
 void StringImplC::freeBuffer() {
     if (data != inlineText()) delete[] data;
     data = nullptr;
+}
+
+void StringImplC::assignText(StringC& target, const uint8_t* bytes, uint32_t length) {
+    StringImplI* current = target.getImpl();
+    if (typeid(*current) == typeid(StringImplC)) {
+        StringImplC* own = static_cast<StringImplC*>(current);
+        if (own->refCount() == 1) {
+            if (own->capacity < length + 1) {
+                // Nothing of the old text is kept: the buffer grows empty.
+                own->byteLength = 0;
+                if (own->data) own->data[0] = 0;
+                own->reserve(length + 1);
+            }
+            if (length) memcpy(own->data, bytes, length);
+            own->data[length] = 0;
+            own->byteLength = length;
+            // The count and the cursor go back to unknown with plain stores.
+            // The one handle that holds this representation is the caller's,
+            // which is being assigned to: no other thread may read through
+            // it meanwhile (that would race with any assignment), so no
+            // other thread can see these cells, as with a constructor's.
+            own->charCount.initialize(-1);
+            own->cursor.initialize(packCursor(-1, 0));
+            return;
+        }
+    }
+    StringImplI* fresh = getStringFactory()->fromBytes(bytes, length, "vutf8");
+    target.adopt(fresh);
+    current->release();
 }
 
 // --- Counting ----------------------------------------------------------------

@@ -96,6 +96,15 @@ public:
     void reset() override;
     void reserve(uint32_t wanted) override;
 
+    // Gives `target` the internal-form `bytes` as its text, as assigning a
+    // new string of them ("vutf8") would. When the handle holds this plain
+    // class and no other handle shares it, the text is written over in
+    // place, in the buffer it has (copy on write with a single owner, as
+    // append does): a reader that hands out one line after another into the
+    // same handle makes no representation per line. Otherwise a new
+    // representation goes into the handle and the old one is released.
+    static void assignText(StringC& target, const uint8_t* bytes, uint32_t length);
+
     // Rewrites the text character by character through `map`; toLower and
     // toUpper are this routine with the case mappings.
     void mapCharacters(CharMapFn map);
