@@ -12,10 +12,12 @@ namespace keel {
 
 namespace {
 
-uint32_t store(uint32_t code, uint32_t severity, const StringC& text) {
+// `text` is the report's own string, handed over to the buffer.
+uint32_t store(uint32_t code, uint32_t severity, StringC& text) {
     // Severity 0 (the letter '#' in a catalog) silences a message.
     if (severity == 0) return code;
-    if (ErrBufI* buffer = threadErrBuf()) buffer->addError(code, severity, text);
+    // The calling thread's buffer is always of this library's own class.
+    if (ErrBufI* buffer = threadErrBuf()) static_cast<ErrBufImplC*>(buffer)->addReported(code, severity, text);
     return code;
 }
 

@@ -33,7 +33,7 @@ TracePointT openPoint = {nullptr, "0Error/Catalog/Open"};
 // facet. The facet looks the code up in its catalog file and hands what it
 // lacks to the system catalog.
 ErrCatalogI* languageCatalog() {
-    LocaleLanguageI* language = defaultLocale()->getLanguage(1);
+    LocaleLanguageI* language = defaultLanguage();
     return language ? language->getCatalog() : nullptr;
 }
 

@@ -1,6 +1,7 @@
 #include "locale/locale.h"
 
 #include <locale.h>
+#include <string.h>
 
 #include <new>
 
@@ -78,6 +79,42 @@ LocaleI* localeOfProcess(StringC& name) {
 LocaleI* defaultLocale() {
     StringC name("", "system-8");
     return localeOfProcess(name);
+}
+
+LocaleLanguageI* defaultLanguage() {
+    // A locale, once made, lives to the end of the process with its facets,
+    // so a remembered facet stays valid and is the one the lookup would
+    // give again. The name is asked of the platform at every call, so a
+    // program that changes its locale is answered for the new one at once,
+    // and a new name goes through defaultLocale, which makes the locale as
+    // before. A name too long for the room is simply not remembered.
+    struct RememberedT {
+        char name[120];
+        uint32_t length;  // 0: nothing remembered
+        LocaleLanguageI* language;
+    };
+    static thread_local RememberedT remembered;
+    const char* processName = setlocale(LC_ALL, nullptr);
+    if (processName == nullptr) processName = "";
+    size_t length = strlen(processName);
+    if (remembered.length != 0 && length == remembered.length &&
+        memcmp(processName, remembered.name, length) == 0) {
+        return remembered.language;
+    }
+    StringC name;
+    LocaleI* locale = localeOfProcess(name);
+    LocaleLanguageI* language = locale->getLanguage(1);
+    // Kept only for the locale of the name read above: another thread may
+    // have changed the process locale in between.
+    const char* asked = name.textUtf8();
+    if (language && asked && length != 0 && length < sizeof remembered.name &&
+        strlen(asked) == length && memcmp(asked, processName, length) == 0) {
+        memcpy(remembered.name, processName, length);
+        remembered.length = static_cast<uint32_t>(length);
+        remembered.language = language;
+    }
+    name.releaseUtf8(asked);
+    return language;
 }
 
 uint32_t localeCount() {

@@ -201,6 +201,13 @@ LocaleI* localeOfProcess(StringC& name);
 // The default locale: getLocale with an empty name.
 LocaleI* defaultLocale();
 
+// The default locale's language facet (version 1), as
+// defaultLocale()->getLanguage(1) answers it. Each thread remembers the
+// platform's name of the process locale it last asked for and that locale's
+// facet; while the platform gives the same name, the facet is answered
+// without the map and the latch.
+LocaleLanguageI* defaultLanguage();
+
 // How many locales the map holds (for tests).
 uint32_t localeCount();
 
