@@ -165,6 +165,65 @@ private:
     void* context_;
 };
 
+// A sink into a FormatBytesT: characters go in as UTF-8 bytes, in blocks.
+class ByteSinkC {
+public:
+    explicit ByteSinkC(FormatBytesT& out) : out_(out) {}
+
+    void put(uint32_t character) {
+        if (out_.used > out_.capacity - 8) flush();
+        uint8_t* p = out_.buffer + out_.used;
+        if (character < 0x80) {
+            *p++ = static_cast<uint8_t>(character);
+        } else {
+            utf8Put(p, character);
+        }
+        out_.used = static_cast<uint32_t>(p - out_.buffer);
+    }
+
+    const uint8_t* putPlainRun(const uint8_t* p, const uint8_t*) {
+        uint8_t* buffer = out_.buffer;
+        uint32_t used = out_.used;
+        uint32_t limit = out_.capacity - 8;
+        for (uint32_t b = *p; !kStopsPlainRun[b]; b = *++p) {
+            if (used > limit) {
+                out_.used = used;
+                flush();
+                used = 0;
+            }
+            buffer[used++] = static_cast<uint8_t>(b);
+        }
+        out_.used = used;
+        return p;
+    }
+
+    // As CallbackSinkC::putText, a character at a time.
+    void putText(const uint8_t* p, int32_t count, const uint8_t*) {
+        for (; count > 0; --count) {
+            uint32_t b = *p;
+            if (b < 0x80) {
+                if (b == 0) return;
+                ++p;
+                put(b);
+            } else {
+                put(utf8Next(p));
+            }
+        }
+    }
+
+    void pad(uint32_t filler, int32_t count) {
+        for (; count > 0; --count) put(filler);
+    }
+
+private:
+    void flush() {
+        out_.flush(out_.context, out_.buffer, out_.used);
+        out_.used = 0;
+    }
+
+    FormatBytesT& out_;
+};
+
 }  // namespace
 
 // The sink of StringC::format: appends each character straight into the
@@ -871,6 +930,16 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
             RendererM<CallbackSinkC> renderer(target, args, errorNumber);
             renderer.run(text.data(), nullptr);
         }
+    }
+    errno = errorNumber;
+}
+
+void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgListC& args) {
+    int errorNumber = errno;
+    {
+        ByteSinkC target(out);
+        RendererM<ByteSinkC> renderer(target, args, errorNumber);
+        renderer.run(format, nullptr);
     }
     errno = errorNumber;
 }

@@ -27,6 +27,24 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
 // new buffer, with the outcome of one appendChar per character.
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 
+// A buffer that renderFormatToBytes fills with the UTF-8 bytes of the
+// rendered characters (the bytes of the "utf8" text of the string that
+// StringC::format would make). Whenever fewer than 8 bytes are left before
+// a character, `flush` is handed the bytes so far and `used` starts again
+// from 0; so after rendering at least 2 bytes are left. `capacity` must be
+// at least 16.
+struct FormatBytesT {
+    uint8_t* buffer;
+    uint32_t capacity;
+    uint32_t used;
+    void (*flush)(void* context, const uint8_t* bytes, uint32_t count);
+    void* context;
+};
+
+// renderFormat with the format given as internal-form text (for ASCII, the
+// bytes themselves), rendering into `out` without a call per character.
+void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgListC& args);
+
 // The views of an entry that conversions use, for the renderer and its
 // tests. A null entry counts as 0.
 int32_t formatView32(const ArgEntry* entry);         // widths and precisions from `*`
