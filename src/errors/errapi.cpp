@@ -7,6 +7,7 @@
 #include "errors/error.h"
 #include "errors/errimpl.h"
 #include "text/arglist.h"
+#include "text/format.h"
 
 namespace keel {
 
@@ -34,7 +35,14 @@ StringC errorText(uint32_t* severity, uint32_t code, const char* defaultText) {
 }
 
 StringC errorText(uint32_t* severity, uint32_t code, const char* defaultText, ArgListC args) {
-    return StringC::format(getCatalogSwitch()->fetch(severity, code, defaultText, nullptr), args);
+    // What StringC::format of the fetched text gives. A default text whose
+    // message is plain ASCII is rendered from its bytes, as the library's
+    // factory renders the string decoded from them, without that string.
+    StringC fetched;
+    const char* plain = static_cast<ErrCatSwitchC*>(getCatalogSwitch())
+                            ->fetchOrPlainDefault(severity, code, defaultText, &fetched);
+    if (plain) return StringC::fromNew(renderFormatBytesToNew(reinterpret_cast<const uint8_t*>(plain), args));
+    return StringC::format(fetched, static_cast<ArgListC&&>(args));
 }
 
 StringC errorTextFormat(uint32_t* severity, uint32_t code, const char* format, ...) {

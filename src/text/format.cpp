@@ -944,6 +944,27 @@ void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgList
     errno = errorNumber;
 }
 
+namespace {
+
+// `bytes` (null: no text) with its `length` up to its NUL; `errorNumber` is
+// the errno that %! shows.
+StringImplC* renderBytesToNew(const uint8_t* bytes, size_t length, const ArgListC& args,
+                              int errorNumber) {
+    // Room for the format's own text and a little more is made at once;
+    // most messages then need no second buffer.
+    uint32_t room = static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64;
+    StringImplC* result = StringFormatSinkC::newEmpty(room);
+    StringFormatSinkC target(result);
+    if (bytes) {
+        RendererM<StringFormatSinkC> renderer(target, args, errorNumber);
+        renderer.run(bytes, bytes + length);
+    }
+    target.finish();
+    return result;
+}
+
+}  // namespace
+
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
     int errorNumber = errno;
     StringImplC* result;
@@ -951,17 +972,16 @@ StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
         Utf8ViewC text(format);
         const uint8_t* bytes = text.rawBytes();
         size_t length = bytes ? strlen(text.chars()) : 0;
-        // Room for the format's own text and a little more is made at once;
-        // most messages then need no second buffer.
-        uint32_t room = static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64;
-        result = StringFormatSinkC::newEmpty(room);
-        StringFormatSinkC target(result);
-        if (bytes) {
-            RendererM<StringFormatSinkC> renderer(target, args, errorNumber);
-            renderer.run(bytes, bytes + length);
-        }
-        target.finish();
+        result = renderBytesToNew(bytes, length, args, errorNumber);
     }
+    errno = errorNumber;
+    return result;
+}
+
+StringImplI* renderFormatBytesToNew(const uint8_t* format, const ArgListC& args) {
+    int errorNumber = errno;
+    StringImplC* result =
+        renderBytesToNew(format, strlen(reinterpret_cast<const char*>(format)), args, errorNumber);
     errno = errorNumber;
     return result;
 }

@@ -27,6 +27,11 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
 // new buffer, with the outcome of one appendChar per character.
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 
+// renderFormatToNew with the format given as internal-form text (for
+// ASCII, the bytes themselves), as the library's factory renders a string
+// of its own that holds that text.
+StringImplI* renderFormatBytesToNew(const uint8_t* format, const ArgListC& args);
+
 // A buffer that renderFormatToBytes fills with the UTF-8 bytes of the
 // rendered characters (the bytes of the "utf8" text of the string that
 // StringC::format would make). Whenever fewer than 8 bytes are left before
