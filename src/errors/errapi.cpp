@@ -8,6 +8,7 @@
 #include "errors/errimpl.h"
 #include "text/arglist.h"
 #include "text/format.h"
+#include "text/localargs.h"
 
 namespace keel {
 
@@ -22,10 +23,28 @@ uint32_t store(uint32_t code, uint32_t severity, StringC& text) {
     return code;
 }
 
+ErrCatSwitchC* catalogSwitch() { return static_cast<ErrCatSwitchC*>(getCatalogSwitch()); }
+
+StringC renderedPlain(const char* plain, const FormatEntriesT& entries) {
+    return StringC::fromNew(renderFormatBytesToNew(reinterpret_cast<const uint8_t*>(plain), entries));
+}
+
 StringC renderedV(uint32_t* severity, uint32_t code, const char* format, va_list arguments) {
     if (!format) format = "";
-    // The list is the one fromFormat makes of the format in "system-8".
-    return errorText(severity, code, format, argListFromText(format, arguments));
+    // The list is the one fromFormat makes of the format in "system-8". A
+    // plain default text is rendered at once, so its arguments are taken
+    // into entries on the stack instead, where they fit.
+    StringC fetched;
+    const char* plain = catalogSwitch()->fetchOrPlainDefault(severity, code, format, &fetched);
+    if (!plain) return StringC::format(fetched, argListFromText(format, arguments));
+    LocalArgumentsC local;
+    va_list copy;
+    va_copy(copy, arguments);
+    bool fits = local.take(format, copy);
+    va_end(copy);
+    if (fits) return renderedPlain(plain, local.entries());
+    ArgListC list = argListFromText(format, arguments);
+    return renderedPlain(plain, formatEntriesOf(list));
 }
 
 }  // namespace
@@ -39,9 +58,8 @@ StringC errorText(uint32_t* severity, uint32_t code, const char* defaultText, Ar
     // message is plain ASCII is rendered from its bytes, as the library's
     // factory renders the string decoded from them, without that string.
     StringC fetched;
-    const char* plain = static_cast<ErrCatSwitchC*>(getCatalogSwitch())
-                            ->fetchOrPlainDefault(severity, code, defaultText, &fetched);
-    if (plain) return StringC::fromNew(renderFormatBytesToNew(reinterpret_cast<const uint8_t*>(plain), args));
+    const char* plain = catalogSwitch()->fetchOrPlainDefault(severity, code, defaultText, &fetched);
+    if (plain) return renderedPlain(plain, formatEntriesOf(args));
     return StringC::format(fetched, static_cast<ArgListC&&>(args));
 }
 

@@ -377,7 +377,7 @@ namespace {
 template <typename SinkT>
 class RendererM {
 public:
-    RendererM(SinkT& sink, const ArgListC& args, int errorNumber)
+    RendererM(SinkT& sink, const FormatEntriesT& args, int errorNumber)
         : sink_(sink), args_(args), errorNumber_(errorNumber), argIndex_(0) {}
 
     void run(const uint8_t* p, const uint8_t* end) {
@@ -834,7 +834,7 @@ private:
     void pad(uint32_t filler, int32_t count) { sink_.pad(filler, count); }
 
     SinkT& sink_;
-    const ArgListC& args_;
+    FormatEntriesT args_;
     int errorNumber_;
     int32_t argIndex_;
 
@@ -927,7 +927,7 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
         Utf8ViewC text(format);
         if (text.rawBytes()) {
             CallbackSinkC target(sink, context);
-            RendererM<CallbackSinkC> renderer(target, args, errorNumber);
+            RendererM<CallbackSinkC> renderer(target, formatEntriesOf(args), errorNumber);
             renderer.run(text.data(), nullptr);
         }
     }
@@ -938,7 +938,7 @@ void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgList
     int errorNumber = errno;
     {
         ByteSinkC target(out);
-        RendererM<ByteSinkC> renderer(target, args, errorNumber);
+        RendererM<ByteSinkC> renderer(target, formatEntriesOf(args), errorNumber);
         renderer.run(format, nullptr);
     }
     errno = errorNumber;
@@ -948,7 +948,7 @@ namespace {
 
 // `bytes` (null: no text) with its `length` up to its NUL; `errorNumber` is
 // the errno that %! shows.
-StringImplC* renderBytesToNew(const uint8_t* bytes, size_t length, const ArgListC& args,
+StringImplC* renderBytesToNew(const uint8_t* bytes, size_t length, const FormatEntriesT& args,
                               int errorNumber) {
     // Room for the format's own text and a little more is made at once;
     // most messages then need no second buffer.
@@ -972,13 +972,13 @@ StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
         Utf8ViewC text(format);
         const uint8_t* bytes = text.rawBytes();
         size_t length = bytes ? strlen(text.chars()) : 0;
-        result = renderBytesToNew(bytes, length, args, errorNumber);
+        result = renderBytesToNew(bytes, length, formatEntriesOf(args), errorNumber);
     }
     errno = errorNumber;
     return result;
 }
 
-StringImplI* renderFormatBytesToNew(const uint8_t* format, const ArgListC& args) {
+StringImplI* renderFormatBytesToNew(const uint8_t* format, const FormatEntriesT& args) {
     int errorNumber = errno;
     StringImplC* result =
         renderBytesToNew(format, strlen(reinterpret_cast<const char*>(format)), args, errorNumber);

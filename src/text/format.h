@@ -27,10 +27,28 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
 // new buffer, with the outcome of one appendChar per character.
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 
+// The entries that a rendering reads, by position: a list's own array, or
+// one that code rendering at once made elsewhere (LocalArgumentsC). Reads
+// answer as ArgListC::get does.
+struct FormatEntriesT {
+    ArgEntry* const* entries;
+    int32_t count;
+
+    const ArgEntry* get(int32_t index) const {
+        return index >= 0 && index < count ? entries[index] : nullptr;
+    }
+};
+
+inline FormatEntriesT formatEntriesOf(const ArgListC& args) {
+    ArgListC::ArgListImplC* body = args.getImpl();
+    FormatEntriesT view = {body ? body->entries : nullptr, body ? body->count : 0};
+    return view;
+}
+
 // renderFormatToNew with the format given as internal-form text (for
 // ASCII, the bytes themselves), as the library's factory renders a string
 // of its own that holds that text.
-StringImplI* renderFormatBytesToNew(const uint8_t* format, const ArgListC& args);
+StringImplI* renderFormatBytesToNew(const uint8_t* format, const FormatEntriesT& args);
 
 // A buffer that renderFormatToBytes fills with the UTF-8 bytes of the
 // rendered characters (the bytes of the "utf8" text of the string that

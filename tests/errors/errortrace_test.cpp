@@ -2,12 +2,14 @@
 // answer as the plain lookup does, and a default text rendered from its
 // bytes gives what StringC::format of the fetched text gives.
 #include <gtest/gtest.h>
+#include <stdarg.h>
 
 #include <string>
 
 #include <keel/keel.h>
 
 #include "errors/errapi.h"
+#include "errors/errimpl.h"
 #include "testing/errtracemodel.h"
 #include "testing/modelrun.h"
 #include "testing/scantest.h"
@@ -54,6 +56,33 @@ TEST(ErrorTextTest, PlainDefaultTextsRenderAsTheFetchedString) {
         EXPECT_EQ(expected.length(), rendered.length());
         EXPECT_EQ(fetchedSeverity, renderedSeverity) << (text ? text : "(null)");
     }
+}
+
+// The text a variadic report stores beside StringC::format of its format
+// with the list that fromFormat makes of the same arguments.
+void expectReportedAsFormatted(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    ArgListC list = argListFromText(format, arguments);
+    std::string expected = str(StringC::format(StringC(format, "system-8"), list));
+    ErrBufI* errors = getErrBuf();
+    reportErrorV(0xE0CB0002, format, arguments);
+    va_end(arguments);
+    ErrEntryI* entry = errors->getEntry(errors->getCount() - 1);
+    EXPECT_EQ(expected, str(entry->getText())) << format;
+    errors->takeText(nullptr);
+}
+
+TEST(ErrorTextTest, ArgumentsOnTheStackRenderAsTheList) {
+    StringC wide("\xC3\xA9t\xC3\xA9", "utf8");
+    ArgTimeValT time = {86400, 5};
+    expectReportedAsFormatted("%d %u %hd %hu %hhd %hhu %lld %llu %C %x", -1, 4000000000u, 70000,
+                              70000, 300, 300, -5ll, 6ull, 0xE9u, 255u);
+    expectReportedAsFormatted("%s|%s|%S|%S|%.2s|%3$S", "text", nullptr, &wide, nullptr, "abc");
+    expectReportedAsFormatted("%2$s %1$*3$d %4$t %5$t", 42, "second", 6, &time, nullptr);
+    // More positions than the stack holds: the list is made instead.
+    expectReportedAsFormatted("%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d %s", 1, 2, 3, 4, 5, 6, 7, 8, 9,
+                              10, 11, 12, 13, 14, 15, 16, 17, "end");
 }
 
 }  // namespace
