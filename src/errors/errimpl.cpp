@@ -1,11 +1,13 @@
 #include "errors/errimpl.h"
 
 #include <pthread.h>
+#include <string.h>
 
 #include <keel/arglist.h>
 
 #include "errors/error.h"
 #include "frame/loadorder.h"
+#include "text/utf8view.h"
 #include "tracing/tracer.h"
 
 namespace keel {
@@ -68,6 +70,15 @@ void releaseErrBuf() {
 
 ErrEntryC::ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint32_t sequence)
     : code(code), severity(severity), sequence(sequence) {
+    // U+0001 is the byte 0x01 in the text's "utf8" form and is no part of
+    // any other character's bytes: a text without that byte is all problem.
+    {
+        Utf8ViewC bytes(text);
+        if (!memchr(bytes.data(), 1, bytes.size())) {
+            problem = text;
+            return;
+        }
+    }
     int32_t first = text.find(1u);
     if (first < 0) {
         problem = text;

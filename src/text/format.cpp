@@ -181,33 +181,27 @@ public:
         out_.used = static_cast<uint32_t>(p - out_.buffer);
     }
 
+    // The run is found first and copied in stretches that leave the 8
+    // bytes behind them that put() keeps free.
     const uint8_t* putPlainRun(const uint8_t* p, const uint8_t*) {
-        uint8_t* buffer = out_.buffer;
-        uint32_t used = out_.used;
-        uint32_t limit = out_.capacity - 8;
-        for (uint32_t b = *p; !kStopsPlainRun[b]; b = *++p) {
-            if (used > limit) {
-                out_.used = used;
-                flush();
-                used = 0;
-            }
-            buffer[used++] = static_cast<uint8_t>(b);
-        }
-        out_.used = used;
-        return p;
+        const uint8_t* end = p;
+        while (!kStopsPlainRun[*end]) ++end;
+        putBytes(p, static_cast<uint32_t>(end - p));
+        return end;
     }
 
-    // As CallbackSinkC::putText, a character at a time.
+    // As CallbackSinkC::putText: ASCII runs are copied as they are, other
+    // characters go through put().
     void putText(const uint8_t* p, int32_t count, const uint8_t*) {
-        for (; count > 0; --count) {
-            uint32_t b = *p;
-            if (b < 0x80) {
-                if (b == 0) return;
-                ++p;
-                put(b);
-            } else {
-                put(utf8Next(p));
-            }
+        while (count > 0) {
+            uint32_t taken = 0;
+            while (taken < static_cast<uint32_t>(count) && p[taken] - 1u < 0x7Fu) ++taken;
+            putBytes(p, taken);
+            p += taken;
+            count -= static_cast<int32_t>(taken);
+            if (count == 0 || *p == 0) return;
+            put(utf8Next(p));
+            --count;
         }
     }
 
@@ -216,6 +210,19 @@ public:
     }
 
 private:
+    void putBytes(const uint8_t* bytes, uint32_t count) {
+        while (count > 0) {
+            uint32_t limit = out_.capacity - 8;
+            if (out_.used >= limit) flush();
+            uint32_t room = limit - out_.used;
+            uint32_t stretch = count < room ? count : room;
+            memcpy(out_.buffer + out_.used, bytes, stretch);
+            out_.used += stretch;
+            bytes += stretch;
+            count -= stretch;
+        }
+    }
+
     void flush() {
         out_.flush(out_.context, out_.buffer, out_.used);
         out_.used = 0;
