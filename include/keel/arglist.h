@@ -459,8 +459,7 @@ inline void recordStar(PositionTableT& table, const uint8_t*& p, uint32_t& c) {
 inline void scanFormat(PositionTableT& table, const uint8_t* p) {
     for (;;) {
         if (table.top > 127) return;
-        // The C library's search runs a word or more at a time.
-        p += strcspn(reinterpret_cast<const char*>(p), "%");
+        while (*p != 0 && *p != '%') ++p;
         if (*p == 0) return;
         ++p;
         uint32_t c = nextChar(p);

@@ -213,7 +213,7 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
             *p++ = ' ';
         }
     }
-    fwrite(prefix, 1, static_cast<size_t>(p - prefix), stream);
+    if (p != prefix) fwrite(prefix, 1, static_cast<size_t>(p - prefix), stream);
     if (classShown) {
         // "(path): " behind a blank, the path as it came, prefix included.
         fputs(p == prefix ? "(" : " (", stream);
