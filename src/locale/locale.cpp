@@ -11,6 +11,7 @@
 #include "errors/systemcat.h"
 #include "frame/loadorder.h"
 #include "frame/nodestroy.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -81,39 +82,35 @@ LocaleI* defaultLocale() {
     return localeOfProcess(name);
 }
 
+bool ProcessLocaleNameT::sameAsRemembered() {
+    current = setlocale(LC_ALL, nullptr);
+    if (current == nullptr) current = "";
+    currentLength = strlen(current);
+    return length != 0 && currentLength == length && memcmp(current, name, length) == 0;
+}
+
+bool ProcessLocaleNameT::remember(const StringC& asked) {
+    Utf8ViewC bytes(asked);
+    if (currentLength == 0 || currentLength >= sizeof name || bytes.size() != currentLength ||
+        memcmp(bytes.data(), current, currentLength) != 0) {
+        return false;
+    }
+    memcpy(name, current, currentLength);
+    length = static_cast<uint32_t>(currentLength);
+    return true;
+}
+
 LocaleLanguageI* defaultLanguage() {
-    // A locale, once made, lives to the end of the process with its facets,
-    // so a remembered facet stays valid and is the one the lookup would
-    // give again. The name is asked of the platform at every call, so a
-    // program that changes its locale is answered for the new one at once,
-    // and a new name goes through defaultLocale, which makes the locale as
-    // before. A name too long for the room is simply not remembered.
     struct RememberedT {
-        char name[120];
-        uint32_t length;  // 0: nothing remembered
+        ProcessLocaleNameT name;
         LocaleLanguageI* language;
     };
     static thread_local RememberedT remembered;
-    const char* processName = setlocale(LC_ALL, nullptr);
-    if (processName == nullptr) processName = "";
-    size_t length = strlen(processName);
-    if (remembered.length != 0 && length == remembered.length &&
-        memcmp(processName, remembered.name, length) == 0) {
-        return remembered.language;
-    }
+    if (remembered.name.sameAsRemembered()) return remembered.language;
+    // A new name goes through the lookup, which makes the locale as before.
     StringC name;
-    LocaleI* locale = localeOfProcess(name);
-    LocaleLanguageI* language = locale->getLanguage(1);
-    // Kept only for the locale of the name read above: another thread may
-    // have changed the process locale in between.
-    const char* asked = name.textUtf8();
-    if (language && asked && length != 0 && length < sizeof remembered.name &&
-        strlen(asked) == length && memcmp(asked, processName, length) == 0) {
-        memcpy(remembered.name, processName, length);
-        remembered.length = static_cast<uint32_t>(length);
-        remembered.language = language;
-    }
-    name.releaseUtf8(asked);
+    LocaleLanguageI* language = localeOfProcess(name)->getLanguage(1);
+    if (language && remembered.name.remember(name)) remembered.language = language;
     return language;
 }
 
