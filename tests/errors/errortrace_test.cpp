@@ -5,6 +5,7 @@
 #include <stdarg.h>
 
 #include <string>
+#include <thread>
 
 #include <keel/keel.h>
 
@@ -19,6 +20,25 @@ namespace {
 
 TEST(ErrorTraceModelTest, RememberedVariablesAgreeWithTheLookup) {
     EXPECT_EQ("", testkit::runSeeded<errtracemodel::DriverC>(6, 600));
+}
+
+// Reports read their remembered variables without the latch while another
+// thread changes the same variables' details and settings (run under TSan).
+// Reports read their remembered variables without the latch while another
+// thread changes the same variables' details and settings (run under TSan).
+// The driver's argument c * 32 + 16 names "0,Error/Occurrence/Error/203/c".
+TEST(ErrorTraceThreadTest, ReportsWhileAnotherThreadChangesTheirVariables) {
+    errtracemodel::DriverC consumer;
+    std::thread changer([&consumer] {
+        for (uint32_t i = 0; i < 400; ++i) consumer.step(2 + (i % 2) + (i << 2), (i % 3) * 32 + 16);
+    });
+    ErrBufI* errors = getErrBuf();
+    for (uint32_t i = 0; i < 400; ++i) {
+        reportErrorFormat(0xE0CB0000u + i % 3, "report %d", static_cast<int32_t>(i));
+        errors->takeText(nullptr);
+    }
+    changer.join();
+    for (uint32_t c = 0; c < 3; ++c) EXPECT_EQ("", consumer.step(0, c * 32 + 16));
 }
 
 TEST(ErrorTextTest, PlainDefaultTextsRenderAsTheFetchedString) {
