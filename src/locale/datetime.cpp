@@ -12,6 +12,7 @@
 #include <keel/locale.h>
 
 #include "errors/errapi.h"
+#include "locale/locale.h"
 #include "text/case.h"
 #include <keel/number.h>
 #include "text/utf8.h"
@@ -346,30 +347,19 @@ namespace datetimeinternal {
 // its locale is answered for the new one at once.
 StringC decimalSeparator() {
     struct RememberedT {
-        char name[120];
-        uint32_t length;  // 0: nothing remembered (a name of 0 bytes is not kept)
+        ProcessLocaleNameT name;
         LocaleNumbersI* numbers;
         bool empty;
     };
     static thread_local RememberedT remembered;
-    const char* processName = setlocale(LC_ALL, nullptr);
-    if (processName == nullptr) processName = "";
-    size_t length = strlen(processName);
-    if (remembered.length != 0 && length == remembered.length &&
-        memcmp(processName, remembered.name, length) == 0) {
+    if (remembered.name.sameAsRemembered()) {
         return remembered.empty ? StringC() : remembered.numbers->decimalSeparator();
     }
     StringC name;
     LocaleI* locale = getLocale(name);
     LocaleNumbersI* numbers = locale ? locale->getNumbers(1) : nullptr;
     StringC separator = numbers ? numbers->decimalSeparator() : StringC();
-    // Kept only when the locale asked for is the one named above: another
-    // thread may have changed the process locale in between.
-    Utf8ViewC asked(name);
-    if (numbers && length != 0 && length < sizeof remembered.name && asked.size() == length &&
-        memcmp(asked.data(), processName, length) == 0) {
-        memcpy(remembered.name, processName, length);
-        remembered.length = static_cast<uint32_t>(length);
+    if (numbers && remembered.name.remember(name)) {
         remembered.numbers = numbers;
         remembered.empty = separator.isEmpty();
     }

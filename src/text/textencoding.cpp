@@ -158,6 +158,7 @@ TextEncodingI* findEncoding(const char* name) {
             name[4] == 'i' && name[5] == 0) {
             return asciiEncoding();
         }
+        if (name[0] == 's' && strcmp(name, "system-8") == 0) return system8Encoding();
     }
     static const struct {
         const char* name;
