@@ -397,6 +397,7 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         lastInChain_ = section;
         lastSection_ = section;
         indexAdd(nullptr, section->name, section);
+        ++sectionGeneration_;
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
     return section->keys;
@@ -567,6 +568,40 @@ void PrefsC::clear() {
     lastKey_ = nullptr;
     std::vector<IndexEntryT>().swap(index_);
     indexCount_ = 0;
+    ++sectionGeneration_;
+}
+
+// Every section is in the index, and a name that compareNames calls equal to
+// `name` in any locale has its signature and so its slot hash: all the
+// records that could ever answer for `name` sit in the probe run from its
+// slot. With none the name finds nothing; with one of the very same bytes
+// it finds that one, in every locale and from every lastSection_.
+bool PrefsC::soleSection(const char* name, PrefSectionT** record) const {
+    if (isMissing(name)) return false;
+    *record = nullptr;
+    if (index_.empty()) return true;
+    size_t hash = slotHash(nullptr, name);
+    size_t mask = index_.size() - 1;
+    PrefSectionT* found = nullptr;
+    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
+        const IndexEntryT& entry = index_[slot];
+        if (entry.hash != hash || entry.owner) continue;
+        if (found) return false;
+        found = static_cast<PrefSectionT*>(entry.record);
+    }
+    if (found && strcmp(found->name, name) != 0) return false;
+    *record = found;
+    return true;
+}
+
+const char* PrefsC::getStringIn(PrefSectionT* record, const char* section, const char* key) {
+    if (fallback) return getString(section, key, nullptr);
+    if (isMissing(section) || !key || !*key || !record) return nullptr;
+    // The lookup by name would leave the record as the last one found.
+    lastSection_ = record;
+    if (record->state == kPrefDeleted) return nullptr;
+    PrefKeyT* found = findKey(record->keys, key, false, nullptr);
+    return found && found->value ? found->value : nullptr;
 }
 
 }  // namespace keel

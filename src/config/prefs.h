@@ -157,6 +157,23 @@ public:
     // Frees the file name and every section, chain and key.
     void clear();
 
+    // For readers that keep what a section name led to (the registry's
+    // table of resolved paths). The count changes whenever a section record
+    // is made or all are freed: a record found under one count stays the
+    // record its name finds until the count changes.
+    uint64_t sectionGeneration() const { return sectionGeneration_; }
+    // The section record that findSection(name, ...) finds in every locale
+    // and whatever was looked up before: false when that is not certain (two
+    // names of the store may compare equal to it in some locale, or the one
+    // that may is spelled otherwise). True with *record the section, or null
+    // when no section of the store can ever match the name (until the
+    // generation changes).
+    bool soleSection(const char* name, PrefSectionT** record) const;
+    // getString(section, key, nullptr) where soleSection(section) gave
+    // `record`: the same answer and the same trace left behind for the next
+    // lookup, without looking the section up.
+    const char* getStringIn(PrefSectionT* record, const char* section, const char* key);
+
     // Reads the ini file at `path` in place of the current content. False
     // for a null or empty path or a file that cannot be opened (the store
     // keeps what it had), and with `strict` for a bad line (the store is left
@@ -233,6 +250,7 @@ private:
     // of the same section does not walk the chain.
     PrefKeyChainT* lastChain_ = nullptr;
     PrefKeyT* lastKey_ = nullptr;
+    uint64_t sectionGeneration_ = 0;
 };
 
 // --- Helpers ---
