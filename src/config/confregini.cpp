@@ -395,20 +395,43 @@ const char* ConfRegistryIniC::placedValue(ReadPlaceT* place, const StringC& valu
 
 namespace {
 
-// The slot hash of a handle and a sub-key's bytes, eight bytes at a time.
+// The slot hash of a handle and a sub-key's bytes, eight bytes at a time;
+// a text of eight bytes or more ends with its last eight (which may overlap
+// the word before), a shorter one is taken byte by byte.
 size_t placeHash(uint32_t key, const uint8_t* bytes, uint32_t size) {
     uint64_t hash = (static_cast<uint64_t>(key) << 32 | size) * 0x9E3779B97F4A7C15ull;
+    uint64_t word = 0;
+    if (size < 8) {
+        for (uint32_t i = 0; i < size; ++i) word = word << 8 | bytes[i];
+    } else {
+        for (uint32_t i = 0; i + 8 < size; i += 8) {
+            memcpy(&word, bytes + i, 8);
+            hash = (hash ^ word) * 0xFF51AFD7ED558CCDull;
+            hash ^= hash >> 32;
+        }
+        memcpy(&word, bytes + size - 8, 8);
+    }
+    // The bytes that differ between paths are often the last ones, which
+    // sit in the high bits of the last word: mixed down to the slot's bits.
+    hash ^= word;
+    hash = (hash ^ (hash >> 33)) * 0xFF51AFD7ED558CCDull;
+    hash = (hash ^ (hash >> 33)) * 0xC4CEB9FE1A85EC53ull;
+    return static_cast<size_t>(hash ^ (hash >> 33));
+}
+
+// The same bytes, eight at a time where there are eight.
+bool sameBytes(const char* first, const uint8_t* second, uint32_t size) {
     uint32_t i = 0;
     for (; i + 8 <= size; i += 8) {
-        uint64_t word;
-        memcpy(&word, bytes + i, 8);
-        hash = (hash ^ word) * 0xFF51AFD7ED558CCDull;
-        hash ^= hash >> 32;
+        uint64_t a, b;
+        memcpy(&a, first + i, 8);
+        memcpy(&b, second + i, 8);
+        if (a != b) return false;
     }
-    uint64_t tail = 0;
-    memcpy(&tail, bytes + i, size - i);
-    hash = (hash ^ tail) * 0xC4CEB9FE1A85EC53ull;
-    return static_cast<size_t>(hash ^ (hash >> 29));
+    for (; i < size; ++i) {
+        if (static_cast<uint8_t>(first[i]) != second[i]) return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -422,7 +445,7 @@ ConfRegistryIniC::ReadPlaceT* ConfRegistryIniC::findPlace(uint32_t key, const ui
          slot = (slot + 1) & mask) {
         ReadPlaceT& place = places_[slot];
         if (place.hash == hash && place.handle == key && place.subKey.size() == size &&
-            memcmp(place.subKey.data(), subKey, size) == 0)
+            sameBytes(place.subKey.data(), subKey, size))
             return &place;
     }
     return nullptr;
@@ -622,8 +645,8 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
     const char* value = nullptr;
     if (code == 0) {
         owner->refreshFile(false);
-        value = place ? placedValue(place, valueName)
-                      : storedValue(owner, section.c_str(), valueName);
+        value =
+            place ? placedValue(place, valueName) : storedValue(owner, section.c_str(), valueName);
     }
     if (code == 0 && !value) code = kRegNotFound;
     if (value) {
