@@ -119,6 +119,7 @@ void freeChain(PrefKeyChainT* chain) {
         delete[] reinterpret_cast<char*>(key);
         key = next;
     }
+    delete[] chain->readTable;
     delete chain;
 }
 
@@ -345,6 +346,30 @@ PrefKeyT* PrefsC::findKey(const PrefKeyChainT* chain, const char* name, bool inc
     return key && !includeDeleted && key->state == kPrefDeleted ? nullptr : key;
 }
 
+// The same walk as findKey's over a chain that is not indexed, over the
+// read table: the first key of the signature whose name compares equal, in
+// chain order.
+PrefKeyT* PrefsC::findKeyToRead(PrefKeyChainT* chain, const char* name) {
+    if (!chain || isMissing(name) || isIndexed(chain)) return findKey(chain, name, false, nullptr);
+    if (!chain->readTable) {
+        uint32_t count = 0;
+        for (PrefKeyT* key = chain->first; key; key = key->next) ++count;
+        chain->readTable = new PrefKeyRefT[count ? count : 1];
+        chain->readCount = 0;
+        for (PrefKeyT* key = chain->first; key; key = key->next)
+            chain->readTable[chain->readCount++] = PrefKeyRefT{key->signature, key};
+    }
+    uint32_t signature = keySignature(name);
+    const PrefKeyRefT* table = chain->readTable;
+    for (uint32_t i = 0, count = chain->readCount; i < count; ++i) {
+        if (table[i].signature != signature) continue;
+        PrefKeyT* key = table[i].key;
+        if (key->name[0] && sameName(key->name, name))
+            return key->state == kPrefDeleted ? nullptr : key;
+    }
+    return nullptr;
+}
+
 // Sets the key, or appends a new record at the end of the chain; see
 // setValue.
 void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed) {
@@ -359,6 +384,8 @@ void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, b
         *link = key;
         lastChain_ = chain;
         lastKey_ = key;
+        delete[] chain->readTable;
+        chain->readTable = nullptr;
         if (walked == SIZE_MAX) {
             if (key->name[0]) indexAdd(chain, key->name, key);
         } else if (walked + 1 >= kIndexFrom) {
@@ -492,7 +519,7 @@ const char* PrefsC::getString(const char* section, const char* key, const char* 
     if (isMissing(section) || !key) return defaultValue;
     for (PrefsC* store = this; store; store = store->fallback) {
         if (!*key) return defaultValue;
-        PrefKeyT* record = store->findKey(store->findSection(section, false), key, false, nullptr);
+        PrefKeyT* record = store->findKeyToRead(store->findSection(section, false), key);
         if (record && record->value) return record->value;
     }
     return defaultValue;
@@ -600,7 +627,7 @@ const char* PrefsC::getStringIn(PrefSectionT* record, const char* section, const
     // The lookup by name would leave the record as the last one found.
     lastSection_ = record;
     if (record->state == kPrefDeleted) return nullptr;
-    PrefKeyT* found = findKey(record->keys, key, false, nullptr);
+    PrefKeyT* found = findKeyToRead(record->keys, key);
     return found && found->value ? found->value : nullptr;
 }
 

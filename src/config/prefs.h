@@ -59,11 +59,25 @@ struct PrefKeyT {
     uint32_t signature;  // of the name, shared by every name equal to it (see PrefsC)
 };
 
+// A key of a chain with its signature, side by side in the chain's read
+// table.
+struct PrefKeyRefT {
+    uint32_t signature;
+    PrefKeyT* key;
+};
+
 // The keys of one section in order, with the chain's one walking position.
 struct PrefKeyChainT {
     PrefKeyT* first;
     PrefKeyT* cursor;
     bool indexed;  // its keys are in the store's index
+    // For reads of a chain that is not indexed: its keys in order with
+    // their signatures in one array (array new), made by the first read
+    // after a key was added and freed when one is, so that a read compares
+    // signatures that lie together instead of following the chain from key
+    // to key. Null until then.
+    PrefKeyRefT* readTable;
+    uint32_t readCount;
 };
 
 struct PrefSectionT {
@@ -238,6 +252,9 @@ private:
     PrefKeyT* findKey(const PrefKeyChainT* chain, const char* name, bool includeDeleted,
                       size_t* walked) const;
     void setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed);
+    // findKey(chain, name, false, nullptr) for the reads, through the
+    // chain's read table.
+    PrefKeyT* findKeyToRead(PrefKeyChainT* chain, const char* name);
 
     std::vector<IndexEntryT> index_;
     size_t indexCount_ = 0;
