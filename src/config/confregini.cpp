@@ -12,6 +12,11 @@
 //   deleted and its slot holds null, so every fileIndex stays right.
 // - Nothing records anything in the error buffer; the store and the file
 //   service calls used here are silent or take back what they record.
+// - An entry of the table of resolved paths of the current generation
+//   answers as placeForRead would answer now, the refresh of the files
+//   aside: whatever changes the open keys or the file table drops the
+//   table (dropPlaces), and a section record in an entry is used only under
+//   the store's section generation it was found in.
 #include "config/confregini.h"
 
 #include <string.h>

@@ -11,7 +11,8 @@
 // named keys of a chain either, which is what lets the name index and
 // `lastSection_` answer for the first match; every section and every named
 // key is in the index from the moment it is linked into its chain until
-// clear; `written` marks are clear outside a merge.
+// clear; a chain's read table, where it has one, holds its keys in chain
+// order (adding a key frees it); `written` marks are clear outside a merge.
 #include "config/prefs.h"
 
 #include <ctype.h>
