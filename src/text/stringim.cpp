@@ -177,14 +177,28 @@ StringImplC* StringImplC::make(const void* bytes, uint32_t byteCount, const char
     // "vutf8" copies the bytes, "utf8" copies its clean head into that room
     // (and when the rest makes the text another size, it starts again with a
     // buffer of its own, of the capacity it would have had).
-    if (bytes && byteCount != 0 && byteCount < kInlineLimit &&
-        (isInternalForm(encoding) || isUtf8(encoding))) {
+    if (bytes && byteCount != 0 && byteCount < kInlineLimit && isInternalForm(encoding)) {
         uint32_t room = grownCapacity(0, byteCount + 1);
         StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
         string->store(bytes, byteCount, encoding);
         return string;
     }
-    return new StringImplC(bytes, byteCount, encoding);
+    if (isInternalForm(encoding)) return new StringImplC(bytes, byteCount, encoding);
+    return makeEncoded(bytes, byteCount, encoding ? findEncoding(encoding) : nullptr);
+}
+
+StringImplC* StringImplC::makeEncoded(const void* bytes, uint32_t byteCount,
+                                      TextEncodingI* encoding) {
+    if (bytes && byteCount != 0 && byteCount < kInlineLimit &&
+        (encoding == utf8Encoding() || encoding == system8Encoding())) {
+        uint32_t room = grownCapacity(0, byteCount + 1);
+        StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
+        string->storeEncoded(bytes, byteCount, encoding);
+        return string;
+    }
+    StringImplC* string = new StringImplC();
+    string->storeEncoded(bytes, byteCount, encoding);
+    return string;
 }
 
 StringImplC::StringImplC(const void* bytes, uint32_t byteCount, const char* encoding)
@@ -227,7 +241,16 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
         data[byteCount] = 0;
         return;
     }
-    TextEncodingI* found = encoding ? findEncoding(encoding) : nullptr;
+    storeEncoded(bytes, byteCount, encoding ? findEncoding(encoding) : nullptr);
+}
+
+void StringImplC::storeEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* found) {
+    if (!bytes || byteCount == 0) {
+        reserve(1);
+        data[0] = 0;
+        charCount.initialize(0);
+        return;
+    }
     if (!found) return;  // unknown name: no buffer, byteLength 0, charCount -1
     if ((found == utf8Encoding() || found == system8Encoding()) &&
         storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, found)) {

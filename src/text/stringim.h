@@ -48,6 +48,13 @@ public:
     // a buffer of its own like any other, and the place behind the object
     // stays unused until the object dies.
     static StringImplC* make(const void* bytes, uint32_t byteCount, const char* encoding);
+    // make for an encoding object already found (findEncoding, or one of the
+    // objects of text/textencoding.h; null for an unknown name): the same
+    // representation without looking the name up. "system-8" text gets the
+    // first buffer inside the object as "utf8" does: it is read by the same
+    // decoder, into the same room.
+    static StringImplC* makeEncoded(const void* bytes, uint32_t byteCount,
+                                    TextEncodingI* encoding);
     static const uint32_t kInlineLimit = 8192;
 
     // The object's block: ordinary, or with room for its first buffer behind
@@ -143,6 +150,8 @@ protected:
 
     // Stores the text by the construction rule (see the constructor above).
     void store(const void* bytes, uint32_t byteCount, const char* encoding);
+    // store for everything but "vutf8", with the encoding found.
+    void storeEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* found);
     // The part of store for the UTF-8 decoder's encodings; false when it
     // left the representation reset for the ordinary way.
     bool storeUtf8(const uint8_t* bytes, uint32_t byteCount, TextEncodingI* encoding);
