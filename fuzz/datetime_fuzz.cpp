@@ -104,6 +104,40 @@ void checkTicks(int64_t ticks, bool local, int32_t firstFlags) {
     }
 }
 
+// The fast parser (short ASCII stamps on their own bytes, dates that exist
+// made without the strict constructor's round trip) against the plain one:
+// the same value, the same text left behind, the same reports.
+void checkAgainstReference(const std::string& given, const keel::DateTimeC& value,
+                           const keel::StringC& left) {
+    keel::ErrBufI* errors = getErrBuf();
+    uint32_t reports = errors->getCount();
+    std::string reported;
+    for (uint32_t i = 0; i < reports; ++i) {
+        reported += std::to_string(errors->getEntry(i)->getCode()) + " " +
+                    utf8Of(errors->getEntry(i)->getText()) + "\n";
+    }
+    uint32_t mark = errors->getMark();
+    keel::StringC text(given.data(), static_cast<uint32_t>(given.size()), "vutf8");
+    keel::DateTimeC plain = keel::DateTimeC::parseReference(text);
+    std::string plainReported;
+    for (uint32_t i = reports; i < errors->getCount(); ++i) {
+        plainReported += std::to_string(errors->getEntry(i)->getCode()) + " " +
+                         utf8Of(errors->getEntry(i)->getText()) + "\n";
+    }
+    bool same = plain.getTicks() == value.getTicks() && plain.isLocalTime() == value.isLocalTime() &&
+                plain.getYear() == value.getYear() && plain.getMonth() == value.getMonth() &&
+                plain.getDay() == value.getDay() && plain.getHour() == value.getHour() &&
+                plain.getMinute() == value.getMinute() && plain.getSecond() == value.getSecond() &&
+                plain.getWeekday() == value.getWeekday() && utf8Of(text) == utf8Of(left) &&
+                plainReported == reported;
+    if (!same) {
+        fprintf(stderr, "parse and the plain parser differ on '%s'\n", given.c_str());
+        abort();
+    }
+    // Back to the reports of the fast parse alone.
+    errors->recover(mark);
+}
+
 }  // namespace
 
 // The locale, its facets and the catalog switch are made once and live for
@@ -152,8 +186,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (nul != std::string::npos) text = keel::StringC(stored.data(), static_cast<uint32_t>(nul), "utf8");
     }
     std::u32string before = charsOf(text);
+    std::string given = utf8Of(text);
+    // A second handle on the same text: the parser gives the caller's handle
+    // a new text and leaves this one as it was.
+    keel::StringC shared = text;
     keel::DateTimeC value = keel::DateTimeC::parse(text);
     std::u32string after = charsOf(text);
+    if (utf8Of(shared) != given) {
+        fprintf(stderr, "the parser changed a string it shares its text with\n");
+        abort();
+    }
+    checkAgainstReference(given, value, text);
     if (after.size() > before.size() || before.size() - after.size() > 5 || !isSubsequence(after, before)) {
         fprintf(stderr, "the parser changed more than separators\n");
         abort();

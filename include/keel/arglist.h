@@ -513,54 +513,55 @@ inline void scanFormat(PositionTableT& table, const uint8_t* p) {
     }
 }
 
-// Second pass: takes each position's argument by its letter and appends the
-// entry. Arguments are read with the types that the calling code passes, so
-// the same letters give the same entries on every target.
-inline ArgListC takeArguments(const PositionTableT& table, va_list arguments) {
-    ArgListC list;
+// Second pass: takes each position's argument by its letter and hands it to
+// `out`, which has the add forms of ArgListC (a list, or a holder of entries
+// that renders at once). Arguments are read with the types that the calling
+// code passes, so the same letters give the same entries on every target.
+template <typename OutT>
+inline void takeArgumentsInto(const PositionTableT& table, va_list arguments, OutT& out) {
     for (int32_t position = 0; position <= table.top; ++position) {
         switch (table.slots[position]) {
         case 'c':
-            list.add(static_cast<int32_t>(static_cast<int8_t>(va_arg(arguments, int))));
+            out.add(static_cast<int32_t>(static_cast<int8_t>(va_arg(arguments, int))));
             break;
         case 'C':
-            list.add(static_cast<int32_t>(static_cast<uint8_t>(va_arg(arguments, int))));
+            out.add(static_cast<int32_t>(static_cast<uint8_t>(va_arg(arguments, int))));
             break;
         case 'h':
-            list.add(static_cast<int16_t>(va_arg(arguments, int)));
+            out.add(static_cast<int16_t>(va_arg(arguments, int)));
             break;
         case 'H':
-            list.add(static_cast<uint16_t>(va_arg(arguments, unsigned int)));
+            out.add(static_cast<uint16_t>(va_arg(arguments, unsigned int)));
             break;
         case 'I':
         case 'L':
-            list.add(static_cast<uint32_t>(va_arg(arguments, unsigned int)));
+            out.add(static_cast<uint32_t>(va_arg(arguments, unsigned int)));
             break;
         case 'q':
-            list.add(static_cast<int64_t>(va_arg(arguments, long long)));
+            out.add(static_cast<int64_t>(va_arg(arguments, long long)));
             break;
         case 'Q':
-            list.add(static_cast<uint64_t>(va_arg(arguments, unsigned long long)));
+            out.add(static_cast<uint64_t>(va_arg(arguments, unsigned long long)));
             break;
         case 'U':
-            list.addUCS4(static_cast<uint32_t>(va_arg(arguments, unsigned int)));
+            out.addUCS4(static_cast<uint32_t>(va_arg(arguments, unsigned int)));
             break;
         case 'S': {
             // A null pointer cannot be dereferenced; it stands for the empty
             // string.
             const StringC* string = va_arg(arguments, const StringC*);
             if (string) {
-                list.add(*string);
+                out.add(*string);
             } else {
-                list.add(StringC());
+                out.add(StringC());
             }
             break;
         }
         case 's':
-            list.add(va_arg(arguments, const char*));
+            out.add(va_arg(arguments, const char*));
             break;
         case 'p':
-            list.add(static_cast<const void*>(va_arg(arguments, void*)));
+            out.add(static_cast<const void*>(va_arg(arguments, void*)));
             break;
         case 't': {
             // A null pointer is taken as the time 0, which is what the
@@ -568,14 +569,20 @@ inline ArgListC takeArguments(const PositionTableT& table, va_list arguments) {
             const ArgTimeValT* time = va_arg(arguments, const ArgTimeValT*);
             ArgTimeValT copy = {0, 0};
             if (time) copy = *time;
-            list.add(copy);
+            out.add(copy);
             break;
         }
         default:  // 'i', 'l' and the blank of a position nobody named
-            list.add(static_cast<int32_t>(va_arg(arguments, int)));
+            out.add(static_cast<int32_t>(va_arg(arguments, int)));
             break;
         }
     }
+}
+
+// The same appended to a new list.
+inline ArgListC takeArguments(const PositionTableT& table, va_list arguments) {
+    ArgListC list;
+    takeArgumentsInto(table, arguments, list);
     return list;
 }
 

@@ -7,22 +7,44 @@
 #include "errors/error.h"
 #include "errors/errimpl.h"
 #include "text/arglist.h"
+#include "text/format.h"
+#include "text/localargs.h"
 
 namespace keel {
 
 namespace {
 
-uint32_t store(uint32_t code, uint32_t severity, const StringC& text) {
+// `text` is the report's own string, handed over to the buffer.
+uint32_t store(uint32_t code, uint32_t severity, StringC& text) {
     // Severity 0 (the letter '#' in a catalog) silences a message.
     if (severity == 0) return code;
-    if (ErrBufI* buffer = threadErrBuf()) buffer->addError(code, severity, text);
+    // The calling thread's buffer is always of this library's own class.
+    if (ErrBufI* buffer = threadErrBuf()) static_cast<ErrBufImplC*>(buffer)->addReported(code, severity, text);
     return code;
+}
+
+ErrCatSwitchC* catalogSwitch() { return static_cast<ErrCatSwitchC*>(getCatalogSwitch()); }
+
+StringC renderedPlain(const char* plain, const FormatEntriesT& entries) {
+    return StringC::fromNew(renderFormatBytesToNew(reinterpret_cast<const uint8_t*>(plain), entries));
 }
 
 StringC renderedV(uint32_t* severity, uint32_t code, const char* format, va_list arguments) {
     if (!format) format = "";
-    // The list is the one fromFormat makes of the format in "system-8".
-    return errorText(severity, code, format, argListFromText(format, arguments));
+    // The list is the one fromFormat makes of the format in "system-8". A
+    // plain default text is rendered at once, so its arguments are taken
+    // into entries on the stack instead, where they fit.
+    StringC fetched;
+    const char* plain = catalogSwitch()->fetchOrPlainDefault(severity, code, format, &fetched);
+    if (!plain) return StringC::format(fetched, argListFromText(format, arguments));
+    LocalArgumentsC local;
+    va_list copy;
+    va_copy(copy, arguments);
+    bool fits = local.take(format, copy);
+    va_end(copy);
+    if (fits) return renderedPlain(plain, local.entries());
+    ArgListC list = argListFromText(format, arguments);
+    return renderedPlain(plain, formatEntriesOf(list));
 }
 
 }  // namespace
@@ -32,7 +54,13 @@ StringC errorText(uint32_t* severity, uint32_t code, const char* defaultText) {
 }
 
 StringC errorText(uint32_t* severity, uint32_t code, const char* defaultText, ArgListC args) {
-    return StringC::format(getCatalogSwitch()->fetch(severity, code, defaultText, nullptr), args);
+    // What StringC::format of the fetched text gives. A default text whose
+    // message is plain ASCII is rendered from its bytes, as the library's
+    // factory renders the string decoded from them, without that string.
+    StringC fetched;
+    const char* plain = catalogSwitch()->fetchOrPlainDefault(severity, code, defaultText, &fetched);
+    if (plain) return renderedPlain(plain, formatEntriesOf(args));
+    return StringC::format(fetched, static_cast<ArgListC&&>(args));
 }
 
 StringC errorTextFormat(uint32_t* severity, uint32_t code, const char* format, ...) {

@@ -1,11 +1,13 @@
 #include "errors/errimpl.h"
 
 #include <pthread.h>
+#include <string.h>
 
 #include <keel/arglist.h>
 
 #include "errors/error.h"
 #include "frame/loadorder.h"
+#include "text/utf8view.h"
 #include "tracing/tracer.h"
 
 namespace keel {
@@ -68,6 +70,15 @@ void releaseErrBuf() {
 
 ErrEntryC::ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint32_t sequence)
     : code(code), severity(severity), sequence(sequence) {
+    // U+0001 is the byte 0x01 in the text's "utf8" form and is no part of
+    // any other character's bytes: a text without that byte is all problem.
+    {
+        Utf8ViewC bytes(text);
+        if (!memchr(bytes.data(), 1, bytes.size())) {
+            problem = text;
+            return;
+        }
+    }
     int32_t first = text.find(1u);
     if (first < 0) {
         problem = text;
@@ -106,6 +117,19 @@ void ErrBufImplC::removeAllEntries() {
 void ErrBufImplC::addError(uint32_t code, uint32_t severity, const StringC& text) {
     // A private copy: the caller's string may change after this.
     StringC copy(text, StringC());
+    addPrivate(code, severity, copy);
+}
+
+void ErrBufImplC::addReported(uint32_t code, uint32_t severity, StringC& text) {
+    // A report's text is a string that the report made and that nobody else
+    // holds: it is a private copy already, and copying it again would give
+    // the same characters in another representation. One that is shared
+    // (or a kind that always answers shared) is copied as addError does.
+    if (text.getImpl()->isShared()) return addError(code, severity, text);
+    addPrivate(code, severity, text);
+}
+
+void ErrBufImplC::addPrivate(uint32_t code, uint32_t severity, StringC& copy) {
     uint32_t sequence = atomicFetchAddRelaxed(&nextSequence, 1u);
     append(new ErrEntryC(code, copy, severity, sequence));
     traceError("Occurrence", code, severity, copy);
@@ -163,20 +187,12 @@ uint32_t ErrBufImplC::removeEntry(uint32_t index) {
 
 // --- tracing of entries -------------------------------------------------
 
-void traceError(const char* role, uint32_t code, uint32_t severity, StringC& text) {
-    TracerC* tracer = tracerInstance();
-    // The names are indexed by the severity; one outside the table (which
-    // only a direct addError can store) is named by its number rather than
-    // read from beyond it.
-    const char* name = severityName(severity);
-    char number[16];
-    if (!name) {
-        *appendDecimal(number, severity) = 0;
-        name = number;
-    }
-    // "0,Error/%s/%s/%d/%d", put together by hand: it is made for every
-    // entry, and a printf of it costs more than the lookup it serves.
-    char path[96];
+namespace {
+
+// The trace path of an entry, "0,Error/<role>/<severity>/<set>/<number>", put
+// together by hand: a printf of it costs more than the lookup it serves.
+// `path` has room for 96 bytes.
+void errorTracePath(char* path, const char* role, const char* name, uint32_t code) {
     char* end = appendText(path, "0,Error/", 8);
     end = appendText(end, role, 16);
     *end++ = '/';
@@ -185,8 +201,72 @@ void traceError(const char* role, uint32_t code, uint32_t severity, StringC& tex
     end = appendDecimal(end, errorSet(code));
     *end++ = '/';
     *appendDecimal(end, errorNumber(code)) = 0;
+}
+
+// The severity's name; one outside the table (which only a direct addError
+// can store) is named by its number, written into `number`.
+const char* errorSeverityName(uint32_t severity, char* number) {
+    const char* name = severityName(severity);
+    if (name) return name;
+    *appendDecimal(number, severity) = 0;
+    return number;
+}
+
+// Each thread remembers the control variables of the entry paths it traced
+// last, by role, severity and code, so that a report asks the tree (a latch,
+// a hash and a string comparison) only for a path it has not seen lately.
+// A path's variable lives as long as the tracer, which is never destroyed,
+// so a remembered one stays valid. The table is direct-mapped with a fixed
+// number of slots: a program that reports many codes replaces slots instead
+// of growing it, so it costs the same few KiB in every thread whatever it
+// reports, and it has nothing to free when the thread ends.
+struct TraceCellT {
+    const char* role;  // the role text as the caller passed it; null: empty slot
+    uint32_t severity;
+    uint32_t code;
+    TraceControlVarC* variable;
+};
+const uint32_t kTraceCells = 64;
+
+uint32_t traceCellIndex(const char* role, uint32_t severity, uint32_t code) {
+    uint32_t mixed = code * 0x9E3779B1u ^ severity * 0x85EBCA77u ^
+                     static_cast<uint32_t>(reinterpret_cast<uintptr_t>(role)) * 0xC2B2AE3Du;
+    return (mixed >> 16) % kTraceCells;
+}
+
+}  // namespace
+
+TraceControlVarC* errorTraceVariable(const char* role, uint32_t code, uint32_t severity) {
+    static thread_local TraceCellT cells[kTraceCells];
+    TraceCellT& cell = cells[traceCellIndex(role, severity, code)];
+    // The lookup below sets the variable's detail back to 0 (the path's
+    // prefix) when something changed it; a remembered variable whose detail
+    // is not 0 goes through the lookup again, so that this happens as before.
+    if (cell.role == role && cell.severity == severity && cell.code == code &&
+        atomicLoadRelaxed(&cell.variable->detail) == 0) {
+        return cell.variable;
+    }
+    char number[16];
+    char path[96];
+    errorTracePath(path, role, errorSeverityName(severity, number), code);
     TraceValuesT* handle = nullptr;
-    if (tracer->isEnabled(path, &handle) == 0) return;
+    tracerInstance()->isEnabled(path, &handle);
+    TraceControlVarC* variable = static_cast<TraceControlVarC*>(handle);
+    if (variable) cell = TraceCellT{role, severity, code, variable};
+    return variable;
+}
+
+void traceError(const char* role, uint32_t code, uint32_t severity, StringC& text) {
+    // The path's variable, made with its ancestors at the first mention as a
+    // lookup with a fresh handle makes it; a path that is off ends here.
+    TraceControlVarC* variable = errorTraceVariable(role, code, severity);
+    if (!variable || atomicLoadRelaxed(&variable->active) == 0) return;
+    TracerC* tracer = tracerInstance();
+    char number[16];
+    const char* name = errorSeverityName(severity, number);
+    char path[96];
+    errorTracePath(path, role, name, code);
+    TraceValuesT* handle = variable;
     int32_t first = text.find(1u);
     if (first >= 0) {
         StringC sentence;

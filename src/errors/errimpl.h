@@ -66,7 +66,14 @@ public:
     uint32_t release() override;
     uint32_t removeEntry(uint32_t index) override;
 
+    // addError for the text of a report (reportError and its forms), which
+    // the report made and hands over: the private copy is skipped when no
+    // one else holds that string. `text` may be changed (see traceError).
+    void addReported(uint32_t code, uint32_t severity, StringC& text);
+
 private:
+    // The rest of addError, with the private copy made.
+    void addPrivate(uint32_t code, uint32_t severity, StringC& copy);
     ErrEntryC* entryAt(uint32_t index) const { return static_cast<ErrEntryC*>(objectAt(index)); }
     void removeAllEntries();
 
@@ -84,6 +91,12 @@ void releaseErrBuf();
 // U+0001 in it is first reworded into "Problem: ..., Reason: ...,
 // Solution: ..." (`text` is changed then).
 void traceError(const char* role, uint32_t code, uint32_t severity, StringC& text);
+
+class TraceControlVarC;
+// The control variable of that path, as a lookup with a fresh handle finds
+// (or makes) it; answered from a small table of the calling thread when the
+// same role (the same pointer), severity and code were asked lately.
+TraceControlVarC* errorTraceVariable(const char* role, uint32_t code, uint32_t severity);
 
 }  // namespace keel
 

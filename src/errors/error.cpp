@@ -33,7 +33,7 @@ TracePointT openPoint = {nullptr, "0Error/Catalog/Open"};
 // facet. The facet looks the code up in its catalog file and hands what it
 // lacks to the system catalog.
 ErrCatalogI* languageCatalog() {
-    LocaleLanguageI* language = defaultLocale()->getLanguage(1);
+    LocaleLanguageI* language = defaultLanguage();
     return language ? language->getCatalog() : nullptr;
 }
 
@@ -94,7 +94,8 @@ const char* scanSeverityLetters(const char* letters, uint32_t* severity) {
     return p;
 }
 
-StringC parseMessageText(const char* text, uint32_t* severity, const char* selector) {
+const char* messageTextPart(const char* text, uint32_t* severity, const char* selector,
+                            size_t* length) {
     *severity = 4;
     if (*text == '{') {
         const char* rest = scanSeverityLetters(text + 1, severity);
@@ -102,9 +103,13 @@ StringC parseMessageText(const char* text, uint32_t* severity, const char* selec
             ++rest;
             if (*rest == ' ' || *rest == '\t') ++rest;
         }
-        return StringC(rest, "utf8");
+        *length = strlen(rest);
+        return rest;
     }
-    if (*text != 1) return StringC(text, "utf8");
+    if (*text != 1) {
+        *length = strlen(text);
+        return text;
+    }
     // The text is read where it stands: each field is a start and an end, so
     // nothing has to be cut with a NUL. Field 3 runs to the end of field 5,
     // keeping the separators towards the reason and the solution.
@@ -122,45 +127,86 @@ StringC parseMessageText(const char* text, uint32_t* severity, const char* selec
         // The 0x01 that ends field 5 starts the next group's selector.
         const char* next = strchr(fields[4], 1);
         const char* end = next ? next : fields[4] + strlen(fields[4]);
-        size_t length = static_cast<size_t>(end - fields[2]);
+        size_t partLength = static_cast<size_t>(end - fields[2]);
         if (*fields[0] == 1 || *fields[0] == 0) {
             scanSeverityLetters(fields[1], severity);
             fallback = fields[2];
-            fallbackLength = length;
+            fallbackLength = partLength;
         } else if (selector && fields[0] == selector) {
             scanSeverityLetters(fields[1], severity);
-            return StringC(fields[2], static_cast<uint32_t>(length), "utf8");
+            *length = partLength;
+            return fields[2];
         }
         group = next;
     }
-    if (!fallback) return StringC();
-    return StringC(fallback, static_cast<uint32_t>(fallbackLength), "utf8");
+    *length = fallbackLength;
+    return fallback;
+}
+
+StringC parseMessageText(const char* text, uint32_t* severity, const char* selector) {
+    size_t length = 0;
+    const char* part = messageTextPart(text, severity, selector, &length);
+    if (!part) return StringC();
+    return StringC(part, static_cast<uint32_t>(length), "utf8");
 }
 
 StringC ErrCatSwitchC::fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) {
     uint32_t ignored = 4;
     if (!severity) severity = &ignored;
-    *severity = 4;
-    if (ErrCatalogI* module = moduleCatalogCell().load()) {
-        StringC text = module->fetch(severity, code, "", selector);
-        if (!text.isEmpty()) {
-            traceFetched("Message s%dm%d from module catalog: %S", code, text);
-            return text;
-        }
-    }
-    ErrCatalogI* language = languageCatalog();
-    StringC text = language ? language->fetch(severity, code, "", selector) : StringC();
-    if (!text.isEmpty()) {
-        // Here the point is tested before the list is made.
-        if (traceActive(fetchPoint)) traceFetched("Message s%dm%d from process catalog: %S", code, text);
-        return text;
-    }
+    StringC text;
+    if (fetchFromCatalogs(severity, code, selector, &text)) return text;
+    return defaultMessage(severity, defaultText, selector);
+}
+
+StringC ErrCatSwitchC::defaultMessage(uint32_t* severity, const char* defaultText, const char* selector) {
     if (!defaultText || *defaultText == 0) return StringC();
     if (*defaultText != 1 && *defaultText != '{') {
         *severity = 4;
         return StringC(defaultText, "system-8");
     }
     return parseMessageText(defaultText, severity, selector);
+}
+
+bool ErrCatSwitchC::fetchFromCatalogs(uint32_t* severity, uint32_t code, const char* selector, StringC* text) {
+    *severity = 4;
+    if (ErrCatalogI* module = moduleCatalogCell().load()) {
+        *text = module->fetch(severity, code, "", selector);
+        if (!text->isEmpty()) {
+            traceFetched("Message s%dm%d from module catalog: %S", code, *text);
+            return true;
+        }
+    }
+    ErrCatalogI* language = languageCatalog();
+    *text = language ? language->fetch(severity, code, "", selector) : StringC();
+    if (!text->isEmpty()) {
+        // Here the point is tested before the list is made.
+        if (traceActive(fetchPoint)) traceFetched("Message s%dm%d from process catalog: %S", code, *text);
+        return true;
+    }
+    return false;
+}
+
+const char* ErrCatSwitchC::fetchOrPlainDefault(uint32_t* severity, uint32_t code, const char* defaultText,
+                                               StringC* text) {
+    uint32_t ignored = 4;
+    if (!severity) severity = &ignored;
+    if (fetchFromCatalogs(severity, code, nullptr, text)) return nullptr;
+    if (!defaultText || *defaultText == 0) {
+        *text = StringC();
+        return nullptr;
+    }
+    size_t length = 0;
+    const char* part = messageTextPart(defaultText, severity, nullptr, &length);
+    if (part) {
+        // ASCII up to the text's own NUL: its bytes are the internal form
+        // that decoding (as "system-8" or as "utf8") would give.
+        const unsigned char* p = reinterpret_cast<const unsigned char*>(part);
+        size_t i = 0;
+        while (i < length && p[i] < 0x80) ++i;
+        if (i == length && p[length] == 0) return part;
+    }
+    *text = defaultMessage(severity, defaultText, nullptr);
+    return nullptr;
 }
 
 uint32_t ErrCatSwitchC::setQualifiers(StringC qualifiers) {

@@ -46,12 +46,30 @@ const char* scanSeverityLetters(const char* letters, uint32_t* severity);
 // taken; other selected groups are skipped.
 StringC parseMessageText(const char* text, uint32_t* severity, const char* selector);
 
+// The same as a pointer into `text` and a length in bytes: the message part
+// that parseMessageText decodes, or null where it gives the empty string.
+const char* messageTextPart(const char* text, uint32_t* severity, const char* selector, size_t* length);
+
 // The switch: made once on first use and never destroyed.
 class ErrCatSwitchC : public ErrCatalogI {
 public:
     ~ErrCatSwitchC() override {}
     StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) override;
     uint32_t setQualifiers(StringC qualifiers) override;
+
+    // fetch with no selector, for a text that is about to be rendered: when
+    // the answer is the default text's message part and that part is ASCII
+    // up to the default text's end, it is answered as those bytes (the
+    // string would hold the same characters), and `text` is left alone.
+    // Otherwise the answer is null and `text` receives what fetch answers.
+    // `severity` is set in both cases.
+    const char* fetchOrPlainDefault(uint32_t* severity, uint32_t code, const char* defaultText, StringC* text);
+
+private:
+    // The module and then the process catalog; true when one had the text.
+    bool fetchFromCatalogs(uint32_t* severity, uint32_t code, const char* selector, StringC* text);
+    // The default text's message, when no catalog had one.
+    StringC defaultMessage(uint32_t* severity, const char* defaultText, const char* selector);
 };
 
 // The switch that every message text is asked of. While the module catalog

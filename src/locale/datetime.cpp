@@ -12,6 +12,7 @@
 #include <keel/locale.h>
 
 #include "errors/errapi.h"
+#include "locale/locale.h"
 #include "text/case.h"
 #include <keel/number.h>
 #include "text/utf8.h"
@@ -84,23 +85,87 @@ inline bool isBlankChar(uint32_t c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == 0xA0;
 }
 
+// Reads a field of exactly `width` digits at `index` of a parse text, or -1.
+template <class Text>
+int32_t readField(const Text& text, int32_t index, int32_t width) {
+    if (index + width > text.length()) return -1;
+    int32_t value = 0;
+    for (int32_t i = index; i < index + width; ++i) {
+        uint32_t c = text.at(i);
+        if (!isDigitChar(c)) return -1;
+        value = value * 10 + digitOf(c);
+    }
+    return value;
+}
+
+// Below 8 digits a fraction is brought to ticks; 8 or more stand.
+inline uint32_t scaleFraction(uint32_t number, int32_t digits) {
+    for (int32_t i = digits; i < 8; ++i) number *= 10;
+    return number;
+}
+
+// The fraction behind a separator, starting at `index`, scaled to ticks;
+// `next` is where its digits end. False when the scanner refuses it.
+//
+// The common case, ASCII digits ending the text or followed by a mark that
+// no scanner would skip, is read here; everything else (signs, blanks, other
+// scripts, long runs) goes to parseInt32 over the rest of the text, which is
+// what the fraction is defined by.
+template <class Text>
+bool readFraction(const Text& text, int32_t index, int32_t* value, int32_t* next) {
+    int32_t count = text.length();
+    int32_t digits = 0;
+    uint32_t number = 0;
+    while (index + digits < count && digits < 10) {
+        uint32_t c = text.at(index + digits);
+        if (c < '0' || c > '9') break;
+        number = number * 10 + (c - '0');
+        ++digits;
+    }
+    uint32_t after = text.at(index + digits);
+    bool plain = digits > 0 && digits <= 9 &&
+                 (index + digits == count || (after < 0x80 && !isDigitChar(after) &&
+                                              !isBlankChar(after) && after != '+' && after != '-'));
+    if (plain) {
+        *next = index + digits;
+        *value = static_cast<int32_t>(scaleFraction(number, digits));
+        return true;
+    }
+    StringC rest = text.rest(index);
+    uint32_t error = 0, end = 0;
+    int32_t scanned = parseInt32(rest, &error, 10, &end);
+    if (error != 0 && error != kScanTrailingText && error != kScanNoDigits) return false;
+    digits = 0;
+    for (int32_t i = index; i < index + static_cast<int32_t>(end) && i < count; ++i) {
+        if (isDigitChar(text.at(i))) ++digits;
+    }
+    *value = static_cast<int32_t>(scaleFraction(static_cast<uint32_t>(scanned), digits));
+    *next = index + static_cast<int32_t>(end);
+    return true;
+}
+
+const uint32_t kLocalText = 48;
+
 // The text being parsed, as characters with the place of each in the
 // string's own bytes. Erasures are made here; `commit` then gives the caller's
 // string the remaining bytes in one piece, so the parser costs one new
-// string however many separators it takes out.
+// string however many separators it takes out. This takes any text; short
+// ASCII texts, the usual stamps, go through AsciiTextC below instead.
 class ParseTextC {
 public:
     explicit ParseTextC(StringC& text) : caller(text), chars(localChars), count(0), erased(false) {
+        // The view ends with the constructor: the caller's string changes
+        // at commit.
         Utf8ViewC view(text);
-        const char* bytes = view.chars();
+        const uint8_t* bytes = view.data();
         uint32_t size = view.size();
         sourceSize = size;
-        // Short texts, the usual ones, live in the object's own arrays.
-        if (size <= kLocal) {
+        // Short texts live in the object's own arrays.
+        if (size <= kLocalText) {
             memcpy(localBytes, bytes, size);
             source = localBytes;
         } else {
-            heapBytes.assign(bytes, size);
+            heapBytes.assign(reinterpret_cast<const char*>(bytes), size);
             heapChars.resize(size);
             source = heapBytes.data();
             chars = heapChars.data();
@@ -133,7 +198,7 @@ public:
     // Hands the caller's string the text as the parser left it.
     void commit() {
         if (!erased) return;
-        caller = joined(0);
+        caller = rest(0);
     }
     // The text as the caller gave it, for the message of a failure: the
     // caller's string itself while nothing was erased, otherwise a string
@@ -143,71 +208,10 @@ public:
         if (!erased) return caller;
         return StringC(source, sourceSize, "vutf8");
     }
-    // A field of exactly `width` digits at `index`, or -1.
-    int32_t field(int32_t index, int32_t width) const {
-        if (index + width > count) return -1;
-        int32_t value = 0;
-        for (int32_t i = index; i < index + width; ++i) {
-            uint32_t c = at(i);
-            if (!isDigitChar(c)) return -1;
-            value = value * 10 + digitOf(c);
-        }
-        return value;
-    }
-    // The fraction behind a separator, starting at `index`, scaled to ticks;
-    // `next` is where its digits end. False when the scanner refuses it.
-    bool fraction(int32_t index, int32_t* value, int32_t* next) const {
-        // The common case, ASCII digits ending the text or followed by a
-        // mark that no scanner would skip, is read here; everything else
-        // (signs, blanks, other scripts, long runs) goes to the scanner.
-        int32_t digits = 0;
-        uint32_t number = 0;
-        while (index + digits < count && digits < 10) {
-            uint32_t c = at(index + digits);
-            if (c < '0' || c > '9') break;
-            number = number * 10 + (c - '0');
-            ++digits;
-        }
-        uint32_t after = at(index + digits);
-        bool plain =
-            digits > 0 && digits <= 9 &&
-            (index + digits == count || (after < 0x80 && !isDigitChar(after) &&
-                                         !isBlankChar(after) && after != '+' && after != '-'));
-        if (!plain) return scanFraction(index, value, next);
-        *next = index + digits;
-        *value = static_cast<int32_t>(scale(number, digits));
-        return true;
-    }
-
-private:
-    struct CharT {
-        uint32_t c;
-        uint32_t offset;
-        uint32_t size;
-    };
-    static uint32_t scale(uint32_t number, int32_t digits) {
-        // Below 8 digits the number is brought to ticks; 8 or more stand.
-        for (int32_t i = digits; i < 8; ++i) number *= 10;
-        return number;
-    }
-    bool scanFraction(int32_t index, int32_t* value, int32_t* next) const {
-        StringC rest = joined(index);
-        uint32_t error = 0, end = 0;
-        int32_t number = parseInt32(rest, &error, 10, &end);
-        if (error != 0 && error != kScanTrailingText && error != kScanNoDigits) return false;
-        int32_t digits = 0;
-        for (int32_t i = index; i < index + static_cast<int32_t>(end) && i < count; ++i) {
-            if (isDigitChar(at(i))) ++digits;
-        }
-        *value = static_cast<int32_t>(scale(static_cast<uint32_t>(number), digits));
-        *next = index + static_cast<int32_t>(end);
-        return true;
-    }
-
     // The bytes of the characters from `first` on, in the internal form,
     // as a new string.
-    StringC joined(int32_t first) const {
-        char local[kLocal];
+    StringC rest(int32_t first) const {
+        char local[kLocalText];
         std::string heap;
         char* out = local;
         if (!heapBytes.empty()) {
@@ -229,10 +233,16 @@ private:
         return StringC(out, used, "vutf8");
     }
 
-    static const uint32_t kLocal = 48;
+private:
+    struct CharT {
+        uint32_t c;
+        uint32_t offset;
+        uint32_t size;
+    };
+
     StringC& caller;
-    char localBytes[kLocal];
-    CharT localChars[kLocal];
+    char localBytes[kLocalText];
+    CharT localChars[kLocalText];
     const char* source;
     uint32_t sourceSize;
     CharT* chars;
@@ -240,6 +250,85 @@ private:
     std::vector<CharT> heapChars;
     int32_t count;
     bool erased;
+};
+
+// A text of at most kLocalText bytes, all of them ASCII: every byte is one
+// character, so the parser works on a copy of the bytes and erases there.
+class AsciiTextC {
+public:
+    // usable() tells whether the text was short and ASCII; when it was
+    // not, nothing else may be asked.
+    explicit AsciiTextC(StringC& text) : caller(text), count(0), sourceSize(0), erased(false) {
+        Utf8ViewC view(text);
+        const uint8_t* bytes = view.data();
+        uint32_t size = view.size();
+        if (size > kLocalText) return;
+        // One pass copies and tests; a stamp is too short for memcpy's call
+        // to pay.
+        uint8_t any = 0;
+        for (uint32_t i = 0; i < size; ++i) {
+            uint8_t b = bytes[i];
+            any |= b;
+            chars[i] = static_cast<char>(b);
+            source[i] = static_cast<char>(b);
+        }
+        if (any >= 0x80) return;
+        count = static_cast<int32_t>(size);
+        sourceSize = size;
+        ascii = true;
+    }
+    bool usable() const { return ascii; }
+
+    int32_t length() const { return count; }
+    uint32_t at(int32_t index) const {
+        if (index < 0 || index >= count) return 0;
+        return chars[index];
+    }
+    // The parser erases from front to back, so everything from `index` on
+    // is still the source's text behind the characters taken out so far,
+    // and is copied from there, sixteen bytes a step (the arrays have room
+    // for the steps past the text). Copying from the bytes just written
+    // instead would stall each step on the stores of the one before.
+    void eraseIf(int32_t index, uint32_t c) {
+        if (index >= count || at(index) != c) return;
+        int32_t removed = static_cast<int32_t>(sourceSize) - count;
+        if (index >= lastErased) {
+            const char* from = source + index + removed + 1;
+            for (int32_t i = index; i < count; i += 16) memcpy(chars + i, from + (i - index), 16);
+        } else {
+            memmove(chars + index, chars + index + 1, static_cast<size_t>(count - index - 1));
+        }
+        lastErased = index;
+        --count;
+        erased = true;
+    }
+    // The caller's handle gets a new representation of the bytes left: one
+    // reference taken, the old one dropped.
+    void commit() {
+        if (!erased) return;
+        StringImplI* fresh =
+            getStringFactory()->fromBytes(chars, static_cast<uint32_t>(count), "vutf8");
+        StringImplI* old = caller.getImpl();
+        caller.adopt(fresh);
+        old->release();
+    }
+    StringC original() const {
+        if (!erased) return caller;
+        return StringC(source, sourceSize, "vutf8");
+    }
+    StringC rest(int32_t first) const {
+        return StringC(chars + first, static_cast<uint32_t>(count - first), "vutf8");
+    }
+
+private:
+    StringC& caller;
+    char chars[kLocalText + 16];
+    char source[kLocalText + 17];
+    int32_t count;
+    uint32_t sourceSize;
+    bool erased;
+    bool ascii = false;
+    int32_t lastErased = 0;
 };
 
 }  // namespace
@@ -258,30 +347,19 @@ namespace datetimeinternal {
 // its locale is answered for the new one at once.
 StringC decimalSeparator() {
     struct RememberedT {
-        char name[120];
-        uint32_t length;  // 0: nothing remembered (a name of 0 bytes is not kept)
+        ProcessLocaleNameT name;
         LocaleNumbersI* numbers;
         bool empty;
     };
     static thread_local RememberedT remembered;
-    const char* processName = setlocale(LC_ALL, nullptr);
-    if (processName == nullptr) processName = "";
-    size_t length = strlen(processName);
-    if (remembered.length != 0 && length == remembered.length &&
-        memcmp(processName, remembered.name, length) == 0) {
+    if (remembered.name.sameAsRemembered()) {
         return remembered.empty ? StringC() : remembered.numbers->decimalSeparator();
     }
     StringC name;
     LocaleI* locale = getLocale(name);
     LocaleNumbersI* numbers = locale ? locale->getNumbers(1) : nullptr;
     StringC separator = numbers ? numbers->decimalSeparator() : StringC();
-    // Kept only when the locale asked for is the one named above: another
-    // thread may have changed the process locale in between.
-    Utf8ViewC asked(name);
-    if (numbers && length != 0 && length < sizeof remembered.name && asked.size() == length &&
-        memcmp(asked.data(), processName, length) == 0) {
-        memcpy(remembered.name, processName, length);
-        remembered.length = static_cast<uint32_t>(length);
+    if (numbers && remembered.name.remember(name)) {
         remembered.numbers = numbers;
         remembered.empty = separator.isEmpty();
     }
@@ -508,8 +586,56 @@ StringC DateTimeC::format(int32_t flags) const {
     return StringC(head, static_cast<uint32_t>(p - head), "utf8");
 }
 
-DateTimeC DateTimeC::parse(StringC& text) {
-    ParseTextC chars(text);
+// The fields of a parsed date passed the parser's range tests (month 1 to
+// 12, day 1 to 31, hour to 23, minute to 59, second to 60). Where the date
+// exists, the second is below 60 and the fraction lies inside one second,
+// the strict constructor's round trip through the fields gives them back
+// unchanged and reports nothing, so the value is made here directly, with
+// both faces valid as the strict constructor leaves them. Everything else
+// (a day beyond its month, a second of 60, a fraction of nine digits or a
+// negative one, the year 0, years whose ticks overflow) goes through the
+// strict constructor, which rolls it over and reports.
+inline DateTimeC DateTimeC::fromParsed(int32_t year_, int32_t month_, int32_t day_, int32_t hour_,
+                                       int32_t minute_, int32_t second_, int64_t fraction,
+                                       bool isLocal_) {
+    static const uint8_t kMonthDays[13] = {0, 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    bool leap = (year_ % 4 == 0 && year_ % 100 != 0) || year_ % 400 == 0;
+    int32_t monthDays = kMonthDays[month_] + (month_ == 2 && leap ? 1 : 0);
+    if (year_ < 1 || day_ > monthDays || second_ > 59 || fraction < 0 ||
+        fraction >= kTicksPerSecond) {
+        return DateTimeC(year_, month_, day_, hour_, minute_, second_, fraction, isLocal_);
+    }
+    // The day number by ensureTicks's formula; years from 1 keep every
+    // quantity positive.
+    int32_t y = year_, k = month_ - 3;
+    if (month_ < 3) {
+        k = month_ + 9;
+        --y;
+    }
+    int32_t days =
+        ((y % 100) * 1461) / 4 + (146097 * (y / 100)) / 4 + (k * 153 + 2) / 5 + day_ - 306;
+    int64_t seconds = static_cast<int64_t>(days) * 86400 + hour_ * 3600 + minute_ * 60 + second_;
+    // From the year 2923 on the ticks wrap, the fields derived from them are
+    // others, and the strict constructor reports: that is its to do.
+    if (seconds >= INT64_MAX / kTicksPerSecond) {
+        return DateTimeC(year_, month_, day_, hour_, minute_, second_, fraction, isLocal_);
+    }
+    DateTimeC value(seconds * kTicksPerSecond + fraction, isLocal_);
+    value.year = static_cast<int16_t>(year_);
+    value.month = static_cast<int16_t>(month_);
+    value.day = static_cast<int16_t>(day_);
+    value.hour = static_cast<int16_t>(hour_);
+    value.minute = static_cast<int16_t>(minute_);
+    value.second = static_cast<int16_t>(second_);
+    value.weekday = static_cast<uint8_t>(days % 7);
+    value.fieldsValid = 1;
+    return value;
+}
+
+// The steps of the parser over a text that erases in place (ParseTextC or
+// AsciiTextC); `strict` makes every date through the strict constructor.
+template <class Text>
+DateTimeC DateTimeC::parseText(Text& chars, bool strict) {
     int32_t n = chars.length();
     bool ok = false;
     DateTimeC result;
@@ -537,11 +663,12 @@ DateTimeC DateTimeC::parse(StringC& text) {
             chars.eraseIf(2, ':');
             chars.eraseIf(4, ':');
             n = chars.length();
-            int32_t h = chars.field(0, 2), m = chars.field(2, 2), s = chars.field(4, 2);
+            int32_t h = readField(chars, 0, 2), m = readField(chars, 2, 2),
+                    s = readField(chars, 4, 2);
             if (h < 0 || m < 0 || s < 0 || h > 23 || m > 59 || s > 60) break;
             int32_t fraction = 0, next = 0;
             if (n >= 7 && (chars.at(6) == ',' || chars.at(6) == '.')) {
-                if (!chars.fraction(7, &fraction, &next)) break;
+                if (!readFraction(chars, 7, &fraction, &next)) break;
             }
             result = DateTimeC(
                 wrapAdd(static_cast<int64_t>((h * 60 + m) * 60 + s) * kTicksPerSecond, fraction),
@@ -561,24 +688,25 @@ DateTimeC DateTimeC::parse(StringC& text) {
         if (chars.length() > 10) chars.eraseIf(10, ':');
         if (chars.length() > 12) chars.eraseIf(12, ':');
         n = chars.length();
-        int32_t y = chars.field(0, 4), mo = chars.field(4, 2), d = chars.field(6, 2);
+        int32_t y = readField(chars, 0, 4), mo = readField(chars, 4, 2), d = readField(chars, 6, 2);
         if (y < 0 || mo < 1 || mo > 12 || d < 1 || d > 31) break;
         int32_t h = 0, mi = 0, s = 0, fraction = 0;
         bool local = true;
         if (n > 13) {
-            h = chars.field(8, 2), mi = chars.field(10, 2), s = chars.field(12, 2);
+            h = readField(chars, 8, 2), mi = readField(chars, 10, 2), s = readField(chars, 12, 2);
             if (h < 0 || mi < 0 || s < 0 || h > 23 || mi > 59 || s > 60) break;
             if (n != 14) {
                 int32_t next = 14;
                 if (chars.at(14) == ',' || chars.at(14) == '.') {
-                    if (!chars.fraction(15, &fraction, &next)) break;
+                    if (!readFraction(chars, 15, &fraction, &next)) break;
                 }
                 if (next < n && chars.at(next) == 'Z') local = false;
             }
         } else if (n != 8) {
             break;
         }
-        result = DateTimeC(y, mo, d, h, mi, s, static_cast<int64_t>(fraction), local);
+        result = strict ? DateTimeC(y, mo, d, h, mi, s, static_cast<int64_t>(fraction), local)
+                        : fromParsed(y, mo, d, h, mi, s, static_cast<int64_t>(fraction), local);
         ok = true;
     } while (false);
     chars.commit();
@@ -591,6 +719,20 @@ DateTimeC DateTimeC::parse(StringC& text) {
         return DateTimeC(0, false);
     }
     return result;
+}
+
+DateTimeC DateTimeC::parse(StringC& text) {
+    {
+        AsciiTextC chars(text);
+        if (chars.usable()) return parseText(chars, false);
+    }
+    ParseTextC chars(text);
+    return parseText(chars, false);
+}
+
+DateTimeC DateTimeC::parseReference(StringC& text) {
+    ParseTextC chars(text);
+    return parseText(chars, true);
 }
 
 }  // namespace keel

@@ -71,6 +71,10 @@ public:
     // gives tick 0; a date that passes the range tests but does not exist
     // reports 0xE3E80065 from the strict constructor.
     static DateTimeC parse(StringC& text);
+    // The parser the plain way, for tests and the fuzz target to hold parse
+    // to: every character decoded and erased one by one, every date made by
+    // the strict constructor. The same answers, reports and text afterwards.
+    static DateTimeC parseReference(StringC& text);
 
     int64_t getTicks() const;
     int32_t getYear() const { return ensureFields().year; }
@@ -86,6 +90,10 @@ public:
 private:
     void makeStrict(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute,
                     int32_t second, int64_t fraction, bool isLocal);
+    static DateTimeC fromParsed(int32_t year, int32_t month, int32_t day, int32_t hour,
+                                int32_t minute, int32_t second, int64_t fraction, bool isLocal);
+    template <class Text>
+    static DateTimeC parseText(Text& text, bool strict);
     const DateTimeC& ensureTicks() const;
     const DateTimeC& ensureFields() const;
 

@@ -1,6 +1,7 @@
 #include "locale/locale.h"
 
 #include <locale.h>
+#include <string.h>
 
 #include <new>
 
@@ -10,6 +11,7 @@
 #include "errors/systemcat.h"
 #include "frame/loadorder.h"
 #include "frame/nodestroy.h"
+#include "text/utf8view.h"
 
 namespace keel {
 
@@ -78,6 +80,38 @@ LocaleI* localeOfProcess(StringC& name) {
 LocaleI* defaultLocale() {
     StringC name("", "system-8");
     return localeOfProcess(name);
+}
+
+bool ProcessLocaleNameT::sameAsRemembered() {
+    current = setlocale(LC_ALL, nullptr);
+    if (current == nullptr) current = "";
+    currentLength = strlen(current);
+    return length != 0 && currentLength == length && memcmp(current, name, length) == 0;
+}
+
+bool ProcessLocaleNameT::remember(const StringC& asked) {
+    Utf8ViewC bytes(asked);
+    if (currentLength == 0 || currentLength >= sizeof name || bytes.size() != currentLength ||
+        memcmp(bytes.data(), current, currentLength) != 0) {
+        return false;
+    }
+    memcpy(name, current, currentLength);
+    length = static_cast<uint32_t>(currentLength);
+    return true;
+}
+
+LocaleLanguageI* defaultLanguage() {
+    struct RememberedT {
+        ProcessLocaleNameT name;
+        LocaleLanguageI* language;
+    };
+    static thread_local RememberedT remembered;
+    if (remembered.name.sameAsRemembered()) return remembered.language;
+    // A new name goes through the lookup, which makes the locale as before.
+    StringC name;
+    LocaleLanguageI* language = localeOfProcess(name)->getLanguage(1);
+    if (language && remembered.name.remember(name)) remembered.language = language;
+    return language;
 }
 
 uint32_t localeCount() {

@@ -201,6 +201,35 @@ LocaleI* localeOfProcess(StringC& name);
 // The default locale: getLocale with an empty name.
 LocaleI* defaultLocale();
 
+// The platform's name of the process locale as one thread last saw it, for
+// answers that hang on that locale alone: a locale, once made, lives to the
+// end of the process with its facets, so while the platform gives the same
+// name, what a thread remembered with it still holds. The name is asked of
+// the platform (setlocale, which takes no lock for a query) at every check,
+// so a program that changes its locale is answered for the new one at once.
+// Kept in a zero-initialised thread_local: nothing is remembered at first.
+struct ProcessLocaleNameT {
+    // Reads the platform's name; true when it is the one remembered.
+    bool sameAsRemembered();
+    // Remembers the name that the last check read, when `asked` (the name
+    // that the lookup gave the process locale) is that very name: another
+    // thread may have changed the locale in between. A name of no bytes, or
+    // one too long for the room, is not remembered. True when kept.
+    bool remember(const StringC& asked);
+
+    const char* current;
+    size_t currentLength;
+    char name[120];
+    uint32_t length;  // 0: nothing remembered
+};
+
+// The default locale's language facet (version 1), as
+// defaultLocale()->getLanguage(1) answers it. Each thread remembers the
+// platform's name of the process locale it last asked for and that locale's
+// facet; while the platform gives the same name, the facet is answered
+// without the map and the latch.
+LocaleLanguageI* defaultLanguage();
+
 // How many locales the map holds (for tests).
 uint32_t localeCount();
 

@@ -158,6 +158,72 @@ private:
     void* context_;
 };
 
+// A sink into a FormatBytesT: characters go in as UTF-8 bytes, in blocks.
+class ByteSinkC {
+public:
+    explicit ByteSinkC(FormatBytesT& out) : out_(out) {}
+
+    void put(uint32_t character) {
+        if (out_.used > out_.capacity - 8) flush();
+        uint8_t* p = out_.buffer + out_.used;
+        if (character < 0x80) {
+            *p++ = static_cast<uint8_t>(character);
+        } else {
+            utf8Put(p, character);
+        }
+        out_.used = static_cast<uint32_t>(p - out_.buffer);
+    }
+
+    // The run is found first and copied in stretches that leave the 8
+    // bytes behind them that put() keeps free.
+    const uint8_t* putPlainRun(const uint8_t* p, const uint8_t*) {
+        const uint8_t* end = p;
+        while (!kStopsPlainRun[*end]) ++end;
+        putBytes(p, static_cast<uint32_t>(end - p));
+        return end;
+    }
+
+    // As CallbackSinkC::putText: ASCII runs are copied as they are, other
+    // characters go through put().
+    void putText(const uint8_t* p, int32_t count, const uint8_t*) {
+        while (count > 0) {
+            uint32_t taken = 0;
+            while (taken < static_cast<uint32_t>(count) && p[taken] - 1u < 0x7Fu) ++taken;
+            putBytes(p, taken);
+            p += taken;
+            count -= static_cast<int32_t>(taken);
+            if (count == 0 || *p == 0) return;
+            put(utf8Next(p));
+            --count;
+        }
+    }
+
+    void pad(uint32_t filler, int32_t count) {
+        for (; count > 0; --count) put(filler);
+    }
+
+private:
+    void putBytes(const uint8_t* bytes, uint32_t count) {
+        while (count > 0) {
+            uint32_t limit = out_.capacity - 8;
+            if (out_.used >= limit) flush();
+            uint32_t room = limit - out_.used;
+            uint32_t stretch = count < room ? count : room;
+            memcpy(out_.buffer + out_.used, bytes, stretch);
+            out_.used += stretch;
+            bytes += stretch;
+            count -= stretch;
+        }
+    }
+
+    void flush() {
+        out_.flush(out_.context, out_.buffer, out_.used);
+        out_.used = 0;
+    }
+
+    FormatBytesT& out_;
+};
+
 }  // namespace
 
 // The sink of StringC::format: appends each character straight into the
@@ -311,7 +377,7 @@ namespace {
 template <typename SinkT>
 class RendererM {
 public:
-    RendererM(SinkT& sink, const ArgListC& args, int errorNumber)
+    RendererM(SinkT& sink, const FormatEntriesT& args, int errorNumber)
         : sink_(sink), args_(args), errorNumber_(errorNumber), argIndex_(0) {}
 
     void run(const uint8_t* p, const uint8_t* end) {
@@ -768,7 +834,7 @@ private:
     void pad(uint32_t filler, int32_t count) { sink_.pad(filler, count); }
 
     SinkT& sink_;
-    const ArgListC& args_;
+    FormatEntriesT args_;
     int errorNumber_;
     int32_t argIndex_;
 
@@ -861,12 +927,44 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
         Utf8ViewC text(format);
         if (text.rawBytes()) {
             CallbackSinkC target(sink, context);
-            RendererM<CallbackSinkC> renderer(target, args, errorNumber);
+            RendererM<CallbackSinkC> renderer(target, formatEntriesOf(args), errorNumber);
             renderer.run(text.data(), nullptr);
         }
     }
     errno = errorNumber;
 }
+
+void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgListC& args) {
+    int errorNumber = errno;
+    {
+        ByteSinkC target(out);
+        RendererM<ByteSinkC> renderer(target, formatEntriesOf(args), errorNumber);
+        renderer.run(format, nullptr);
+    }
+    errno = errorNumber;
+}
+
+namespace {
+
+// `bytes` (null: no text) with its `length` up to its NUL; `errorNumber` is
+// the errno that %! shows. Inlined into both callers: as a call of its own
+// it made StringC::format of a short message measurably slower.
+__attribute__((always_inline)) inline StringImplC* renderBytesToNew(const uint8_t* bytes, size_t length, const FormatEntriesT& args,
+                              int errorNumber) {
+    // Room for the format's own text and a little more is made at once;
+    // most messages then need no second buffer.
+    uint32_t room = static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64;
+    StringImplC* result = StringFormatSinkC::newEmpty(room);
+    StringFormatSinkC target(result);
+    if (bytes) {
+        RendererM<StringFormatSinkC> renderer(target, args, errorNumber);
+        renderer.run(bytes, bytes + length);
+    }
+    target.finish();
+    return result;
+}
+
+}  // namespace
 
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
     int errorNumber = errno;
@@ -875,17 +973,16 @@ StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
         Utf8ViewC text(format);
         const uint8_t* bytes = text.rawBytes();
         size_t length = bytes ? strlen(text.chars()) : 0;
-        // Room for the format's own text and a little more is made at once;
-        // most messages then need no second buffer.
-        uint32_t room = static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64;
-        result = StringFormatSinkC::newEmpty(room);
-        StringFormatSinkC target(result);
-        if (bytes) {
-            RendererM<StringFormatSinkC> renderer(target, args, errorNumber);
-            renderer.run(bytes, bytes + length);
-        }
-        target.finish();
+        result = renderBytesToNew(bytes, length, formatEntriesOf(args), errorNumber);
     }
+    errno = errorNumber;
+    return result;
+}
+
+StringImplI* renderFormatBytesToNew(const uint8_t* format, const FormatEntriesT& args) {
+    int errorNumber = errno;
+    StringImplC* result =
+        renderBytesToNew(format, strlen(reinterpret_cast<const char*>(format)), args, errorNumber);
     errno = errorNumber;
     return result;
 }

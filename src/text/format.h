@@ -27,6 +27,47 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
 // new buffer, with the outcome of one appendChar per character.
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 
+// The entries that a rendering reads, by position: a list's own array, or
+// one that code rendering at once made elsewhere (LocalArgumentsC). Reads
+// answer as ArgListC::get does.
+struct FormatEntriesT {
+    ArgEntry* const* entries;
+    int32_t count;
+
+    const ArgEntry* get(int32_t index) const {
+        return index >= 0 && index < count ? entries[index] : nullptr;
+    }
+};
+
+inline FormatEntriesT formatEntriesOf(const ArgListC& args) {
+    ArgListC::ArgListImplC* body = args.getImpl();
+    FormatEntriesT view = {body ? body->entries : nullptr, body ? body->count : 0};
+    return view;
+}
+
+// renderFormatToNew with the format given as internal-form text (for
+// ASCII, the bytes themselves), as the library's factory renders a string
+// of its own that holds that text.
+StringImplI* renderFormatBytesToNew(const uint8_t* format, const FormatEntriesT& args);
+
+// A buffer that renderFormatToBytes fills with the UTF-8 bytes of the
+// rendered characters (the bytes of the "utf8" text of the string that
+// StringC::format would make). Whenever fewer than 8 bytes are left before
+// a character, `flush` is handed the bytes so far and `used` starts again
+// from 0; so after rendering at least 2 bytes are left. `capacity` must be
+// at least 16.
+struct FormatBytesT {
+    uint8_t* buffer;
+    uint32_t capacity;
+    uint32_t used;
+    void (*flush)(void* context, const uint8_t* bytes, uint32_t count);
+    void* context;
+};
+
+// renderFormat with the format given as internal-form text (for ASCII, the
+// bytes themselves), rendering into `out` without a call per character.
+void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgListC& args);
+
 // The views of an entry that conversions use, for the renderer and its
 // tests. A null entry counts as 0.
 int32_t formatView32(const ArgEntry* entry);         // widths and precisions from `*`

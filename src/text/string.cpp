@@ -117,8 +117,9 @@ StaticStringImplC* StringImplFactoryC::asciiString(uint8_t byte) {
 
 StringImplFactoryC::~StringImplFactoryC() {}
 
-StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount,
-                                           const char* encoding) {
+// The shared strings that stand for some texts whatever the encoding: the
+// empty one and the one-character ASCII ones; null for any other text.
+StringImplI* StringImplFactoryC::sharedFor(const void* bytes, uint32_t byteCount) {
     if (byteCount == 0) return emptyString();
     // A null pointer is the empty text at any count. The one-byte test below
     // reads the byte first; with a null pointer that read went through null
@@ -131,7 +132,25 @@ StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount
         int8_t value = *static_cast<const int8_t*>(bytes);
         if (value > 0) return asciiString(static_cast<uint8_t>(value));
     }
-    return StringImplC::make(bytes, byteCount, encoding);
+    return nullptr;
+}
+
+StringImplI* StringImplFactoryC::fromBytes(const void* bytes, uint32_t byteCount,
+                                           const char* encoding) {
+    StringImplI* shared = sharedFor(bytes, byteCount);
+    return shared ? shared : StringImplC::make(bytes, byteCount, encoding);
+}
+
+StringImplI* StringImplFactoryC::fromEncoded(const void* bytes, uint32_t byteCount,
+                                             TextEncodingI* encoding) {
+    StringImplI* shared = sharedFor(bytes, byteCount);
+    return shared ? shared : StringImplC::makeEncoded(bytes, byteCount, encoding);
+}
+
+StringC stringFromEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* encoding) {
+    // getStringFactory() hands out the one StringImplFactoryC of the library.
+    StringImplFactoryC* factory = static_cast<StringImplFactoryC*>(getStringFactory());
+    return StringC::fromNew(factory->fromEncoded(bytes, byteCount, encoding));
 }
 
 StringImplI* StringImplFactoryC::fromText(const char* text, const char* encoding) {

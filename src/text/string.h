@@ -15,6 +15,7 @@ namespace keel {
 
 class StaticStringImplC;
 class EmptyStringImplC;
+class TextEncodingI;
 
 class StringImplFactoryC : public StringImplFactoryI {
 public:
@@ -29,6 +30,10 @@ public:
     StringImplI* format(StringImplI* format, ArgListC args) override;
     void formatTo(CharSinkFn sink, void* context, StringImplI* format, ArgListC args) override;
     StringImplI* fromBytes(const void* bytes, uint32_t byteCount, const char* encoding) override;
+    // fromBytes for an encoding object already found (see
+    // StringImplC::makeEncoded): the same representation, without the
+    // lookup by name.
+    StringImplI* fromEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* encoding);
     StringImplI* secureFromText(const char* text, const char* encoding) override;
     StringImplI* secureFromBytes(const void* bytes, uint32_t byteCount,
                                  const char* encoding) override;
@@ -39,7 +44,16 @@ public:
     static EmptyStringImplC* secureEmptyString();
     // The cached string of an ASCII byte from 1 to 127, made on first use.
     static StaticStringImplC* asciiString(uint8_t byte);
+
+private:
+    static StringImplI* sharedFor(const void* bytes, uint32_t byteCount);
 };
+
+// StringC(bytes, byteCount, name) where the encoding is known beforehand
+// (findEncoding, or an object of text/textencoding.h such as
+// system8Encoding()): the same string, without finding the encoding by its
+// name. For units of the library, whose strings come from its own factory.
+StringC stringFromEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* encoding);
 
 }  // namespace keel
 

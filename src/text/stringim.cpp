@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <new>
+#include <typeinfo>
 
 #include "text/case.h"
 #include "text/textencoding.h"
@@ -191,29 +192,38 @@ StringImplC* StringImplC::make(const void* bytes, uint32_t byteCount, const char
     // Only where the first reserve is known to be for byteCount + 1 bytes:
     // "vutf8" copies the bytes, "utf8" copies its clean head into that room
     // (and when the rest makes the text another size, it starts again with a
-    // buffer of its own, of the capacity it would have had).
-    if (bytes && byteCount != 0 && byteCount < kInlineLimit && encoding) {
-        // The name is read once here; store would read it again.
-        bool utf8 = isUtf8AsSpelt(encoding);
-        bool internal = !utf8 && isInternalForm(encoding);
-        if (utf8 || internal || isUtf8(encoding)) {
+    // buffer of its own, of the capacity it would have had). The name is read
+    // once here: "utf8" spelled so takes four byte tests and no lookup.
+    if (encoding && isUtf8AsSpelt(encoding)) return makeEncoded(bytes, byteCount, utf8Encoding());
+    if (isInternalForm(encoding)) {
+        if (bytes && byteCount != 0 && byteCount < kInlineLimit) {
             uint32_t room = grownCapacity(0, byteCount + 1);
             StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
-            if (internal) {
-                string->storeInternal(bytes, byteCount);
-            } else {
-                TextEncodingI* utf8Object = utf8Encoding();
-                const uint8_t* input = static_cast<const uint8_t*>(bytes);
-                if (!string->storeUtf8(input, byteCount, utf8Object)) {
-                    string->storeDecoded(bytes, byteCount, utf8Object);
-                }
+            string->storeInternal(bytes, byteCount);
+            return string;
+        }
+        return new StringImplC(bytes, byteCount, encoding);
+    }
+    return makeEncoded(bytes, byteCount, encoding ? findEncoding(encoding) : nullptr);
+}
+
+StringImplC* StringImplC::makeEncoded(const void* bytes, uint32_t byteCount,
+                                      TextEncodingI* encoding) {
+    if (bytes && byteCount != 0 && byteCount < kInlineLimit) {
+        if (encoding == utf8Encoding() || encoding == system8Encoding()) {
+            uint32_t room = grownCapacity(0, byteCount + 1);
+            StringImplC* string = new (InlineTextT(), room) StringImplC(InlineTextT(), room);
+            if (!string->storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, encoding)) {
+                string->storeDecoded(bytes, byteCount, encoding);
             }
             return string;
         }
-        StringImplC* decoded = makeDecoded(bytes, byteCount, findEncoding(encoding));
+        StringImplC* decoded = makeDecoded(bytes, byteCount, encoding);
         if (decoded) return decoded;
     }
-    return new StringImplC(bytes, byteCount, encoding);
+    StringImplC* string = new StringImplC();
+    string->storeEncoded(bytes, byteCount, encoding);
+    return string;
 }
 
 // Short text from the other encodings in one pass: a fresh decoder writes at
@@ -277,9 +287,22 @@ void StringImplC::store(const void* bytes, uint32_t byteCount, const char* encod
         storeInternal(bytes, byteCount);
         return;
     }
-    TextEncodingI* found = encoding ? findEncoding(encoding) : nullptr;
+    storeEncoded(bytes, byteCount, encoding ? findEncoding(encoding) : nullptr);
+}
+
+void StringImplC::storeEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* found) {
+    if (!bytes || byteCount == 0) {
+        reserve(1);
+        data[0] = 0;
+        charCount.initialize(0);
+        return;
+    }
     if (!found) return;  // unknown name: no buffer, byteLength 0, charCount -1
-    storeFound(bytes, byteCount, found);
+    if ((found == utf8Encoding() || found == system8Encoding()) &&
+        storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, found)) {
+        return;
+    }
+    storeDecoded(bytes, byteCount, found);
 }
 
 // Bytes out of another string: copied as they are, not checked. Kept out of
@@ -291,14 +314,6 @@ __attribute__((noinline)) void StringImplC::storeInternal(const void* bytes, uin
     byteLength = byteCount;
     memcpy(data, bytes, byteCount);
     data[byteCount] = 0;
-}
-
-void StringImplC::storeFound(const void* bytes, uint32_t byteCount, TextEncodingI* found) {
-    if ((found == utf8Encoding() || found == system8Encoding()) &&
-        storeUtf8(static_cast<const uint8_t*>(bytes), byteCount, found)) {
-        return;
-    }
-    storeDecoded(bytes, byteCount, found);
 }
 
 void StringImplC::storeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found) {
@@ -359,6 +374,35 @@ StringImplC::~StringImplC() { freeBuffer(); }
 void StringImplC::freeBuffer() {
     if (data != inlineText()) delete[] data;
     data = nullptr;
+}
+
+void StringImplC::assignText(StringC& target, const uint8_t* bytes, uint32_t length) {
+    StringImplI* current = target.getImpl();
+    if (typeid(*current) == typeid(StringImplC)) {
+        StringImplC* own = static_cast<StringImplC*>(current);
+        if (own->refCount() == 1) {
+            if (own->capacity < length + 1) {
+                // Nothing of the old text is kept: the buffer grows empty.
+                own->byteLength = 0;
+                if (own->data) own->data[0] = 0;
+                own->reserve(length + 1);
+            }
+            if (length) memcpy(own->data, bytes, length);
+            own->data[length] = 0;
+            own->byteLength = length;
+            // The count and the cursor go back to unknown with plain stores.
+            // The one handle that holds this representation is the caller's,
+            // which is being assigned to: no other thread may read through
+            // it meanwhile (that would race with any assignment), so no
+            // other thread can see these cells, as with a constructor's.
+            own->charCount.initialize(-1);
+            own->cursor.initialize(packCursor(-1, 0));
+            return;
+        }
+    }
+    StringImplI* fresh = getStringFactory()->fromBytes(bytes, length, "vutf8");
+    target.adopt(fresh);
+    current->release();
 }
 
 // --- Counting ----------------------------------------------------------------

@@ -50,6 +50,13 @@ public:
     // Short text from the other encodings is decoded in one pass and gets
     // its first buffer behind the object as well.
     static StringImplC* make(const void* bytes, uint32_t byteCount, const char* encoding);
+    // make for an encoding object already found (findEncoding, or one of the
+    // objects of text/textencoding.h; null for an unknown name): the same
+    // representation without looking the name up. "system-8" text gets the
+    // first buffer inside the object as "utf8" does: it is read by the same
+    // decoder, into the same room.
+    static StringImplC* makeEncoded(const void* bytes, uint32_t byteCount,
+                                    TextEncodingI* encoding);
     static const uint32_t kInlineLimit = 8192;
     // Text of fewer bytes goes out to the wider encodings in one pass (see
     // text).
@@ -104,6 +111,15 @@ public:
     void reset() override;
     void reserve(uint32_t wanted) override;
 
+    // Gives `target` the internal-form `bytes` as its text, as assigning a
+    // new string of them ("vutf8") would. When the handle holds this plain
+    // class and no other handle shares it, the text is written over in
+    // place, in the buffer it has (copy on write with a single owner, as
+    // append does): a reader that hands out one line after another into the
+    // same handle makes no representation per line. Otherwise a new
+    // representation goes into the handle and the old one is released.
+    static void assignText(StringC& target, const uint8_t* bytes, uint32_t length);
+
     // Rewrites the text character by character through `map`; toLower and
     // toUpper are this routine with the case mappings.
     void mapCharacters(CharMapFn map);
@@ -142,14 +158,14 @@ protected:
 
     // Stores the text by the construction rule (see the constructor above).
     void store(const void* bytes, uint32_t byteCount, const char* encoding);
-    // The parts of store for some bytes (byteCount above 0) once the name
-    // is read: "vutf8", and an encoding found by that name.
+    // The parts of store once the name is read: "vutf8" (some bytes), and
+    // everything else with the encoding found.
     void storeInternal(const void* bytes, uint32_t byteCount);
-    void storeFound(const void* bytes, uint32_t byteCount, TextEncodingI* found);
-    // make for short text from an encoding other than UTF-8; null when it
-    // does not take the text.
+    void storeEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* found);
+    // makeEncoded for short text from an encoding other than UTF-8; null
+    // when it does not take the text.
     static StringImplC* makeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found);
-    // The ordinary way of storeFound: the decoder's two passes.
+    // The ordinary way of storeEncoded: the decoder's two passes.
     void storeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found);
     // The part of store for the UTF-8 decoder's encodings; false when it
     // left the representation reset for the ordinary way.

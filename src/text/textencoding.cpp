@@ -162,6 +162,7 @@ TextEncodingI* findEncoding(const char* name) {
             name[4] == '6' && name[5] == 0) {
             return utf16Encoding();
         }
+        if (name[0] == 's' && strcmp(name, "system-8") == 0) return system8Encoding();
     }
     static const struct {
         const char* name;
@@ -467,13 +468,18 @@ uint32_t UTF8TextDecoderC::rawDecodedSize(const uint8_t* bytes, uint32_t length,
     return size;
 }
 
-uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint32_t* consumed,
-                                     uint8_t* output, uint32_t room, uint32_t* characters) {
+namespace {
+
+// The loop of rawDecode, counting characters into `chars`. Inlined into a
+// caller that drops the count, the counting goes away with it.
+__attribute__((always_inline)) inline uint32_t utf8DecodeWhole(const uint8_t* bytes,
+                                                               uint32_t length, uint32_t* consumed,
+                                                               uint8_t* output, uint32_t room,
+                                                               uint32_t& chars) {
     const uint8_t* p = bytes;
     const uint8_t* end = p + length;
     uint8_t* o = output;
     uint8_t* oend = o ? o + room : o;
-    uint32_t chars = 0;
     while (p < end) {
         p = utf8CleanCopy(p, end, o, oend, chars);
         if (p >= end) break;
@@ -487,8 +493,33 @@ uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint
         ++chars;
     }
     *consumed = static_cast<uint32_t>(p - bytes);
-    *characters = chars;
     return static_cast<uint32_t>(o - output);
+}
+
+}  // namespace
+
+uint32_t UTF8TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uint32_t* consumed,
+                                     uint8_t* output, uint32_t room, uint32_t* characters) {
+    uint32_t chars = 0;
+    uint32_t written = utf8DecodeWhole(bytes, length, consumed, output, room, chars);
+    *characters = chars;
+    return written;
+}
+
+// Without a count wanted (the text reader's blocks), the same walk as the
+// base class's decode with a loop that does not count.
+uint32_t UTF8TextDecoderC::decode(const void* bytes, uint32_t length, void* output, uint32_t room,
+                                  uint32_t* characters) {
+    if (characters) {
+        return TextDecoderWithUnusedBytesC::decode(bytes, length, output, room, characters);
+    }
+    auto raw = [](const uint8_t* p, uint32_t n, uint32_t* consumed, uint8_t* out, uint32_t r) {
+        uint32_t uncounted = 0;
+        return utf8DecodeWhole(p, n, consumed, out, r, uncounted);
+    };
+    if (output == nullptr) room = 0;
+    return heldWalk(static_cast<const uint8_t*>(bytes), length, static_cast<uint8_t*>(output), room,
+                    false, raw);
 }
 
 // ---------------------------------------------------------------------------

@@ -200,6 +200,8 @@ public:
     uint32_t rawDecodedSize(const uint8_t* bytes, uint32_t length, uint32_t* consumed) override;
     uint32_t rawDecode(const uint8_t* bytes, uint32_t length, uint32_t* consumed, uint8_t* output,
                        uint32_t room, uint32_t* characters) override;
+    uint32_t decode(const void* bytes, uint32_t length, void* output, uint32_t room,
+                    uint32_t* characters) override;
     TextEncodingI* getEncoding() override;
     uint32_t maxOutput(uint32_t inputBytes) override { return 3 * inputBytes; }
 };

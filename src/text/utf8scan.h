@@ -92,6 +92,18 @@ inline uint32_t copyCleanUtf8(uint8_t* out, const uint8_t* in, uint32_t length,
                 chars += 8;
                 continue;
             }
+        } else if (end - in >= 8) {
+            // The last eight bytes, some of them copied already (as they
+            // are, so writing them again changes nothing): when all are
+            // ASCII, so is the rest.
+            uint64_t word;
+            memcpy(&word, end - 8, 8);
+            if ((word & kHighBits) == 0) {
+                memcpy(out + (length - 8), &word, 8);
+                chars += static_cast<uint32_t>(end - p);
+                p = end;
+                break;
+            }
         }
         uint32_t n = utf8CleanLength(p, end);
         if (n == 0) break;

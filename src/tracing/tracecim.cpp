@@ -116,7 +116,11 @@ TraceControlVarC* TraceControllerC::findVariable(const char* path) {
         // A prefix that differs changes the detail; `active` stays as it was
         // until a setting changes.
         int32_t digit = tracePrefixDigit(path);
-        if (digit >= 0 && digit != found->detail) found->detail = static_cast<int16_t>(digit);
+        // The store is atomic: the error reports' remembered variables read
+        // the detail without the latch.
+        if (digit >= 0 && digit != found->detail) {
+            atomicStoreRelaxed(&found->detail, static_cast<int16_t>(digit));
+        }
         return found;
     }
     // Every ancestor is the path (with its prefix) cut at one of its '/'.
@@ -320,9 +324,9 @@ uint32_t TraceControllerC::setVariable(const char* path, const TraceValuesT* val
     variable->explicit_ = values->explicit_;
     atomicStoreRelaxed(&variable->counter, values->counter);
     variable->total = values->total;
-    variable->detail = static_cast<int16_t>(values->detail < 0   ? 0
-                                            : values->detail > 9 ? 9
-                                                                 : values->detail);
+    atomicStoreRelaxed(&variable->detail, static_cast<int16_t>(values->detail < 0   ? 0
+                                                               : values->detail > 9 ? 9
+                                                                                    : values->detail));
     computeActive(variable);
     return 0;
 }

@@ -17,6 +17,7 @@
 
 #include <keel/strdup.h>
 #include "locale/datetime.h"
+#include "text/format.h"
 #include "text/utf8.h"
 #include "text/utf8view.h"
 #include "tracing/tracecim.h"
@@ -41,24 +42,18 @@ char* putSeconds(char* p, int64_t ticks, uint64_t perSecond) {
     return p;
 }
 
-// Collects rendered characters as UTF-8 and hands them to the stream in
-// blocks.
-struct LineSinkT {
-    FILE* stream;
-    uint32_t used;
-    uint8_t buffer[512];
-};
+// Hands a block of the rendered message to the stream.
+void writeBlock(void* stream, const uint8_t* bytes, uint32_t count) {
+    fwrite(bytes, 1, count, static_cast<FILE*>(stream));
+}
 
-void lineSink(void* context, uint32_t character) {
-    LineSinkT* sink = static_cast<LineSinkT*>(context);
-    // Room for the longest sequence and the final line feed.
-    if (sink->used > sizeof sink->buffer - 8) {
-        fwrite(sink->buffer, 1, sink->used, sink->stream);
-        sink->used = 0;
+// Whether the 8-bit text is ASCII throughout: its bytes are then its
+// internal form, as the string decoded from it in "system-8" would hold.
+bool isAsciiText(const char* text) {
+    for (const uint8_t* p = reinterpret_cast<const uint8_t*>(text); *p != 0; ++p) {
+        if (*p >= 0x80) return false;
     }
-    uint8_t* p = sink->buffer + sink->used;
-    utf8Put(p, character);
-    sink->used = static_cast<uint32_t>(p - sink->buffer);
+    return true;
 }
 
 }  // namespace
@@ -218,7 +213,7 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
             *p++ = ' ';
         }
     }
-    fwrite(prefix, 1, static_cast<size_t>(p - prefix), stream);
+    if (p != prefix) fwrite(prefix, 1, static_cast<size_t>(p - prefix), stream);
     if (classShown) {
         // "(path): " behind a blank, the path as it came, prefix included.
         fputs(p == prefix ? "(" : " (", stream);
@@ -234,14 +229,23 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
         fwrite(kBlanks, 1, static_cast<size_t>(part), stream);
         blanks -= part;
     }
-    // The message goes straight from the renderer to the stream, in the
+    // The message goes from the renderer to the stream in blocks, in the
     // bytes that its string's "utf8" text would hold, without that string.
-    LineSinkT sink;
-    sink.stream = stream;
-    sink.used = 0;
-    StringC::formatTo(lineSink, &sink, StringC(format ? format : "", "system-8"), args);
-    sink.buffer[sink.used++] = '\n';
-    fwrite(sink.buffer, 1, sink.used, stream);
+    // The format is decoded as "system-8" into a string only when it has
+    // bytes outside ASCII; an ASCII format is its own internal form.
+    uint8_t buffer[512];
+    FormatBytesT out = {buffer, sizeof buffer, 0, writeBlock, stream};
+    if (!format) format = "";
+    if (isAsciiText(format)) {
+        renderFormatToBytes(out, reinterpret_cast<const uint8_t*>(format), args);
+    } else {
+        StringC decoded(format, "system-8");
+        Utf8ViewC text(decoded);
+        if (text.rawBytes()) renderFormatToBytes(out, text.data(), args);
+    }
+    // The renderer leaves room for the line feed.
+    buffer[out.used++] = '\n';
+    fwrite(buffer, 1, out.used, stream);
     // A frequency of 0 or below flushes every line, as 1 does.
     if (++linesUnflushed >= flushFrequency) {
         fflush(stream);

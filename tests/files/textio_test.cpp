@@ -165,6 +165,10 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
         StreamReaderC reader(new PiecewiseInputC(text, round + 1), false, findEncoding("utf8"),
                              true);
         size_t at = 0;
+        // One handle for every line, as a reading loop has it, and copies of
+        // some lines that must keep their text when the next line comes in.
+        StringC line;
+        std::vector<std::pair<StringC, std::string>> kept;
         for (int step = 0; step < 400; ++step) {
             switch (random() % 5) {
             case 0: {
@@ -196,7 +200,6 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             }
             case 2:
             case 3: {
-                StringC line;
                 uint32_t code =
                     random() % 2 ? reader.readLine(line) : reader.TextReaderC::readLine(line);
                 if (at == model.size()) {
@@ -207,6 +210,11 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
                 size_t end = at;
                 while (end < model.size() && model[end] != U'\n' && model[end] != U'\r') ++end;
                 ASSERT_EQ(encode(model.substr(at, end - at)), str(line));
+                ASSERT_EQ(static_cast<int32_t>(end - at), line.length());
+                if (end > at) {
+                    ASSERT_EQ(model[end - 1], line.charAt(line.length() - 1));
+                }
+                if (random() % 3 == 0) kept.emplace_back(line, str(line));
                 at = end;
                 if (at < model.size()) {
                     bool cr = model[at] == U'\r';
@@ -227,6 +235,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             }
             }
         }
+        for (const auto& copy : kept) ASSERT_EQ(copy.second, str(copy.first));
     }
 }
 

@@ -9,10 +9,14 @@
 //
 // Operations: set, delete and read values, create and delete keys (with and
 // without `recursive`), switch autoCommit, mount the other file at the same
-// point (which retires the first with what it had not committed), and a
-// change by another writer read back at once. Key paths are spelled with
-// random case. After each operation every key below the mount point must
-// open exactly when the model has it, with the model's values and children.
+// point (which retires the first with what it had not committed), a change
+// by another writer read back at once, and keys opened and held open (which
+// keep a key opening, as a handle that deleteValue left open does) and
+// closed again. Key paths are spelled with random case. Every operation is
+// framed by two reads of its value, so that what the registry keeps of a
+// read meets every kind of change. After each operation every key below the
+// mount point must open exactly when the model has it, with the model's
+// values and children.
 #ifndef KEEL_TESTS_TESTING_REGMODEL_H
 #define KEEL_TESTS_TESTING_REGMODEL_H
 
@@ -22,6 +26,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "config/confregini.h"
 
@@ -43,6 +48,7 @@ inline bool under(const std::string& section, const std::string& key) {
 struct FileModelT {
     ValuesT values;
     std::set<std::string> leaked;
+    std::multiset<std::string> held;
     ValuesT committed;
 
     bool exists(const std::string& key) const {
@@ -51,7 +57,9 @@ struct FileModelT {
         }
         return false;
     }
-    bool opens(const std::string& key) const { return exists(key) || leaked.count(key); }
+    bool opens(const std::string& key) const {
+        return exists(key) || leaked.count(key) || held.count(key);
+    }
     bool has(const std::string& key, const std::string& name) const {
         auto found = values.find(key);
         return found != values.end() && found->second.count(name);
@@ -81,17 +89,18 @@ public:
     }
 
     std::string step(uint32_t operation, uint32_t argument) {
-        static const char* const kNames[9] = {"set",        "set",          "deleteValue",
-                                              "createKey",  "deleteKey",    "setAutoCommit",
-                                              "mount over", "other writer", "getString"};
+        static const char* const kNames[11] = {
+            "set",        "set",          "deleteValue", "createKey", "deleteKey", "setAutoCommit",
+            "mount over", "other writer", "getString",   "hold",      "release"};
         std::string key = kSections[argument % 4];
         std::string spelled = (argument >> 2) % 3 ? key : char(toupper(key[0])) + key.substr(1);
         std::string name(1, char('x' + (argument >> 4) % 3));
         std::string value = "v" + std::to_string((argument >> 6) % 100);
         StringC path = u("Soft\\" + spelled);
         FileModelT& model = models_[active_];
-        bool present = model.has(key, name), ok = true;
-        switch (operation %= 9) {
+        bool present = model.has(key, name), ok = true, before = readBack(key, path, name);
+        const std::string readKey = key;
+        switch (operation %= 11) {
         case 0:
         case 1:
             ok = registry_.setString(kLM, path, u(name), u(value)) == 0;
@@ -128,6 +137,8 @@ public:
             // it had not committed and with its open keys.
             if (!registry_.autoCommit()) model.values = model.committed;
             model.leaked.clear();
+            model.held.clear();
+            ++mounts_;
             active_ = 1 - active_;
             ok = registry_.mountFile(u(files_[active_]), u("HKLM"), u("Soft")) == 0;
             break;
@@ -142,7 +153,27 @@ public:
             model.values[key][name] = value;
             registry_.file(static_cast<int32_t>(registry_.fileCount()) - 1)->refreshFile(true);
             break;
-        default: {
+        case 9: {
+            key = kKeys[argument % 5];
+            uint32_t handle = 0;
+            std::string held = (argument >> 2) % 3 ? key : char(toupper(key[0])) + key.substr(1);
+            if (registry_.openKey(kLM, u("Soft\\" + held), &handle) == 0) {
+                ok = model.opens(key);
+                held_.push_back({handle, mounts_, key});
+                model.held.insert(key);
+            } else {
+                ok = !model.opens(key);
+            }
+            break;
+        }
+        case 10:
+            if (held_.empty()) break;
+            ok = registry_.closeKey(held_.front().handle) == 0;
+            if (held_.front().mount == mounts_)
+                model.held.erase(model.held.find(held_.front().key));
+            held_.erase(held_.begin());
+            break;
+        case 8: {
             // From the root, from the mount point, or from the key of the
             // path's first part when that opens.
             uint32_t base = kLM, split = (argument >> 13) % 3;
@@ -160,6 +191,7 @@ public:
         }
         }
         if (registry_.autoCommit()) models_[active_].committed = models_[active_].values;
+        ok = ok && before && readBack(readKey, path, name);
         std::string what = std::string(kNames[operation]) + " " + key + " " + name;
         std::string broken = ok ? compare(registry_, models_[active_]) : "its answer";
         return broken.empty() ? broken : what + ": " + broken;
@@ -204,10 +236,20 @@ public:
         fresh.mountFile(u(files_[active_]), u("HKLM"), u("Soft"));
         FileModelT written = models_[active_];
         written.leaked.clear();
+        written.held.clear();
         return compare(fresh, written);
     }
 
 private:
+    // A read of the value from the root agrees with the model.
+    bool readBack(const std::string& key, const StringC& path, const std::string& name) {
+        const FileModelT& model = models_[active_];
+        bool present = model.has(key, name);
+        StringC text;
+        return registry_.getString(kLM, path, u(name), &text) == (present ? 0 : kRegNotFound) &&
+               (!present || utf8(text) == model.values.at(key).at(name));
+    }
+
     void switchAutoCommit() {
         registry_.setAutoCommit(!registry_.autoCommit());
         if (registry_.autoCommit()) models_[active_].committed = models_[active_].values;
@@ -217,6 +259,14 @@ private:
     std::string files_[2];
     FileModelT models_[2];
     int active_ = 0;
+    // Keys held open, oldest first, with the mount they were opened under.
+    struct HeldT {
+        uint32_t handle;
+        uint32_t mount;
+        std::string key;
+    };
+    std::vector<HeldT> held_;
+    uint32_t mounts_ = 0;
 };
 
 }  // namespace regmodel

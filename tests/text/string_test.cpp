@@ -12,6 +12,7 @@
 
 #include "testing/scantest.h"
 #include "text/stringim.h"
+#include "text/textencoding.h"
 
 namespace keel {
 namespace {
@@ -77,6 +78,39 @@ TEST(StringFactoryTest, OtherStringsAreNewAndUnshared) {
     EXPECT_TRUE(freshEmpty.isEmpty());
     for (const StringC* s : {&first, &zero, &secureA, &freshEmpty, &freshA}) {
         EXPECT_FALSE(s->getImpl()->isShared());
+    }
+}
+
+// A string made with the encoding object is the one the name makes: the
+// cached objects where those stand, and otherwise the same text, count and
+// room, including broken, cut and long text and an unknown encoding.
+TEST(StringFactoryTest, KnownEncodingMakesWhatTheNameMakes) {
+    const std::string longText(StringImplC::kInlineLimit + 3, 'x');
+    const std::string texts[] = {"", "A", "\xC3", "caf\xC3\xA9 \xE4", "a\xFF\x80!", longText};
+    const struct {
+        const char* name;
+        TextEncodingI* encoding;
+    } encodings[] = {{"system-8", system8Encoding()},
+                     {"utf8", utf8Encoding()},
+                     {"iso-8859-1", latin1Encoding()},
+                     {"utf16", utf16Encoding()},
+                     {"no-such-encoding", nullptr}};
+    for (const auto& e : encodings) {
+        for (const std::string& text : texts) {
+            uint32_t size = static_cast<uint32_t>(text.size());
+            StringC byName(text.data(), size, e.name);
+            StringC known = stringFromEncoded(text.data(), size, e.encoding);
+            SCOPED_TRACE(std::string(e.name) + " " + std::to_string(size));
+            bool cached = size == 0 || (size == 1 && text[0] > 0);
+            EXPECT_EQ(cached, byName.getImpl() == known.getImpl());
+            EXPECT_EQ(byName.valid(), known.valid());
+            EXPECT_EQ(byName.toStdString(), known.toStdString());
+            EXPECT_EQ(byName.length(), known.length());
+            auto* a = dynamic_cast<StringImplC*>(byName.getImpl());
+            auto* b = dynamic_cast<StringImplC*>(known.getImpl());
+            ASSERT_TRUE(a && b);
+            EXPECT_EQ(a->byteCapacity(), b->byteCapacity());
+        }
     }
 }
 

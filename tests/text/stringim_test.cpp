@@ -187,6 +187,42 @@ TEST(StringImplTest, StaticAndEmptyRepresentations) {
     EXPECT_STREQ("", static_cast<const char*>(text));
 }
 
+// assignText writes over a plain representation that its handle holds alone
+// (its cached count and cursor forgotten, its buffer grown when needed), and
+// gives a handle that shares its text, or holds another class, a new one.
+TEST(StringImplTest, AssignTextInPlaceOnlyWhenAlone) {
+    auto bytes = [](const std::string& text) {
+        return reinterpret_cast<const uint8_t*>(text.data());
+    };
+    StringC line("\xC3\xA9t\xC3\xA9", "utf8");
+    EXPECT_EQ(U't', line.charAt(1));  // a count and a cursor are cached
+    EXPECT_EQ(3, line.length());
+    StringImplI* alone = line.getImpl();
+    const std::string longer(300, 'x');
+    for (const std::string& text : {std::string("abcdef"), longer, std::string("")}) {
+        StringImplC::assignText(line, bytes(text), static_cast<uint32_t>(text.size()));
+        EXPECT_EQ(alone, line.getImpl());
+        EXPECT_EQ(text, textOf(line.getImpl()));
+        EXPECT_EQ(static_cast<int32_t>(text.size()), line.length());
+        if (!text.empty()) {
+            EXPECT_EQ(static_cast<uint32_t>(text[1]), line.charAt(1));
+        }
+    }
+    StringC kept = line;
+    StringImplC::assignText(line, bytes("q\xC3\xA9"), 3);
+    EXPECT_NE(kept.getImpl(), line.getImpl());
+    EXPECT_EQ("", textOf(kept.getImpl()));
+    EXPECT_EQ(2, line.length());
+    StringC secret;  // the empty string, which is not counted
+    secret.adopt(getStringFactory()->secureFromText("pin", "utf8"));
+    StringImplI* secure = secret.getImpl();
+    secure->addRef();
+    StringImplC::assignText(secret, bytes("abc"), 3);
+    EXPECT_EQ("pin", textOf(secure));
+    EXPECT_EQ("abc", textOf(secret.getImpl()));
+    secure->release();
+}
+
 // --- Secure wiping, observed through the wipe hook --------------------------
 
 std::vector<uint32_t> wipes;  // the sizes of the wiped buffers, in order
