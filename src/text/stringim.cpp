@@ -233,8 +233,7 @@ StringImplC* StringImplC::makeEncoded(const void* bytes, uint32_t byteCount,
 // buffer behind it, of the capacity reserve(size + 1) picks, as make's other
 // objects. Null for the encodings this does not take: none found, the UTF-8
 // ones (store has the clean-head copy for them), or too much text.
-StringImplC* StringImplC::makeDecoded(const void* bytes, uint32_t byteCount,
-                                      TextEncodingI* found) {
+StringImplC* StringImplC::makeDecoded(const void* bytes, uint32_t byteCount, TextEncodingI* found) {
     if (!found || found == utf8Encoding() || found == system8Encoding()) return nullptr;
     LocalDecoderC local(found);
     TextDecoderI* decoder = local.get();

@@ -55,8 +55,7 @@ public:
     // representation without looking the name up. "system-8" text gets the
     // first buffer inside the object as "utf8" does: it is read by the same
     // decoder, into the same room.
-    static StringImplC* makeEncoded(const void* bytes, uint32_t byteCount,
-                                    TextEncodingI* encoding);
+    static StringImplC* makeEncoded(const void* bytes, uint32_t byteCount, TextEncodingI* encoding);
     static const uint32_t kInlineLimit = 8192;
     // Text of fewer bytes goes out to the wider encodings in one pass (see
     // text).
