@@ -14,6 +14,8 @@
 
 #include <keel/atomic.h>
 
+#include "config/confregini.h"
+
 namespace keel {
 
 namespace {
@@ -25,21 +27,6 @@ AtomicM<ConfRegLockC::PauseFn>& pauseCell() {
     static AtomicM<ConfRegLockC::PauseFn> cell;
     return cell;
 }
-
-// The lock file's name as the "system-8" text the system calls take.
-class SystemTextC {
-public:
-    explicit SystemTextC(const FileNameC& name)
-        : string_(name.toString()), text_(string_.textSystem()) {}
-    ~SystemTextC() { string_.releaseSystem(text_); }
-    SystemTextC(const SystemTextC&) = delete;
-    SystemTextC& operator=(const SystemTextC&) = delete;
-    const char* get() const { return text_ ? text_ : ""; }
-
-private:
-    StringC string_;
-    const char* text_;
-};
 
 }  // namespace
 
@@ -62,7 +49,7 @@ void ConfRegLockC::closeDescriptor() {
 }
 
 int32_t ConfRegLockC::tryLock() {
-    SystemTextC path(lockFile);
+    SystemTextC path(lockFile.toString());
     if (descriptor == -1) {
         descriptor = ::open(path.get(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
         if (descriptor < 0) {
@@ -108,7 +95,7 @@ bool ConfRegLockC::unlock() {
     // The name goes first: a waiter that locks the old file afterwards finds
     // the name gone or on a new file, and tries again.
     {
-        SystemTextC path(lockFile);
+        SystemTextC path(lockFile.toString());
         ::unlink(path.get());
     }
     // Linux releases the descriptor whatever close answers (EINTR and EIO
