@@ -8,7 +8,7 @@
 #include "errors/errimpl.h"
 #include "text/arglist.h"
 #include "text/format.h"
-#include "text/localargs.h"
+#include "text/format_local.h"
 
 namespace keel {
 

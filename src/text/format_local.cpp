@@ -5,7 +5,7 @@
 // value one pointer width behind it); a "String" entry holds a constructed
 // StringC that the destructor destroys; a "CharStar" entry holds the
 // caller's pointer (or the empty text for null), never a copy to free.
-#include "text/localargs.h"
+#include "text/format_local.h"
 
 #include <string.h>
 

@@ -12,8 +12,8 @@
 // every %s text on the heap; here none of them is made. The entries hold the
 // same codes and values, but a %s entry points at the caller's text instead
 // of a copy of it: nothing here outlives the call that passed the text.
-#ifndef KEEL_TEXT_LOCALARGS_H
-#define KEEL_TEXT_LOCALARGS_H
+#ifndef KEEL_TEXT_FORMAT_LOCAL_H
+#define KEEL_TEXT_FORMAT_LOCAL_H
 
 #include <stdarg.h>
 #include <stdint.h>
