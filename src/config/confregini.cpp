@@ -12,11 +12,6 @@
 //   deleted and its slot holds null, so every fileIndex stays right.
 // - Nothing records anything in the error buffer; the store and the file
 //   service calls used here are silent or take back what they record.
-// - An entry of the table of resolved paths of the current generation
-//   answers as placeForRead would answer now, the refresh of the files
-//   aside: whatever changes the open keys or the file table drops the
-//   table (dropPlaces), and a section record in an entry is used only under
-//   the store's section generation it was found in.
 #include "config/confregini.h"
 
 #include <string.h>
@@ -229,10 +224,7 @@ ConfRegistryIniC::ConfRegistryIniC()
       fileCapacity_(0),
       nextHandle_(1),
       autoCommit_(true),
-      flushCommits_(true),
-      placeCount_(0),
-      placeGeneration_(1),
-      readDepth_(0) {
+      flushCommits_(true) {
     openKeys_.add(kLocalMachine,
                   ConfRegKeyC(rootKeyName(kLocalMachine), -1, 0, rootKeyName(kLocalMachine)));
     openKeys_.add(kCurrentUser,
@@ -275,7 +267,6 @@ void ConfRegistryIniC::appendFile(ConfRegFileC* file) {
         fileCapacity_ = capacity;
     }
     files_[fileCount_++] = file;
-    dropPlaces();
 }
 
 uint32_t ConfRegistryIniC::enterKey(const StringC& name, int32_t fileIndex, uint32_t refCount) {
@@ -283,7 +274,6 @@ uint32_t ConfRegistryIniC::enterKey(const StringC& name, int32_t fileIndex, uint
     StringC path = owner ? joinPath(owner->mountPath(), name) : name;
     uint32_t handle = nextHandle_++;
     openKeys_.add(handle, ConfRegKeyC(name, fileIndex, refCount, path));
-    dropPlaces();
     return handle;
 }
 
@@ -337,7 +327,6 @@ uint32_t ConfRegistryIniC::closeKey(uint32_t key) {
     if (count == 1 && element->value.fileIndex_ >= 0) {
         unsigned long handle = key;
         openKeys_.erase(&handle);
-        dropPlaces();
     }
     return 0;
 }
@@ -371,133 +360,11 @@ uint32_t ConfRegistryIniC::readValue(uint32_t handle, const StringC& valueName, 
 const char* ConfRegistryIniC::lookUp(ConfRegFileC* owner, const char* section,
                                      const StringC& valueName) {
     owner->refreshFile(false);
-    return storedValue(owner, section, valueName);
-}
-
-const char* ConfRegistryIniC::storedValue(ConfRegFileC* owner, const char* section,
-                                          const StringC& valueName) {
     Utf8ViewC name(valueName);
     if (asciiBytes(name.data(), name.size()))
         return owner->prefs().getString(section, name.chars(), nullptr);
     SystemTextC systemName(valueName);
     return owner->prefs().getString(section, systemName.get(), nullptr);
-}
-
-const char* ConfRegistryIniC::placedValue(ReadPlaceT* place, const StringC& valueName) {
-    PrefsC& prefs = place->owner->prefs();
-    if (!place->settled || place->sectionGeneration != prefs.sectionGeneration()) {
-        place->sole = prefs.soleSection(place->section.c_str(), &place->record);
-        place->sectionGeneration = prefs.sectionGeneration();
-        place->settled = true;
-    }
-    if (!place->sole) return storedValue(place->owner, place->section.c_str(), valueName);
-    Utf8ViewC name(valueName);
-    if (asciiBytes(name.data(), name.size()))
-        return prefs.getStringIn(place->record, place->section.c_str(), name.chars());
-    SystemTextC systemName(valueName);
-    return prefs.getStringIn(place->record, place->section.c_str(), systemName.get());
-}
-
-namespace {
-
-// The slot hash of a handle and a sub-key's bytes, eight bytes at a time;
-// a text of eight bytes or more ends with its last eight (which may overlap
-// the word before), a shorter one is taken byte by byte.
-size_t placeHash(uint32_t key, const uint8_t* bytes, uint32_t size) {
-    uint64_t hash = (static_cast<uint64_t>(key) << 32 | size) * 0x9E3779B97F4A7C15ull;
-    uint64_t word = 0;
-    if (size < 8) {
-        for (uint32_t i = 0; i < size; ++i) word = word << 8 | bytes[i];
-    } else {
-        for (uint32_t i = 0; i + 8 < size; i += 8) {
-            memcpy(&word, bytes + i, 8);
-            hash = (hash ^ word) * 0xFF51AFD7ED558CCDull;
-            hash ^= hash >> 32;
-        }
-        memcpy(&word, bytes + size - 8, 8);
-    }
-    // The bytes that differ between paths are often the last ones, which
-    // sit in the high bits of the last word: mixed down to the slot's bits.
-    hash ^= word;
-    hash = (hash ^ (hash >> 33)) * 0xFF51AFD7ED558CCDull;
-    hash = (hash ^ (hash >> 33)) * 0xC4CEB9FE1A85EC53ull;
-    return static_cast<size_t>(hash ^ (hash >> 33));
-}
-
-// The same bytes, eight at a time where there are eight.
-bool sameBytes(const char* first, const uint8_t* second, uint32_t size) {
-    uint32_t i = 0;
-    for (; i + 8 <= size; i += 8) {
-        uint64_t a, b;
-        memcpy(&a, first + i, 8);
-        memcpy(&b, second + i, 8);
-        if (a != b) return false;
-    }
-    for (; i < size; ++i) {
-        if (static_cast<uint8_t>(first[i]) != second[i]) return false;
-    }
-    return true;
-}
-
-}  // namespace
-
-ConfRegistryIniC::ReadPlaceT* ConfRegistryIniC::findPlace(uint32_t key, const uint8_t* subKey,
-                                                          uint32_t size) {
-    if (placeCount_ == 0) return nullptr;
-    size_t hash = placeHash(key, subKey, size);
-    size_t mask = places_.size() - 1;
-    for (size_t slot = hash & mask; places_[slot].generation == placeGeneration_;
-         slot = (slot + 1) & mask) {
-        ReadPlaceT& place = places_[slot];
-        if (place.hash == hash && place.handle == key && place.subKey.size() == size &&
-            sameBytes(place.subKey.data(), subKey, size))
-            return &place;
-    }
-    return nullptr;
-}
-
-ConfRegistryIniC::ReadPlaceT* ConfRegistryIniC::addPlace(uint32_t key, const uint8_t* subKey,
-                                                         uint32_t size, bool refreshAll,
-                                                         uint32_t code, ConfRegFileC* owner,
-                                                         const std::string& section) {
-    // Never while another read waits for this one: its entry must stay put.
-    if (readDepth_ > 1) return nullptr;
-    if ((placeCount_ + 1) * 2 > places_.size()) {
-        if (places_.size() >= 2 * kMostPlaces) {
-            dropPlaces();
-        } else {
-            // Twice the room, the live entries moved over (their strings
-            // with them).
-            std::vector<ReadPlaceT> grown(places_.empty() ? 16 : places_.size() * 2);
-            size_t mask = grown.size() - 1;
-            for (ReadPlaceT& place : places_) {
-                if (place.generation != placeGeneration_) continue;
-                size_t slot = place.hash & mask;
-                while (grown[slot].generation == placeGeneration_) slot = (slot + 1) & mask;
-                grown[slot] = std::move(place);
-            }
-            places_.swap(grown);
-        }
-    }
-    size_t hash = placeHash(key, subKey, size);
-    size_t mask = places_.size() - 1;
-    size_t slot = hash & mask;
-    while (places_[slot].generation == placeGeneration_) slot = (slot + 1) & mask;
-    ReadPlaceT& place = places_[slot];
-    place.generation = placeGeneration_;
-    place.hash = hash;
-    place.handle = key;
-    place.code = code;
-    place.subKey.assign(reinterpret_cast<const char*>(subKey), size);
-    place.owner = owner;
-    place.section = section;
-    place.refreshAll = refreshAll;
-    place.settled = false;
-    place.sole = false;
-    place.sectionGeneration = 0;
-    place.record = nullptr;
-    ++placeCount_;
-    return &place;
 }
 
 uint32_t ConfRegistryIniC::readFrom(ConfRegFileC* owner, const char* section,
@@ -522,7 +389,7 @@ uint32_t ConfRegistryIniC::readFrom(ConfRegFileC* owner, const char* section,
 }
 
 uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, ConfRegFileC** owner,
-                                        std::string* section, bool refresh) {
+                                        std::string* section) {
     KeyElemT* base = findElement(key);
     if (!base) return kRegBadHandle;
     if (subKey.isEmpty()) {
@@ -536,7 +403,7 @@ uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, Con
     Utf8ViewC basePath(base->value.path_);
     Utf8ViewC sub(subKey);
     if (!base->value.asciiPath_ || !asciiBytes(sub.data(), sub.size())) return kUseOpenKey;
-    if (refresh) refreshFiles(kRegAllFiles);
+    refreshFiles(kRegAllFiles);
     // An open key of that path comes first, as in openKeyEx.
     KeyWalkT walk(&openKeys_);
     uint32_t status = 0;
@@ -609,34 +476,9 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
     if (!out) return kRegMissingArgument;
     // One read gives what a size query followed by a read into a buffer of
     // that size gives: the text as the store holds it now.
-    struct DepthT {
-        uint32_t& depth;
-        explicit DepthT(uint32_t& d) : depth(d) { ++depth; }
-        ~DepthT() { --depth; }
-    } depth(readDepth_);
-    // A place of the table answers as placeForRead would, once every file
-    // is refreshed as it would refresh them; a read made meanwhile that
-    // entered a key leaves it out of date, and placeForRead decides again.
-    Utf8ViewC sub(subKey);
-    ReadPlaceT* place = findPlace(key, sub.data(), sub.size());
-    bool refreshed = false;
-    if (place && place->refreshAll) {
-        uint64_t generation = placeGeneration_;
-        refreshFiles(kRegAllFiles);
-        refreshed = true;
-        if (placeGeneration_ != generation) place = nullptr;
-    }
     ConfRegFileC* owner = nullptr;
     std::string section;
-    uint32_t code = 0;
-    if (place) {
-        code = place->code;
-        owner = place->owner;
-    } else {
-        code = placeForRead(key, subKey, &owner, &section, !refreshed);
-        if (code == 0 || code == kRegNotFound)
-            place = addPlace(key, sub.data(), sub.size(), !subKey.isEmpty(), code, owner, section);
-    }
+    uint32_t code = placeForRead(key, subKey, &owner, &section);
     uint32_t handle = 0;
     if (code == kUseOpenKey) {
         code = openKeyEx(key, subKey, kAccessRead, &handle);
@@ -647,12 +489,7 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
         section = name.get();
         code = owner ? 0 : kRegNotFound;
     }
-    const char* value = nullptr;
-    if (code == 0) {
-        owner->refreshFile(false);
-        value =
-            place ? placedValue(place, valueName) : storedValue(owner, section.c_str(), valueName);
-    }
+    const char* value = code == 0 ? lookUp(owner, section.c_str(), valueName) : nullptr;
     if (code == 0 && !value) code = kRegNotFound;
     if (value) {
         uint32_t length = measuredLength(value);
@@ -984,7 +821,6 @@ void ConfRegistryIniC::retireKeys(int32_t index) {
         element->value.path_ = element->value.name_;
         element->value.pathSize_ = ConfRegKeyC::textSize(element->value.path_);
     }
-    dropPlaces();
 }
 
 uint32_t ConfRegistryIniC::setAutoCommit(bool enabled) {

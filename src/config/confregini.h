@@ -285,8 +285,6 @@ private:
     // The stored text of a value of a section of a file (refreshed first),
     // or null.
     const char* lookUp(ConfRegFileC* owner, const char* section, const StringC& valueName);
-    // lookUp without the refresh.
-    const char* storedValue(ConfRegFileC* owner, const char* section, const StringC& valueName);
     // The value of a section of a file, read as reading by handle does.
     uint32_t readFrom(ConfRegFileC* owner, const char* section, const StringC& valueName,
                       uint32_t* typeOut, void* data, uint32_t* size);
@@ -295,46 +293,9 @@ private:
     // closed again leaves nothing behind but a handle number). 0, or the
     // code the opening gives, or kUseOpenKey where a text is not plain
     // ASCII and only the opening compares as it must.
-    // With `refresh` every file is refreshed first where the opening would
-    // do so; without, the caller has just done that.
     static const uint32_t kUseOpenKey = 1;
     uint32_t placeForRead(uint32_t key, const StringC& subKey, ConfRegFileC** owner,
-                          std::string* section, bool refresh);
-
-    // The table of resolved paths: what placeForRead answered (0 or
-    // kRegNotFound) for a handle and the bytes of a sub-key, kept until
-    // keys are entered or leave, a key is retired or a file is mounted
-    // (dropPlaces), and the section record that the name finds in the
-    // file's store, kept while the store's sectionGeneration stays. Open
-    // addressing; an entry of another generation is a free slot.
-    struct ReadPlaceT {
-        uint64_t generation;
-        size_t hash;
-        uint32_t handle;
-        uint32_t code;
-        std::string subKey;
-        ConfRegFileC* owner;
-        std::string section;
-        // A sub-key was given: the read refreshes every file first.
-        bool refreshAll;
-        // `record` is soleSection's answer under `sectionGeneration`;
-        // `sole` false: the store must look the section up by name.
-        bool settled;
-        bool sole;
-        uint64_t sectionGeneration;
-        PrefSectionT* record;
-    };
-    static const uint32_t kMostPlaces = 2048;
-    ReadPlaceT* findPlace(uint32_t key, const uint8_t* subKey, uint32_t size);
-    ReadPlaceT* addPlace(uint32_t key, const uint8_t* subKey, uint32_t size, bool refreshAll,
-                         uint32_t code, ConfRegFileC* owner, const std::string& section);
-    void dropPlaces() {
-        ++placeGeneration_;
-        placeCount_ = 0;
-    }
-    // The value of the place's section in its store, as lookUp reads it
-    // after its refresh.
-    const char* placedValue(ReadPlaceT* place, const StringC& valueName);
+                          std::string* section);
     uint32_t removeKeyTree(uint32_t handle);
     void retireKeys(int32_t index);
     // The open key whose path is `path` (without regard to case), or null;
@@ -347,8 +308,7 @@ private:
     void appendFile(ConfRegFileC* file);
 
     // The fields of the registry, in this order: the file table (data,
-    // size, capacity), the open keys, the next handle, the commit switch;
-    // then the table of resolved paths.
+    // size, capacity), the open keys, the next handle, the commit switch.
     ConfRegFileC** files_;
     uint32_t fileCount_;
     uint32_t fileCapacity_;
@@ -356,14 +316,6 @@ private:
     uint32_t nextHandle_;
     bool autoCommit_;
     bool flushCommits_;
-    std::vector<ReadPlaceT> places_;
-    uint32_t placeCount_;
-    uint64_t placeGeneration_;
-    // Reads in progress on this thread: a read made while another one waits
-    // in a refresh (a report of the file layer fetching its text through the
-    // registry) adds no place, so that the waiting read's entry stays where
-    // it is.
-    uint32_t readDepth_;
 };
 
 // `path` lies below `prefix` (one backslash between them), compared without

@@ -11,8 +11,7 @@
 // named keys of a chain either, which is what lets the name index and
 // `lastSection_` answer for the first match; every section and every named
 // key is in the index from the moment it is linked into its chain until
-// clear; a chain's read table, where it has one, holds its keys in chain
-// order (adding a key frees it); `written` marks are clear outside a merge.
+// clear; `written` marks are clear outside a merge.
 #include "config/prefs.h"
 
 #include <ctype.h>
@@ -120,7 +119,6 @@ void freeChain(PrefKeyChainT* chain) {
         delete[] reinterpret_cast<char*>(key);
         key = next;
     }
-    delete[] chain->readTable;
     delete chain;
 }
 
@@ -347,30 +345,6 @@ PrefKeyT* PrefsC::findKey(const PrefKeyChainT* chain, const char* name, bool inc
     return key && !includeDeleted && key->state == kPrefDeleted ? nullptr : key;
 }
 
-// The same walk as findKey's over a chain that is not indexed, over the
-// read table: the first key of the signature whose name compares equal, in
-// chain order.
-PrefKeyT* PrefsC::findKeyToRead(PrefKeyChainT* chain, const char* name) {
-    if (!chain || isMissing(name) || isIndexed(chain)) return findKey(chain, name, false, nullptr);
-    if (!chain->readTable) {
-        uint32_t count = 0;
-        for (PrefKeyT* key = chain->first; key; key = key->next) ++count;
-        chain->readTable = new PrefKeyRefT[count ? count : 1];
-        chain->readCount = 0;
-        for (PrefKeyT* key = chain->first; key; key = key->next)
-            chain->readTable[chain->readCount++] = PrefKeyRefT{key->signature, key};
-    }
-    uint32_t signature = keySignature(name);
-    const PrefKeyRefT* table = chain->readTable;
-    for (uint32_t i = 0, count = chain->readCount; i < count; ++i) {
-        if (table[i].signature != signature) continue;
-        PrefKeyT* key = table[i].key;
-        if (key->name[0] && sameName(key->name, name))
-            return key->state == kPrefDeleted ? nullptr : key;
-    }
-    return nullptr;
-}
-
 // Sets the key, or appends a new record at the end of the chain; see
 // setValue.
 void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed) {
@@ -385,8 +359,6 @@ void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, b
         *link = key;
         lastChain_ = chain;
         lastKey_ = key;
-        delete[] chain->readTable;
-        chain->readTable = nullptr;
         if (walked == SIZE_MAX) {
             if (key->name[0]) indexAdd(chain, key->name, key);
         } else if (walked + 1 >= kIndexFrom) {
@@ -425,7 +397,6 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         lastInChain_ = section;
         lastSection_ = section;
         indexAdd(nullptr, section->name, section);
-        ++sectionGeneration_;
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
     return section->keys;
@@ -520,7 +491,7 @@ const char* PrefsC::getString(const char* section, const char* key, const char* 
     if (isMissing(section) || !key) return defaultValue;
     for (PrefsC* store = this; store; store = store->fallback) {
         if (!*key) return defaultValue;
-        PrefKeyT* record = store->findKeyToRead(store->findSection(section, false), key);
+        PrefKeyT* record = store->findKey(store->findSection(section, false), key, false, nullptr);
         if (record && record->value) return record->value;
     }
     return defaultValue;
@@ -596,40 +567,6 @@ void PrefsC::clear() {
     lastKey_ = nullptr;
     std::vector<IndexEntryT>().swap(index_);
     indexCount_ = 0;
-    ++sectionGeneration_;
-}
-
-// Every section is in the index, and a name that compareNames calls equal to
-// `name` in any locale has its signature and so its slot hash: all the
-// records that could ever answer for `name` sit in the probe run from its
-// slot. With none the name finds nothing; with one of the very same bytes
-// it finds that one, in every locale and from every lastSection_.
-bool PrefsC::soleSection(const char* name, PrefSectionT** record) const {
-    if (isMissing(name)) return false;
-    *record = nullptr;
-    if (index_.empty()) return true;
-    size_t hash = slotHash(nullptr, name);
-    size_t mask = index_.size() - 1;
-    PrefSectionT* found = nullptr;
-    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
-        const IndexEntryT& entry = index_[slot];
-        if (entry.hash != hash || entry.owner) continue;
-        if (found) return false;
-        found = static_cast<PrefSectionT*>(entry.record);
-    }
-    if (found && strcmp(found->name, name) != 0) return false;
-    *record = found;
-    return true;
-}
-
-const char* PrefsC::getStringIn(PrefSectionT* record, const char* section, const char* key) {
-    if (fallback) return getString(section, key, nullptr);
-    if (isMissing(section) || !key || !*key || !record) return nullptr;
-    // The lookup by name would leave the record as the last one found.
-    lastSection_ = record;
-    if (record->state == kPrefDeleted) return nullptr;
-    PrefKeyT* found = findKeyToRead(record->keys, key);
-    return found && found->value ? found->value : nullptr;
 }
 
 }  // namespace keel

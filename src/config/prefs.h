@@ -59,25 +59,11 @@ struct PrefKeyT {
     uint32_t signature;  // of the name, shared by every name equal to it (see PrefsC)
 };
 
-// A key of a chain with its signature, side by side in the chain's read
-// table.
-struct PrefKeyRefT {
-    uint32_t signature;
-    PrefKeyT* key;
-};
-
 // The keys of one section in order, with the chain's one walking position.
 struct PrefKeyChainT {
     PrefKeyT* first;
     PrefKeyT* cursor;
     bool indexed;  // its keys are in the store's index
-    // For reads of a chain that is not indexed: its keys in order with
-    // their signatures in one array (array new), made by the first read
-    // after a key was added and freed when one is, so that a read compares
-    // signatures that lie together instead of following the chain from key
-    // to key. Null until then.
-    PrefKeyRefT* readTable;
-    uint32_t readCount;
 };
 
 struct PrefSectionT {
@@ -171,23 +157,6 @@ public:
     // Frees the file name and every section, chain and key.
     void clear();
 
-    // For readers that keep what a section name led to (the registry's
-    // table of resolved paths). The count changes whenever a section record
-    // is made or all are freed: a record found under one count stays the
-    // record its name finds until the count changes.
-    uint64_t sectionGeneration() const { return sectionGeneration_; }
-    // The section record that findSection(name, ...) finds in every locale
-    // and whatever was looked up before: false when that is not certain (two
-    // names of the store may compare equal to it in some locale, or the one
-    // that may is spelled otherwise). True with *record the section, or null
-    // when no section of the store can ever match the name (until the
-    // generation changes).
-    bool soleSection(const char* name, PrefSectionT** record) const;
-    // getString(section, key, nullptr) where soleSection(section) gave
-    // `record`: the same answer and the same trace left behind for the next
-    // lookup, without looking the section up.
-    const char* getStringIn(PrefSectionT* record, const char* section, const char* key);
-
     // Reads the ini file at `path` in place of the current content. False
     // for a null or empty path or a file that cannot be opened (the store
     // keeps what it had), and with `strict` for a bad line (the store is left
@@ -252,9 +221,6 @@ private:
     PrefKeyT* findKey(const PrefKeyChainT* chain, const char* name, bool includeDeleted,
                       size_t* walked) const;
     void setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed);
-    // findKey(chain, name, false, nullptr) for the reads, through the
-    // chain's read table.
-    PrefKeyT* findKeyToRead(PrefKeyChainT* chain, const char* name);
 
     std::vector<IndexEntryT> index_;
     size_t indexCount_ = 0;
@@ -267,7 +233,6 @@ private:
     // of the same section does not walk the chain.
     PrefKeyChainT* lastChain_ = nullptr;
     PrefKeyT* lastKey_ = nullptr;
-    uint64_t sectionGeneration_ = 0;
 };
 
 // --- Helpers ---
