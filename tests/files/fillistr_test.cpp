@@ -13,21 +13,18 @@
 #include "files/filelist.h"
 #include "files/fileserv.h"
 #include "files/fillistr.h"
-#include "testing/tempdir.h"
+#include "testing/filetree.h"
 
 namespace keel {
 namespace {
 
-class ListerTest : public testkit::TempDirTest {
+class ListerTest : public testkit::FileTreeTest {
 protected:
-    void makeDir(const std::string& relative) { ASSERT_EQ(0, mkdir(path(relative).c_str(), 0755)); }
-
     // Pulls the walk to its end: each name (relative to the temp dir when
     // absolute) with "/" behind directories. The lister is gone afterwards.
     std::vector<std::string> pull(uint32_t flags, uint32_t* last = nullptr,
                                   const std::string& start = "") {
-        FileNameC startName = start.empty() ? FileNameC(StringC(dir.c_str(), "utf8")) : name(start);
-        FileListerI* lister = FlnFileServiceC::instance()->createLister(&startName, flags);
+        FileListerI* lister = files->createLister(start.empty() ? fullName(dir) : at(start), flags);
         std::vector<std::string> seen;
         FileNameC* entry;
         bool isDirectory;
@@ -70,42 +67,30 @@ public:
 TEST_F(ListerTest, RandomTreeMatchesTheTableOfWhatWasMade) {
     std::mt19937 random(19);
     for (int round = 0; round < 20; ++round) {
-        std::string top = "t" + std::to_string(round);
-        makeDir(top);
+        std::string top = "t" + std::to_string(round) + "/";
+        makeTree({top});
         std::vector<std::string> dirs{top};
         std::set<std::string> made;
-        int count = 1 + static_cast<int>(random() % 40);
-        for (int i = 0; i < count; ++i) {
-            std::string parent = dirs[random() % dirs.size()];
-            std::string child = parent + "/n" + std::to_string(i);
-            if (random() % 3 == 0) {
-                makeDir(child);
-                dirs.push_back(child);
-                made.insert(child + "/");
-            } else {
-                writeFile(child, "x");
-                made.insert(child);
-            }
+        for (int i = 0, count = 1 + random() % 40; i < count; ++i) {
+            std::string child = dirs[random() % dirs.size()] + "n" + std::to_string(i);
+            if (random() % 3 == 0) dirs.push_back(child += "/");
+            makeTree({child.back() == '/' ? child : child + "="});
+            made.insert(child);
         }
         std::vector<std::string> walked = pull(1, nullptr, top);
-        std::set<std::string> walkedSet(walked.begin(), walked.end());
-        EXPECT_EQ(walked.size(), walkedSet.size()) << "an entry came twice";
-        EXPECT_EQ(made, walkedSet);
-        // Depth first: everything below a directory comes right after it.
-        for (size_t i = 0; i < walked.size(); ++i) {
-            if (walked[i].back() != '/') continue;
-            size_t below = 0;
-            for (const std::string& name : made)
-                below += name.compare(0, walked[i].size(), walked[i]) == 0 && name != walked[i];
-            for (size_t j = i + 1; j <= i + below; ++j)
-                EXPECT_EQ(0u, walked[j].compare(0, walked[i].size(), walked[i]));
+        EXPECT_EQ(made, std::set<std::string>(walked.begin(), walked.end()));
+        EXPECT_EQ(made.size(), walked.size()) << "an entry came twice";
+        // Depth first: the directory of each entry is the one before it or
+        // a directory above that one.
+        for (size_t i = 1; i < walked.size(); ++i) {
+            std::string above = walked[i].substr(0, walked[i].rfind('/', walked[i].size() - 2) + 1);
+            EXPECT_EQ(0, walked[i - 1].compare(0, above.size(), above)) << walked[i];
         }
     }
 }
 
 TEST_F(ListerTest, FlagsOrderAndTheEnd) {
-    makeDir("d");
-    writeFile("d/f", "12");
+    makeTree({"d/", "d/f=12"});
     uint32_t last = 0;
     EXPECT_EQ((std::vector<std::string>{"d/"}), pull(0, &last));
     EXPECT_EQ(kListerEnd, last);
@@ -120,33 +105,25 @@ TEST_F(ListerTest, FlagsOrderAndTheEnd) {
     // A missing start: 0 with no name, then errno 2 and the lister is gone.
     EXPECT_EQ((std::vector<std::string>{"<error>"}), pull(1, &last, "missing"));
     EXPECT_EQ(2u, last);
-    makeDir("empty");
+    makeTree({"empty/"});
     EXPECT_TRUE(pull(1, &last, "empty").empty());
     EXPECT_EQ(kListerEnd, last);
 }
 
 TEST_F(ListerTest, LinkToADirectoryIsEnteredOnlyWhenFollowingLinks) {
-    makeDir("outside");
-    writeFile("outside/secret", "s");
-    makeDir("tree");
-    ASSERT_EQ(0, symlink(path("outside").c_str(), path("tree/link").c_str()));
+    makeTree({"outside/", "outside/secret=s", "tree/", "tree/link->" + path("outside")});
     EXPECT_EQ((std::vector<std::string>{"tree/link"}), pull(1, nullptr, "tree"));
     EXPECT_EQ((std::vector<std::string>{"tree/link/", "tree/link/secret"}),
               pull(3, nullptr, "tree"));
 }
 
 TEST_F(ListerTest, SinkAnswersSteerTheWalkAndParentIsNeverEntered) {
-    makeDir("a");
-    makeDir("a/skip");
-    writeFile("a/skip/hidden", "x");
-    makeDir("a/in");
-    writeFile("a/in/f", "x");
-    FileNameC start = name("a");
+    makeTree({"a/", "a/skip/", "a/skip/hidden=x", "a/in/", "a/in/f=x"});
     RecordingSink sink;
     sink.answers["skip"] = 1;
     // Answer 0 to ".." on a recursive lister: still not entered (a's and
     // in's come back, skip is refused by the sink).
-    FileListerI* lister = new FileListerC(&start, 9);
+    FileListerI* lister = new FileListerC(at("a"), 9);
     EXPECT_EQ(0u, lister->runToSink(&sink));
     std::multiset<std::string> got(sink.seen.begin(), sink.seen.end());
     EXPECT_EQ((std::multiset<std::string>{"d:..", "d:..", "d:skip", "d:in", "f:f"}), got);
@@ -155,27 +132,22 @@ TEST_F(ListerTest, SinkAnswersSteerTheWalkAndParentIsNeverEntered) {
     RecordingSink stopper;
     stopper.answers["skip"] = 3;
     stopper.answers["in"] = 3;
-    lister = new FileListerC(&start, 1);
+    lister = new FileListerC(at("a"), 1);
     EXPECT_EQ(0u, lister->runToSink(&stopper));
     EXPECT_EQ(1u, stopper.seen.size());
     delete lister;
 
     // An unreadable start goes to onError; its answer 3 ends the walk.
     RecordingSink errors;
-    FileNameC missing = name("missing");
-    lister = new FileListerC(&missing, 1);
+    lister = new FileListerC(at("missing"), 1);
     EXPECT_EQ(2u, lister->runToSink(&errors));
     EXPECT_EQ((std::vector<std::string>{"e:2"}), errors.seen);
 }
 
 TEST_F(ListerTest, FiltersDropFilesButKeepDirectories) {
-    makeDir("s");
-    writeFile("s/a.txt", "x");
-    writeFile("s/b.bin", "x");
-    makeDir("s/sub");
-    writeFile("s/sub/c.txt", "x");
-    FileNameC start = name("s");
-    FileWildcardListerC* wild = new FileWildcardListerC(&start, StringC("*.txt", "ascii"), 1);
+    makeTree({"s/", "s/a.txt=x", "s/b.bin=x", "s/sub/", "s/sub/c.txt=x"});
+    const FileNameC* start = at("s");
+    FileWildcardListerC* wild = new FileWildcardListerC(start, StringC("*.txt", "ascii"), 1);
     std::set<std::string> seen;
     FileNameC* entry;
     FileInfoC* info;
@@ -186,7 +158,7 @@ TEST_F(ListerTest, FiltersDropFilesButKeepDirectories) {
     }
     EXPECT_EQ((std::set<std::string>{"a.txt", "sub", "c.txt"}), seen);
 
-    FileFindListerC* find = new FileFindListerC(&start, 1);
+    FileFindListerC* find = new FileFindListerC(start, 1);
     StringArrayC suffixes;
     suffixes.append(StringC(".bin", "ascii"));
     EXPECT_EQ(1u, find->addSuffixes(nullptr));
@@ -197,11 +169,11 @@ TEST_F(ListerTest, FiltersDropFilesButKeepDirectories) {
     ASSERT_EQ(1u, listing.size());
     EXPECT_EQ(path("s/b.bin"), str(listing.nameAt(0)->toString()));
 
-    FileListingC all(new FileListerC(&start, 1), true);
+    FileListingC all(new FileListerC(start, 1), true);
     EXPECT_EQ(4u, all.size());
     // A walk that is empty before its first step leaves runToSink's lister
     // alive: the listing deletes it (a leak would show under ASan).
-    FileListerC* refused = new FileListerC(&start, 1);
+    FileListerC* refused = new FileListerC(start, 1);
     refused->skipDirectory();
     FileListingC none(refused, true);
     EXPECT_EQ(0u, none.size());
@@ -219,31 +191,23 @@ TEST_F(ListerTest, NamesWithAnyByte) {
         if (c != '/') ascii += static_cast<char>(c);
     std::string high;
     for (int c = 128; c < 256; ++c) high += static_cast<char>(c);
-    FileServiceI* files = FlnFileServiceC::instance();
-
-    makeDir("good");
+    makeTree({"good/", "bad/"});
     for (const std::string& n : {ascii, std::string("a\nb"), std::string("\xC3\xA9\xE2\x82\xAC")})
         writeFile("good/" + n, n);
     EXPECT_EQ(3u, pull(1, nullptr, "good").size());
-    FileNameC good = name("good"), copied = name("copied");
-    ASSERT_EQ(0u, files->copy(&good, &copied, nullptr, nullptr));
+    ASSERT_EQ(0u, files->copy(at("good"), at("copied"), nullptr, nullptr));
     EXPECT_EQ(ascii, readFile("copied/" + ascii));
-    EXPECT_TRUE(files->remove(&copied, true, true));
+    EXPECT_TRUE(files->remove(at("copied"), true, true));
     EXPECT_NE(0, access(path("copied").c_str(), F_OK));
 
-    makeDir("bad");
     for (const std::string& n : {high, std::string("\xFF\xFE"), std::string("\xC3(")})
         writeFile("bad/" + n, n);
     std::vector<std::string> seen = pull(1, nullptr, "bad");
     EXPECT_EQ(3u, seen.size());
     for (const std::string& s : seen) EXPECT_NE("<error>", s);
-    FileNameC bad = name("bad"), target = name("target");
-    ErrBufI* errors = getErrBuf();
-    uint32_t mark = errors->getMark();
-    EXPECT_NE(0u, files->copy(&bad, &target, nullptr, nullptr));
-    EXPECT_FALSE(files->remove(&bad, true, true));
-    EXPECT_NE(mark, errors->getMark());
-    errors->recover(mark);
+    EXPECT_NE(0u, files->copy(at("bad"), at("target"), nullptr, nullptr));
+    EXPECT_FALSE(files->remove(at("bad"), true, true));
+    EXPECT_NE(std::vector<uint32_t>{}, testkit::takeErrorCodes());
     EXPECT_EQ(high, readFile("bad/" + high));
 }
 
@@ -251,16 +215,13 @@ TEST_F(ListerTest, NamesWithAnyByte) {
 // directory handle still yields comes back without a status (and so as a
 // file), a removed subdirectory is not entered, and the walk ends as usual.
 TEST_F(ListerTest, EntriesVanishingDuringTheWalk) {
-    makeDir("v");
-    makeDir("v/sub");
+    makeTree({"v/", "v/sub/", "v/sub/inner=x"});
     std::set<std::string> made = {"sub"};
     for (int i = 0; i < 200; ++i) {
         writeFile("v/f" + std::to_string(i), "x");
         made.insert("f" + std::to_string(i));
     }
-    writeFile("v/sub/inner", "x");
-    FileNameC start = name("v");
-    FileListerI* lister = FlnFileServiceC::instance()->createLister(&start, 1);
+    FileListerI* lister = files->createLister(at("v"), 1);
     FileNameC* entry;
     FileInfoC* info;
     bool removed = false;
