@@ -14,13 +14,10 @@
 #ifndef KEEL_TESTS_TESTING_FILESERVMODEL_H
 #define KEEL_TESTS_TESTING_FILESERVMODEL_H
 
-#include <dirent.h>
-#include <ftw.h>
 #include <stdint.h>
-#include <stdio.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <stdlib.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -53,11 +50,8 @@ public:
     }
 
     ~DriverC() {
-        if (!root.empty())
-            nftw64(
-                root.c_str(),
-                [](const char* p, const struct stat64*, int, struct FTW*) { return ::remove(p); },
-                16, FTW_DEPTH | FTW_PHYS);
+        std::error_code ignored;
+        if (!root.empty()) std::filesystem::remove_all(root, ignored);
     }
 
     std::string step(uint32_t operation, uint32_t argument) {
@@ -168,27 +162,13 @@ private:
         for (auto it = tree.begin(); it != tree.end();)
             it = it->first == p || below(p, it->first) ? tree.erase(it) : std::next(it);
     }
-    void walk(const std::string& relative, TreeT& seen) const {
-        DIR* directory = opendir((root + "/" + relative).c_str());
-        if (!directory) return;
-        while (struct dirent64* entry = readdir64(directory)) {
-            std::string child = entry->d_name;
-            if (child == "." || child == "..") continue;
-            child = relative.empty() ? child : relative + "/" + child;
-            struct stat64 record;
-            if (lstat64((root + "/" + child).c_str(), &record) != 0) continue;
-            if (S_ISDIR(record.st_mode)) {
-                seen[child] = kDirectory;
-                walk(child, seen);
-            } else {
-                seen[child] = testkit::readFileAt(root + "/" + child);
-            }
-        }
-        closedir(directory);
-    }
     std::string compare() const {
         TreeT seen;
-        walk("", seen);
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+            std::string p = entry.path().string();
+            seen[p.substr(root.size() + 1)] =
+                entry.is_directory() ? kDirectory : testkit::readFileAt(p);
+        }
         if (seen != tree) return "the tree on disk";
         for (const std::string& p : names) {
             FileNameC n = name(p);
