@@ -83,27 +83,19 @@ TEST(TextReaderTest, CutsAtTheEndOfABlock) {
 // Every encoding: what a writer puts out (CR LF and a lone CR as LF), a reader of the same encoding
 // gives back, and the mark stands in front as the encoding has it.
 TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
+    const std::string wide = "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80";
     struct {
         const char* encoding;
-        std::string mark;
-        std::string text;
+        std::string mark, text;
     } const cases[] = {
-        {"ascii", "", "plain\nlines"},
-        {"iso-8859-1", "", "caf\xC3\xA9\nx"},
-        {"system-8", "\xEF\xBB\xBF", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
-        {"utf8", "\xEF\xBB\xBF", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
-        {"utf16", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
-        {"utf16le", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
-        {"utf16be", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
-        {"wchar_t", "", "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80"},
+        {"ascii", "", "plain\nlines"},      {"iso-8859-1", "", "caf\xC3\xA9\nx"},
+        {"system-8", "\xEF\xBB\xBF", wide}, {"utf8", "\xEF\xBB\xBF", wide},
+        {"utf16", "\xFF\xFE", wide},        {"utf16le", "\xFF\xFE", wide},
+        {"utf16be", "\xFE\xFF", wide},      {"wchar_t", "", wide},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.encoding);
         TextEncodingI* encoding = findEncoding(c.encoding);
-        uint32_t markLength = 0;
-        const uint8_t* mark = encoding->byteOrderMark(&markLength);
-        std::string expectedMark = c.mark;
-        if (markLength) expectedMark.assign(reinterpret_cast<const char*>(mark), markLength);
         FileNameC n = name(c.encoding);
         std::unique_ptr<StreamWriterC> writer(
             StreamWriterC::open(&n, false, encoding, true, 1, false));
@@ -113,8 +105,7 @@ TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
         EXPECT_EQ(0u, writer->write(StringC(c.text.c_str(), "utf8")));
         EXPECT_EQ(0u, writer->write(StringC("\r\nend\r\r\n\n\r", "ascii")));
         EXPECT_EQ(0u, writer->close());
-        std::string bytes = readFile(c.encoding);
-        EXPECT_EQ(expectedMark, bytes.substr(0, expectedMark.size()));
+        EXPECT_EQ(c.mark, readFile(c.encoding).substr(0, c.mark.size()));
         std::unique_ptr<StreamReaderC> reader(StreamReaderC::open(&n, false, encoding, 1, false));
         ASSERT_NE(nullptr, reader);
         StringC all = reader->readAll();
@@ -175,20 +166,13 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
                 uint32_t count = random() % 300;
                 std::unique_ptr<StringC> got(reader.read(count));
                 if (at == model.size() || count == 0) {
-                    if (count == 0 && got) {
-                        ASSERT_EQ(0, got->length());
-                    } else {
-                        ASSERT_EQ(nullptr, got);
-                    }
+                    ASSERT_TRUE(count == 0 && got ? got->length() == 0 : got == nullptr);
                     break;
                 }
-                ASSERT_NE(nullptr, got);
-                std::u32string expect = model.substr(at, count);
-                std::string seen = str(*got);
                 // Fewer characters may come when the byte bound stopped reading.
-                ASSERT_LE(static_cast<size_t>(got->length()), expect.size());
-                ASSERT_GT(got->length(), 0);
-                ASSERT_EQ(encode(expect.substr(0, got->length())), seen);
+                ASSERT_TRUE(got && got->length() > 0 &&
+                            got->length() <= static_cast<int32_t>(count));
+                ASSERT_EQ(encode(model.substr(at, got->length())), str(*got));
                 at += got->length();
                 break;
             }
