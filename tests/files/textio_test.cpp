@@ -135,26 +135,21 @@ TEST_F(TextFileTest, MarksWhenAppending) {
     EXPECT_EQ((std::vector<uint32_t>{0xE0000002u, 0xE0CB0010u}), testkit::errorCodes());
 }
 
-// Random reads of every kind against the text and a position in it.
+// Random reads of every kind against the characters (as code points;
+// wchar_t is 32 bits here) and a position in them.
 TEST(TextReaderTest, RandomReadsAgainstAModel) {
     std::mt19937 random(46);
-    const char* pieces[] = {
-        "a", "bc", "\n", "\r", "\r\n", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "  "};
+    const char32_t* pieces[] = {U"a",      U"bc",     U"\n",         U"\r", U"\r\n",
+                                U"\u00E9", U"\u20AC", U"\U0001F600", U"  "};
+    auto encode = [](const std::u32string& s) {
+        return str(
+            StringC(reinterpret_cast<const wchar_t*>(s.data()), static_cast<int32_t>(s.size())));
+    };
     for (int round = 0; round < 60; ++round) {
-        std::string text;
-        size_t target = random() % 6000;
-        while (text.size() < target) text += pieces[random() % 9];
-        // The model: the characters as code points (wchar_t is 32 bits here).
-        StringC source(text.c_str(), "utf8");
-        const wchar_t* wide = source.textWide();
-        std::u32string model(reinterpret_cast<const char32_t*>(wide), wcslen(wide));
-        source.releaseWide(wide);
-        auto encode = [](const std::u32string& s) {
-            return str(StringC(reinterpret_cast<const wchar_t*>(s.data()),
-                               static_cast<int32_t>(s.size())));
-        };
-        StreamReaderC reader(new PiecewiseInputC(text, round + 1), false, findEncoding("utf8"),
-                             true);
+        std::u32string model;
+        for (size_t target = random() % 4000; model.size() < target;) model += pieces[random() % 9];
+        StreamReaderC reader(new PiecewiseInputC(encode(model), round + 1), false,
+                             findEncoding("utf8"), true);
         size_t at = 0;
         // One handle for every line, as a reading loop has it, and copies of
         // some lines that must keep their text when the next line comes in.
@@ -177,38 +172,29 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
                 break;
             }
             case 1: {
-                int32_t c = reader.readChar();
-                ASSERT_EQ(at < model.size() ? static_cast<int32_t>(model[at]) : -1, c);
-                if (at < model.size()) ++at;
+                int32_t expected = at < model.size() ? static_cast<int32_t>(model[at++]) : -1;
+                ASSERT_EQ(expected, reader.readChar());
                 break;
             }
             case 2:
             case 3: {
                 uint32_t code =
                     random() % 2 ? reader.readLine(line) : reader.TextReaderC::readLine(line);
-                if (at == model.size()) {
-                    ASSERT_EQ(kEndOfText, code);
-                    break;
-                }
-                ASSERT_EQ(0u, code);
-                size_t end = at;
-                while (end < model.size() && model[end] != U'\n' && model[end] != U'\r') ++end;
+                ASSERT_EQ(at == model.size() ? kEndOfText : 0u, code);
+                if (code != 0) break;
+                size_t end = model.find_first_of(U"\r\n", at);
+                end = end == std::u32string::npos ? model.size() : end;
                 ASSERT_EQ(encode(model.substr(at, end - at)), str(line));
                 ASSERT_EQ(static_cast<int32_t>(end - at), line.length());
                 if (end > at) {
                     ASSERT_EQ(model[end - 1], line.charAt(line.length() - 1));
                 }
                 if (random() % 3 == 0) kept.emplace_back(line, str(line));
-                at = end;
-                if (at < model.size()) {
-                    bool cr = model[at] == U'\r';
-                    ++at;
-                    if (cr && at < model.size() && model[at] == U'\n') ++at;
-                }
+                // Past the line's end; CR LF is one end.
+                at = end + (end < model.size()) + (model.compare(end, 2, U"\r\n") == 0);
                 break;
             }
-            default: {
-                // Put back what is next anyway, or something new.
+            default:  // put back what is next anyway, or something new
                 if (at > 0 && random() % 2) {
                     --at;
                     reader.pushBack(StringC(encode(model.substr(at, 1)).c_str(), "utf8"));
@@ -216,7 +202,6 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
                     model.insert(at, U"pb");
                     reader.pushBack(StringC("pb", "ascii"));
                 }
-            }
             }
         }
         for (const auto& copy : kept) ASSERT_EQ(copy.second, str(copy.first));
