@@ -59,6 +59,8 @@ void checkNormalForm(const FileNameC& name) {
     check(text.find("//") == std::string::npos, "two separators in a row");
     check(!name.getDriveFlag() && !name.getShareFlag(), "a flag that is always false was set");
     check(same(name, FileNameC(name.toString())), "parsing toString again gives another name");
+    check(bytesOf(name.toString()) == (name.isRooted() ? "/" : "") + text,
+          "toString is not the root and the text");
 }
 
 // Text made of components, "." only alone and ".." only in front.

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include <keel/stringar.h>
 #include "testing/scantest.h"
@@ -14,44 +15,43 @@ namespace {
 FileNameC N(const std::string& text) { return FileNameC(u8(text)); }
 
 // What the normal form holds and how it collapses, in the cases whose
-// answers the invariants of filename_fuzz leave open. The last rows: Windows
-// syntax is ordinary text, a NUL is an ordinary character, and the "fewer
-// than three characters" rule counts characters, not bytes.
+// answers the invariants of filename_fuzz leave open (toString is the root
+// and the text; the flags are false). The last rows: Windows syntax is
+// ordinary text, a NUL is an ordinary character, and the "fewer than three
+// characters" rule counts characters, not bytes.
 TEST(FileName, NormalFormAndCollapse) {
     struct Case {
         std::string input, text;
         bool rooted;
-        std::string string, collapsed;
+        std::string collapsed;
     };
     const Case cases[] = {
-        {"", "", false, "", ""},
-        {"/", "", true, "/", "/"},
-        {"///a", "a", true, "/a", "/a"},
-        {"a//b", "a/b", false, "a/b", "a/b"},
-        {".", ".", false, ".", ""},
-        {"./", ".", false, ".", ""},
-        {"a/.", "a/.", false, "a/.", "a/"},
-        {"ab/.", "ab/.", false, "ab/.", "ab"},
-        {"a/..", "a/..", false, "a/..", "."},
-        {"/a/..", "a/..", true, "/a/..", "/."},
-        {"a/b/..", "a/b/..", false, "a/b/..", "a/"},
-        {"/..", "..", true, "/..", "/.."},
-        {"/a/../..", "a/../..", true, "/a/../..", "/.."},
-        {"a/../../b/./c/", "a/../../b/./c", false, "a/../../b/./c", "../b/c"},
-        {"x/../a/..", "x/../a/..", false, "x/../a/..", "."},
-        {"C:\\dir\\f", "C:\\dir\\f", false, "C:\\dir\\f", "C:\\dir\\f"},
-        {std::string("a\0//b/", 6), std::string("a\0/b", 4), false, std::string("a\0/b", 4),
-         std::string("a\0/b", 4)},
-        {"\xc3\xa9/.", "\xc3\xa9/.", false, "\xc3\xa9/.", "\xc3\xa9/"},
-        {"\xc3\xa9x/.", "\xc3\xa9x/.", false, "\xc3\xa9x/.", "\xc3\xa9x"},
+        {"", "", false, ""},
+        {"/", "", true, "/"},
+        {"///a", "a", true, "/a"},
+        {"a//b", "a/b", false, "a/b"},
+        {".", ".", false, ""},
+        {"./", ".", false, ""},
+        {"a/.", "a/.", false, "a/"},
+        {"ab/.", "ab/.", false, "ab"},
+        {"a/..", "a/..", false, "."},
+        {"/a/..", "a/..", true, "/."},
+        {"a/b/..", "a/b/..", false, "a/"},
+        {"/..", "..", true, "/.."},
+        {"/a/../..", "a/../..", true, "/.."},
+        {"a/../../b/./c/", "a/../../b/./c", false, "../b/c"},
+        {"x/../a/..", "x/../a/..", false, "."},
+        {"C:\\dir\\f", "C:\\dir\\f", false, "C:\\dir\\f"},
+        {std::string("a\0//b/", 6), std::string("a\0/b", 4), false, std::string("a\0/b", 4)},
+        {"\xc3\xa9/.", "\xc3\xa9/.", false, "\xc3\xa9/"},
+        {"\xc3\xa9x/.", "\xc3\xa9x/.", false, "\xc3\xa9x"},
     };
     for (const Case& c : cases) {
         FileNameC name = N(c.input);
-        EXPECT_EQ(c.text, str(name.getText())) << c.input;
-        EXPECT_EQ(c.rooted, name.isRooted()) << c.input;
-        EXPECT_EQ(c.string, str(name.toString())) << c.input;
-        EXPECT_EQ(c.collapsed, str(name.getCollapsedText())) << c.input;
-        EXPECT_FALSE(name.getDriveFlag() || name.getShareFlag());
+        EXPECT_EQ(
+            std::make_tuple(c.text, c.rooted, c.collapsed),
+            std::make_tuple(str(name.getText()), name.isRooted(), str(name.getCollapsedText())))
+            << c.input;
     }
     // Names of 4,096 bytes and more have no limit of their own.
     std::string deep, collapsed = "/";
