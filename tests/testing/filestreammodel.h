@@ -12,7 +12,6 @@
 #define KEEL_TESTS_TESTING_FILESTREAMMODEL_H
 
 #include <stdint.h>
-#include <stdio.h>
 
 #include <algorithm>
 #include <memory>
@@ -40,10 +39,8 @@ public:
                 return "write";
             size_t at = static_cast<size_t>(position);
             // Nothing written extends nothing, even past the end.
-            if (!bytes.empty()) {
-                if (model.size() < at + bytes.size()) model.resize(at + bytes.size(), '\0');
-                model.replace(at, bytes.size(), bytes);
-            }
+            if (!bytes.empty()) model.resize(std::max(model.size(), at + bytes.size()), '\0');
+            model.replace(std::min(at, model.size()), bytes.size(), bytes);
             position += static_cast<int64_t>(bytes.size());
             break;
         }
