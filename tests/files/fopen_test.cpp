@@ -4,13 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
 
-#include "testing/tempdir.h"
+#include "testing/filetree.h"
 
 namespace keel {
 namespace {
@@ -24,24 +23,21 @@ TEST(OpenFileOrStandardInput, DashIsStandardInputWhateverTheMode) {
 
 // createFileText makes the file with the mode under the umask, and empties
 // an existing one.
-TEST(OpenFileOrStandardInput, CreateAndOpenAFile) {
-    testkit::TempDirC dir;
-    std::string path = dir.file("made");
+class CreateFileTextTest : public testkit::FileTreeTest {};
+
+TEST_F(CreateFileTextTest, CreateAndOpenAFile) {
     mode_t oldMask = umask(022);
-    int fd = createFileText(path.c_str(), 0660);
+    int fd = createFileText(path("made").c_str(), 0660);
     umask(oldMask);
-    ASSERT_GE(fd, 0);
     EXPECT_EQ(4, write(fd, "text", 4));
     close(fd);
-    FILE* f = openFileOrStandardInput(path.c_str(), "rb");
+    FILE* f = openFileOrStandardInput(path("made").c_str(), "rb");
     ASSERT_NE(nullptr, f);
     fclose(f);
-    close(createFileText(path.c_str(), 0600));
-    struct stat info;
-    ASSERT_EQ(0, stat(path.c_str(), &info));
-    EXPECT_EQ(0640u, info.st_mode & 0777);
-    EXPECT_EQ(0, info.st_size);
-    EXPECT_EQ(-1, createFileText(dir.file("no/such").c_str(), 0644));
+    close(createFileText(path("made").c_str(), 0600));
+    EXPECT_EQ(0640u, modeOf("made"));
+    EXPECT_EQ("", readFile("made"));
+    EXPECT_EQ(-1, createFileText(path("no/such").c_str(), 0644));
 }
 
 }  // namespace
