@@ -181,8 +181,7 @@ class LockHolderC {
 public:
     LockHolderC(const FileNameC* name, uint32_t access, uint32_t share, bool wait = false) {
         EXPECT_EQ(0, pipe(report));
-        pid = fork();
-        if (pid == 0) {
+        if ((pid = fork()) == 0) {
             testkit::clearErrors();
             bool opened = FileStreamC::open(name, 3, access, share, wait) != nullptr;
             Codes answer = errorCodes();
