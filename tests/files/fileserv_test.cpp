@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <utime.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -208,34 +209,32 @@ TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
     const FileNameC* here = fullName(dir);
     StringC made;
     int32_t fd = -2;
-    ASSERT_EQ(0u, files->createSecureTempFile(made, &fd, here, StringC("pre", "ascii")));
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(path("pre"), str(made).substr(0, str(made).size() - 6));
+    // The code, and the name made without the six random characters.
+    auto make = [&](const FileNameC* directory, const std::string& prefix) {
+        fd = -2;
+        uint32_t code =
+            files->createSecureTempFile(made, &fd, directory, StringC(prefix.c_str(), "ascii"));
+        if (fd >= 0) close(fd);
+        return std::make_pair(code, str(made).substr(0, std::max<size_t>(6, str(made).size()) - 6));
+    };
+    EXPECT_EQ(std::make_pair(0u, path("pre")), make(here, "pre"));
     EXPECT_EQ(0600u, modeOf(str(made).substr(dir.size() + 1)));
-    close(fd);
 
     // A missing directory falls back to the temporary one; an empty TMPDIR
     // or one naming nothing fails with its own code.
     std::string saved = getenv("TMPDIR") ? getenv("TMPDIR") : "<unset>";
     setenv("TMPDIR", dir.c_str(), 1);
-    EXPECT_EQ(0u, files->createSecureTempFile(made, &fd, at("missing"), StringC("fb", "ascii")));
-    EXPECT_EQ(path("fb"), str(made).substr(0, path("fb").size()));
-    close(fd);
+    EXPECT_EQ(std::make_pair(0u, path("fb")), make(at("missing"), "fb"));
     setenv("TMPDIR", "", 1);
-    EXPECT_EQ(0xE0CB001Eu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
+    EXPECT_EQ(0xE0CB001Eu, make(nullptr, "").first);
     EXPECT_EQ(-1, fd);
     setenv("TMPDIR", path("missing").c_str(), 1);
-    EXPECT_EQ(0xE0CB001Fu, files->createSecureTempFile(made, &fd, nullptr, StringC()));
+    EXPECT_EQ(0xE0CB001Fu, make(nullptr, "").first);
     saved == "<unset>" ? unsetenv("TMPDIR") : setenv("TMPDIR", saved.c_str(), 1);
     // The bound on the template: 4,095 characters pass it, 4,096 do not.
     std::string longPrefix(4095 - dir.size() - 1 - 6, 'p');
-    EXPECT_EQ(0xE0CB001Du,
-              files->createSecureTempFile(made, &fd, here, StringC(longPrefix.c_str(), "ascii")));
-    EXPECT_EQ(4095u, str(made).size());
-    longPrefix += 'p';
-    EXPECT_EQ(0xE0CB001Eu,
-              files->createSecureTempFile(made, &fd, here, StringC(longPrefix.c_str(), "ascii")));
-    EXPECT_EQ("", str(made));
+    EXPECT_EQ(std::make_pair(0xE0CB001Du, dir + "/" + longPrefix), make(here, longPrefix));
+    EXPECT_EQ(std::make_pair(0xE0CB001Eu, std::string()), make(here, longPrefix + "p"));
     testkit::clearErrors();
 
     // A symbolic link planted where the first random name falls is refused
