@@ -268,9 +268,8 @@ struct ProgressT {
 bool countProgress(const FileNameC*, const FileNameC*, int64_t totalBytes, int32_t totalFiles,
                    int64_t, int64_t, void* context) {
     ProgressT* progress = static_cast<ProgressT*>(context);
-    progress->totalBytes = totalBytes;
-    progress->totalFiles = totalFiles;
-    return ++progress->calls != progress->stopAt;
+    *progress = {progress->calls + 1, progress->stopAt, totalBytes, totalFiles};
+    return progress->calls != progress->stopAt;
 }
 
 // Copy and removal of a tree holding a link to a directory outside it and a
