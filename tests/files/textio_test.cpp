@@ -135,7 +135,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
     };
     for (int round = 0; round < 60; ++round) {
         std::u32string model;
-        for (size_t target = random() % 4000; model.size() < target;) model += pieces[random() % 9];
+        for (size_t target = random() % 6000; model.size() < target;) model += pieces[random() % 9];
         StreamReaderC reader(new PiecewiseInputC(encode(model), round + 1), false,
                              findEncoding("utf8"), true);
         size_t at = 0;
