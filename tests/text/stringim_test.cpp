@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -76,16 +78,17 @@ TEST(StringImplTest, TextAndCopyText) {
     EXPECT_EQ(0u, s->textLength("no-such-encoding"));
     EXPECT_FALSE(s->text(&text, "no-such-encoding"));
     EXPECT_EQ(nullptr, text);
+    // One byte short of the terminator: cut, the full length reported; an
+    // unknown encoding gives nothing; the size alone, with no buffer,
+    // touches no memory.
     char buffer[8] = "#######";
-    uint32_t size = 6;  // one byte short of the terminator: cut, the full length reported
-    EXPECT_TRUE(s->copyText(buffer, &size, "utf8"));
-    EXPECT_EQ(6u, size);
-    EXPECT_EQ(0, memcmp(buffer, "abcdef#", 7));
-    EXPECT_FALSE(s->copyText(buffer, &size, "no-such-encoding"));
-    EXPECT_EQ(0u, size);
-    // Asking for the size alone, with no buffer, touches no memory.
-    EXPECT_TRUE(s->copyText(nullptr, &size, "utf16"));
-    EXPECT_EQ(12u, size);
+    uint32_t sizes[3] = {6, 6, 0};
+    bool answers[3] = {s->copyText(buffer, &sizes[0], "utf8"),
+                       s->copyText(buffer, &sizes[1], "no-such-encoding"),
+                       s->copyText(nullptr, &sizes[2], "utf16")};
+    EXPECT_EQ(std::string("abcdef#"), std::string(buffer, 7));
+    EXPECT_EQ((std::vector<uint32_t>{6, 0, 12}), std::vector<uint32_t>(sizes, sizes + 3));
+    EXPECT_EQ((std::vector<bool>{true, false, true}), std::vector<bool>(answers, answers + 3));
 }
 
 // Short text goes out to the wide encodings in one pass, longer text in two;
@@ -107,16 +110,15 @@ TEST(StringImplTest, WideTextInOnePassIsThatOfTwo) {
             std::string text;
             while (text.size() < limit + 1) text += std::string(pieces[i]) + pieces[(i + 3) % 8];
             for (uint32_t size : {limit - 1, limit, limit + 1}) {
+                SCOPED_TRACE(::testing::Message() << encoding << " " << i << " " << size);
                 Held<StringImplC> s(new StringImplC(text.data(), size, "vutf8"));
                 uint32_t needed = 0;
                 bool whole = s->copyText(nullptr, &needed, encoding);
-                needed += encoding[0] == 'w' ? 4 : 2;
-                std::vector<uint8_t> expected(needed);
+                std::vector<uint8_t> expected(needed += encoding[0] == 'w' ? 4 : 2);
                 EXPECT_EQ(whole, s->copyText(expected.data(), &needed, encoding));
                 void* out = nullptr;
-                EXPECT_EQ(whole, s->text(&out, encoding)) << encoding << " " << i << " " << size;
-                EXPECT_EQ(0, memcmp(out, expected.data(), expected.size()))
-                    << encoding << " " << i << " " << size;
+                EXPECT_EQ(whole, s->text(&out, encoding));
+                EXPECT_EQ(0, memcmp(out, expected.data(), expected.size()));
                 s->releaseText(out, encoding);
             }
         }
@@ -279,19 +281,16 @@ TEST(SecureStringConstruction, FromOtherStringsAndWhatItHandsOut) {
 TEST(StringFromUtf16Test, EveryLengthAtEveryAlignment) {
     for (size_t offset = 0; offset < 16; offset += 2) {
         for (size_t n = 0; n <= 40; ++n) {
-            uint8_t* buffer = new uint8_t[offset + 2 * n + 2];
-            std::vector<uint16_t> units;
-            for (size_t i = 0; i < n; ++i)
-                units.push_back(i % 5 == 4 ? 0x4E2D : static_cast<uint16_t>('a' + i % 26));
-            units.push_back(0);
-            memcpy(buffer + offset, units.data(), 2 * units.size());
-            StringC s(reinterpret_cast<const uint16_t*>(buffer + offset));
+            std::u16string units;
+            for (size_t i = 0; i < n; ++i) units += i % 5 == 4 ? u'\u4E2D' : char16_t('a' + i % 26);
+            std::unique_ptr<uint8_t[]> buffer(new uint8_t[offset + 2 * n + 2]);
+            memcpy(buffer.get() + offset, units.c_str(), 2 * n + 2);
+            StringC s(reinterpret_cast<const uint16_t*>(buffer.get() + offset));
             EXPECT_EQ(static_cast<int32_t>(n), s.length())
                 << "offset " << offset << " length " << n;
             const uint16_t* back = s.textUtf16();
-            EXPECT_EQ(0, memcmp(back, units.data(), 2 * units.size()));
+            EXPECT_EQ(0, memcmp(back, units.c_str(), 2 * n + 2));
             s.releaseUtf16(back);
-            delete[] buffer;
         }
     }
 }
@@ -300,6 +299,12 @@ TEST(StringFromUtf16Test, EveryLengthAtEveryAlignment) {
 // or broken, at each place around the end of a 32-byte block: the answers
 // are those of the character walk. (Valid text is the string model's.)
 TEST(StringFindAsciiTest, BlockSearchAroundSequencesAndBreaks) {
+    // Every answer of a forward search, from -1 on, taking each answer as
+    // the next start.
+    auto all = [](const std::function<int32_t(int32_t)>& search, std::vector<int32_t>& found) {
+        for (int32_t at = search(-1); at >= 0; at = search(at)) found.push_back(at);
+    };
+    const StringC set("e,", "ascii"), others("x", "ascii");
     for (const char* piece :
          {"\xE4\xB8\xAD", "\xF4\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xFF", "\xE4\x65", "\xC3"}) {
         for (size_t offset = 26; offset <= 33; ++offset) {
@@ -308,17 +313,12 @@ TEST(StringFindAsciiTest, BlockSearchAroundSequencesAndBreaks) {
                 // The character, then the ASCII sets' searches, which take
                 // the same steps.
                 std::vector<int32_t> found[2];
-                StringC set("e,", "ascii"), others("x", "ascii");
                 for (int vector = 0; vector < 2; ++vector) {
                     StringImplC::setVectorPaths(vector == 1);
                     StringC s(text.data(), static_cast<uint32_t>(text.size()), encoding);
-                    for (int32_t at = s.find('e', -1); at >= 0; at = s.find('e', at))
-                        found[vector].push_back(at);
-                    for (int32_t at = s.findFirstOf(set, -1); at >= 0; at = s.findFirstOf(set, at))
-                        found[vector].push_back(at);
-                    for (int32_t at = s.findFirstNotOf(others, -1); at >= 0;
-                         at = s.findFirstNotOf(others, at))
-                        found[vector].push_back(at);
+                    all([&](int32_t at) { return s.find('e', at); }, found[vector]);
+                    all([&](int32_t at) { return s.findFirstOf(set, at); }, found[vector]);
+                    all([&](int32_t at) { return s.findFirstNotOf(others, at); }, found[vector]);
                 }
                 StringImplC::setVectorPaths(true);
                 EXPECT_EQ(found[0], found[1]) << encoding << " " << offset;
@@ -333,43 +333,39 @@ TEST(StringFindAsciiTest, BlockSearchAroundSequencesAndBreaks) {
 // other encodings' short text is decoded in one pass (bytes of every value
 // there: surrogates, held bytes, values beyond the 16-bit range).
 TEST(StringOneBlockTest, ChangesAsTheTwoBlockForm) {
+    Held<StringImplC> tail(new StringImplC("xyz\xC3\xA9", 5, "utf8"));
+    void (*const steps[])(StringImplC*, StringImplC*) = {
+        [](StringImplC*, StringImplC*) {},
+        [](StringImplC* s, StringImplC* t) { s->append(t); },
+        [](StringImplC* s, StringImplC*) { s->toUpper(); },
+        [](StringImplC* s, StringImplC*) { s->erase(1, 3); },
+        [](StringImplC* s, StringImplC*) { s->reserve(s->byteCapacity() + 1); },
+        [](StringImplC* s, StringImplC*) { s->appendChar(0x4E2D); },
+        [](StringImplC* s, StringImplC*) { s->reset(); }};
+    auto state = [](StringImplC* s) {
+        std::string text =
+            s->bytes() ? std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount())
+                       : "(none)";
+        return text + "|" + std::to_string(s->byteCapacity()) + "|" +
+               std::to_string(s->storedCharCount());
+    };
     for (uint32_t length : {1u, 7u, 8u, 40u, 200u, 8191u, 8192u}) {
         std::string text, mixed;
-        for (uint32_t i = 0; i < length; ++i) text += static_cast<char>('a' + i % 26);
-        for (uint32_t i = 0; i < length; ++i) mixed += static_cast<char>((i * 73 + 5) & 0xFF);
+        for (uint32_t i = 0; i < length; ++i) {
+            text += static_cast<char>('a' + i % 26);
+            mixed += static_cast<char>((i * 73 + 5) & 0xFF);
+        }
         for (const char* encoding :
              {"utf8", "vutf8", "utf16", "utf16be", "wchar_t", "iso-8859-1", "ascii", "system-8"}) {
             SCOPED_TRACE(std::to_string(length) + encoding);
             if (strstr("utf8 vutf8", encoding) == nullptr) text = mixed;
-            StringImplC* one = StringImplC::make(text.data(), length, encoding);
-            StringImplC* two = new StringImplC(text.data(), length, encoding);
-            one->addRef();
-            two->addRef();
-            StringImplC* tail = new StringImplC("xyz\xC3\xA9", 5, "utf8");
-            tail->addRef();
-            void (*const steps[])(StringImplC*, StringImplC*) = {
-                [](StringImplC*, StringImplC*) {},
-                [](StringImplC* s, StringImplC* t) { s->append(t); },
-                [](StringImplC* s, StringImplC*) { s->toUpper(); },
-                [](StringImplC* s, StringImplC*) { s->erase(1, 3); },
-                [](StringImplC* s, StringImplC*) { s->reserve(s->byteCapacity() + 1); },
-                [](StringImplC* s, StringImplC*) { s->appendChar(0x4E2D); },
-                [](StringImplC* s, StringImplC*) { s->reset(); }};
-            auto textOf = [](StringImplC* s) {
-                return s->bytes()
-                           ? std::string(reinterpret_cast<const char*>(s->bytes()), s->byteCount())
-                           : std::string("(none)");
-            };
+            Held<StringImplC> one(StringImplC::make(text.data(), length, encoding));
+            Held<StringImplC> two(new StringImplC(text.data(), length, encoding));
             for (auto step : steps) {
-                step(one, tail);
-                step(two, tail);
-                EXPECT_EQ(textOf(two), textOf(one));
-                EXPECT_EQ(two->byteCapacity(), one->byteCapacity());
-                EXPECT_EQ(two->storedCharCount(), one->storedCharCount());
+                step(one.impl, tail.impl);
+                step(two.impl, tail.impl);
+                EXPECT_EQ(state(two.impl), state(one.impl));
             }
-            tail->release();
-            one->release();
-            two->release();
         }
     }
 }
