@@ -9,14 +9,15 @@
 // Two more pairs of paths must agree on the same text: a representation
 // whose first buffer lies in its own block (make) with one whose buffer is
 // apart, through growth, case mapping, erase and reset, for text of any of
-// the eight encodings; and the text in the wide encodings written in one
-// pass (short text) with what copyText's two passes write.
+// the eight encodings; the text in the wide encodings written in one pass
+// (short text) with what copyText's two passes write; and a string made
+// with an encoding object with the one its name makes.
 //
 // Input layout: byte 0 picks the encoding name (bits 0-1: "utf8", "system-8",
 // "vutf8") and the searched character (bits 2-7, mapped into 0x40-0x7F);
 // byte 1 seeds where charAt moves the cursor between searches (bit 0 also
-// picks the secure class, bits 1-3 the encoding of the one-block check); the
-// rest is the text.
+// picks the secure class, bits 1-3 the encoding of the one-block check,
+// bits 4-7 that of the encoding object's); the rest is the text.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -27,6 +28,7 @@
 
 #include <keel/keel.h>
 
+#include "text/string.h"
 #include "text/stringim.h"
 #include "text/textencoding.h"
 #include "text/utf8.h"
@@ -165,6 +167,26 @@ void checkWideText(const uint8_t* text, size_t size) {
     s->release();
 }
 
+// A string made with an encoding object is the one its name makes: the
+// cached objects where those stand (no text, or one byte below 0x80), and
+// otherwise the same text, count and room; also for no object at all, which
+// is an unknown name.
+void checkEncodingObject(const uint8_t* text, uint32_t size, uint32_t pick) {
+    static const char* const kNames[] = {"system-8", "utf8", "iso-8859-1", "utf16", "no-such"};
+    keel::TextEncodingI* const objects[] = {keel::system8Encoding(), keel::utf8Encoding(),
+                                            keel::latin1Encoding(), keel::utf16Encoding(), nullptr};
+    keel::StringC byName(text, size, kNames[pick % 5]);
+    keel::StringC known = keel::stringFromEncoded(text, size, objects[pick % 5]);
+    bool cached = size == 0 || (size == 1 && text[0] > 0 && text[0] < 0x80);
+    check(cached == (byName.getImpl() == known.getImpl()), "a cached object is not shared");
+    auto* a = dynamic_cast<keel::StringImplC*>(byName.getImpl());
+    auto* b = dynamic_cast<keel::StringImplC*>(known.getImpl());
+    check(a && b && a->byteCapacity() == b->byteCapacity(), "the rooms differ");
+    check(byName.valid() == known.valid() && byName.length() == known.length() &&
+              byName.toStdString() == known.toStdString(),
+          "the texts differ");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -184,5 +206,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                        "iso-8859-1", "ascii", "wchar_t", "system-8"};
     checkOneBlockForm(text, static_cast<uint32_t>(length), kAll[(data[1] >> 1) & 7]);
     checkWideText(text, length);
+    checkEncodingObject(text, static_cast<uint32_t>(length), data[1] >> 4);
     return 0;
 }
