@@ -183,46 +183,38 @@ TEST(TextEncodingLookup, FindsTheEightNamesIgnoringBitFive) {
             EXPECT_EQ(a == b, findEncoding(a) == findEncoding(b)) << a << " " << b;
     }
     EXPECT_EQ(findEncoding("utf16le"), findEncoding("UTF16LE"));
-    EXPECT_EQ(findEncoding("system-8"), findEncoding("SYSTEM\x0D"
-                                                     "8"));  // 0x0D ^ 0x2D == 0x20
+    EXPECT_EQ(findEncoding("system-8"), findEncoding("SYSTEM\r8"));  // 0x0D ^ 0x2D == 0x20
     for (const char* name : {"vutf8", "latin1", "utf-8", " utf8", ""})
         EXPECT_EQ(nullptr, findEncoding(name)) << name;
     EXPECT_EQ(nullptr, findEncoding(nullptr));
     // A blank is not the terminator; the same pointer is equal, whatever it says.
     const char* same = "not a name at all";
-    const struct {
-        const char *a, *b;
-        bool equal;
-    } pairs[] = {{"utf8", "utf8x", false}, {"utf8x", "utf8", false}, {"utf8 ", "utf8", false},
-                 {"", "", true},           {same, same, true},       {nullptr, "utf8", false},
-                 {nullptr, nullptr, true}};
-    for (const auto& p : pairs) EXPECT_EQ(p.equal, encodingNamesEqual(p.a, p.b)) << p.a;
+    const std::tuple<const char*, const char*, bool> pairs[] = {
+        {"utf8", "utf8x", false}, {"utf8x", "utf8", false}, {"utf8 ", "utf8", false},
+        {"", "", true},           {same, same, true},       {nullptr, "utf8", false},
+        {nullptr, nullptr, true}};
+    for (const auto& [a, b, equal] : pairs) EXPECT_EQ(equal, encodingNamesEqual(a, b)) << a;
 }
 
 TEST(TextEncodingObjects, MarksUnitWidthsAndTheEncodingOfEachCoder) {
-    struct Row {
-        const char* name;
-        const char* mark;
-        uint32_t width;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, std::string, uint32_t> rows[] = {
         {"ascii", "", 1},           {"system-8", "", 1},         {"iso-8859-1", "", 1},
         {"wchar_t", "", 4},         {"utf8", "\xEF\xBB\xBF", 1}, {"utf16", "\xFF\xFE", 2},
         {"utf16be", "\xFE\xFF", 2}, {"utf16le", "\xFF\xFE", 2}};
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        TextEncodingI* enc = findEncoding(row.name);
+    for (const auto& [name, mark, width] : rows) {
+        SCOPED_TRACE(name);
+        TextEncodingI* enc = findEncoding(name);
         uint32_t length = 99;
-        const uint8_t* mark = enc->byteOrderMark(&length);
-        EXPECT_EQ(row.mark, mark ? Bytes(reinterpret_cast<const char*>(mark), length) : Bytes());
-        EXPECT_EQ(*row.mark ? mark : nullptr, enc->byteOrderMark(nullptr));
-        EXPECT_EQ(strlen(row.mark), length);
-        EXPECT_EQ(row.width, enc->unitWidth());
+        const uint8_t* bytes = enc->byteOrderMark(&length);
+        EXPECT_EQ(mark, bytes ? Bytes(reinterpret_cast<const char*>(bytes), length) : Bytes());
+        EXPECT_EQ(mark.size(), length);
+        EXPECT_EQ(mark.empty() ? nullptr : bytes, enc->byteOrderMark(nullptr));
+        EXPECT_EQ(width, enc->unitWidth());
         // The UTF-8 classes answer the "utf8" object, also when "system-8"
         // made them; that is how a writer on "system-8" finds its direct path.
-        TextEncodingI* answered = strcmp(row.name, "system-8") ? enc : findEncoding("utf8");
-        EXPECT_EQ(answered, Coder(true, row.name).d->getEncoding());
-        EXPECT_EQ(answered, Coder(false, row.name).e->getEncoding());
+        TextEncodingI* answered = strcmp(name, "system-8") ? enc : findEncoding("utf8");
+        EXPECT_EQ(answered, Coder(true, name).d->getEncoding());
+        EXPECT_EQ(answered, Coder(false, name).e->getEncoding());
     }
     // The library's load steps have run before any test: the byte order of
     // the UTF-16 classes is told by these two addresses.
@@ -368,31 +360,30 @@ TEST(TextEncodingHeld, AnEmptyBuffer) {
 
 TEST(TextEncodingStrings, RoundTripThroughStringsInEveryEncoding) {
     // What each encoding can hold, with enough ASCII around it for the fast paths.
-    const std::u32string wide = U"a\u00E9\u4E2D\u6587\U0001F600bcdefghijkl";
-    const std::pair<const char*, std::u32string> cases[] = {
-        {"ascii", U"plain text only!?"},
-        {"iso-8859-1", U"Gr\u00FC\u00DFe aus M\u00FCnchen\u00FF"},
-        {"utf8", wide},
-        {"system-8", U"a\u00E9\u4E2D\U0001F600z"},
-        {"utf16", wide},
-        {"utf16be", U"a\u00E9\u4E2D\U0001F600z"},
-        {"utf16le", wide},
-        {"wchar_t", U"a\u00E9\u4E2D\U0001F600z\U0010FFFF"}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        Bytes text = utf8Of(c.second), outside = pieces(false, c.first, text).out;
-        StringC s(outside.data(), size32(outside), c.first);
-        EXPECT_EQ(static_cast<int32_t>(c.second.size()), s.length());
+    const std::u32string latin = U"Gr\u00FC\u00DFe aus M\u00FCnchen\u00FF",
+                         wide = U"a\u00E9\u4E2D\u6587\U0001F600bcdefghijkl\U0010FFFF";
+    const std::pair<const char*, std::u32string> cases[] = {{"ascii", U"plain text only!?"},
+                                                            {"iso-8859-1", latin},
+                                                            {"utf8", wide},
+                                                            {"system-8", wide},
+                                                            {"utf16", wide},
+                                                            {"utf16be", wide},
+                                                            {"utf16le", wide},
+                                                            {"wchar_t", wide}};
+    for (const auto& [name, characters] : cases) {
+        SCOPED_TRACE(name);
+        Bytes text = utf8Of(characters), outside = pieces(false, name, text).out;
+        StringC s(outside.data(), size32(outside), name);
+        EXPECT_EQ(static_cast<int32_t>(characters.size()), s.length());
         EXPECT_EQ(text, str(s));
-        // And out again in its own encoding, terminator included.
-        uint32_t width = findEncoding(c.first)->unitWidth(), size = 0;
+        // And out again in its own encoding, terminator included; a buffer
+        // of one byte is asked for the size only.
+        uint32_t width = findEncoding(name)->unitWidth(), size = 0, full = 0;
         uint8_t none = 0;
-        EXPECT_TRUE(s.copyText(&none, &size, c.first));
-        EXPECT_EQ(outside.size(), size);
-        Bytes back(size + width, '\xA5');
+        Bytes back(outside.size() + width, '\xA5');
         size = size32(back);
-        EXPECT_TRUE(s.copyText(at(back), &size, c.first));
-        EXPECT_EQ(outside + Bytes(width, 0), back);
-        EXPECT_EQ(outside.size(), size);
+        EXPECT_TRUE(s.copyText(&none, &full, name) && s.copyText(at(back), &size, name));
+        EXPECT_EQ(std::make_tuple(outside + Bytes(width, 0), outside.size(), outside.size()),
+                  std::tie(back, size, full));
     }
 }
