@@ -76,13 +76,12 @@ public:
     std::string run() {
         start();
         for (int step = 0; !choices_.exhausted() && step < 400 && failure_.empty(); ++step) {
-            static void (StringModelRunC::*const operations[])() = {
-                &StringModelRunC::readAt,    &StringModelRunC::readAt, &StringModelRunC::readAt,
-                &StringModelRunC::readRun,   &StringModelRunC::length, &StringModelRunC::substring,
-                &StringModelRunC::insert,    &StringModelRunC::erase,  &StringModelRunC::append,
-                &StringModelRunC::appendOne, &StringModelRunC::copy,   &StringModelRunC::restart};
-            uint32_t op = below(16);
-            (this->*(op < 12 ? operations[op] : &StringModelRunC::search))();
+            typedef StringModelRunC R;
+            static void (R::*const operations[16])() = {
+                &R::readAt, &R::readAt, &R::readAt, &R::readRun,   &R::length, &R::substring,
+                &R::insert, &R::erase,  &R::append, &R::appendOne, &R::copy,   &R::restart,
+                &R::search, &R::search, &R::search, &R::search};
+            (this->*operations[below(16)])();
         }
         checkText("at the end");
         return failure_.empty() ? std::string() : failure_ + "\nafter:" + log_.str();
