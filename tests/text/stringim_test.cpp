@@ -59,6 +59,9 @@ TEST(StringImplTest, ConstructionRedecodesAndCopiesInternalFormUnchecked) {
     Held<StringImplC> odd(new StringImplC("x\0\xFFy", 4, "vutf8"));
     EXPECT_EQ(std::string("x\0\xFFy|-1", 7), state(odd.impl));
     EXPECT_EQ(1, odd->length());
+    // Text of the other encodings is decoded and counted.
+    Held<StringImplC> wide(new StringImplC("a\0\xE9\0", 4, "utf16le"));
+    EXPECT_EQ("a\xC3\xA9|2", state(wide.impl));
 }
 
 uint32_t widen(uint32_t c) { return c == 'a' ? 0x1F600 : c == 'X' ? 'x' : c; }
