@@ -1,13 +1,13 @@
 // Three argument-list handles driven beside plain models: each handle is a
 // shared pointer to a vector of (code, value bytes) entries, null for an
 // empty list. Steps add values of every type of fixed layout through its
-// overload, texts, strings and a nested list; copy and assign handles (copies share one body, with no copy on
-// write); add through a temporary copy; and drop a handle's list. After each
-// step every handle must hold its model's entries with their codes and
-// values (and the entries their type names), share a body exactly where the models share one, and every body's
-// reference count must be the number of handles on it (the nested list's
-// count, one per entry that holds it). Shared by the random-sequence test and
-// the fuzz target.
+// overload, texts, strings and a nested list; copy and assign handles
+// (copies share one body, with no copy on write); add through a temporary
+// copy; and drop a handle's list. After each step every handle must hold its
+// model's entries with their codes, values and type names, share a body
+// exactly where the models share one, and every body's reference count must
+// be the number of handles on it (the nested list's count, one per entry
+// that holds it). Shared by the random-sequence test and the fuzz target.
 //
 //     keel::arglistmodel::DriverC driver;
 //     std::string broken = driver.step(operation, argument);  // empty: agree
