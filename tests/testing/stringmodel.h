@@ -132,7 +132,7 @@ private:
     int32_t size() const { return static_cast<int32_t>(model_.size()); }
 
     // An index from -1 to a little past the end.
-    int32_t anIndex() { return static_cast<int32_t>(upTo(size() + 2)) - 1; }
+    int32_t anIndex() { return static_cast<int32_t>(upTo(size() + 3)) - 1; }
 
     void expect(const char* what, int64_t got, int64_t want) {
         if (got == want || !failure_.empty()) return;
@@ -167,7 +167,7 @@ private:
 
     void substring() {
         int32_t start = std::max(anIndex(), 0);
-        int32_t count = static_cast<int32_t>(upTo(size() + 1)) - 1;
+        int32_t count = static_cast<int32_t>(upTo(size() + 2)) - 1;
         log_ << "\n  substring " << start << ", " << count;
         StringC part = string_.substring(start, count);
         std::u32string want = start >= size() ? U"" : model_.substr(start, count < 0 ? -1 : count);
