@@ -235,7 +235,10 @@ private:
         below(2) == 0 ? appendOne() : insert();
         expectText("a copy changed with the original", copy, before);
         expect("length of the copy", copy.length(), static_cast<int64_t>(before.size()));
-        if (below(2) == 0) string_ = copy, model_ = before;
+        if (below(2) == 0) {
+            string_ = copy;
+            model_ = before;
+        }
     }
 
     // The needle: a substring of the text, or a short random one.
