@@ -1,13 +1,13 @@
 // Three argument-list handles driven beside plain models: each handle is a
-// shared pointer to a vector of (code, value) entries, null for an empty
-// list. Steps add values of every plain type, texts, strings and a nested
-// list; copy and assign handles (copies share one body, with no copy on
-// write); add through a temporary copy; and drop a handle's list. After each
-// step every handle must hold its model's entries with their codes and
-// values, share a body exactly where the models share one, and every body's
-// reference count must be the number of handles on it (the nested list's
-// count, one per entry that holds it). Shared by the random-sequence test and
-// the fuzz target.
+// shared pointer to a vector of (code, value bytes) entries, null for an
+// empty list. Steps add values of every type of fixed layout through its
+// overload, texts, strings and a nested list; copy and assign handles
+// (copies share one body, with no copy on write); add through a temporary
+// copy; and drop a handle's list. After each step every handle must hold its
+// model's entries with their codes, values and type names, share a body
+// exactly where the models share one, and every body's reference count must
+// be the number of handles on it (the nested list's count, one per entry
+// that holds it). Shared by the random-sequence test and the fuzz target.
 //
 //     keel::arglistmodel::DriverC driver;
 //     std::string broken = driver.step(operation, argument);  // empty: agree
@@ -28,8 +28,7 @@ namespace arglistmodel {
 
 struct EntryT {
     int32_t code;
-    int64_t number;    // the value of a numeric entry
-    std::string text;  // of a "CharStar" or "String" entry
+    std::string bytes;  // the value's bytes, or the text of a "CharStar" or "String" entry
 };
 typedef std::vector<EntryT> BodyT;
 
@@ -83,91 +82,69 @@ private:
 
     void add(ArgListC& list, BodyT& body, uint32_t argument) {
         int64_t v = static_cast<int32_t>(argument * 2654435761u);
-        // Adds `value` to the list and (code, number) to the model.
-        auto both = [&list, &body](int32_t code, auto value, int64_t number) {
-            list.add(value);
-            body.push_back({code, number, ""});
+        // Puts `code` and the bytes of `value` into the model.
+        auto record = [&body](int32_t code, auto value) {
+            body.push_back(
+                {code, std::string(reinterpret_cast<const char*>(&value), sizeof value)});
         };
-        switch (argument % 12) {
+        // Adds `value` to the list through its overload, and to the model.
+        auto both = [&](int32_t code, auto value) {
+            list.add(value);
+            record(code, value);
+        };
+        // The list keeps its own copy of a text; a null text is the empty one.
+        std::string text = std::to_string(v);
+        switch (argument % 17) {
         case 0:
-            both(ArgBool, v % 2 != 0, v % 2 != 0);
-            break;
+            return both(ArgBool, v % 2 != 0);
         case 1:
-            both(ArgInt16, int16_t(v), int16_t(v));
-            break;
+            return both(ArgInt16, int16_t(v));
         case 2:
-            both(ArgInt32, int32_t(v), int32_t(v));
-            break;
+            return both(ArgInt32, int32_t(v));
         case 3:
-            both(ArgInt64, v * 1048576, v * 1048576);
-            break;
+            return both(ArgInt64, v * 1048576);
         case 4:
-            both(ArgUnsigned16, uint16_t(v), uint16_t(v));
-            break;
+            return both(ArgUnsigned16, uint16_t(v));
         case 5:
-            both(ArgUnsigned32, uint32_t(v), uint32_t(v));
-            break;
+            return both(ArgUnsigned32, uint32_t(v));
         case 6:
-            both(ArgReal, double(v), v);
-            break;
+            return both(ArgUnsigned64, uint64_t(v) << 24);
         case 7:
-            list.addUCS4(uint32_t(v) & 0x1FFFFF), body.push_back({ArgUCS4, v & 0x1FFFFF, ""});
-            break;
-        case 8: {
-            // The list keeps its own copy of the text.
-            std::string text = std::to_string(v);
-            list.add(argument % 3 ? text.c_str() : nullptr);
-            body.push_back({ArgCharStar, 0, argument % 3 ? text : ""});
-            break;
-        }
-        case 9: {
-            std::string text = "s" + std::to_string(v);
-            list.add(StringC(text.c_str(), "ascii"));
-            body.push_back({ArgString, 0, text});
-            break;
-        }
+            return both(ArgReal, double(v) / 8);
+        case 8:
+            return both(ArgObjRef, reinterpret_cast<const void*>(uintptr_t(v)));
+        case 9:
+            return both(ArgGuid, ArgGuidT{uint32_t(v), uint16_t(v), 7, {1, uint8_t(v), 3}});
         case 10:
-            list.addNull(), body.push_back({ArgNull, 0, ""});
-            break;
+            return both(ArgTimeVal, ArgTimeValT{int32_t(v), int32_t(v % 1000000)});
+        case 11:
+            list.addUCS4(uint32_t(v) & 0x1FFFFF);
+            return record(ArgUCS4, uint32_t(v) & 0x1FFFFF);
+        case 12:
+            list.addDateTime(v * 977);
+            return record(ArgDateTime, v * 977);
+        case 13:
+            list.add(argument % 3 ? text.c_str() : nullptr);
+            return body.push_back({ArgCharStar, argument % 3 ? text : ""});
+        case 14:
+            list.add(StringC(("s" + text).c_str(), "ascii"));
+            return body.push_back({ArgString, "s" + text});
+        case 15:
+            list.addNull();
+            return body.push_back({ArgNull, ""});
         default:
             list.add(inner);
-            body.push_back({ArgArgList, 0, ""});
-            break;
+            return body.push_back({ArgArgList, ""});
         }
     }
 
     static bool sameEntry(const ArgEntry* entry, const EntryT& e) {
         if (!entry || entry->code() != e.code) return false;
-        switch (e.code) {
-        case ArgBool:
-            return entry->read<uint8_t>() == e.number;
-        case ArgInt16:
-            return entry->read<int16_t>() == e.number;
-        case ArgInt32:
-            return entry->read<int32_t>() == e.number;
-        case ArgInt64:
-            return entry->read<int64_t>() == e.number;
-        case ArgUnsigned16:
-            return entry->read<uint16_t>() == e.number;
-        case ArgUnsigned32:
-            return entry->read<uint32_t>() == e.number;
-        case ArgReal:
-            return entry->read<double>() == static_cast<double>(e.number);
-        case ArgUCS4:
-            return entry->read<uint32_t>() == e.number;
-        case ArgCharStar:
-            return e.text == static_cast<const char*>(entry->pointer());
-        case ArgString: {
-            const char* text = entry->string().textUtf8();
-            bool same = e.text == text;
-            entry->string().releaseUtf8(text);
-            return same;
-        }
-        case ArgArgList:
-            return entry->argList().getImpl() != nullptr;
-        default:
-            return true;
-        }
+        if (strcmp(entry->typeName(), ArgListC::typeName(e.code)) != 0) return false;
+        if (e.code == ArgCharStar) return e.bytes == static_cast<const char*>(entry->pointer());
+        if (e.code == ArgString) return e.bytes == entry->string().toStdString();
+        if (e.code == ArgArgList) return entry->argList().getImpl() != nullptr;
+        return memcmp(entry->value(), e.bytes.data(), e.bytes.size()) == 0;
     }
 
     std::string check() const {

@@ -23,6 +23,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 
@@ -41,7 +42,8 @@ public:
     ByteChoicesC(const uint8_t* data, size_t size) : data_(data), size_(size), at_(0) {}
     uint32_t below(uint32_t bound) {
         uint32_t value = 0;
-        for (int k = bound <= 256 ? 1 : 4; k > 0; --k) value = (value << 8) | (at_ < size_ ? data_[at_++] : 0);
+        for (int k = bound <= 256 ? 1 : 4; k > 0; --k)
+            value = (value << 8) | (at_ < size_ ? data_[at_++] : 0);
         return value % bound;
     }
     bool exhausted() const { return at_ >= size_; }
@@ -73,37 +75,41 @@ public:
     // empty text, or what differed and the operations that led there.
     std::string run() {
         start();
-        for (int step = 0; !choices_.exhausted() && step < 400 && failure_.empty(); ++step) operate();
-        if (failure_.empty()) checkText("at the end");
+        for (int step = 0; !choices_.exhausted() && step < 400 && failure_.empty(); ++step) {
+            typedef StringModelRunC R;
+            static void (R::*const operations[16])() = {
+                &R::readAt, &R::readAt, &R::readAt, &R::readRun,   &R::length, &R::substring,
+                &R::insert, &R::erase,  &R::append, &R::appendOne, &R::copy,   &R::restart,
+                &R::search, &R::search, &R::search, &R::search};
+            (this->*operations[below(16)])();
+        }
+        checkText("at the end");
         return failure_.empty() ? std::string() : failure_ + "\nafter:" + log_.str();
     }
 
 private:
     uint32_t below(uint32_t bound) { return choices_.below(bound); }
+    uint32_t upTo(int32_t most) { return below(static_cast<uint32_t>(most) + 1); }
 
     // A character of one to six bytes; mostly short ones, and few kinds in
     // one text so that searches find something.
     char32_t character() {
-        static const char32_t few[] = {'a', 'b', ' ', 0xE9, 0x4E2D, 0x1F600, 0x10FFFF, 0x3FFFFFF, 0x7FFFFFFF};
-        switch (below(8)) {
-        case 0: return 0x80 + below(0x780);
-        case 1: return 0x800 + below(0xF800);
-        case 2: return 0x10000 + below(0x1F0000);
-        case 3: return 0x200000 + below(0x3E00000);
-        case 4: return 0x4000000 + below(0x7C000000);
-        case 5: return 1 + below(0x7F);
-        default: return few[below(sizeof few / sizeof few[0])];
-        }
+        static const char32_t few[] = {'a',      0xE9,      0x4E2D,     0x1F600, ' ',
+                                       0x10FFFF, 0x3FFFFFF, 0x7FFFFFFF, 'b'};
+        static const char32_t ranges[][2] = {{0x80, 0x780},           {0x800, 0xF800},
+                                             {0x10000, 0x1F0000},     {0x200000, 0x3E00000},
+                                             {0x4000000, 0x7C000000}, {1, 0x7F}};
+        uint32_t kind = below(8);
+        if (kind < 6) return ranges[kind][0] + below(ranges[kind][1]);
+        return few[below(sizeof few / sizeof few[0])];
     }
 
     std::u32string text(uint32_t most, bool ascii) {
         std::u32string t;
-        for (uint32_t i = 0, n = below(most + 1); i < n; ++i) t += ascii ? char32_t('a' + below(4)) : character();
+        for (uint32_t i = 0, n = below(most + 1); i < n; ++i)
+            t += ascii ? char32_t('a' + below(4)) : character();
         return t;
     }
-
-    // Mostly short texts, now and then one long enough for the block paths.
-    std::u32string someText(bool ascii) { return text(below(8) == 0 ? 120 : 12, ascii); }
 
     // A string of the model's text: counted or not, from internal form.
     static StringC made(const std::u32string& t, bool counted) {
@@ -113,80 +119,59 @@ private:
         return s;
     }
 
+    // Mostly short texts, now and then one long enough for the block paths.
     void start() {
-        bool ascii = below(3) == 0;
-        model_ = someText(ascii);
-        bool counted = below(2) == 0;
+        bool ascii = below(3) == 0, counted = below(2) == 0;
+        model_ = text(below(8) == 0 ? 120 : 12, ascii);
         string_ = made(model_, counted);
         log_ << "\n  made " << (ascii ? "ascii " : "") << (counted ? "counted " : "uncounted ")
              << model_.size() << " characters";
     }
+    void restart() { below(4) == 0 ? start() : readAt(); }
 
     int32_t size() const { return static_cast<int32_t>(model_.size()); }
 
     // An index from -1 to a little past the end.
-    int32_t anIndex() { return static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 4)) - 1; }
+    int32_t anIndex() { return static_cast<int32_t>(upTo(size() + 3)) - 1; }
 
-    void fail(const std::string& what, int64_t got, int64_t want) {
+    void expect(const char* what, int64_t got, int64_t want) {
+        if (got == want || !failure_.empty()) return;
         std::ostringstream m;
         m << what << ": got " << got << ", want " << want;
         failure_ = m.str();
     }
-
-    void expect(const std::string& what, int64_t got, int64_t want) {
-        if (got != want && failure_.empty()) fail(what, got, want);
+    void expectText(const char* what, const StringC& s, const std::u32string& want) {
+        if (str(s) != utf8Of(want) && failure_.empty()) failure_ = what;
     }
-
     void checkText(const char* when) {
-        if (str(string_) != utf8Of(model_) && failure_.empty()) failure_ = std::string("text differs ") + when;
+        expectText((std::string("text differs ") + when).c_str(), string_, model_);
     }
 
-    void operate() {
-        switch (below(16)) {
-        case 0:
-        case 1:
-        case 2: readAt(); break;
-        case 3: readRun(); break;
-        case 4: expect("length", string_.length(), size()); break;
-        case 5: substring(); break;
-        case 6: insert(); break;
-        case 7: erase(); break;
-        case 8: append(); break;
-        case 9: appendCharacter(); break;
-        case 10: copyOnWrite(); break;
-        case 11: if (below(4) == 0) start(); else readAt(); break;
-        default: search(); break;
-        }
-    }
+    void length() { expect("length", string_.length(), size()); }
+    int64_t modelAt(int32_t i) const { return i < size() ? static_cast<int64_t>(model_[i]) : 0; }
 
     void readAt() {
         int32_t i = anIndex();
         if (i < 0) i = size() + 2;
         log_ << "\n  charAt " << i;
-        expect("charAt", string_.charAt(i), i < size() ? static_cast<int64_t>(model_[i]) : 0);
+        expect("charAt", string_.charAt(i), modelAt(i));
     }
 
     // A walk backward or forward from some index, as loops do.
     void readRun() {
-        int32_t from = anIndex() + 1;
-        bool back = below(2) == 0;
-        log_ << "\n  charAt run from " << from << (back ? " back" : " forward");
-        for (int32_t k = 0; k < 6; ++k) {
-            int32_t i = back ? from - k : from + k;
-            if (i < 0) break;
-            expect("charAt in a run", string_.charAt(i), i < size() ? static_cast<int64_t>(model_[i]) : 0);
-        }
+        int32_t from = anIndex() + 1, step = below(2) == 0 ? -1 : 1;
+        log_ << "\n  charAt run from " << from << (step < 0 ? " back" : " forward");
+        for (int32_t i = from; i >= 0 && i != from + 6 * step; i += step)
+            expect("charAt in a run", string_.charAt(i), modelAt(i));
     }
 
     void substring() {
-        int32_t start = anIndex();
-        if (start < 0) start = 0;
-        int32_t count = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 3)) - 1;
+        int32_t start = std::max(anIndex(), 0);
+        int32_t count = static_cast<int32_t>(upTo(size() + 2)) - 1;
         log_ << "\n  substring " << start << ", " << count;
         StringC part = string_.substring(start, count);
-        std::u32string want =
-            start >= size() ? std::u32string() : model_.substr(start, count < 0 ? std::u32string::npos : count);
-        if (str(part) != utf8Of(want) && failure_.empty()) failure_ = "substring text differs";
+        std::u32string want = start >= size() ? U"" : model_.substr(start, count < 0 ? -1 : count);
+        expectText("substring text differs", part, want);
         expect("substring length", part.length(), static_cast<int64_t>(want.size()));
         // The whole text is the same representation; any other part is a
         // new one of its own (a new empty one for a count of 0).
@@ -197,36 +182,30 @@ private:
         }
     }
 
+    // At 0, past the end, or anywhere inside.
     void insert() {
-        int32_t at;
-        switch (below(3)) {
-        case 0: at = 0; break;
-        case 1: at = size() + 1 + static_cast<int32_t>(below(3)); break;
-        default: at = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 1)); break;
-        }
+        uint32_t where = below(3);
+        int32_t at = where == 0   ? 0
+                     : where == 1 ? size() + 1 + static_cast<int32_t>(below(3))
+                                  : static_cast<int32_t>(upTo(size()));
         std::u32string piece = text(4, below(2) == 0);
         log_ << "\n  insert at " << at << " of " << piece.size();
         string_.insert(at, made(piece, below(2) == 0));
-        model_.insert(at < size() ? static_cast<size_t>(at) : model_.size(), piece);
+        model_.insert(std::min(at, size()), piece);
         checkText("after insert");
     }
 
+    // To the end (-1, or counts far past it), or a count that stays inside.
     void erase() {
-        int32_t start = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 1));
-        int32_t count;
-        switch (below(4)) {
-        case 0: count = -1; break;
-        case 1: count = INT32_MAX - static_cast<int32_t>(below(3)); break;
-        case 2: count = (1 << 30) + static_cast<int32_t>(below(1 << 20)); break;
-        default: count = static_cast<int32_t>(below(static_cast<uint32_t>(size() - start) + 1)); break;
-        }
+        int32_t start = static_cast<int32_t>(upTo(size()));
+        uint32_t kind = below(4);
+        int32_t count = kind == 0   ? -1
+                        : kind == 1 ? INT32_MAX - static_cast<int32_t>(below(3))
+                        : kind == 2 ? (1 << 30) + static_cast<int32_t>(below(1 << 20))
+                                    : static_cast<int32_t>(upTo(size() - start));
         log_ << "\n  erase " << start << ", " << count;
         string_.erase(start, count);
-        if (count == -1 || static_cast<int64_t>(start) + count >= size()) {
-            model_.erase(start);
-        } else {
-            model_.erase(start, count);
-        }
+        model_.erase(start, count == -1 || start + int64_t(count) >= size() ? -1 : count);
         checkText("after erase");
     }
 
@@ -238,33 +217,23 @@ private:
         checkText("after append");
     }
 
-    void appendCharacter() {
-        if (below(16) == 0) {
-            // A value of 0x80000000 or more has no encoded form: nothing is added.
-            uint32_t none = 0x80000000u + below(0x7FFFFFFF);
-            log_ << "\n  append character " << none;
-            string_.append(none);
-            checkText("after append of a character without a form");
-            return;
-        }
-        char32_t c = character();
-        log_ << "\n  append character " << static_cast<uint32_t>(c);
-        string_.append(static_cast<uint32_t>(c));
-        model_ += c;
+    // A value of 0x80000000 or more has no encoded form: nothing is added.
+    void appendOne() {
+        bool none = below(16) == 0;
+        uint32_t c = none ? 0x80000000u + below(0x7FFFFFFF) : static_cast<uint32_t>(character());
+        log_ << "\n  append character " << c;
+        string_.append(c);
+        if (!none) model_ += char32_t(c);
         checkText("after append of a character");
     }
 
     // A copy shares the representation until one of the two changes.
-    void copyOnWrite() {
+    void copy() {
         StringC copy = string_;
         std::u32string before = model_;
         log_ << "\n  copy, then change";
-        if (below(2) == 0) {
-            appendCharacter();
-        } else {
-            insert();
-        }
-        if (str(copy) != utf8Of(before) && failure_.empty()) failure_ = "a copy changed with the original";
+        below(2) == 0 ? appendOne() : insert();
+        expectText("a copy changed with the original", copy, before);
         expect("length of the copy", copy.length(), static_cast<int64_t>(before.size()));
         if (below(2) == 0) {
             string_ = copy;
@@ -274,17 +243,15 @@ private:
 
     // The needle: a substring of the text, or a short random one.
     std::u32string needle() {
-        if (!model_.empty() && below(3) != 0) {
-            size_t at = below(static_cast<uint32_t>(model_.size()));
-            return model_.substr(at, 1 + below(3));
-        }
-        return text(3, false);
+        if (model_.empty() || below(3) == 0) return text(3, false);
+        return model_.substr(below(static_cast<uint32_t>(model_.size())), 1 + below(3));
     }
 
     // The model's answer of a character search: the first index from
     // `first` on, or the last in front of `limit`, whose character is in the
     // set (`wanted`) or not in it.
-    int64_t modelScan(const std::u32string& set, bool wanted, bool last, int32_t first, int32_t limit) const {
+    int64_t modelScan(const std::u32string& set, bool wanted, bool last, int32_t first,
+                      int32_t limit) const {
         for (int32_t k = 0, n = last ? limit : size() - first; k < n; ++k) {
             int32_t i = last ? limit - 1 - k : first + k;
             if ((set.find(model_[i]) != std::u32string::npos) == wanted) return i;
@@ -297,7 +264,7 @@ private:
     void search() {
         int op = static_cast<int>(below(8));
         std::u32string n = needle();
-        int32_t at = static_cast<int32_t>(below(static_cast<uint32_t>(size()) + 5)) - 2;
+        int32_t at = static_cast<int32_t>(upTo(size() + 4)) - 2;
         StringC other = made(n, below(2) == 0);
         log_ << "\n  search " << op << " of " << n.size() << " from " << at;
         // Forward: from `at` + 1 (the start for anything below -1) on.
@@ -315,14 +282,14 @@ private:
         } else if (op < 4) {
             got = last ? string_.findLast(other, at) : string_.find(other, at);
             // Backward, the match must end at or in front of `limit`.
-            size_t hit = n.empty() ? std::u32string::npos
-                         : last    ? (static_cast<size_t>(limit) < n.size() ? std::u32string::npos
-                                                                            : model_.rfind(n, limit - n.size()))
-                                   : model_.find(n, first);
+            size_t hit = n.empty() || (last && static_cast<size_t>(limit) < n.size())
+                             ? std::u32string::npos
+                         : last ? model_.rfind(n, limit - n.size())
+                                : model_.find(n, first);
             if (hit != std::u32string::npos) want = static_cast<int64_t>(hit);
         } else {
             bool wanted = op < 6;
-            got = op == 4 ? string_.findFirstOf(other, at)
+            got = op == 4   ? string_.findFirstOf(other, at)
                   : op == 5 ? string_.findLastOf(other, at)
                   : op == 6 ? string_.findFirstNotOf(other, at)
                             : string_.findLastNotOf(other, at);

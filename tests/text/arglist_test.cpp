@@ -33,33 +33,21 @@ TEST(ArgList, SharedEmptyListHasNoBody) {
     EXPECT_EQ(nullptr, shared.getImpl());
 }
 
-// Growth past 16 and 32 entries, every plain type, copies that share one
-// body, assignments, and the reference counts, against plain models.
+// Growth past 16 and 32 entries, every type of fixed layout with its code
+// and value, copies that share one body, assignments, and the reference
+// counts, against plain models.
 TEST(ArgList, RandomOperationsAgainstAModel) {
     EXPECT_EQ("", testkit::runSeeded<arglistmodel::DriverC>(10, 400));
 }
 
-std::string joinedNames(int32_t from, int32_t to, const ArgListC* list = nullptr) {
-    std::string names;
-    for (int32_t i = from; i <= to; ++i) names.append(list ? list->get(i)->typeName() : ArgListC::typeName(i)) += ",";
-    return names;
-}
-
-TEST(ArgList, EachOverloadStoresItsCode) {
-    // Every code has a name of its own; outside the table the name is empty.
+// Every code has a name of its own; outside the table the name is empty.
+// (The model gives each entry of every type the name of its code.)
+TEST(ArgList, EachCodeHasItsOwnName) {
     std::set<std::string> names;
-    for (int32_t code = 0; code <= ArgNull; ++code) {
-        EXPECT_STRNE("", ArgListC::typeName(code)) << code;
-        names.insert(ArgListC::typeName(code));
-    }
+    for (int32_t code = 0; code <= ArgNull; ++code) names.insert(ArgListC::typeName(code));
     EXPECT_EQ(static_cast<size_t>(ArgNull) + 1, names.size());
-    for (int32_t code : {-1, ArgNull + 1, INT32_MIN}) EXPECT_STREQ("", ArgListC::typeName(code)) << code;
-    ArgListC list;
-    list.add(uint64_t(1) << 63).addDateTime(int64_t(1)).add(static_cast<const void*>(&list)).add(ArgGuidT());
-    list.add(ArgTimeValT());
-    EXPECT_EQ("Unsigned64,DateTime,ObjRef,Guid,TimeVal,", joinedNames(0, 4, &list));
-    EXPECT_EQ(uint64_t(1) << 63, list.get(0)->read<uint64_t>());
-    EXPECT_EQ(&list, list.get(2)->pointer());
+    EXPECT_EQ(0u, names.count(""));
+    for (int32_t code : {-1, ArgNull + 1, INT32_MIN}) EXPECT_STREQ("", ArgListC::typeName(code));
 }
 
 // A string entry holds one reference of its own (a nested list's count is
@@ -84,7 +72,8 @@ TEST(ArgList, StringEntriesTakeOneReferenceAndDropIt) {
 TEST(ArgList, EntriesOfOpenLayoutOutliveTheList) {
     // "Decimal", "Blob", "User" and codes outside the table belong to whoever appended them.
     std::vector<ArgEntry*> foreign;
-    for (int32_t code : {int32_t(ArgDecimal), int32_t(ArgBlob), int32_t(ArgUser), int32_t(20), int32_t(-5)}) {
+    for (int32_t code :
+         {int32_t(ArgDecimal), int32_t(ArgBlob), int32_t(ArgUser), int32_t(20), int32_t(-5)}) {
         foreign.push_back(ArgEntry::allocate(code, 8));
         memset(foreign.back()->value(), 0xAB, 8);
     }
@@ -119,8 +108,10 @@ TEST(ArgListThread, CopiesAcrossThreadsKeepTheCount) {
                 ArgListC copy(list);
                 held = copy;
                 ArgListC again = held;
-                sums[t] += again.get(0)->read<int32_t>() + again.get(2)->argList().get(0)->read<int32_t>();
-                if (strcmp(static_cast<const char*>(again.get(1)->pointer()), "shared text") != 0) sums[t] = -1;
+                sums[t] +=
+                    again.get(0)->read<int32_t>() + again.get(2)->argList().get(0)->read<int32_t>();
+                if (strcmp(static_cast<const char*>(again.get(1)->pointer()), "shared text") != 0)
+                    sums[t] = -1;
             }
         });
     }

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <string>
@@ -27,12 +28,11 @@ using testkit::utf8Of;
 TEST(StringModelTest, RandomOperationsAgreeWithTheModel) {
     for (uint32_t seed = 1; seed <= 800; ++seed) {
         StringImplC::setVectorPaths(seed % 2 == 0);
-        std::mt19937 random(seed);
+        std::independent_bits_engine<std::mt19937, 8, uint32_t> random(seed);
         std::vector<uint8_t> bytes(12000);
-        for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+        std::generate(bytes.begin(), bytes.end(), random);
         testkit::ByteChoicesC choices(bytes.data(), bytes.size());
-        std::string failure = testkit::StringModelRunC(choices).run();
-        ASSERT_EQ("", failure) << "seed " << seed;
+        ASSERT_EQ("", testkit::StringModelRunC(choices).run()) << "seed " << seed;
     }
     StringImplC::setVectorPaths(true);
 }
@@ -59,32 +59,25 @@ TEST(StringCursorThreadTest, ReadersOfOneSharedStringAnswerRight) {
         model += kinds[(i * 7 + i / 5) % 7];
     }
     std::string bytes = utf8Of(model);
-    const StringC shared(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");  // count not known
+    const StringC shared = raw(bytes);  // count not known
     const int32_t n = static_cast<int32_t>(model.size());
     std::atomic<int> wrong{0};
     std::vector<std::thread> readers;
-    for (int t = 0; t < 4; ++t) {
+    for (uint32_t t = 0; t < 4; ++t) {
         readers.emplace_back([&, t] {
-            uint32_t seed = 77u + static_cast<uint32_t>(t);
-            auto next = [&seed](uint32_t bound) {
-                seed = seed * 1103515245u + 12345u;
-                return (seed >> 8) % bound;
-            };
+            std::minstd_rand next(77 + t);
             for (int i = 0; i < 20000; ++i) {
-                int32_t at = static_cast<int32_t>(next(static_cast<uint32_t>(n) + 3));
+                int32_t at = static_cast<int32_t>(next() % (n + 3));
                 uint32_t want = at < n ? model[at] : 0;
-                switch (next(4)) {
-                case 0:
-                case 1:
-                    if (shared.charAt(at) != want) ++wrong;
-                    break;
-                case 2:
-                    if (str(shared.substring(at, 3)) != (at < n ? utf8Of(model.substr(at, 3)) : "")) ++wrong;
-                    break;
-                default:
-                    if (at < n && shared.find(model[at], at - 1) != at) ++wrong;
-                    if (next(64) == 0 && shared.length() != n) ++wrong;
-                    break;
+                uint32_t kind = next() % 4;
+                if (kind < 2) {
+                    wrong += shared.charAt(at) != want;
+                } else if (kind == 2) {
+                    std::string part = at < n ? utf8Of(model.substr(at, 3)) : "";
+                    wrong += str(shared.substring(at, 3)) != part;
+                } else {
+                    wrong += at < n && shared.find(model[at], at - 1) != at;
+                    wrong += next() % 64 == 0 && shared.length() != n;
                 }
             }
         });
