@@ -60,10 +60,12 @@ public:
 
 protected:
     template <class Coder>
-    void place(TextEncodingI* encoding) {
+    Coder* place(TextEncodingI* encoding) {
         static_assert(sizeof(Coder) <= kRoom && alignof(Coder) <= alignof(void*),
                       "room for the coder");
-        coder_ = new (room_) Coder(encoding);
+        Coder* coder = new (room_) Coder(encoding);
+        coder_ = coder;
+        return coder;
     }
 
 private:
@@ -92,21 +94,26 @@ public:
 // With no encoding (an unknown name) it holds no encoder.
 class LocalEncoderC : public LocalCoderM<TextEncoderI, 64> {
 public:
-    explicit LocalEncoderC(TextEncodingI* encoding) {
+    explicit LocalEncoderC(TextEncodingI* encoding) : held_(nullptr) {
         if (!encoding) return;
         if (encoding == utf16Encoding() || encoding == utf16leEncoding() ||
             encoding == utf16beEncoding()) {
-            place<UTF16TextEncoderC>(encoding);
+            held_ = place<UTF16TextEncoderC>(encoding);
         } else if (encoding == wcharEncoding()) {
-            place<WCharTextEncoderC>(encoding);
+            held_ = place<WCharTextEncoderC>(encoding);
         } else if (encoding == latin1Encoding()) {
-            place<Latin1TextEncoderC>(encoding);
+            held_ = place<Latin1TextEncoderC>(encoding);
         } else if (encoding == utf8Encoding() || encoding == system8Encoding()) {
-            place<UTF8TextEncoderC>(encoding);
+            held_ = &place<UTF8TextEncoderC>(encoding)->heldBuffer();
         } else {
-            place<ASCIITextEncoderC>(encoding);  // asciiEncoding()
+            held_ = place<ASCIITextEncoderC>(encoding);  // asciiEncoding()
         }
     }
+    // Bytes of a sequence cut by the end of the last input, kept back.
+    uint32_t heldCount() const { return held_ ? held_->heldCount() : 0; }
+
+private:
+    const UnusedByteBufferC* held_;
 };
 
 // An encoder for `encoding` while it is in scope; unknown names have none.
@@ -122,6 +129,7 @@ public:
 
     bool known() const { return encoder_ != nullptr; }
     uint32_t unitWidth() const { return unitWidth_; }
+    uint32_t heldCount() const { return local_.heldCount(); }
     uint32_t encodedSize(const uint8_t* internal, uint32_t length) {
         return encoder_->encodedSize(internal, length);
     }
@@ -136,6 +144,21 @@ private:
     TextEncoderI* encoder_;
     uint32_t unitWidth_;
 };
+
+// The text goes out, then its terminator as one unit of the encoding. The
+// terminator is not handed to the encoder with the text: a text that ends
+// inside a sequence (bytes taken as "vutf8" are not checked, so it can)
+// would have the encoder hold the NUL behind the cut bytes, or take it as
+// the sequence's last byte, and the result would lack its end. The cut
+// bytes are dropped, as a decoder that dies drops them, and count as lost.
+// `room` holds the text and the terminator.
+uint32_t encodeTerminated(OutputC& output, const uint8_t* text, uint32_t length, uint8_t* out,
+                          uint32_t room, bool* lost) {
+    uint32_t written = output.encode(text, length, out, room, lost);
+    if (output.heldCount() != 0) *lost = true;
+    memset(out + written, 0, output.unitWidth());
+    return written + output.unitWidth();
+}
 
 uint32_t utf8LengthOf(StringImplI* string) { return string->textLength("utf8"); }
 
@@ -621,8 +644,6 @@ bool StringImplC::text(void** out, const char* encoding) {
         *out = nullptr;
         return false;
     }
-    // byteLength + 1 bytes: the terminator goes out as one unit of the
-    // encoding.
     if (output.unitWidth() >= 2 && byteLength < kOnePassText) {
         // Short text into UTF-16 or wchar_t in one pass: every character
         // takes at least one byte and gives at most four, so the room below
@@ -632,16 +653,16 @@ bool StringImplC::text(void** out, const char* encoding) {
         // wrong: then the two passes below.)
         uint8_t local[4 * kOnePassText + 4];
         bool lost = false;
-        uint32_t written = output.encode(textBytes(), byteLength + 1, local, sizeof local, &lost);
+        uint32_t written = encodeTerminated(output, textBytes(), byteLength, local, sizeof local, &lost);
         if (written < sizeof local) {
             *out = heapCopy(local, written);
             return !lost;
         }
     }
-    uint32_t needed = output.encodedSize(textBytes(), byteLength + 1);
-    uint8_t* buffer = new uint8_t[needed ? needed : 1];
+    uint32_t needed = output.encodedSize(textBytes(), byteLength) + output.unitWidth();
+    uint8_t* buffer = new uint8_t[needed];
     bool lost = false;
-    output.encode(textBytes(), byteLength + 1, buffer, needed, &lost);
+    encodeTerminated(output, textBytes(), byteLength, buffer, needed, &lost);
     *out = buffer;
     return !lost;
 }
@@ -659,13 +680,14 @@ bool StringImplC::copyText(void* buffer, uint32_t* size, const char* encoding) {
         *size = 0;
         return false;
     }
-    uint32_t needed = output.encodedSize(textBytes(), byteLength + 1);
+    uint32_t needed = output.encodedSize(textBytes(), byteLength) + output.unitWidth();
     bool lost = false;
     if (*size >= needed) {
-        output.encode(textBytes(), byteLength + 1, buffer, needed, &lost);
+        encodeTerminated(output, textBytes(), byteLength, static_cast<uint8_t*>(buffer), needed,
+                         &lost);
     } else {
         uint8_t* temporary = new uint8_t[needed];
-        output.encode(textBytes(), byteLength + 1, temporary, needed, &lost);
+        encodeTerminated(output, textBytes(), byteLength, temporary, needed, &lost);
         // A caller that only asks for the size may pass no buffer at all.
         if (*size != 0) memcpy(buffer, temporary, *size);
         delete[] temporary;

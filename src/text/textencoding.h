@@ -112,7 +112,7 @@ public:
     // Brings a kept copy back and frees it.
     void restore();
 
-    // What is held now (for tests; heldBytes may be null when none is).
+    // What is held now (heldBytes may be null when none is).
     uint32_t heldCount() const { return heldUsed; }
     const uint8_t* heldBytes() const { return held; }
 
@@ -306,6 +306,8 @@ public:
     uint32_t encodedSize(const void* internal, uint32_t length) override;
     uint32_t encode(const void* internal, uint32_t length, void* output, uint32_t room,
                     bool* lost) override;
+    // The bytes of a cut sequence that the last encode kept back.
+    const UnusedByteBufferC& heldBuffer() const { return *decoder; }
 
 private:
     UTF8TextEncoderC(const UTF8TextEncoderC&) = delete;

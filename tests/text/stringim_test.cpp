@@ -98,6 +98,18 @@ TEST(StringImplTest, TextAndCopyText) {
     EXPECT_EQ(std::string("abcdef#"), std::string(buffer, 7));
     EXPECT_EQ((std::vector<uint32_t>{6, 0, 12}), std::vector<uint32_t>(sizes, sizes + 3));
     EXPECT_EQ((std::vector<bool>{true, false, true}), std::vector<bool>(answers, answers + 3));
+    // Internal form ending inside a sequence (taken unchecked) loses the cut
+    // bytes, and keeps its terminator and the size textLength gives.
+    for (const char* cut : {"a\xF0\x01", "a\xC3"}) {
+        Held<StringImplC> ends(internal(cut));
+        uint32_t size = 0;
+        EXPECT_FALSE(ends->copyText(nullptr, &size, "utf16le")) << cut;
+        EXPECT_EQ(2u, size) << cut;
+        void* wide = nullptr;
+        EXPECT_FALSE(ends->text(&wide, "utf16le")) << cut;
+        EXPECT_EQ(0, memcmp(wide, "a\0\0\0", 4)) << cut;
+        ends->releaseText(wide, "utf16le");
+    }
 }
 
 // An unknown encoding name leaves a representation without a buffer, which
