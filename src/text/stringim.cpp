@@ -653,7 +653,8 @@ bool StringImplC::text(void** out, const char* encoding) {
         // wrong: then the two passes below.)
         uint8_t local[4 * kOnePassText + 4];
         bool lost = false;
-        uint32_t written = encodeTerminated(output, textBytes(), byteLength, local, sizeof local, &lost);
+        uint32_t written =
+            encodeTerminated(output, textBytes(), byteLength, local, sizeof local, &lost);
         if (written < sizeof local) {
             *out = heapCopy(local, written);
             return !lost;
