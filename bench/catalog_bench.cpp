@@ -32,14 +32,15 @@ const int kPerSet = 1000;
 
 struct FilesT {
     std::string dir;
-    std::string large;    // 10,000 messages
-    std::string small;    // 10 messages
-    std::string gencat;   // the same 10,000 for catgets
+    std::string large;            // 10,000 messages
+    std::string small;            // 10 messages
+    std::string gencat;           // the same 10,000 for catgets
     std::vector<uint32_t> codes;  // random existing codes
 };
 
 std::string text(int set, int number) {
-    return "Message " + std::to_string(set) + "/" + std::to_string(number) + ": the file could not be opened";
+    return "Message " + std::to_string(set) + "/" + std::to_string(number) +
+           ": the file could not be opened";
 }
 
 void writeFile(const std::string& path, const std::string& bytes) {
@@ -66,9 +67,12 @@ const FilesT& files() {
         for (int set = 1; set <= kSets; ++set) {
             gencatSource += "$set " + std::to_string(set) + "\n";
             for (int number = 1; number <= kPerSet; ++number) {
-                source += std::to_string(set) + " " + std::to_string(number) + " - " + text(set, number) + "\n";
+                source += std::to_string(set) + " " + std::to_string(number) + " - " +
+                          text(set, number) + "\n";
                 gencatSource += std::to_string(number) + " " + text(set, number) + "\n";
-                if (set == 1 && number <= 10) smallSource += std::to_string(set) + " " + std::to_string(number) + " - " + text(set, number) + "\n";
+                if (set == 1 && number <= 10)
+                    smallSource += std::to_string(set) + " " + std::to_string(number) + " - " +
+                                   text(set, number) + "\n";
             }
         }
         f.large = f.dir + "/large.cat";

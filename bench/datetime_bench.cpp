@@ -17,7 +17,8 @@
 
 namespace {
 
-const int64_t kStart = (1709209845LL + keel::DateTimeC::kUnixEpochSeconds) * keel::DateTimeC::kTicksPerSecond;
+const int64_t kStart =
+    (1709209845LL + keel::DateTimeC::kUnixEpochSeconds) * keel::DateTimeC::kTicksPerSecond;
 
 void renderKeel(benchmark::State& state) {
     int64_t ticks = kStart + 12300000;
@@ -63,9 +64,10 @@ void parseStrptime(benchmark::State& state) {
         const char* rest = strptime(input, "%Y-%m-%dT%H:%M:%S", &fields);
         long fraction = 0;
         if (rest && (*rest == '.' || *rest == ',')) fraction = strtol(rest + 1, nullptr, 10);
-        int64_t ticks = (static_cast<int64_t>(timegm(&fields)) + keel::DateTimeC::kUnixEpochSeconds) *
-                            keel::DateTimeC::kTicksPerSecond +
-                        fraction * 100000;
+        int64_t ticks =
+            (static_cast<int64_t>(timegm(&fields)) + keel::DateTimeC::kUnixEpochSeconds) *
+                keel::DateTimeC::kTicksPerSecond +
+            fraction * 100000;
         benchmark::DoNotOptimize(ticks);
     }
 }

@@ -39,7 +39,8 @@ const int64_t kBigFileSize = int64_t(256) << 20;
 
 std::string scratch() {
     const char* tmp = getenv("TMPDIR");
-    return std::string(tmp && *tmp ? tmp : "/tmp") + "/keel_files_bench." + std::to_string(getpid());
+    return std::string(tmp && *tmp ? tmp : "/tmp") + "/keel_files_bench." +
+           std::to_string(getpid());
 }
 
 void writeFile(const std::string& path, const char* data, size_t size) {
@@ -68,7 +69,8 @@ struct TreesT {
         for (int d = 0; d < kWalkDirectories; ++d) {
             std::string dir = walkTree + "/d" + std::to_string(d);
             mkdir(dir.c_str(), 0755);
-            for (int f = 0; f < kWalkFilesEach; ++f) writeFile(dir + "/f" + std::to_string(f), "", 0);
+            for (int f = 0; f < kWalkFilesEach; ++f)
+                writeFile(dir + "/f" + std::to_string(f), "", 0);
         }
         std::string kib(1024, 'k');
         for (int d = 0; d < kCopyDirectories; ++d) {
@@ -81,7 +83,8 @@ struct TreesT {
         for (size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 131 + 7);
         int fd = open(bigFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         for (int64_t done = 0; done < kBigFileSize; done += int64_t(block.size()))
-            if (write(fd, block.data(), block.size()) != static_cast<ssize_t>(block.size())) abort();
+            if (write(fd, block.data(), block.size()) != static_cast<ssize_t>(block.size()))
+                abort();
         close(fd);
     }
     ~TreesT() {
@@ -150,7 +153,8 @@ void BM_walk_nftw(benchmark::State& state) {
         nftwCount = 0;
         nftw(root.c_str(), countEntry, 64, FTW_PHYS);
         // nftw reports the start directory as well.
-        if (nftwCount != kWalkDirectories * (kWalkFilesEach + 1) + 1) state.SkipWithError("wrong count");
+        if (nftwCount != kWalkDirectories * (kWalkFilesEach + 1) + 1)
+            state.SkipWithError("wrong count");
     }
     state.SetItemsProcessed(state.iterations() * kWalkDirectories * (kWalkFilesEach + 1));
 }
@@ -217,7 +221,8 @@ void clearTarget() {
 }
 
 // Counts the calls, so that the call-back's cost is part of what is measured.
-bool countProgress(const FileNameC*, const FileNameC*, int64_t, int32_t, int64_t, int64_t, void* context) {
+bool countProgress(const FileNameC*, const FileNameC*, int64_t, int32_t, int64_t, int64_t,
+                   void* context) {
     ++*static_cast<int64_t*>(context);
     return true;
 }
@@ -263,15 +268,18 @@ BENCHMARK(BM_copy_tree_keel)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_copy_tree_plain_4096)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_copy_tree_std_filesystem)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-void BM_copy_256MiB_keel(benchmark::State& state) { runCopy(state, trees().bigFile, kBigFileSize, keelCopy); }
+void BM_copy_256MiB_keel(benchmark::State& state) {
+    runCopy(state, trees().bigFile, kBigFileSize, keelCopy);
+}
 void BM_copy_256MiB_plain_4096(benchmark::State& state) {
     runCopy(state, trees().bigFile, kBigFileSize, copyFilePlain);
 }
 void BM_copy_256MiB_std_filesystem(benchmark::State& state) {
-    runCopy(state, trees().bigFile, kBigFileSize, [](const std::string& from, const std::string& to) {
-        std::error_code error;
-        return fs::copy_file(from, to, error);
-    });
+    runCopy(state, trees().bigFile, kBigFileSize,
+            [](const std::string& from, const std::string& to) {
+                std::error_code error;
+                return fs::copy_file(from, to, error);
+            });
 }
 BENCHMARK(BM_copy_256MiB_keel)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_copy_256MiB_plain_4096)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -122,13 +122,18 @@ void readFloor(benchmark::State& state, const std::string& path, int64_t bytes) 
     state.SetBytesProcessed(state.iterations() * bytes);
 }
 
-void BM_ReadFloor(benchmark::State& state) { readFloor(state, files().utf8Path, files().utf8Bytes); }
-void BM_ReadFloorUtf16(benchmark::State& state) { readFloor(state, files().utf16Path, files().utf16Bytes); }
+void BM_ReadFloor(benchmark::State& state) {
+    readFloor(state, files().utf8Path, files().utf8Bytes);
+}
+void BM_ReadFloorUtf16(benchmark::State& state) {
+    readFloor(state, files().utf16Path, files().utf16Bytes);
+}
 
 void readWithKeel(benchmark::State& state, const std::string& path, int64_t bytes) {
     FileNameC name(StringC(path.c_str(), "utf8"));
     for (auto _ : state) {
-        std::unique_ptr<keel::StreamReaderC> reader(keel::StreamReaderC::open(&name, true, nullptr, 1, false));
+        std::unique_ptr<keel::StreamReaderC> reader(
+            keel::StreamReaderC::open(&name, true, nullptr, 1, false));
         StringC line;
         int64_t lines = 0;
         while (reader->readLine(line) == 0) ++lines;
@@ -137,8 +142,12 @@ void readWithKeel(benchmark::State& state, const std::string& path, int64_t byte
     state.SetBytesProcessed(state.iterations() * bytes);
 }
 
-void BM_ReadTextReaderUtf8(benchmark::State& state) { readWithKeel(state, files().utf8Path, files().utf8Bytes); }
-void BM_ReadTextReaderUtf16(benchmark::State& state) { readWithKeel(state, files().utf16Path, files().utf16Bytes); }
+void BM_ReadTextReaderUtf8(benchmark::State& state) {
+    readWithKeel(state, files().utf8Path, files().utf8Bytes);
+}
+void BM_ReadTextReaderUtf16(benchmark::State& state) {
+    readWithKeel(state, files().utf16Path, files().utf16Bytes);
+}
 
 void BM_ReadIfstreamGetline(benchmark::State& state) {
     const FilesT& f = files();
@@ -175,7 +184,8 @@ std::string writePath() { return scratchDirectory() + "/keel-bench-write.txt"; }
 void writeFloor(benchmark::State& state, bool utf16) {
     const std::vector<std::string>& lines = sampleLines();
     std::vector<std::string> withEnds;
-    for (const std::string& line : lines) withEnds.push_back(utf16 ? utf16le(line + "\n") : line + "\n");
+    for (const std::string& line : lines)
+        withEnds.push_back(utf16 ? utf16le(line + "\n") : line + "\n");
     int64_t bytes = 0;
     for (auto _ : state) {
         int fd = open(writePath().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -319,16 +329,27 @@ void BM_ReadOneGibibyteMemory(benchmark::State& state) {
 // anchor; the floor is the anchor the goal is stated against.
 BENCHMARK(BM_ReadFloor)->Name("read_lines/read_1024_floor/utf8")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReadTextReaderUtf8)->Name("read_lines/keel/utf8")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadIfstreamGetline)->Name("read_lines/std_getline_ifstream/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadIfstreamGetline)
+    ->Name("read_lines/std_getline_ifstream/utf8")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReadGetline3)->Name("read_lines/getline3/utf8")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadFloorUtf16)->Name("read_lines/read_1024_floor/utf16")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadFloorUtf16)
+    ->Name("read_lines/read_1024_floor/utf16")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReadTextReaderUtf16)->Name("read_lines/keel/utf16")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WriteFloor)->Name("write_lines/write_per_line_floor/utf8")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteFloor)
+    ->Name("write_lines/write_per_line_floor/utf8")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_WriteTextWriterUtf8)->Name("write_lines/keel/utf8")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_WriteOfstream)->Name("write_lines/std_ofstream/utf8")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_WriteFwrite)->Name("write_lines/fwrite/utf8")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WriteFloorUtf16)->Name("write_lines/write_per_line_floor/utf16")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WriteFloorUtf16)
+    ->Name("write_lines/write_per_line_floor/utf16")
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_WriteTextWriterUtf16)->Name("write_lines/keel/utf16")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReadOneGibibyteMemory)->Name("read_lines_memory/keel/1GiB")->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_ReadOneGibibyteMemory)
+    ->Name("read_lines_memory/keel/1GiB")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 
 BENCHMARK_MAIN();

@@ -24,7 +24,8 @@ namespace {
 
 std::string scratch(const char* name) {
     const char* dir = getenv("TMPDIR");
-    return std::string(dir && *dir ? dir : "/tmp") + "/keel-bench-" + std::to_string(getpid()) + "-" + name;
+    return std::string(dir && *dir ? dir : "/tmp") + "/keel-bench-" + std::to_string(getpid()) +
+           "-" + name;
 }
 
 void keelLine(benchmark::State& state, int32_t flushEvery, const char* path) {

@@ -48,7 +48,8 @@ void checkInternalForm(const std::vector<uint8_t>& out) {
         check((b & 0xC0) != 0x80 && b < 0xFE, "decoded output starts a sequence with a bad byte");
         uint32_t n = keel::utf8SequenceLength(&out[i]);
         check(i + n <= out.size(), "decoded output ends inside a sequence");
-        for (uint32_t k = 1; k < n; ++k) check((out[i + k] & 0xC0) == 0x80, "missing continuation byte");
+        for (uint32_t k = 1; k < n; ++k)
+            check((out[i + k] & 0xC0) == 0x80, "missing continuation byte");
         i += n;
     }
 }
@@ -97,7 +98,8 @@ Result modelDecode(const std::string& name, const uint8_t* in, size_t n) {
     } else if (n >= 2) {
         bool big = name == "utf16be" || (name == "utf16" && in[0] == 0xFE && in[1] == 0xFF);
         if (big ? (in[0] == 0xFE && in[1] == 0xFF) : (in[0] == 0xFF && in[1] == 0xFE)) p += 2;
-        for (; end - p >= 2 && 2 * keel::utf16UnitsAt(p, big) <= static_cast<size_t>(end - p); ++r.count) {
+        for (; end - p >= 2 && 2 * keel::utf16UnitsAt(p, big) <= static_cast<size_t>(end - p);
+             ++r.count) {
             put8(r.out, keel::utf16Next(p, big));
         }
     }
@@ -133,7 +135,8 @@ Result modelEncode(const std::string& name, const uint8_t* in, size_t n) {
     return r;
 }
 
-Result decodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, const std::vector<size_t>& cuts) {
+Result decodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n,
+                      const std::vector<size_t>& cuts) {
     keel::TextDecoderI* d = enc->newDecoder();
     Result r;
     size_t at = 0;
@@ -142,7 +145,8 @@ Result decodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, c
         uint32_t size = d->decodedSize(text + at, static_cast<uint32_t>(len));
         std::unique_ptr<uint8_t[]> piece(new uint8_t[size]);
         uint32_t chars = 0;
-        uint32_t wrote = d->decode(text + at, static_cast<uint32_t>(len), piece.get(), size, &chars);
+        uint32_t wrote =
+            d->decode(text + at, static_cast<uint32_t>(len), piece.get(), size, &chars);
         check(wrote == size, "decodedSize differs from what decode wrote");
         r.out.insert(r.out.end(), piece.get(), piece.get() + wrote);
         r.count += chars;
@@ -153,7 +157,8 @@ Result decodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, c
     return r;
 }
 
-Result encodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n, const std::vector<size_t>& cuts) {
+Result encodeInPieces(keel::TextEncodingI* enc, const uint8_t* text, size_t n,
+                      const std::vector<size_t>& cuts) {
     keel::TextEncoderI* e = enc->newEncoder();
     Result r;
     size_t at = 0;
@@ -195,14 +200,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     bool comparable = true;
     if (decode && data[0] % 8 >= 4 && data[0] % 8 <= 6) {
         for (size_t i = 0; i + 1 < n; ++i) {
-            if ((text[i] == 0xFF && text[i + 1] == 0xFE) || (text[i] == 0xFE && text[i + 1] == 0xFF)) {
+            if ((text[i] == 0xFF && text[i + 1] == 0xFE) ||
+                (text[i] == 0xFE && text[i + 1] == 0xFF)) {
                 comparable = false;
             }
         }
     }
 
     Result whole = decode ? decodeInPieces(enc, text, n, {}) : encodeInPieces(enc, text, n, {});
-    Result pieces = decode ? decodeInPieces(enc, text, n, cuts) : encodeInPieces(enc, text, n, cuts);
+    Result pieces =
+        decode ? decodeInPieces(enc, text, n, cuts) : encodeInPieces(enc, text, n, cuts);
     if (!comparable) return 0;
     check(whole.out == pieces.out, "output differs between whole and pieces");
     check(whole.lost == pieces.lost, "lost flag differs between whole and pieces");
@@ -217,7 +224,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         checkInternalForm(whole.out);
         // A fresh decoder's output for any input stays within maxOutput.
         keel::TextDecoderI* fresh = enc->newDecoder();
-        check(fresh->decodedSize(text, static_cast<uint32_t>(n)) <= fresh->maxOutput(static_cast<uint32_t>(n)),
+        check(fresh->decodedSize(text, static_cast<uint32_t>(n)) <=
+                  fresh->maxOutput(static_cast<uint32_t>(n)),
               "decodedSize beyond maxOutput");
         delete fresh;
     } else if (strcmp(name, "utf8") != 0 && strcmp(name, "system-8") != 0) {

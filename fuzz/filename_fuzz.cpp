@@ -50,12 +50,14 @@ std::string bytesOf(const StringC& s) {
 
 // Same text, same root.
 bool same(const FileNameC& a, const FileNameC& b) {
-    return a.isRooted() == b.isRooted() && a.getText().compare(b.getText()) == 0 && a.compare(b) == 0;
+    return a.isRooted() == b.isRooted() && a.getText().compare(b.getText()) == 0 &&
+           a.compare(b) == 0;
 }
 
 void checkNormalForm(const FileNameC& name) {
     std::string text = bytesOf(name.getText());
-    check(text.empty() || (text.front() != '/' && text.back() != '/'), "separator at an end of the text");
+    check(text.empty() || (text.front() != '/' && text.back() != '/'),
+          "separator at an end of the text");
     check(text.find("//") == std::string::npos, "two separators in a row");
     check(!name.getDriveFlag() && !name.getShareFlag(), "a flag that is always false was set");
     check(same(name, FileNameC(name.toString())), "parsing toString again gives another name");
@@ -124,14 +126,17 @@ struct PlainNameT {
     bool rooted;
 };
 
-std::string withRoot(const PlainNameT& n, const std::string& s) { return (n.rooted ? "/" : "") + s; }
+std::string withRoot(const PlainNameT& n, const std::string& s) {
+    return (n.rooted ? "/" : "") + s;
+}
 
 std::vector<std::string> componentsOf(const std::string& text) {
     std::vector<std::string> parts;
     if (text.empty()) return parts;
     for (size_t at = 0;;) {
         size_t slash = text.find('/', at);
-        parts.push_back(text.substr(at, slash == std::string::npos ? std::string::npos : slash - at));
+        parts.push_back(
+            text.substr(at, slash == std::string::npos ? std::string::npos : slash - at));
         if (slash == std::string::npos) return parts;
         at = slash + 1;
     }
@@ -163,30 +168,36 @@ std::string joinedText(std::string directory, std::string name) {
     return directory + name;
 }
 
-void checkAgainstPlainSteps(const FileNameC& name, const FileNameC& otherName, const std::string& other,
-                            bool decoded) {
+void checkAgainstPlainSteps(const FileNameC& name, const FileNameC& otherName,
+                            const std::string& other, bool decoded) {
     PlainNameT n{bytesOf(name.getText()), name.isRooted()};
     PlainNameT o{bytesOf(otherName.getText()), otherName.isRooted()};
     std::string full = withRoot(n, n.text);
     size_t slash = n.text.rfind('/');
-    check(bytesOf(name.getDirectoryText()) == withRoot(n, slash == std::string::npos ? "" : n.text.substr(0, slash)),
+    check(bytesOf(name.getDirectoryText()) ==
+              withRoot(n, slash == std::string::npos ? "" : n.text.substr(0, slash)),
           "getDirectoryText differs from its steps");
     StringC suffix(other.data(), static_cast<uint32_t>(other.size()), "utf8");
     if (decoded) {
-        check(bytesOf(name.getBaseName(suffix)) == behindLast(stripped(n.text, bytesOf(suffix)), '/'),
-              "getBaseName differs from its steps");
+        check(
+            bytesOf(name.getBaseName(suffix)) == behindLast(stripped(n.text, bytesOf(suffix)), '/'),
+            "getBaseName differs from its steps");
         StringC text = name.toString();
         FileNameC::stripSuffix(text, suffix);
-        check(bytesOf(text) == stripped(full, bytesOf(suffix)), "stripSuffix differs from its steps");
+        check(bytesOf(text) == stripped(full, bytesOf(suffix)),
+              "stripSuffix differs from its steps");
     }
-    check(bytesOf(name.getExtension('.')) == (full.find('.') == std::string::npos ? "" : behindLast(full, '.')),
+    check(bytesOf(name.getExtension('.')) ==
+              (full.find('.') == std::string::npos ? "" : behindLast(full, '.')),
           "getExtension differs from its steps");
 
     std::vector<std::string> parts = componentsOf(n.text), prefix = componentsOf(o.text);
     int32_t count = static_cast<int32_t>(parts.size());
     for (int32_t i = -1; i <= count; ++i)
-        check(bytesOf(name.getComponent(i)) == (i < 0 || i >= count ? "" : parts[i]), "getComponent");
-    int32_t start = static_cast<int32_t>(o.text.size() % 7) - 2, asked = static_cast<int32_t>(other.size() % 6) - 1;
+        check(bytesOf(name.getComponent(i)) == (i < 0 || i >= count ? "" : parts[i]),
+              "getComponent");
+    int32_t start = static_cast<int32_t>(o.text.size() % 7) - 2,
+            asked = static_cast<int32_t>(other.size() % 6) - 1;
     std::unique_ptr<keel::StringArrayC> some(name.getComponents(start, asked));
     check((asked == 0) == !some, "getComponents gave null or not");
     if (some) {
@@ -205,8 +216,8 @@ void checkAgainstPlainSteps(const FileNameC& name, const FileNameC& otherName, c
     std::string expected = full;
     if (n.rooted == o.rooted && n.text == o.text) {
         expected = ".";
-    } else if (n.rooted == o.rooted && n.text.size() > o.text.size() && n.text[o.text.size()] == '/' &&
-               n.text.compare(0, o.text.size(), o.text) == 0) {
+    } else if (n.rooted == o.rooted && n.text.size() > o.text.size() &&
+               n.text[o.text.size()] == '/' && n.text.compare(0, o.text.size(), o.text) == 0) {
         expected = n.text.substr(o.text.size() + 1);
     }
     check(bytesOf(relative->toString()) == expected, "relativeTo differs from its steps");
@@ -226,7 +237,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if ((flags & 2) && !nameBytes.empty()) {
         while (nameBytes.size() < 4100) nameBytes += nameBytes;
     }
-    std::string otherBytes = cut ? std::string(reinterpret_cast<const char*>(cut + 1), restSize - nameSize - 1) : "";
+    std::string otherBytes =
+        cut ? std::string(reinterpret_cast<const char*>(cut + 1), restSize - nameSize - 1) : "";
     // The matcher's work grows with the product of the lengths.
     if (nameBytes.size() > 4096 && otherBytes.size() > 64) otherBytes.resize(64);
     StringC raw(nameBytes.data(), static_cast<uint32_t>(nameBytes.size()), encoding);
@@ -243,7 +255,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     checkCollapsedText(bytesOf(name.getCollapsedText()));
     check(same(twice, twice.getCollapsed()), "collapse is not idempotent");
     std::string onceText = bytesOf(name.getCollapsedText());
-    if (onceText != "." && onceText != "/.") check(same(once, twice), "collapse changed a collapsed name");
+    if (onceText != "." && onceText != "/.")
+        check(same(once, twice), "collapse changed a collapsed name");
 
     // Split and join: directory and base name give the name back, except
     // that a directory that is exactly "." stands for nothing in a join.
@@ -264,14 +277,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Components put back together make the text.
     int32_t count = name.getComponentCount();
     std::unique_ptr<keel::StringArrayC> parts(name.getComponents(0, -1));
-    check(parts && static_cast<int32_t>(parts->size()) == count, "component count and array disagree");
-    check(FileNameC(*parts).getText().compare(name.getText()) == 0, "components do not make the text");
-    if (count > 0) check(name.getComponent(count - 1).compare(base) == 0, "last component is not the base name");
+    check(parts && static_cast<int32_t>(parts->size()) == count,
+          "component count and array disagree");
+    check(FileNameC(*parts).getText().compare(name.getText()) == 0,
+          "components do not make the text");
+    if (count > 0)
+        check(name.getComponent(count - 1).compare(base) == 0,
+              "last component is not the base name");
 
     // The extension is a tail of the full text.
     std::string full = bytesOf(name.toString());
     std::string extension = bytesOf(name.getExtension('.'));
-    check(full.size() >= extension.size() && full.compare(full.size() - extension.size(), std::string::npos, extension) == 0,
+    check(full.size() >= extension.size() &&
+              full.compare(full.size() - extension.size(), std::string::npos, extension) == 0,
           "extension is not a tail of the name");
 
     std::unique_ptr<FileNameC> relative(name.relativeTo(name.getParent()));
@@ -292,7 +310,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         };
         check(same(FileNameC(other, raw), made(joinedText(b, a))), "join differs from its steps");
         check(same(FileNameC(raw, other), made(joinedText(a, b))), "join differs from its steps");
-        check(same(FileNameC(&otherName, raw), made(joinedText(c, a))), "join below a name differs from its steps");
+        check(same(FileNameC(&otherName, raw), made(joinedText(c, a))),
+              "join below a name differs from its steps");
     }
 
     // Matching: "*" takes everything, a text without metacharacters matches
@@ -307,9 +326,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // On short ASCII texts the matcher answers as its steps taken literally,
     // recursion and all, do.
     if (shortAscii(nameBytes, 10) && shortAscii(otherBytes, 9)) {
-        std::u32string n(nameBytes.begin(), nameBytes.end()), p(otherBytes.begin(), otherBytes.end());
+        std::u32string n(nameBytes.begin(), nameBytes.end()),
+            p(otherBytes.begin(), otherBytes.end());
         check(exact == literalMatch(n, p, true), "the matcher differs from its literal steps");
-        check(folded == literalMatch(n, p, false), "the matcher differs from its literal steps without case");
+        check(folded == literalMatch(n, p, false),
+              "the matcher differs from its literal steps without case");
     }
     if (flags & 4) name.matchesBaseName(other);
     return 0;

@@ -88,8 +88,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::set<std::string> kept;
         for (const std::string& name : expected) {
             bool below = false;
-            for (size_t slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1)) {
-                if (name[slash - 1] == '3' && std::find(dirs.begin(), dirs.end(), name.substr(0, slash)) != dirs.end())
+            for (size_t slash = name.find('/'); slash != std::string::npos;
+                 slash = name.find('/', slash + 1)) {
+                if (name[slash - 1] == '3' &&
+                    std::find(dirs.begin(), dirs.end(), name.substr(0, slash)) != dirs.end())
                     below = true;
             }
             if (!below) kept.insert(name);
@@ -101,12 +103,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     keel::FileListerI* lister = keel::FlnFileServiceC::instance()->createLister(&start, flags);
     std::vector<std::string> seen;
     auto strip = [&](const std::string& text) {
-        return text.compare(0, root.size() + 1, root + "/") == 0 ? text.substr(root.size() + 1) : text;
+        return text.compare(0, root.size() + 1, root + "/") == 0 ? text.substr(root.size() + 1)
+                                                                 : text;
     };
     if (listing) {
         keel::FileListingC names(lister, true);
         if (names.getStatus() != 0) abort();
-        for (uint32_t i = 0; i < names.size(); ++i) seen.push_back(strip(textOf(names.nameAt(i)->toString())));
+        for (uint32_t i = 0; i < names.size(); ++i)
+            seen.push_back(strip(textOf(names.nameAt(i)->toString())));
     } else {
         FileNameC* entry;
         bool isDirectory;

@@ -58,7 +58,8 @@ Outcome reference(const std::vector<uint32_t>& text, int base, int width) {
     auto valueOf = [&](uint32_t c) -> int64_t {
         int32_t d = keel::digitValue(c);
         if (d >= 0) return d;
-        if (base > 10 && c < 0x80 && ((c | 0x20) >= 'a' && (c | 0x20) <= 'z')) return (c | 0x20) - 'a' + 10;
+        if (base > 10 && c < 0x80 && ((c | 0x20) >= 'a' && (c | 0x20) <= 'z'))
+            return (c | 0x20) - 'a' + 10;
         return -1;
     };
     auto isDigitOfBase = [&](uint32_t c) {
@@ -93,8 +94,8 @@ Outcome reference(const std::vector<uint32_t>& text, int base, int width) {
 }
 
 void fail(const char* what, int base, uint64_t got, uint64_t want) {
-    fprintf(stderr, "%s differs (base %d): got %llx, want %llx\n", what, base, (unsigned long long)got,
-            (unsigned long long)want);
+    fprintf(stderr, "%s differs (base %d): got %llx, want %llx\n", what, base,
+            (unsigned long long)got, (unsigned long long)want);
     abort();
 }
 
@@ -119,12 +120,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         uint64_t got = width == 32 ? uint64_t(uint32_t(keel::parseInt32(text, &error, base, &end)))
                                    : uint64_t(keel::parseInt64(text, &error, base, &end));
         Outcome want = reference(chars, base, width);
-        if (error != want.error) fail(width == 32 ? "error of parseInt32" : "error of parseInt64", base, error, want.error);
-        if (got != want.value) fail(width == 32 ? "value of parseInt32" : "value of parseInt64", base, got, want.value);
+        if (error != want.error)
+            fail(width == 32 ? "error of parseInt32" : "error of parseInt64", base, error,
+                 want.error);
+        if (got != want.value)
+            fail(width == 32 ? "value of parseInt32" : "value of parseInt64", base, got,
+                 want.value);
         if (end != want.endIndex) fail("endIndex", base, end, want.endIndex);
         // Null out parameters change nothing of the value.
-        uint64_t again = width == 32 ? uint64_t(uint32_t(keel::parseInt32(text, nullptr, base, nullptr)))
-                                     : uint64_t(keel::parseInt64(text, nullptr, base, nullptr));
+        uint64_t again = width == 32
+                             ? uint64_t(uint32_t(keel::parseInt32(text, nullptr, base, nullptr)))
+                             : uint64_t(keel::parseInt64(text, nullptr, base, nullptr));
         if (again != got) fail("value without out parameters", base, again, got);
     }
     return 0;

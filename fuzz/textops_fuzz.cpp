@@ -50,8 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t* cut = static_cast<const uint8_t*>(memchr(rest, 0xFF, restSize));
     size_t firstSize = cut ? size_t(cut - rest) : restSize;
     keel::StringC text(rest, static_cast<uint32_t>(firstSize), "utf8");
-    keel::StringC other = cut ? keel::StringC(cut + 1, static_cast<uint32_t>(restSize - firstSize - 1), "utf8")
-                              : keel::StringC();
+    keel::StringC other =
+        cut ? keel::StringC(cut + 1, static_cast<uint32_t>(restSize - firstSize - 1), "utf8")
+            : keel::StringC();
     keel::StringC sep(sepChar);
 
     // Trimming leaves no character of the set at either end, and what is left
@@ -59,7 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     keel::StringC trimmed = keel::trimString(text, keel::defaultTrimSet());
     if (!trimmed.isEmpty() && !hasNul(text)) {
         check(!contains(keel::defaultTrimSet(), trimmed.charAt(0)), "trim left a blank in front");
-        check(!contains(keel::defaultTrimSet(), trimmed.charAt(trimmed.length() - 1)), "trim left a blank behind");
+        check(!contains(keel::defaultTrimSet(), trimmed.charAt(trimmed.length() - 1)),
+              "trim left a blank behind");
         check(text.find(trimmed) >= 0, "trimmed text is not part of the source");
     }
 
@@ -74,7 +76,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     delete pieces;
     // The other forms must hold together too (no crash, no empty pieces without keepEmpty).
     pieces = keel::splitString(text, sep, (flags & 1) != 0, false, (flags & 2) ? 0x5C : 0xFFFF);
-    for (uint32_t i = 0; i < pieces->size(); ++i) check(!pieces->at(i)->isEmpty(), "empty piece without keepEmpty");
+    for (uint32_t i = 0; i < pieces->size(); ++i)
+        check(!pieces->at(i)->isEmpty(), "empty piece without keepEmpty");
     delete pieces;
 
     // Replacing: a text replaced by itself is unchanged; a missing text changes nothing.
@@ -84,7 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         keel::StringC same = keel::replaceString(text, other, other, all, -1, false);
         check(same.compare(text) == 0, "replacing a text by itself changed the source");
         keel::StringC replaced = keel::replaceString(text, other, sep, all, -1, ignoreCase);
-        if (!ignoreCase && text.find(other) < 0) check(replaced.compare(text) == 0, "replacing a missing text changed the source");
+        if (!ignoreCase && text.find(other) < 0)
+            check(replaced.compare(text) == 0, "replacing a missing text changed the source");
     }
     keel::StringC from = other;
     keel::StringC translated = keel::translateChars(text, from, sep, all, -1);
@@ -95,6 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     specials.append(sep);
     keel::StringC escaped = keel::escapeString(text, specials, 0x5C);
     keel::StringC back = keel::unescapeString(escaped, 0x5C);
-    if (!hasNul(text) && !hasNul(specials)) check(back.compare(text) == 0, "unescape of escape differs from the source");
+    if (!hasNul(text) && !hasNul(specials))
+        check(back.compare(text) == 0, "unescape of escape differs from the source");
     return 0;
 }

@@ -23,11 +23,12 @@
 
 namespace {
 
-using keel::testkit::PiecewiseInputC;
 using keel::StreamReaderC;
 using keel::StringC;
+using keel::testkit::PiecewiseInputC;
 
-const char* const kEncodings[] = {"ascii", "iso-8859-1", "system-8", "utf8", "utf16", "utf16le", "utf16be", "wchar_t"};
+const char* const kEncodings[] = {"ascii", "iso-8859-1", "system-8", "utf8",
+                                  "utf16", "utf16le",    "utf16be",  "wchar_t"};
 
 // The UTF-16 decoders drop a U+FEFF that begins a piece of input, wherever
 // the piece lies, so where the pieces are cut decides which of them stay.
@@ -42,9 +43,10 @@ std::string bytesOf(const StringC& s) {
     return out;
 }
 
-std::vector<std::string> lines(const std::string& bytes, const char* encoding, bool detect, uint32_t seed,
-                               bool baseReader) {
-    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, keel::findEncoding(encoding), true);
+std::vector<std::string> lines(const std::string& bytes, const char* encoding, bool detect,
+                               uint32_t seed, bool baseReader) {
+    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, keel::findEncoding(encoding),
+                         true);
     std::vector<std::string> result;
     // Every line goes into the one handle; a copy of every second line is
     // kept and must still hold its text at the end, though the reader writes
@@ -82,7 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fprintf(stderr, "pieces of random sizes gave other lines\n");
         abort();
     }
-    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, keel::findEncoding(encoding), true);
+    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect, keel::findEncoding(encoding),
+                         true);
     std::string all = bytesOf(reader.readAll());
     StreamReaderC once(new PiecewiseInputC(bytes, 0), detect, keel::findEncoding(encoding), true);
     if (bytesOf(once.readAll()) != all) {
@@ -92,7 +95,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The line reader over read and pushBack walks the blocks by character
     // index, and a string's length ends at a U+0000; the stream reader's own
     // finds line ends in the bytes. The two agree on text without U+0000.
-    if (all.find('\0') == std::string::npos && lines(bytes, encoding, detect, seed, true) != whole) {
+    if (all.find('\0') == std::string::npos &&
+        lines(bytes, encoding, detect, seed, true) != whole) {
         fprintf(stderr, "the line reader over read and pushBack gave other lines\n");
         abort();
     }

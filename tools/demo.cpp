@@ -105,8 +105,11 @@ static std::string traceErrorsToFile() {
     std::string traceFile = std::string(dir) + "/demo.trc";
     FILE* file = fopen(control.c_str(), "w");
     if (!file) return "";
-    fprintf(file, "# stored errors, with the process and the path\nError/Occurrence\nshow_process=1\nshow_class=1\n"
-                  "filename=%s\n", traceFile.c_str());
+    fprintf(file,
+            "# stored errors, with the process and the "
+            "path\nError/Occurrence\nshow_process=1\nshow_class=1\n"
+            "filename=%s\n",
+            traceFile.c_str());
     fclose(file);
     keel::tracerI()->init("keel_demo", control.c_str(), nullptr);
     return traceFile;

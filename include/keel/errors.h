@@ -77,7 +77,8 @@ public:
     // The text of `code` (empty when the catalog has none) and its severity.
     // `defaultText` is what to fall back on; `selector` picks a group of a
     // structured text and is null everywhere in this library.
-    virtual StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) = 0;
+    virtual StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                          const char* selector) = 0;
     virtual uint32_t setQualifiers(StringC qualifiers) = 0;
 };
 

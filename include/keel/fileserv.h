@@ -47,8 +47,15 @@ public:
     };
 
     FileInfoC()
-        : type(Other), permissions(0), size(0), changeTime(0), modifiedTime(0), accessTime(0),
-          device(0), userId(0), groupId(0) {}
+        : type(Other),
+          permissions(0),
+          size(0),
+          changeTime(0),
+          modifiedTime(0),
+          accessTime(0),
+          device(0),
+          userId(0),
+          groupId(0) {}
     virtual ~FileInfoC() {}
 
     uint32_t type;
@@ -65,8 +72,9 @@ public:
 };
 
 // The progress call-back of copy: answers false to stop the copy.
-typedef bool (*CopyProgressFn)(const FileNameC* source, const FileNameC* destination, int64_t totalBytes,
-                               int32_t totalFiles, int64_t fileSize, int64_t fileDone, void* context);
+typedef bool (*CopyProgressFn)(const FileNameC* source, const FileNameC* destination,
+                               int64_t totalBytes, int32_t totalFiles, int64_t fileSize,
+                               int64_t fileDone, void* context);
 
 class FileServiceI {
 public:
@@ -121,10 +129,10 @@ public:
     virtual FileNameC* createTempName(const StringC& prefix) = 0;
     // "TMPDIR", "TMP", "TEMP" (the first one set), else "/tmp".
     virtual StringC getTempDirectory() = 0;
-    virtual uint32_t createSecureTempFile(StringC& outPath, int32_t* outDescriptor, const FileNameC* directory,
-                                          const StringC& prefix) = 0;
-    virtual FileNameC* createUniqueName(const FileNameC* directory, const StringC& prefix, const StringC& suffix,
-                                        bool create) = 0;
+    virtual uint32_t createSecureTempFile(StringC& outPath, int32_t* outDescriptor,
+                                          const FileNameC* directory, const StringC& prefix) = 0;
+    virtual FileNameC* createUniqueName(const FileNameC* directory, const StringC& prefix,
+                                        const StringC& suffix, bool create) = 0;
     virtual bool remove(const FileNameC* name, bool force, bool recursive) = 0;
     virtual void removeAtExit(const FileNameC* name) = 0;
     virtual uint32_t removeFile(const FileNameC* name) = 0;
@@ -133,8 +141,8 @@ public:
     virtual bool createDirectory(const FileNameC* name, bool withParents) = 0;
     virtual uint32_t move(const FileNameC* source, const FileNameC* destination) = 0;
     virtual uint32_t moveAlias(const FileNameC* source, const FileNameC* destination) = 0;
-    virtual uint32_t copy(const FileNameC* source, const FileNameC* destination, CopyProgressFn progress,
-                          void* context) = 0;
+    virtual uint32_t copy(const FileNameC* source, const FileNameC* destination,
+                          CopyProgressFn progress, void* context) = 0;
     virtual FileListerI* createLister(const FileNameC* name, uint32_t flags) = 0;
     // Reports 0xE0CB0014 and answers false.
     virtual bool isSystem(const FileNameC* name) = 0;

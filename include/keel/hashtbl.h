@@ -193,7 +193,8 @@ struct storedHashDecides<HashFn, decltype(void(HashFn::kEqualKeysHashAlike))> {
 template <typename Key, typename Value>
 class HashElemM : public HashElemI {
 public:
-    HashElemM(const Key& key, const Value& value) : chain(0), hash(0), storedKey(key), value(value) {}
+    HashElemM(const Key& key, const Value& value)
+        : chain(0), hash(0), storedKey(key), value(value) {}
 
     uintptr_t* nextLink() final { return &chain; }
     uint32_t* hashSlot() final { return &hash; }
@@ -220,13 +221,16 @@ public:
     typedef HashElemM<Key, Value> ElemT;
 
     HashResultM() : table(nullptr), element(nullptr), owned(false) {}
-    HashResultM(MapT* table, ElemT* element, bool owned) : table(table), element(element), owned(owned) {}
+    HashResultM(MapT* table, ElemT* element, bool owned)
+        : table(table), element(element), owned(owned) {}
     // An owning source gives a fresh unlinked copy, never a shared element.
-    HashResultM(const HashResultM& other) : table(other.table), element(other.element), owned(other.owned) {
+    HashResultM(const HashResultM& other)
+        : table(other.table), element(other.element), owned(other.owned) {
         if (owned && element) element = new ElemT(element->storedKey, element->value);
     }
     // Moving hands the element over; the source is left empty.
-    HashResultM(HashResultM&& other) noexcept : table(other.table), element(other.element), owned(other.owned) {
+    HashResultM(HashResultM&& other) noexcept
+        : table(other.table), element(other.element), owned(other.owned) {
         other.element = nullptr;
         other.owned = false;
     }
@@ -299,7 +303,9 @@ public:
     ResultT put(const Key& key, const Value& value) {
         return ResultT(this, static_cast<ElemT*>(replace(new ElemT(key, value))), true);
     }
-    ResultT remove(const Key& key) { return ResultT(this, static_cast<ElemT*>(detachKey(&key)), true); }
+    ResultT remove(const Key& key) {
+        return ResultT(this, static_cast<ElemT*>(detachKey(&key)), true);
+    }
 };
 
 // Walks a table list by list. `status` is set to 0, or to 0xE0CA0002 with a
@@ -344,11 +350,14 @@ public:
 
     // Borrowing: the element stays in the map.
     ResultT current(uint32_t& status) {
-        return ResultT(static_cast<MapT*>(table), static_cast<ElemT*>(HashIteratorC::current(status)), false);
+        return ResultT(static_cast<MapT*>(table),
+                       static_cast<ElemT*>(HashIteratorC::current(status)), false);
     }
     ElemT* next(uint32_t& status) { return static_cast<ElemT*>(HashIteratorC::next(status)); }
     // The detached element now belongs to the caller.
-    ElemT* removeCurrent(uint32_t& status) { return static_cast<ElemT*>(HashIteratorC::removeCurrent(status)); }
+    ElemT* removeCurrent(uint32_t& status) {
+        return static_cast<ElemT*>(HashIteratorC::removeCurrent(status));
+    }
 };
 
 }  // namespace keel

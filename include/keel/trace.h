@@ -86,7 +86,8 @@ public:
     virtual uint32_t isEnabled(const char* path, TraceValuesT** handle) = 0;
     // Hands the line to every consumer in the mask: 1 if it was passed on.
     // A null handle never traces.
-    virtual uint32_t trace(const char* path, TraceValuesT** handle, const char* format, ArgListC args) = 0;
+    virtual uint32_t trace(const char* path, TraceValuesT** handle, const char* format,
+                           ArgListC args) = 0;
     // 1 and one more level of indentation when the path is enabled, else 0.
     virtual uint32_t enter(const char* path, TraceValuesT** handle) = 0;
     // One level less; call it only after an enter that gave 1.
@@ -97,8 +98,8 @@ public:
     }
     virtual uint32_t startTimer(const char* path, TraceValuesT** handle) = 0;
     virtual void stopTimer(const char* path, TraceValuesT** handle) = 0;
-    virtual uint32_t getValues(const char* path, TraceValuesT** handle, int32_t* counter, int64_t* total,
-                               uint64_t* ticksPerSecond) = 0;
+    virtual uint32_t getValues(const char* path, TraceValuesT** handle, int32_t* counter,
+                               int64_t* total, uint64_t* ticksPerSecond) = 0;
 
 protected:
     ~TracerI() {}
@@ -113,7 +114,8 @@ public:
     virtual TraceDefaultConsumerI* getDefaultConsumer() = 0;
     virtual void reserved2() = 0;
     virtual uint32_t isEnabled(const char* path, TraceValuesT** handle) = 0;
-    virtual uint32_t traceFormat(const char* path, TraceValuesT** handle, const char* format, ...) = 0;
+    virtual uint32_t traceFormat(const char* path, TraceValuesT** handle, const char* format,
+                                 ...) = 0;
     virtual uint32_t enter(const char* path, TraceValuesT** handle) = 0;
     virtual void leave() = 0;
     virtual uint32_t count(const char* path, TraceValuesT** handle, int32_t delta) = 0;
@@ -207,7 +209,8 @@ inline uint32_t traceLine(TracePointT& point, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     // The list is made in the argument's place: no handle copy on the way.
-    uint32_t passed = tracerI()->trace(point.path, &point.handle, format, argListFromText(format, arguments));
+    uint32_t passed =
+        tracerI()->trace(point.path, &point.handle, format, argListFromText(format, arguments));
     va_end(arguments);
     return passed;
 }

@@ -34,7 +34,9 @@ extern "C" KEEL_EXPORT keel::TraceControllerI* getTraceController() {
 
 extern "C" KEEL_EXPORT keel::ErrBufI* getErrBuf() { return keel::threadErrBuf(); }
 
-extern "C" KEEL_EXPORT keel::LocaleI* getLocale(keel::StringC& name) { return keel::localeOfProcess(name); }
+extern "C" KEEL_EXPORT keel::LocaleI* getLocale(keel::StringC& name) {
+    return keel::localeOfProcess(name);
+}
 
 extern "C" KEEL_EXPORT keel::ConfigurationI* getConfiguration(int version) {
     return keel::configurationInstance(version);

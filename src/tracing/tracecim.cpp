@@ -324,9 +324,10 @@ uint32_t TraceControllerC::setVariable(const char* path, const TraceValuesT* val
     variable->explicit_ = values->explicit_;
     atomicStoreRelaxed(&variable->counter, values->counter);
     variable->total = values->total;
-    atomicStoreRelaxed(&variable->detail, static_cast<int16_t>(values->detail < 0   ? 0
-                                                               : values->detail > 9 ? 9
-                                                                                    : values->detail));
+    atomicStoreRelaxed(&variable->detail,
+                       static_cast<int16_t>(values->detail < 0   ? 0
+                                            : values->detail > 9 ? 9
+                                                                 : values->detail));
     computeActive(variable);
     return 0;
 }

@@ -52,7 +52,8 @@ bool isBlank(char c) { return c == ' ' || c == '\t'; }
 // Letters the message form reads as a severity: '#', m, i, w, e, f, and
 // capitals (qualifiers).
 bool isSeverityLetter(char c) {
-    return c == '#' || c == 'm' || c == 'i' || c == 'w' || c == 'e' || c == 'f' || (c >= 'A' && c <= 'Z');
+    return c == '#' || c == 'm' || c == 'i' || c == 'w' || c == 'e' || c == 'f' ||
+           (c >= 'A' && c <= 'Z');
 }
 
 // A decimal or 0x-hexadecimal number up to `limit`.
@@ -104,10 +105,18 @@ bool unescape(const std::string& field, std::string& out, std::string& problem) 
             return false;
         }
         switch (field[i]) {
-        case '\\': out += '\\'; break;
-        case 'n': out += '\n'; break;
-        case 'r': out += '\r'; break;
-        case 't': out += '\t'; break;
+        case '\\':
+            out += '\\';
+            break;
+        case 'n':
+            out += '\n';
+            break;
+        case 'r':
+            out += '\r';
+            break;
+        case 't':
+            out += '\t';
+            break;
         case 'x': {
             int high = i + 1 < field.size() ? hexValue(field[i + 1]) : -1;
             int low = i + 2 < field.size() ? hexValue(field[i + 2]) : -1;
@@ -167,7 +176,8 @@ std::string describe(const DiagnosticT& diagnostic, const char* unit) {
     return text + diagnostic.message;
 }
 
-bool compileCatalog(const std::string& source, std::string& binary, std::vector<DiagnosticT>& diagnostics) {
+bool compileCatalog(const std::string& source, std::string& binary,
+                    std::vector<DiagnosticT>& diagnostics) {
     std::vector<EntryT> entries;
     bool failed = false;
     bool sorted = true;
@@ -201,16 +211,19 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
         EntryT entry;
         entry.line = lineNumber;
         if (!parseNumber(fields[0], 0xFFFF, &entry.message.set)) {
-            report(lineNumber, true, format("set '%s' is not a number from 0 to 65535", fields[0].c_str()));
+            report(lineNumber, true,
+                   format("set '%s' is not a number from 0 to 65535", fields[0].c_str()));
             continue;
         }
         if (!parseNumber(fields[1], 0xFFFFFFFFu, &entry.message.number)) {
-            report(lineNumber, true, format("number '%s' is not a number from 0 to 4294967295", fields[1].c_str()));
+            report(lineNumber, true,
+                   format("number '%s' is not a number from 0 to 4294967295", fields[1].c_str()));
             continue;
         }
         const std::string& severity = fields[2];
         if (severity.empty()) {
-            report(lineNumber, true, "severity missing (letters such as e or w, or - to store the text as written)");
+            report(lineNumber, true,
+                   "severity missing (letters such as e or w, or - to store the text as written)");
             continue;
         }
         std::string text;
@@ -219,7 +232,8 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
             for (char c : severity) letters = letters && isSeverityLetter(c);
             if (!letters) {
                 report(lineNumber, true,
-                       format("severity '%s' is not made of the letters # m i w e f (capitals qualify), nor -",
+                       format("severity '%s' is not made of the letters # m i w e f (capitals "
+                              "qualify), nor -",
                               severity.c_str()));
                 continue;
             }
@@ -231,12 +245,14 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
             continue;
         }
         if (text.size() > 0xFFFF) {
-            report(lineNumber, true, format("text of %zu bytes; a catalog text holds at most 65535", text.size()));
+            report(lineNumber, true,
+                   format("text of %zu bytes; a catalog text holds at most 65535", text.size()));
             continue;
         }
         if (entry.message.set > 0xFFF || entry.message.number > 0xFFFF) {
             report(lineNumber, false,
-                   format("s%um%u can never be looked up: a code carries sets up to 4095 and numbers up to 65535",
+                   format("s%um%u can never be looked up: a code carries sets up to 4095 and "
+                          "numbers up to 65535",
                           entry.message.set, entry.message.number));
         }
         entry.message.text = text;
@@ -244,19 +260,22 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
         entries.push_back(entry);
     }
     if (!sorted) {
-        std::stable_sort(entries.begin(), entries.end(),
-                         [](const EntryT& a, const EntryT& b) { return lessThan(a.message, b.message); });
+        std::stable_sort(entries.begin(), entries.end(), [](const EntryT& a, const EntryT& b) {
+            return lessThan(a.message, b.message);
+        });
     }
     for (size_t i = 1; i < entries.size(); ++i) {
         const EntryT& before = entries[i - 1];
         const EntryT& entry = entries[i];
         if (!lessThan(before.message, entry.message)) {
             report(entry.line, true,
-                   format("s%um%u is a duplicate of line %u", entry.message.set, entry.message.number, before.line));
+                   format("s%um%u is a duplicate of line %u", entry.message.set,
+                          entry.message.number, before.line));
         } else if (entry.line < before.line) {
             // In the source this entry stands before one that sorts below it.
             report(entry.line, false,
-                   format("s%um%u is out of order (line %u has s%um%u, which sorts before it); entries are sorted",
+                   format("s%um%u is out of order (line %u has s%um%u, which sorts before it); "
+                          "entries are sorted",
                           entry.message.set, entry.message.number, before.line, before.message.set,
                           before.message.number));
         }
@@ -264,7 +283,8 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
     uint64_t size = kHeaderSize + kRecordSize * entries.size();
     for (const EntryT& entry : entries) size += entry.message.text.size();
     if (size > 0xFFFFFFFFu) {
-        report(0, true, "the catalog would exceed 4 GiB, beyond the reach of its 32-bit text offsets");
+        report(0, true,
+               "the catalog would exceed 4 GiB, beyond the reach of its 32-bit text offsets");
     }
     std::stable_sort(diagnostics.begin(), diagnostics.end(),
                      [](const DiagnosticT& a, const DiagnosticT& b) { return a.line < b.line; });
@@ -286,22 +306,27 @@ bool compileCatalog(const std::string& source, std::string& binary, std::vector<
     return true;
 }
 
-bool readCatalog(const std::string& binary, std::vector<MessageT>& messages, std::vector<DiagnosticT>& diagnostics) {
+bool readCatalog(const std::string& binary, std::vector<MessageT>& messages,
+                 std::vector<DiagnosticT>& diagnostics) {
     const uint64_t size = binary.size();
     if (size < kHeaderSize) {
-        diagnostics.push_back({0, true, format("the file has %llu bytes, fewer than the 12 of a catalog header",
-                                               static_cast<unsigned long long>(size))});
+        diagnostics.push_back(
+            {0, true,
+             format("the file has %llu bytes, fewer than the 12 of a catalog header",
+                    static_cast<unsigned long long>(size))});
         return false;
     }
     if (memcmp(binary.data(), kMagic, sizeof kMagic) != 0) {
-        diagnostics.push_back({0, true, "not a keel message catalog: the file does not begin with \"tavrinoc\""});
+        diagnostics.push_back(
+            {0, true, "not a keel message catalog: the file does not begin with \"tavrinoc\""});
         return false;
     }
     const uint64_t count = big32(binary, 8);
     if (kHeaderSize + kRecordSize * count > size) {
         diagnostics.push_back(
             {0, true,
-             format("the header announces %llu messages, but the file of %llu bytes holds index records for only %llu "
+             format("the header announces %llu messages, but the file of %llu bytes holds index "
+                    "records for only %llu "
                     "(truncated?)",
                     static_cast<unsigned long long>(count), static_cast<unsigned long long>(size),
                     static_cast<unsigned long long>((size - kHeaderSize) / kRecordSize))});
@@ -320,17 +345,19 @@ bool readCatalog(const std::string& binary, std::vector<MessageT>& messages, std
         uint64_t offset = big32(binary, at + 8);
         uint32_t record = static_cast<uint32_t>(i + 1);
         if (offset + length > size) {
-            diagnostics.push_back({record, true,
-                                   format("s%um%u: text at offset %llu, %u bytes long, runs past the end of the file "
-                                          "(%llu bytes)",
-                                          message.set, message.number, static_cast<unsigned long long>(offset), length,
-                                          static_cast<unsigned long long>(size))});
+            diagnostics.push_back(
+                {record, true,
+                 format("s%um%u: text at offset %llu, %u bytes long, runs past the end of the file "
+                        "(%llu bytes)",
+                        message.set, message.number, static_cast<unsigned long long>(offset),
+                        length, static_cast<unsigned long long>(size))});
             return false;
         }
         if (!found.empty() && !lessThan(found.back(), message)) {
             diagnostics.push_back(
                 {record, true,
-                 format("s%um%u does not sort above the record before it (s%um%u): the index must be sorted and "
+                 format("s%um%u does not sort above the record before it (s%um%u): the index must "
+                        "be sorted and "
                         "unique, or lookups miss messages",
                         message.set, message.number, found.back().set, found.back().number)});
             return false;
@@ -341,15 +368,17 @@ bool readCatalog(const std::string& binary, std::vector<MessageT>& messages, std
         found.push_back(message);
     }
     if (!canonical || expected != size) {
-        diagnostics.push_back({0, false,
-                               "the texts are not laid out one after the other behind the index: compiling the dump "
-                               "gives an equivalent file, not the same bytes"});
+        diagnostics.push_back(
+            {0, false,
+             "the texts are not laid out one after the other behind the index: compiling the dump "
+             "gives an equivalent file, not the same bytes"});
     }
     messages.swap(found);
     return true;
 }
 
-bool dumpCatalog(const std::string& binary, std::string& source, std::vector<DiagnosticT>& diagnostics) {
+bool dumpCatalog(const std::string& binary, std::string& source,
+                 std::vector<DiagnosticT>& diagnostics) {
     std::vector<MessageT> messages;
     if (!readCatalog(binary, messages, diagnostics)) return false;
     std::string out;
@@ -359,7 +388,8 @@ bool dumpCatalog(const std::string& binary, std::string& source, std::vector<Dia
         // "{letters} text" comes back as its letters and the text; anything
         // else is written as stored, after '-'.
         size_t close = text.size() > 1 && text[0] == '{' ? text.find('}') : std::string::npos;
-        bool lettered = close != std::string::npos && close > 1 && close + 1 < text.size() && text[close + 1] == ' ';
+        bool lettered = close != std::string::npos && close > 1 && close + 1 < text.size() &&
+                        text[close + 1] == ' ';
         for (size_t i = 1; lettered && i < close; ++i) lettered = isSeverityLetter(text[i]);
         if (lettered) {
             out += text.substr(1, close - 1);
@@ -378,7 +408,8 @@ bool dumpCatalog(const std::string& binary, std::string& source, std::vector<Dia
 }
 
 bool lookupCatalog(const std::string& binary, uint32_t set, uint32_t number, std::string& text) {
-    if (binary.size() < kHeaderSize || memcmp(binary.data(), kMagic, sizeof kMagic) != 0) return false;
+    if (binary.size() < kHeaderSize || memcmp(binary.data(), kMagic, sizeof kMagic) != 0)
+        return false;
     int64_t low = 0;
     int64_t high = static_cast<int64_t>(big32(binary, 8)) - 1;
     while (low <= high) {

@@ -46,16 +46,19 @@ struct MessageT {
 
 // Source to binary. False (and `binary` untouched) when a diagnostic is an
 // error.
-bool compileCatalog(const std::string& source, std::string& binary, std::vector<DiagnosticT>& diagnostics);
+bool compileCatalog(const std::string& source, std::string& binary,
+                    std::vector<DiagnosticT>& diagnostics);
 
 // The messages of a binary catalog, checked: magic, count against the size,
 // every text inside the file, order and uniqueness. False on the first
 // fault that makes the file unreadable; a layout that compile would not
 // make is a warning.
-bool readCatalog(const std::string& binary, std::vector<MessageT>& messages, std::vector<DiagnosticT>& diagnostics);
+bool readCatalog(const std::string& binary, std::vector<MessageT>& messages,
+                 std::vector<DiagnosticT>& diagnostics);
 
 // Binary to canonical source.
-bool dumpCatalog(const std::string& binary, std::string& source, std::vector<DiagnosticT>& diagnostics);
+bool dumpCatalog(const std::string& binary, std::string& source,
+                 std::vector<DiagnosticT>& diagnostics);
 
 // The stored text of set and number, as the library's binary search finds it.
 bool lookupCatalog(const std::string& binary, uint32_t set, uint32_t number, std::string& text);
