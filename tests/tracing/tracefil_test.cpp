@@ -148,43 +148,39 @@ TEST_F(TraceFileTest, LinesByteForByte) {
         const char* control;
         int32_t indent;
         const char* path;
-        std::string first, second;  // a second line of the same consumer; empty: a pattern below
+        std::string prefix;  // of "opened 7 x\n"
+        bool again;          // the second line is the same; else its stamp counts from the first
     } cases[] = {
-        {"", 0, "Net/Open", "opened 7 x\n", "opened 7 x\n"},
-        {"show_class=1", 0, "Net/Open", "opened 7 x\n", "opened 7 x\n"},
-        {"timestamp=1", 0, "Net/Open", "0.0000: opened 7 x\n", ""},
-        {"timedeltas=1", 0, "Net/Open", "+0.0000: opened 7 x\n", ""},
-        {"timestamp=1\ntimedeltas=1", 0, "Net/Open", "0.0000 (+0.0000): opened 7 x\n", ""},
-        {"show_process=2", 0, "Net/Open", "pid " + pid() + ": opened 7 x\n",
-         "pid " + pid() + ": opened 7 x\n"},
+        {"", 0, "Net/Open", "", true},
+        {"show_class=1", 0, "Net/Open", "", true},
+        {"timestamp=1", 0, "Net/Open", "0.0000: ", false},
+        {"timedeltas=1", 0, "Net/Open", "+0.0000: ", false},
+        {"timestamp=1\ntimedeltas=1", 0, "Net/Open", "0.0000 (+0.0000): ", false},
+        {"show_process=2", 0, "Net/Open", "pid " + pid() + ": ", true},
         {"show_threads=1\nshow_class=1", 0, "3,Net/Open",
-         "thread " + thread() + " (3,Net/Open): opened 7 x\n",
-         "thread " + thread() + " (3,Net/Open): opened 7 x\n"},
+         "thread " + thread() + " (3,Net/Open): ", true},
         {"timestamp=1\ntimedeltas=1\nshow_process=1\nshow_threads=1\nshow_class=1", 0, "Net/Open",
-         "0.0000 (+0.0000), pid " + pid() + ", thread " + thread() + " (Net/Open): opened 7 x\n",
-         ""},
-        {"", 17, "Net/Open", " opened 7 x\n", " opened 7 x\n"},
-        {"max_indent=0", 17, "Net/Open", std::string(17, ' ') + "opened 7 x\n",
-         std::string(17, ' ') + "opened 7 x\n"},
-        {"max_indent=4\nshow_process=1", 6, "Net/Open", "pid " + pid() + ":   opened 7 x\n",
-         "pid " + pid() + ":   opened 7 x\n"},
+         "0.0000 (+0.0000), pid " + pid() + ", thread " + thread() + " (Net/Open): ", false},
+        {"", 17, "Net/Open", " ", true},
+        {"max_indent=0", 17, "Net/Open", std::string(17, ' '), true},
+        {"max_indent=4\nshow_process=1", 6, "Net/Open", "pid " + pid() + ":   ", true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.control);
-        std::string name = dir + "/lines.trc";
+        std::string name = dir + "/lines.trc", first = c.prefix + "opened 7 x\n";
         unlink(name.c_str());
         auto made = consumer(std::string(c.control) + "\nfilename=" + name);
-        ArgListC args;
-        args.add(int32_t(7)).add("x");
-        ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args), 0u);
-        EXPECT_EQ(readFileAt(name), c.first);
-        ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args), 0u);
-        std::string both = readFileAt(name);
-        if (!c.second.empty()) {
-            EXPECT_EQ(both, c.first + c.second);
+        for (int line = 0; line < 2; ++line) {
+            ArgListC args;
+            ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args.add(int32_t(7)).add("x")),
+                      0u);
+        }
+        std::string both = readFileAt(name),
+                    rest = both.substr(std::min(both.size(), first.size()));
+        EXPECT_EQ(both.substr(0, first.size()), first);
+        if (c.again) {
+            EXPECT_EQ(rest, first);
         } else {
-            // Later lines count from the first.
-            std::string rest = both.substr(c.first.size());
             EXPECT_TRUE(std::regex_match(rest, std::regex("\\+?[0-9]+\\.[0-9]{4}.*opened 7 x\n")))
                 << rest;
         }
@@ -236,49 +232,40 @@ TEST_F(TraceFileTest, TheTracersOwnConsumer) {
 }
 
 // The opening checks: nothing planted under the name is written through.
+// Each write answers its code.
 TEST_F(TraceFileTest, OpeningRefusesWhatWasPlanted) {
-    std::string target = dir + "/victim";
-    writeFileAt(target, "keep");
-    std::string link = dir + "/planted.trc";
-    ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
     TraceConsumerFileC linked(controller);
-    linked.setFilename(link.c_str());
-    EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | ELOOP);
+    auto writeAs = [&linked](const std::string& name, const char* text = "x") {
+        linked.setFilename(name.c_str());
+        return linked.write("P", 0, text, ArgListC());
+    };
+    writeFileAt(dir + "/victim", "keep");
+    ASSERT_EQ(symlink((dir + "/victim").c_str(), (dir + "/planted.trc").c_str()), 0);
+    EXPECT_EQ(writeAs(dir + "/planted.trc"), 0xE0000000u | ELOOP);
     // A dangling link too: the open itself does not follow it.
-    std::string dangling = dir + "/dangling.trc";
-    ASSERT_EQ(symlink((dir + "/nowhere").c_str(), dangling.c_str()), 0);
-    linked.setFilename(dangling.c_str());
-    EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | ELOOP);
-    EXPECT_EQ(readFileAt(target), "keep");
+    ASSERT_EQ(symlink((dir + "/nowhere").c_str(), (dir + "/dangling.trc").c_str()), 0);
+    EXPECT_EQ(writeAs(dir + "/dangling.trc"), 0xE0000000u | ELOOP);
+    EXPECT_EQ(readFileAt(dir + "/victim"), "keep");
     EXPECT_NE(access((dir + "/nowhere").c_str(), F_OK), 0);
-
     // A directory fails at once, even with attempts left.
     ASSERT_EQ(mkdir((dir + "/adir").c_str(), 0700), 0);
-    linked.setFilename((dir + "/adir%_u").c_str());
-    EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | EISDIR);
+    EXPECT_EQ(writeAs(dir + "/adir%_u"), 0xE0000000u | EISDIR);
     EXPECT_NE(access((dir + "/adir_1").c_str(), F_OK), 0);
-
     // A file of another owner (the test can only plant one as root).
     if (geteuid() == 0) {
-        std::string foreign = dir + "/foreign.trc";
-        writeFileAt(foreign, "theirs");
-        ASSERT_EQ(chown(foreign.c_str(), 12345, 12345), 0);
-        linked.setFilename(foreign.c_str());
-        EXPECT_EQ(linked.write("P", 0, "x", ArgListC()), 0xE0000000u | EPERM);
-        EXPECT_EQ(readFileAt(foreign), "theirs");
+        writeFileAt(dir + "/foreign.trc", "theirs");
+        ASSERT_EQ(chown((dir + "/foreign.trc").c_str(), 12345, 12345), 0);
+        EXPECT_EQ(writeAs(dir + "/foreign.trc"), 0xE0000000u | EPERM);
+        EXPECT_EQ(readFileAt(dir + "/foreign.trc"), "theirs");
     }
-
     // %_u: the plain name first, exclusively, then _1, _2, ...
     writeFileAt(dir + "/u.trc", "");
     writeFileAt(dir + "/u.trc_1", "");
-    TraceConsumerFileC numbered(controller);
-    numbered.setFilename((dir + "/u.trc%_u").c_str());
-    EXPECT_EQ(numbered.write("P", 0, "third", ArgListC()), 0u);
+    EXPECT_EQ(writeAs(dir + "/u.trc%_u", "third"), 0u);
     EXPECT_EQ(readFileAt(dir + "/u.trc_2"), "third\n");
     EXPECT_EQ(readFileAt(dir + "/u.trc"), "");
     // A name that cannot be made at all fails after the attempts.
-    numbered.setFilename((dir + "/no/such/dir%u").c_str());
-    EXPECT_EQ(numbered.write("P", 0, "x", ArgListC()), 0xE0000000u | ENOENT);
+    EXPECT_EQ(writeAs(dir + "/no/such/dir%u"), 0xE0000000u | ENOENT);
 }
 
 }  // namespace
