@@ -16,6 +16,7 @@
 #include <random>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <keel/keel.h>
@@ -54,9 +55,13 @@ protected:
 
 // What each key and value of a control file sets, oddities included, is
 // tracefil_fuzz's, which compares every option of arbitrary files (and of its
-// seeds, which hold the oddities) with a plain model of the rules. Here the
-// answers of setOption and of a missing file, and the default name.
+// seeds, which hold the oddities) with a plain model of the rules. Here one
+// file of them (a time of day other than 1 is off, 'F' is 0), the answers of
+// setOption and of a missing file, and the default name.
 TEST_F(TraceFileTest, ControlFileKeysAndValues) {
+    TraceFileOptionsT o = consumer("timeofday=2\nflush_freq = 100\nmax_detail=F")->options();
+    EXPECT_EQ(std::make_tuple(0, 100, 0),
+              std::make_tuple(static_cast<int>(o.timeOfDay), o.flushFrequency, o.maxDetail));
     EXPECT_STREQ(consumer("")->options().filename, "/tmp/%p%t.trc");
     TraceConsumerFileC plain(controller);
     EXPECT_EQ(plain.setOption("nonsense", "1"), kTraceUnknownKey);
