@@ -74,10 +74,8 @@ private:
     // A node that is not in the list, or -1 when every node is.
     template <typename Lane>
     static int freeNode(const Lane& lane, uint32_t argument) {
-        for (int k = 0; k < kNodes; ++k) {
-            int node = static_cast<int>((argument + k) % kNodes);
-            if (!lane.holds(node)) return node;
-        }
+        for (uint32_t k = argument; k < argument + kNodes; ++k)
+            if (!lane.holds(static_cast<int>(k % kNodes))) return static_cast<int>(k % kNodes);
         return -1;
     }
 
@@ -148,14 +146,19 @@ private:
         for (size_t i = 0; i < model.size(); ++i, word = *chainElement(word)->nextLink()) {
             if (word == 0 || chainIsEnd(word) || lane.indexOf(chainElement(word)) != model[i])
                 return "order";
+            if (lane.indexOf(lane.list.elementAt(static_cast<uint32_t>(i))) != model[i])
+                return "elementAt";
+            if constexpr (std::is_same<List, ListDoubleC>::value) {
+                int before = i == 0 ? -1 : model[i - 1];
+                if (lane.indexOf(lane.list.previous(&lane.nodes[model[i]])) != before)
+                    return "previous";
+            }
         }
         if (word != chainEndMark(lane.list.getOwner())) return "end mark";
         if (lane.list.size() != model.size()) return "size";
+        if (lane.list.elementAt(static_cast<uint32_t>(model.size())))
+            return "elementAt past the end";
         if (lane.indexOf(lane.list.first()) != (model.empty() ? -1 : model.front())) return "first";
-        for (uint32_t i = 0; i <= model.size(); ++i) {
-            if (lane.indexOf(lane.list.elementAt(i)) != (i < model.size() ? model[i] : -1))
-                return "elementAt";
-        }
         for (int k = 0; k < kNodes; ++k) {
             NodeT& node = lane.nodes[k];
             bool inside = lane.holds(k);
@@ -165,13 +168,6 @@ private:
         }
         if constexpr (std::is_base_of<ListSingleC, List>::value) {
             if (lane.indexOf(lane.list.tail) != lane.tail) return "tail";
-        }
-        if constexpr (std::is_same<List, ListDoubleC>::value) {
-            for (size_t i = 0; i < model.size(); ++i) {
-                int expected = i == 0 ? -1 : model[i - 1];
-                if (lane.indexOf(lane.list.previous(&lane.nodes[model[i]])) != expected)
-                    return "previous";
-            }
         }
         return "";
     }
