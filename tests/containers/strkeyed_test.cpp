@@ -93,12 +93,11 @@ TEST(StringKeyedTest, DeletedElementDetachesItselfAndTheDump) {
 // The string-keyed table with either hash and the typed string map, each
 // with few keys (long lists of equal keys) and with many (splits).
 TEST(HashModelTest, EveryStringTableAgainstTheModel) {
+    using namespace hashmodel;
     for (uint32_t keys : {30u, 300u}) {
-        EXPECT_EQ("",
-                  testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<false>>>(2, 1200, keys));
-        EXPECT_EQ("",
-                  testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<true>>>(2, 1200, keys));
-        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::MapT>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<DriverC<KeyedT<false>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<DriverC<KeyedT<true>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<DriverC<MapT>>(2, 1200, keys));
     }
 }
 

@@ -45,6 +45,7 @@ TEST_F(ErrBufTest, EntriesSplitTheirText) {
         {"\x01R", "", "R", "", "\nR", ""},
         {"\x01\x01", "", "", "", "", "Solution: "},
     };
+    const std::string occurrence = "0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ";
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         trace.lines.clear();
@@ -53,12 +54,9 @@ TEST_F(ErrBufTest, EntriesSplitTheirText) {
         std::vector<std::string> parts = {str(entry->getProblem()), str(entry->getReason()),
                                           str(entry->getSolution()), str(entry->getText())};
         parts.insert(parts.end(), trace.lines.begin(), trace.lines.end());
-        EXPECT_EQ(
-            (std::vector<std::string>{
-                c.problem, c.reason, c.solution, c.joined,
-                std::string("0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ") +
-                    c.line}),
-            parts);
+        EXPECT_EQ((std::vector<std::string>{c.problem, c.reason, c.solution, c.joined,
+                                            occurrence + c.line}),
+                  parts);
     }
     EXPECT_EQ(5u, errors->getEntry(0)->setSeverity(5)->getSeverity());
     errors->takeText(nullptr);
