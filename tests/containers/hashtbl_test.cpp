@@ -10,7 +10,6 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 #include <keel/hashtbl.h>
 #include "testing/printcapture.h"

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <numeric>
 #include <random>
-#include <utility>
 #include <vector>
 
 namespace keel {

@@ -12,12 +12,9 @@
 
 #include <algorithm>
 #include <memory>
-#include <map>
-#include <random>
 #include <regex>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include <keel/keel.h>
 
