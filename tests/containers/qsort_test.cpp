@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <numeric>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace keel {
