@@ -8,10 +8,8 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <algorithm>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include <keel/hashtbl.h>
 #include "testing/printcapture.h"
@@ -28,10 +26,8 @@ struct IdTable : HashMapM<uint32_t, int, IdHash, equal<uint32_t>> {
     // Opened up so that a test can damage them for check().
     using HashTableC::bits_mask;
     using HashTableC::empty_lists;
-    std::vector<IdElem*> add(const std::vector<uint32_t>& keys) {
-        std::vector<IdElem*> added;
-        for (uint32_t key : keys) insert(*added.insert(added.end(), new IdElem(key, 0)));
-        return added;
+    explicit IdTable(std::initializer_list<uint32_t> keys) {
+        for (uint32_t key : keys) insert(new IdElem(key, 0));
     }
 };
 
@@ -53,32 +49,28 @@ TEST(HashTableTest, HeadArrayClearUnlinksAndFrees) {
     EXPECT_EQ(0u, a.chain | b.chain);
 }
 
+// A change from outside invalidates an iterator (for every step) until its
+// reset; its own removals do not. Each step's answer is (element, status).
 TEST(HashTableTest, IteratorDetectsForeignChangesAndSurvivesItsOwn) {
-    IdTable table;
-    table.add({0, 1, 2, 3, 4, 5});
+    IdTable table{0, 1, 2, 3, 4, 5};
     uint32_t status = 0, removed = 0;
     HashIteratorC it(&table, true), bystander(&table, true);
+    typedef std::pair<HashElemI*, uint32_t> StepT;
+    const StepT invalid(nullptr, 0xE0CA0002u);
     bystander.next(status);
     HashElemI* held = it.current(status);
     EXPECT_EQ(held, it.current(status));  // current does not move
-    EXPECT_EQ(held, it.removeCurrent(status));
-    delete held;
-    EXPECT_EQ(nullptr, bystander.next(status));
-    EXPECT_EQ(0xE0CA0002u, status);
+    delete it.removeCurrent(status);
+    EXPECT_EQ(invalid, StepT(bystander.next(status), status));
     bystander.reset();
     EXPECT_NE(nullptr, bystander.next(status));
     EXPECT_EQ(0u, status);
-    // An insertion from outside invalidates it until reset, for every step.
-    table.add({99});
-    EXPECT_EQ(nullptr, it.current(status));
-    EXPECT_EQ(0xE0CA0002u, status);
-    EXPECT_EQ(nullptr, it.removeCurrent(status));
-    EXPECT_EQ(0xE0CA0002u, status);
+    table.insert(new IdElem(99, 0));
+    EXPECT_EQ(invalid, StepT(it.current(status), status));
+    EXPECT_EQ(invalid, StepT(it.removeCurrent(status), status));
     it.reset();
-    for (; HashElemI* e = it.removeCurrent(status); ++removed) {
-        EXPECT_EQ(0u, status);
-        delete e;
-    }
+    for (; HashElemI* e = it.removeCurrent(status); ++removed) delete e;
+    EXPECT_EQ(0u, status);
     EXPECT_EQ(6u, removed);
     EXPECT_EQ(0u, table.size);
 }
@@ -86,9 +78,8 @@ TEST(HashTableTest, IteratorDetectsForeignChangesAndSurvivesItsOwn) {
 // check mends a wrong mask and reports every fault it finds; a wrong stored
 // hash is reported twice when it also points to another list.
 TEST(HashTableTest, CheckRepairsTheMaskAndReportsOtherFaults) {
-    IdTable table;
+    IdTable table{0, 1, 2, 3};
     uint32_t key = 2;
-    table.add({0, 1, 2, 3});
     IdElem* two = static_cast<IdElem*>(table.find(&key));
     two->hash = 0x10000003;
     table.bits_mask = 3;
@@ -97,28 +88,32 @@ TEST(HashTableTest, CheckRepairsTheMaskAndReportsOtherFaults) {
     EXPECT_FALSE(table.check());
     std::string shown = pointerText(two) + "(0x10000003)";
     EXPECT_EQ("bits_mask 0x3 incorrect, should be 0x7\nElement hash value wrong: " + shown +
-                  "\nElement in wrong list: " + shown + "\nempty_lists 9 incorrect, should be 1\nconsistency check failed\n",
+                  "\nElement in wrong list: " + shown +
+                  "\nempty_lists 9 incorrect, should be 1\nconsistency check failed\n",
               ::testing::internal::GetCapturedStderr());
     EXPECT_EQ(7u, table.bits_mask);
     EXPECT_EQ(9u, table.empty_lists);
     two->hash = 2;
     table.empty_lists = 1;
     EXPECT_TRUE(table.check());
-}
-
-TEST(HashTableTest, PrintHashedForm) {
+    // The print forms: hashed, with the masked hash, and plain, with the link.
     IdElem e(0x1234, 0);
     e.hash = 0x1234;
     EXPECT_EQ(pointerText(&e) + "(0x34)", captured([&](FILE* s) { e.printHashed(s, 0xFF); }));
-    EXPECT_EQ(pointerText(&e) + "(n " + pointerText(nullptr) + ")", captured([&](FILE* s) { e.print(s); }));
+    EXPECT_EQ(pointerText(&e) + "(n " + pointerText(nullptr) + ")",
+              captured([&](FILE* s) { e.print(s); }));
 }
 
 // Reference values computed once, outside this library, with Python:
 //   step(h, w) = rotl32(((h ^ w) * 1103515245 + 12345) % 2**32, 6) ^ w
 //   hashOfBytes: w = int.from_bytes(group, 'big') for each group of four
 //   hashOfCString: w = int.from_bytes(group, 'little')
-TEST(HashFunctionTest, ByteAndTextHashesMatchReferenceValues) {
-    struct Row { const char* text; uint32_t bytes, cstring; };
+//   hashOf<unsigned long>: key * 1103515245 - 740563387 modulo 2**32
+TEST(HashFunctionTest, HashesMatchReferenceValues) {
+    struct Row {
+        const char* text;
+        uint32_t bytes, cstring;
+    };
     const Row rows[] = {{"", 0x0, 0x0},
                         {"a", 0x08f9e1da, 0x08f9e1da},
                         {"ab", 0x6860ddb6, 0x8a6803d4},
@@ -135,13 +130,11 @@ TEST(HashFunctionTest, ByteAndTextHashesMatchReferenceValues) {
     for (int32_t length = -4; length <= 0; ++length) EXPECT_EQ(0u, hashOfBytes("abcd", length));
     // The text hash stops at the first zero byte.
     EXPECT_EQ(hashOfCString("ab"), hashOfCString("ab\0cd"));
-}
-
-TEST(HashFunctionTest, UnsignedLongKeys) {
-    // key * 1103515245 - 740563387 modulo 2**32
-    const std::pair<unsigned long, uint32_t> rows[] = {
-        {0ul, 0xd3dbe645u}, {1ul, 0x15a234b2u}, {12345ul, 0xa7b7cc8au}, {0xFFFFFFFFul, 0x921597d8u}};
-    for (const auto& row : rows) EXPECT_EQ(row.second, hashOf<unsigned long>()(row.first)) << row.first;
+    const std::pair<unsigned long, uint32_t> longs[] = {{0ul, 0xd3dbe645u},
+                                                        {1ul, 0x15a234b2u},
+                                                        {12345ul, 0xa7b7cc8au},
+                                                        {0xFFFFFFFFul, 0x921597d8u}};
+    for (const auto& row : longs) EXPECT_EQ(row.second, hashOf<unsigned long>()(row.first));
     EXPECT_FALSE(equal<unsigned long>()(3ul, 4ul));
 }
 
@@ -165,9 +158,7 @@ TEST(HashMapTest, ResultsBorrowOrOwn) {
     Counted::live = 0;
     {
         CountedMap map;
-        map.add(1, Counted(10));
-        map.add(1, Counted(11));
-        map.add(2, Counted(20));
+        for (int n : {10, 11, 20}) map.add(n / 10, Counted(n));
         EXPECT_FALSE(map.lookup(1).isOwned());
         EXPECT_EQ(11, map.lookup(1).value().n);
         EXPECT_FALSE(map.lookup(3).found());
@@ -191,7 +182,8 @@ TEST(HashMapTest, ResultsBorrowOrOwn) {
         EXPECT_FALSE(map.remove(5).found());
         // findElement gives what find gives, with one walk of its own.
         for (unsigned long k = 0; k < 300; ++k) map.add(k % 97, Counted(0));
-        for (unsigned long k = 0; k < 120; ++k) EXPECT_EQ(static_cast<HashElemI*>(map.findElement(k)), map.find(&k));
+        for (unsigned long k = 0; k < 120; ++k)
+            EXPECT_EQ(static_cast<HashElemI*>(map.findElement(k)), map.find(&k));
     }
     EXPECT_EQ(0, Counted::live);  // the map's destructor erases what is left
 }

@@ -10,7 +10,9 @@
 namespace keel {
 namespace {
 
-std::string textOf(const StringC& string) { return static_cast<CountedImplC*>(string.getImpl())->text(); }
+std::string textOf(const StringC& string) {
+    return static_cast<CountedImplC*>(string.getImpl())->text();
+}
 
 std::string texts(const StringArrayC& array) {
     std::string result;
@@ -25,6 +27,11 @@ struct WordsT {
     int compares() const { return pear.compares + apple.compares + fig.compares + kiwi.compares; }
 };
 
+// Insertion past the end appends and removal out of range does nothing;
+// each element holds one reference, which removal, clear and the destructor
+// release. Emptying keeps the storage; the plain clear of the base frees it
+// (and releases nothing). Appending element 0 across the growth steps reads
+// an element whose storage the growth frees.
 TEST(StringArray, ElementsAreHandlesByValue) {
     WordsT words;
     {
@@ -32,22 +39,17 @@ TEST(StringArray, ElementsAreHandlesByValue) {
         array.append(words.handle(words.pear));
         array.append(words.handle(words.apple));
         array.insertAt(0, words.handle(words.fig));
-        array.insertAt(42, words.handle(words.kiwi));  // past the end appends
+        array.insertAt(42, words.handle(words.kiwi));
         EXPECT_EQ("fig pear apple kiwi", texts(array));
         EXPECT_EQ(1, words.pear.refs);
         array.removeAt(1);
+        array.removeAt(3);
         EXPECT_EQ(0, words.pear.refs);
-        array.removeAt(3);  // out of range: nothing
         EXPECT_EQ("fig apple kiwi", texts(array));
         for (int i = 0; i < 100; ++i) array.append(words.handle(words.fig));
         EXPECT_EQ(101, words.fig.refs);
     }
-    // The destructor releases every handle.
     EXPECT_EQ(0, words.fig.refs + words.apple.refs + words.kiwi.refs);
-}
-
-TEST(StringArray, EmptyingKeepsTheStorage) {
-    WordsT words;
     StringArrayC array;
     for (int i = 0; i < 3; ++i) array.append(words.handle(words.fig));
     const void* storage = array.data();
@@ -59,17 +61,9 @@ TEST(StringArray, EmptyingKeepsTheStorage) {
     array.clear();
     EXPECT_EQ(0, words.kiwi.refs);
     EXPECT_EQ(64u, array.capacity());
-    // The plain clear of the base frees the storage (and releases nothing).
     array.BlobArrayC::clear();
     EXPECT_EQ(0u, array.capacity());
     EXPECT_EQ(nullptr, array.data());
-}
-
-// Every append of element 0 across the growth steps reads an element whose
-// storage the growth frees.
-TEST(StringArray, AppendingAnOwnElementIsSafe) {
-    WordsT words;
-    StringArrayC array;
     array.append(words.handle(words.apple));
     for (int i = 0; i < 300; ++i) array.append(*array.at(0));
     for (int i = 0; i < 50; ++i) array.insertAt(0, *array.at(array.size() - 1));
@@ -81,7 +75,8 @@ TEST(StringArray, ConstructionCopyAssignmentAndAppendAll) {
     WordsT words;
     StringC pear = words.handle(words.pear), fig = words.handle(words.fig);
     const StringC* list[] = {&pear, &fig, &pear, nullptr};
-    StringArrayC fromList(list), fromNull(static_cast<const StringC* const*>(nullptr)), copy(fromList);
+    StringArrayC fromList(list), fromNull(static_cast<const StringC*const*>(nullptr)),
+        copy(fromList);
     EXPECT_EQ("pear fig pear", texts(copy));
     EXPECT_EQ(0u, fromNull.capacity());
     EXPECT_EQ(5, words.pear.refs);
@@ -96,7 +91,8 @@ TEST(StringArray, ConstructionCopyAssignmentAndAppendAll) {
 }
 
 int byLength(void* context, const StringC& first, const StringC& second) {
-    static_cast<std::vector<int32_t>*>(context)->push_back(static_cast<CountedImplC*>(first.getImpl())->refs);
+    static_cast<std::vector<int32_t>*>(context)->push_back(
+        static_cast<CountedImplC*>(first.getImpl())->refs);
     return static_cast<int>(textOf(first).size()) - static_cast<int>(textOf(second).size());
 }
 
@@ -107,7 +103,8 @@ TEST(StringArray, SortsByCompareOrByTheCallersFunction) {
     array.append(words.handle(words.fig));
     array.sort();
     EXPECT_EQ(1, words.compares());  // two elements: one comparison
-    for (CountedImplC* impl : {&words.apple, &words.kiwi, &words.apple, &words.pear}) array.append(words.handle(*impl));
+    for (CountedImplC* impl : {&words.apple, &words.kiwi, &words.apple, &words.pear})
+        array.append(words.handle(*impl));
     array.sort();
     EXPECT_EQ("apple apple fig kiwi pear pear", texts(array));
     std::vector<int32_t> seen;

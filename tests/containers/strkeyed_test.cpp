@@ -3,9 +3,9 @@
 
 #include <inttypes.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <string>
-#include <vector>
 
 #include "testing/hashmodel.h"
 #include "testing/modelrun.h"
@@ -21,28 +21,15 @@ namespace {
 static_assert(storedHashDecides<StringMapHashOf<StringC>>::value, "string maps test hashes first");
 static_assert(!storedHashDecides<hashOf<unsigned long>>::value, "other maps compare every key");
 
-struct NamedEntry : StringKeyedHashElemC {
-    NamedEntry(const StringC& key, int tag) : StringKeyedHashElemC(key), tag(tag) {}
-    int tag;
-};
-
 using testing_print::captured;
 using testing_print::pointerText;
 
-TEST(StringHashTest, CaseSensitiveHashIsTheByteHashOfTheUtf8Text) {
-    for (const char* text : {"", "a", "abcd", "caf\xc3\xa9", "Key-12345"}) {
-        EXPECT_EQ(hashOfBytes(text, static_cast<int32_t>(strlen(text))), hashOfString(u8(text)))
-            << text;
-    }
-    EXPECT_EQ(hashOfString(u8("abc")), StringMapHashOf<StringC>()(u8("abc")));
-    EXPECT_NE(hashOfString(u8("Key")), hashOfString(u8("KEY")));
-}
-
-// Reference values computed once with Python, outside this library:
+// The case-sensitive hash is the byte hash of the UTF-8 text. Reference
+// values of the case-blind one computed once with Python, outside this library:
 //   for each character: c = b | 0x20 below 0x80, else ord(ch.lower())
 //   h = (h + c) * 1025 % 2**32; h ^= h >> 6
 //   at the end: h = h * 9 % 2**32; h ^= h >> 11; h = h * 32769 % 2**32
-TEST(StringHashTest, CaseBlindHashMatchesReferenceValues) {
+TEST(StringHashTest, HashesMatchReferenceValues) {
     const std::pair<const char*, uint32_t> rows[] = {
         {"", 0u},
         {"a", 0xca2e9442u},
@@ -53,8 +40,14 @@ TEST(StringHashTest, CaseBlindHashMatchesReferenceValues) {
         {"CAF\xc3\x89", 0xeefbf723u},
         {"\xce\xa3x", 0xa853975du},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.second, hashOfStringNoCase(u8(row.first))) << row.first;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.first);
+        EXPECT_EQ(row.second, hashOfStringNoCase(u8(row.first)));
+        EXPECT_EQ(hashOfBytes(row.first, static_cast<int32_t>(strlen(row.first))),
+                  hashOfString(u8(row.first)));
+    }
+    EXPECT_EQ(hashOfString(u8("abc")), StringMapHashOf<StringC>()(u8("abc")));
+    EXPECT_NE(hashOfString(u8("Key")), hashOfString(u8("KEY")));
     // OR 0x20 is no folding: '@' and '`' meet, though they never compare equal.
     EXPECT_EQ(hashOfStringNoCase(u8("@")), hashOfStringNoCase(u8("`")));
     EXPECT_FALSE(stringKeysEqual(u8("@"), u8("`"), true));
@@ -66,12 +59,26 @@ TEST(StringHashTest, CaseBlindHashMatchesReferenceValues) {
     EXPECT_FALSE(stringKeysEqual(u8("abc"), u8("ABCD"), true));
 }
 
-// Deleting a linked element detaches it from its table.
-TEST(StringKeyedTest, DeletedElementDetachesItself) {
+// Deleting a linked element detaches it from its table. The dump shows the
+// table as the format engine shows a pointer: "0x" and at least 8 capital
+// digits; each element shows its key and its masked hash.
+TEST(StringKeyedTest, DeletedElementDetachesItselfAndTheDump) {
     StringKeyedHashC table(true);
-    NamedEntry* a = new NamedEntry(u8("Name"), 1);
+    char head[160], expected[160];
+    snprintf(head, sizeof head, "Dumping table at 0x%08" PRIXPTR ", size=",
+             reinterpret_cast<uintptr_t>(static_cast<HashTableC*>(&table)));
+    EXPECT_EQ(std::string(head) + "1 (1 empty), mask=0\n",
+              captured([&](FILE* s) { table.dump(s); }));
+    StringKeyedHashElemC* a = new StringKeyedHashElemC(u8("Name"));
     table.insert(a);
-    table.insert(new NamedEntry(u8("other"), 2));
+    snprintf(expected, sizeof expected, "\"Name\"@%s(0x%X)", pointerText(a).c_str(),
+             a->hash & 0xFF);
+    EXPECT_EQ(expected, captured([&](FILE* s) { a->printHashed(s, 0xFF); }));
+    // Two lists, one empty; a list shows its index and its elements.
+    snprintf(expected, sizeof expected, "2 (1 empty), mask=1\n\t0x%X: \"Name\"@%s(0x%X)\n",
+             a->hash & 1, pointerText(a).c_str(), a->hash & 1);
+    EXPECT_EQ(head + std::string(expected), captured([&](FILE* s) { table.dump(s); }));
+    table.insert(new StringKeyedHashElemC(u8("other")));
     StringC upper = u8("NAME");
     EXPECT_EQ(a, table.find(&upper));
     uint32_t generation = table.currentGeneration();
@@ -82,56 +89,14 @@ TEST(StringKeyedTest, DeletedElementDetachesItself) {
     EXPECT_TRUE(table.check());
 }
 
-// The dump shows the table as the format engine shows a pointer: "0x" and at
-// least 8 capital digits; each element shows its key and its masked hash.
-TEST(StringKeyedTest, PrintHashedAndDump) {
-    StringKeyedHashC table(false);
-    char head[160];
-    snprintf(head, sizeof head, "Dumping table at 0x%08" PRIXPTR ", size=",
-             reinterpret_cast<uintptr_t>(static_cast<HashTableC*>(&table)));
-    EXPECT_EQ(std::string(head) + "1 (1 empty), mask=0\n",
-              captured([&](FILE* s) { table.dump(s); }));
-    NamedEntry* entry = new NamedEntry(u8("alpha"), 0);
-    table.insert(entry);
-    char expected[160];
-    snprintf(expected, sizeof expected, "\"alpha\"@%s(0x%X)", pointerText(entry).c_str(),
-             entry->hash & 0xFF);
-    EXPECT_EQ(expected, captured([&](FILE* s) { entry->printHashed(s, 0xFF); }));
-    // Two lists, one empty; a list shows its index and its elements.
-    snprintf(expected, sizeof expected, "2 (1 empty), mask=1\n\t0x%X: \"alpha\"@%s(0x%X)\n",
-             entry->hash & 1, pointerText(entry).c_str(), entry->hash & 1);
-    EXPECT_EQ(head + std::string(expected), captured([&](FILE* s) { table.dump(s); }));
-}
-
-// Values that must not be destroyed by the map (like a bare object pointer).
-struct Held {
-    int n;
-};
-
-TEST(StringMapTest, LookupPutRemove) {
-    Held one{1}, two{2}, three{3};
-    {
-        StringMapM<Held*> map;
-        map.add(u8("one"), &one);
-        map.add(u8("two"), &two);
-        EXPECT_EQ(&one, map.lookup(u8("one")).value());
-        EXPECT_FALSE(map.lookup(u8("ONE")).found());
-        EXPECT_EQ(&two, map.put(u8("two"), &three).value());
-        EXPECT_EQ(&three, map.lookup(u8("two")).value());
-        EXPECT_EQ(&one, map.remove(u8("one")).value());
-        EXPECT_FALSE(map.lookup(u8("one")).found());
-    }
-    // The map held bare pointers: what they point at is untouched.
-    EXPECT_EQ(6, one.n + two.n + three.n);
-}
-
 // The string-keyed table with either hash and the typed string map, each
 // with few keys (long lists of equal keys) and with many (splits).
 TEST(HashModelTest, EveryStringTableAgainstTheModel) {
+    using namespace hashmodel;
     for (uint32_t keys : {30u, 300u}) {
-        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<false>>>(2, 1200, keys));
-        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::KeyedT<true>>>(2, 1200, keys));
-        EXPECT_EQ("", testkit::runSeeded<hashmodel::DriverC<hashmodel::MapT>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<DriverC<KeyedT<false>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<DriverC<KeyedT<true>>>(2, 1200, keys));
+        EXPECT_EQ("", testkit::runSeeded<DriverC<MapT>>(2, 1200, keys));
     }
 }
 

@@ -24,8 +24,6 @@ TEST(ErrorTraceModelTest, RememberedVariablesAgreeWithTheLookup) {
 
 // Reports read their remembered variables without the latch while another
 // thread changes the same variables' details and settings (run under TSan).
-// Reports read their remembered variables without the latch while another
-// thread changes the same variables' details and settings (run under TSan).
 // The driver's argument c * 32 + 16 names "0,Error/Occurrence/Error/203/c".
 TEST(ErrorTraceThreadTest, ReportsWhileAnotherThreadChangesTheirVariables) {
     errtracemodel::DriverC consumer;
@@ -44,37 +42,24 @@ TEST(ErrorTraceThreadTest, ReportsWhileAnotherThreadChangesTheirVariables) {
 TEST(ErrorTextTest, PlainDefaultTextsRenderAsTheFetchedString) {
     ArgListC args;
     args.add(int32_t(7)).add("name").add(StringC("\xC3\xA9t\xC3\xA9", "utf8"));
-    const char* const texts[] = {
-        nullptr,
-        "",
-        "plain %d of %s, %3$S",
-        "{w} short form %2$s",
-        "{#}",
-        "\x01\x01"
-        "e\x01"
-        "structured %d\x01"
-        "reason %s\x01"
-        "solution",
-        "\x01\x01"
-        "i\x01"
-        "two groups %d\x01\x01\x01"
-        "sel\x01"
-        "w\x01"
-        "other",
-        "\x01"
-        "sel\x01"
-        "w\x01"
-        "no general group",
-        "caf\xC3\xA9 %d",
-        "{e} caf\xC3\xA9 %s",
-    };
+    const char* const texts[] = {nullptr,
+                                 "",
+                                 "plain %d of %s, %3$S",
+                                 "{w} short form %2$s",
+                                 "{#}",
+                                 "\001\001e\001structured %d\001reason %s\001solution",
+                                 "\001\001i\001two groups %d\001\001\001sel\001w\001other",
+                                 "\001sel\001w\001no general group",
+                                 "caf\303\251 %d",
+                                 "{e} caf\303\251 %s"};
     for (const char* text : texts) {
+        SCOPED_TRACE(text ? text : "(null)");
         uint32_t fetchedSeverity = 9, renderedSeverity = 9;
         StringC expected = StringC::format(errorText(&fetchedSeverity, 0xE0CB0001, text), args);
         StringC rendered = errorText(&renderedSeverity, 0xE0CB0001, text, args);
-        EXPECT_EQ(str(expected), str(rendered)) << (text ? text : "(null)");
+        EXPECT_EQ(str(expected), str(rendered));
         EXPECT_EQ(expected.length(), rendered.length());
-        EXPECT_EQ(fetchedSeverity, renderedSeverity) << (text ? text : "(null)");
+        EXPECT_EQ(fetchedSeverity, renderedSeverity);
     }
 }
 

@@ -37,63 +37,54 @@ public:
     // Operation by `operation % 7` (add twice as often as the others),
     // `argument` picks the code, severity, mark or index.
     std::string step(uint32_t operation, uint32_t argument) {
-        std::string name;
-        switch (operation % 7) {
-            case 0:
-            case 1: {
-                EntryT entry{0xE0CB0000 | (argument % 50), 1 + argument % 5, next++,
-                             "t" + std::to_string(steps)};
-                buffer.addError(entry.code, entry.severity, StringC(entry.text.c_str(), "utf8"));
-                model.push_back(entry);
-                name = "addError";
-                break;
-            }
-            case 2:
-                if (buffer.getMark() != next) return "getMark";
-                marks.push_back(next);
-                name = "getMark";
-                break;
-            case 3: {
-                uint32_t mark = marks[argument % marks.size()];
-                buffer.recover(mark);
-                model.erase(std::remove_if(model.begin(), model.end(),
-                                           [&](const EntryT& e) { return e.sequence >= mark; }),
-                            model.end());
-                name = "recover";
-                break;
-            }
-            case 4: {
-                uint32_t index = argument % (static_cast<uint32_t>(model.size()) + 2);
-                if (buffer.removeEntry(index) != 0) return "removeEntry answer";
-                if (index < model.size()) model.erase(model.begin() + index);
-                name = "removeEntry";
-                break;
-            }
-            case 5:
-                if (argument % 4 == 0) {
-                    buffer.reportAll();
-                    model.clear();
-                    name = "reportAll";
-                } else {
-                    std::string expected;
-                    uint32_t highest = 0;
-                    for (const EntryT& e : model) {
-                        expected += (expected.empty() ? "" : "\n") + e.text;  // texts are never empty
-                        highest = std::max(highest, e.severity);
-                    }
-                    uint32_t severity = 99;
-                    if (str(buffer.takeText(&severity)) != expected) return "takeText text";
-                    if (severity != highest) return "takeText severity";
-                    model.clear();
-                    name = "takeText";
+        static const char* const names[] = {"addError", "addError",    "getMark",
+                                            "recover",  "removeEntry", "takeText or reportAll",
+                                            "nothing"};
+        uint32_t op = operation % 7, count = static_cast<uint32_t>(model.size());
+        switch (op) {
+        case 0:
+        case 1: {
+            EntryT entry{0xE0CB0000 | (argument % 50), 1 + argument % 5, next++,
+                         "t" + std::to_string(steps)};
+            buffer.addError(entry.code, entry.severity, StringC(entry.text.c_str(), "utf8"));
+            model.push_back(entry);
+            break;
+        }
+        case 2:
+            if (buffer.getMark() != next) return "getMark";
+            marks.push_back(next);
+            break;
+        case 3: {
+            uint32_t mark = marks[argument % marks.size()];
+            buffer.recover(mark);
+            auto recovered = [mark](const EntryT& e) { return e.sequence >= mark; };
+            model.erase(std::remove_if(model.begin(), model.end(), recovered), model.end());
+            break;
+        }
+        case 4:
+            if (buffer.removeEntry(argument % (count + 2)) != 0) return "removeEntry answer";
+            if (argument % (count + 2) < count) model.erase(model.begin() + argument % (count + 2));
+            break;
+        case 5:
+            if (argument % 4 == 0) {
+                buffer.reportAll();
+            } else {
+                std::string expected;
+                uint32_t highest = 0, severity = 99;
+                for (const EntryT& e : model) {
+                    expected += (expected.empty() ? "" : "\n") + e.text;  // texts are never empty
+                    highest = std::max(highest, e.severity);
                 }
-                break;
-            default:
-                name = "nothing";
-                break;
+                if (str(buffer.takeText(&severity)) != expected) return "takeText text";
+                if (severity != highest) return "takeText severity";
+            }
+            model.clear();
+            break;
+        default:
+            break;
         }
         ++steps;
-        return agrees() ? "" : name;
+        return agrees() ? "" : names[op];
     }
 
     bool agrees() {

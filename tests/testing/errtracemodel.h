@@ -76,18 +76,12 @@ public:
         default: {
             // The setting goes on an ancestor now and then, so that masks
             // change under remembered variables.
+            typedef uint32_t (TraceControllerI::*SetterT)(TraceConsumerI*, const char*);
+            static const SetterT setters[] = {&TraceControllerI::enablePath,
+                                              &TraceControllerI::disablePath,
+                                              &TraceControllerI::inheritPath};
             std::string target = (operation >> 2) % 2 ? path : "0,Error/" + std::string(role);
-            switch ((operation >> 3) % 3) {
-            case 0:
-                getTraceController()->enablePath(this, target.c_str());
-                break;
-            case 1:
-                getTraceController()->disablePath(this, target.c_str());
-                break;
-            default:
-                getTraceController()->inheritPath(this, target.c_str());
-                break;
-            }
+            (getTraceController()->*setters[(operation >> 3) % 3])(this, target.c_str());
             return "";
         }
         }

@@ -74,46 +74,29 @@ private:
     // A node that is not in the list, or -1 when every node is.
     template <typename Lane>
     static int freeNode(const Lane& lane, uint32_t argument) {
-        for (int k = 0; k < kNodes; ++k) {
-            int node = static_cast<int>((argument + k) % kNodes);
-            if (!lane.holds(node)) return node;
-        }
+        for (uint32_t k = argument; k < argument + kNodes; ++k)
+            if (!lane.holds(static_cast<int>(k % kNodes))) return static_cast<int>(k % kNodes);
         return -1;
     }
 
-    static void insertBefore(LaneT<ListDoubleC>& lane, int node, uint32_t argument) {
-        int before = static_cast<int>(argument / kNodes % (kNodes + 1)) - 1;  // -1: null
-        lane.list.insertBefore(&lane.nodes[node], before < 0 ? nullptr : &lane.nodes[before]);
-        if (before < 0) {
-            lane.model.insert(lane.model.begin(), node);
-        } else if (lane.holds(before)) {
-            lane.model.insert(std::find(lane.model.begin(), lane.model.end(), before), node);
-        }  // else: nothing links to `before`, nothing is done
-        lane.tail = lane.model.empty() ? -1 : lane.model.back();
-    }
-    template <typename Lane>
-    static void insertBefore(Lane&, int, uint32_t) {}
-
     template <typename List>
     std::string apply(LaneT<List>& lane, uint32_t op, uint32_t argument) {
-        const bool isDouble = std::is_same<List, ListDoubleC>::value;
+        constexpr bool isDouble = std::is_same<List, ListDoubleC>::value;
         int node = freeNode(lane, argument);
         std::vector<int>& model = lane.model;
+        if (op < 4 && node < 0) return check(lane);  // every node is in the list
         switch (op) {
         case 0:
-            if (node < 0) break;
             lane.list.append(&lane.nodes[node]);
             model.push_back(node);
             lane.tail = node;
             break;
         case 1:
-            if (node < 0) break;
             if (model.empty()) lane.tail = node;
             lane.list.prepend(&lane.nodes[node]);
             model.insert(model.begin(), node);
             break;
         case 2: {
-            if (node < 0) break;
             // After a node of the list, or null (which appends).
             int after =
                 model.empty() || argument % 5 == 0 ? -1 : model[argument / 5 % model.size()];
@@ -123,8 +106,17 @@ private:
             if (after < 0 || after == lane.tail) lane.tail = node;
             break;
         }
-        case 3:
-            if (node >= 0) insertBefore(lane, node, argument);
+        case 3:  // before a node of the list, one outside it (nothing is done), or null
+            if constexpr (isDouble) {
+                int before = static_cast<int>(argument / kNodes % (kNodes + 1)) - 1;
+                lane.list.insertBefore(&lane.nodes[node],
+                                       before < 0 ? nullptr : &lane.nodes[before]);
+                if (before < 0) {
+                    model.insert(model.begin(), node);
+                } else if (lane.holds(before)) {
+                    model.insert(std::find(model.begin(), model.end(), before), node);
+                }
+            }
             break;
         case 4:
         case 5: {
@@ -132,18 +124,18 @@ private:
             bool inside = lane.holds(target);
             if (lane.list.remove(&lane.nodes[target]) != inside) return "remove answered wrong";
             if (inside) model.erase(std::find(model.begin(), model.end(), target));
-            if (isDouble) lane.tail = model.empty() ? -1 : model.back();
             break;
         }
         case 6:
             if (argument % 4 != 0) break;
             lane.list.clear();
             model.clear();
-            if (isDouble) lane.tail = -1;
             break;
         default:
             break;
         }
+        // The double list's tail is its last node, whatever the step.
+        if (isDouble) lane.tail = model.empty() ? -1 : model.back();
         return check(lane);
     }
 
@@ -154,14 +146,19 @@ private:
         for (size_t i = 0; i < model.size(); ++i, word = *chainElement(word)->nextLink()) {
             if (word == 0 || chainIsEnd(word) || lane.indexOf(chainElement(word)) != model[i])
                 return "order";
+            if (lane.indexOf(lane.list.elementAt(static_cast<uint32_t>(i))) != model[i])
+                return "elementAt";
+            if constexpr (std::is_same<List, ListDoubleC>::value) {
+                int before = i == 0 ? -1 : model[i - 1];
+                if (lane.indexOf(lane.list.previous(&lane.nodes[model[i]])) != before)
+                    return "previous";
+            }
         }
         if (word != chainEndMark(lane.list.getOwner())) return "end mark";
         if (lane.list.size() != model.size()) return "size";
+        if (lane.list.elementAt(static_cast<uint32_t>(model.size())))
+            return "elementAt past the end";
         if (lane.indexOf(lane.list.first()) != (model.empty() ? -1 : model.front())) return "first";
-        for (uint32_t i = 0; i <= model.size(); ++i) {
-            if (lane.indexOf(lane.list.elementAt(i)) != (i < model.size() ? model[i] : -1))
-                return "elementAt";
-        }
         for (int k = 0; k < kNodes; ++k) {
             NodeT& node = lane.nodes[k];
             bool inside = lane.holds(k);
@@ -172,19 +169,6 @@ private:
         if constexpr (std::is_base_of<ListSingleC, List>::value) {
             if (lane.indexOf(lane.list.tail) != lane.tail) return "tail";
         }
-        return checkBack(lane);
-    }
-
-    static std::string checkBack(LaneT<ListDoubleC>& lane) {
-        for (size_t i = 0; i < lane.model.size(); ++i) {
-            int expected = i == 0 ? -1 : lane.model[i - 1];
-            if (lane.indexOf(lane.list.previous(&lane.nodes[lane.model[i]])) != expected)
-                return "previous";
-        }
-        return "";
-    }
-    template <typename Lane>
-    static std::string checkBack(Lane&) {
         return "";
     }
 };

@@ -1,9 +1,12 @@
-// A consumer that keeps the rendered trace lines of the paths it enables,
-// added to the one tracer for the life of the object. Brings in the string
-// helpers of scantest.h, which the tests that watch traces use for texts.
+// A consumer that keeps the rendered trace lines ("path text") of the paths
+// it enables and the paths whose values changed, added to the one tracer for
+// the life of the object; `onWrite` runs after each line is kept (a test may
+// call back into the tracer from it). Brings in the string helpers of
+// scantest.h, which the tests that watch traces use for texts.
 #ifndef KEEL_TESTS_TESTING_TRACELINES_H
 #define KEEL_TESTS_TESTING_TRACELINES_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,21 +19,27 @@ namespace testing_errors {
 
 class TraceLinesC : public TraceConsumerI {
 public:
-    explicit TraceLinesC(const char* path) { getTraceController()->addConsumer(this, 0, 9), enable(path); }
+    explicit TraceLinesC(const char* path = nullptr) {
+        getTraceController()->addConsumer(this, 0, 9);
+        if (path) enable(path);
+    }
     ~TraceLinesC() { getTraceController()->removeConsumer(this); }
     void enable(const char* path) { getTraceController()->enablePath(this, path); }
 
     uint32_t write(const char* path, int32_t, const char* format, ArgListC args) override {
-        StringC text = StringC::format(StringC(format, "system-8"), args);
-        const char* utf8 = text.textUtf8();
-        lines.push_back(std::string(path) + " " + utf8);
-        text.releaseUtf8(utf8);
+        lines.push_back(std::string(path) + " " +
+                        str(StringC::format(StringC(format, "system-8"), args)));
+        if (onWrite) onWrite();
         return 0;
     }
-    uint32_t valueChanged(const char*, int32_t) override { return 0; }
+    uint32_t valueChanged(const char* path, int32_t) override {
+        changes.push_back(path);
+        return 0;
+    }
     uint32_t variableCreated(const char*) override { return 0; }
 
-    std::vector<std::string> lines;
+    std::vector<std::string> lines, changes;
+    std::function<void()> onWrite;
 };
 
 }  // namespace testing_errors

@@ -11,6 +11,7 @@
 #ifndef KEEL_TESTS_TESTING_TRACEMODEL_H
 #define KEEL_TESTS_TESTING_TRACEMODEL_H
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
@@ -54,11 +55,11 @@ struct ModelC {
     }
     static std::string nameOf(const std::string& p) { return p.substr(prefix(p)); }
     int slotOf(int consumer) const {
-        for (size_t i = 0; i < slots.size(); ++i) {
+        for (size_t i = 0; i < slots.size(); ++i)
             if (slots[i].first == consumer) return static_cast<int>(i);
-        }
         return -1;
     }
+    static int clamped(int value) { return std::min(std::max(value, 0), 9); }
     size_t inUse() const { return slots.size() < 32 ? slots.size() : 32; }
 
     void mention(const std::string& path) {
@@ -79,9 +80,8 @@ struct ModelC {
         v.detail = digit >= 0 ? digit : 1;
         vars[name] = v;
         compute(name);
-        for (const auto& slot : slots) {
+        for (const auto& slot : slots)
             if (slot.first >= 0) log.push_back("c" + std::to_string(slot.first) + " " + path);
-        }
     }
     void compute(const std::string& name) {
         int levels[32] = {0};
@@ -107,24 +107,24 @@ struct ModelC {
         }
         if (v.hasParent) v.active |= reach & ~v.explicit_ & vars[v.parent].active;
         if (v.active == 0) return;
-        for (const std::string& child : std::vector<std::string>(v.children)) computeFrom(child, levels);
+        std::vector<std::string> children(v.children);  // computing may add to the map
+        for (const std::string& child : children) computeFrom(child, levels);
     }
     uint32_t setLevel(int consumer, int level, const std::vector<std::string>& tableOrder) {
         int slot = slotOf(consumer);
         if (slot < 0) return kTraceNoConsumer;
-        slots[slot].second = level < 0 ? 0 : level > 9 ? 9 : level;
-        for (const std::string& name : tableOrder) {
+        slots[slot].second = clamped(level);
+        for (const std::string& name : tableOrder)
             if (!vars[name].hasParent || (vars[name].explicit_ & (1u << slot))) compute(name);
-        }
         return 0;
     }
     uint32_t add(int consumer, int level, const std::vector<std::string>& tableOrder) {
         int slot = slotOf(-1);
         if (slot < 0) slots.push_back({consumer, 9});
-        if (slot >= 0) {
-            slots[slot] = {consumer, 9};
-            for (auto& entry : vars) entry.second.enabled &= ~(1u << slot), entry.second.active &= ~(1u << slot);
-        }
+        if (slot >= 0) slots[slot] = {consumer, 9};
+        // A reused slot starts with nothing on.
+        for (auto& entry : vars) entry.second.enabled &= ~(slot < 0 ? 0u : 1u << slot);
+        for (auto& entry : vars) entry.second.active &= ~(slot < 0 ? 0u : 1u << slot);
         return setLevel(consumer, level, tableOrder);
     }
     uint32_t setPath(int consumer, const std::string& path, bool setting, bool on) {
@@ -149,82 +149,80 @@ public:
         static const char* const prefixes[] = {"", "0", "3,", "9"};
         static const char* const components[] = {"A", "B", "7", ""};
         std::string path = prefixes[(shape >> 2) & 3];
-        for (int k = 0; k <= (shape & 3); ++k) path += std::string(k ? "/" : "") + components[(parts >> (2 * k)) & 3];
+        for (int k = 0; k <= (shape & 3); ++k)
+            path += std::string(k ? "/" : "") + components[(parts >> (2 * k)) & 3];
         return path;
     }
 
     // Applies one operation to both; answers "" or what differs.
     std::string step(uint8_t op, uint8_t shape, uint8_t parts, uint8_t argument) {
-        std::string path = makePath(shape, parts);
-        int c = argument % 4, level = argument % 15 - 2;
+        std::string path = makePath(shape, parts), name = ModelC::nameOf(path);
+        int c = argument % 4, level = argument % 15 - 2, slot = model.slotOf(c);
         TraceConsumerI* consumer = &consumers[c];
         uint32_t real = 0, expected = 0;
-        switch (op % 9) {
-        case 0:  // each consumer holds at most one slot
-            if (model.slotOf(c) < 0) real = controller.addConsumer(consumer, 0, level), expected = model.add(c, level, order());
-            break;
-        case 1:
+        op %= 9;
+        if (op == 0 && slot < 0) {  // each consumer holds at most one slot
+            real = controller.addConsumer(consumer, 0, level);
+            expected = model.add(c, level, order());
+        } else if (op == 1) {
             real = controller.removeConsumer(consumer);
-            expected = model.slotOf(c) < 0 ? kTraceNoConsumer : (model.slots[model.slotOf(c)].first = -1, 0);
-            break;
-        case 2:
-            real = controller.setConsumerLevel(consumer, level), expected = model.setLevel(c, level, order());
-            break;
-        case 3:
-            real = controller.enablePath(consumer, path.c_str()), expected = model.setPath(c, path, true, true);
-            break;
-        case 4:
-            real = controller.disablePath(consumer, path.c_str()), expected = model.setPath(c, path, true, false);
-            break;
-        case 5:
-            real = controller.inheritPath(consumer, path.c_str()), expected = model.setPath(c, path, false, false);
-            break;
-        case 6: {
+            expected = slot < 0 ? kTraceNoConsumer : 0;
+            if (slot >= 0) model.slots[slot].first = -1;
+        } else if (op == 2) {
+            real = controller.setConsumerLevel(consumer, level);
+            expected = model.setLevel(c, level, order());
+        } else if (op >= 3 && op <= 5) {  // enable, disable, inherit
+            real = op == 3   ? controller.enablePath(consumer, path.c_str())
+                   : op == 4 ? controller.disablePath(consumer, path.c_str())
+                             : controller.inheritPath(consumer, path.c_str());
+            expected = model.setPath(c, path, op != 5, op == 3);
+        } else if (op == 6) {
             TraceValuesT* values = nullptr;
             controller.getVariable(path.c_str(), &values);
             model.mention(path);
             if (!values) return "no variable for " + path;
-            break;
-        }
-        case 7: {
-            TraceValuesT in = TraceValuesT();
-            in.enabled = argument & 15, in.explicit_ = (argument >> 2) & 15, in.detail = int16_t(argument % 16 - 3);
+        } else if (op == 7) {
+            const uint32_t enabled = argument & 15, explicit_ = (argument >> 2) & 15;
+            const int16_t detail = static_cast<int16_t>(argument % 16 - 3);
+            TraceValuesT in = {0, enabled, explicit_, detail, 0, 0, 0};
             controller.setVariable(path.c_str(), &in);
             model.mention(path);
-            ModelC::VarT& v = model.vars[ModelC::nameOf(path)];
-            v.enabled = in.enabled, v.explicit_ = in.explicit_, v.detail = in.detail < 0 ? 0 : in.detail > 9 ? 9 : in.detail;
-            model.compute(ModelC::nameOf(path));
-            break;
-        }
-        default:  // a line, dispatched as the tracer does; a failing consumer loses its slot
+            ModelC::VarT& v = model.vars[name];
+            v.enabled = enabled;
+            v.explicit_ = explicit_;
+            v.detail = ModelC::clamped(detail);
+            model.compute(name);
+        } else if (op == 8) {
+            // A line, dispatched as the tracer does; a failing consumer loses its slot.
             consumers[c].fail = (argument & 0x80) != 0;
             dispatch(path.c_str(), controller.findVariable(path.c_str()));
             model.mention(path);
             for (size_t i = 0; i < model.slots.size(); ++i) {
                 int owner = model.slots[i].first;
-                if (owner < 0 || !(model.vars[ModelC::nameOf(path)].active & (1u << (i % 32)))) continue;
+                if (owner < 0 || !(model.vars[name].active & (1u << (i % 32)))) continue;
                 model.log.push_back("w" + std::to_string(owner) + " " + path);
                 if (consumers[owner].fail) model.slots[i].first = -1;
             }
             consumers[c].fail = false;
         }
-        if (real != expected) return "op " + std::to_string(op % 9) + " " + path + ": code differs";
-        return compare("op " + std::to_string(op % 9) + " " + path);
+        std::string after = "op " + std::to_string(op) + " " + path;
+        return real != expected ? after + ": code differs" : compare(after);
     }
 
     std::string compare(const std::string& after) {
-        if (controller.variableCount() != model.vars.size() || realLog != model.log) return after + ": tree or log";
+        if (controller.variableCount() != model.vars.size() || realLog != model.log)
+            return after + ": tree or log";
         for (const auto& entry : model.vars) {
-            std::string key = "0," + entry.first;  // a neutral prefix: the name may start with a digit
-            TraceControlVarC* real = controller.lookupVariable(key.c_str());
+            // With a neutral prefix: the name may start with a digit.
+            TraceControlVarC* real = controller.lookupVariable(("0," + entry.first).c_str());
             const ModelC::VarT& v = entry.second;
-            if (!real || real->active != v.active || real->enabled != v.enabled || real->explicit_ != v.explicit_ ||
-                real->detail != v.detail || real->childCount() != v.children.size()) {
+            std::vector<std::string> children;
+            for (uint32_t i = 0; real && i < real->childCount(); ++i)
+                children.push_back(real->child(i)->name);
+            if (!real || real->active != v.active || real->enabled != v.enabled ||
+                real->explicit_ != v.explicit_ || real->detail != v.detail ||
+                children != v.children)
                 return after + ": variable '" + entry.first + "' differs";
-            }
-            for (uint32_t i = 0; i < real->childCount(); ++i) {
-                if (v.children[i] != real->child(i)->name) return after + ": children of '" + entry.first + "'";
-            }
         }
         return "";
     }
@@ -237,8 +235,11 @@ public:
 private:
     std::vector<std::string> order() {
         std::vector<std::string> names;
-        controller.walkVariables([](void* n, TraceControlVarC* v) { static_cast<decltype(names)*>(n)->push_back(v->name); },
-                                 &names);
+        controller.walkVariables(
+            [](void* n, TraceControlVarC* v) {
+                static_cast<decltype(names)*>(n)->push_back(v->name);
+            },
+            &names);
         return names;
     }
     void dispatch(const char* path, TraceControlVarC* variable) {

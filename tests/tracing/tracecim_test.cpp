@@ -5,10 +5,10 @@
 // deeper than the model's, and bad input.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
+#include "testing/modelrun.h"
 #include "testing/tracemodel.h"
 
 namespace keel {
@@ -54,9 +54,8 @@ TEST_F(TreeTest, BadInputNamesNothingAndCreatesNothing) {
     EXPECT_EQ(0u, controller.getChildCount("Nowhere/Else", &count));
     EXPECT_EQ(0u, count);
     const char* name = nullptr;
-    for (auto miss : {std::make_pair("Nowhere", 0), {"A", 0}, {"A", -1}, {nullptr, 0}}) {
+    for (auto miss : {std::make_pair("Nowhere", 0), {"A", 0}, {"A", -1}, {nullptr, 0}})
         EXPECT_EQ(kTraceNoChild, controller.getChildName(miss.first, miss.second, &name));
-    }
     EXPECT_EQ(kTraceNoChild, controller.getChildName("A", 0, nullptr));
     EXPECT_EQ(1u, controller.variableCount());
     // The longest path, all separators and detail 0, is a chain of 4,094
@@ -67,17 +66,16 @@ TEST_F(TreeTest, BadInputNamesNothingAndCreatesNothing) {
     EXPECT_EQ(1u, values(deep)->active);
 }
 
-TEST(TreeModelTest, RandomSequencesAgreeWithTheModel) {
-    std::mt19937 rng(16);
-    for (int round = 0; round < 60; ++round) {
-        tracemodel::DriverC driver;
-        for (int i = 0; i < 150; ++i) {
-            uint8_t b[4];
-            for (uint8_t& byte : b) byte = static_cast<uint8_t>(rng());
-            ASSERT_EQ("", driver.step(b[0], b[1], b[2], b[3]))
-                << "round " << round << " step " << i;
-        }
+// The driver's four bytes drawn from the seeded pair of each step.
+struct TreeStepsT : tracemodel::DriverC {
+    std::string step(uint32_t operation, uint32_t argument) {
+        return DriverC::step(static_cast<uint8_t>(operation), static_cast<uint8_t>(operation >> 8),
+                             static_cast<uint8_t>(argument), static_cast<uint8_t>(argument >> 8));
     }
+};
+
+TEST(TreeModelTest, RandomSequencesAgreeWithTheModel) {
+    EXPECT_EQ("", testkit::runSeeded<TreeStepsT>(60, 150));
 }
 
 }  // namespace

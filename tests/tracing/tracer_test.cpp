@@ -11,37 +11,19 @@
 
 #include <keel/keel.h>
 
+#include "testing/tracelines.h"
 #include "tracing/tracer.h"
 
 namespace keel {
 namespace {
 
-// Keeps "path|indent|text" of each line; can call back from write.
-class LineConsumerC : public TraceConsumerI {
-public:
-    LineConsumerC() { getTraceController()->addConsumer(this, 0, 9); }
-    ~LineConsumerC() { getTraceController()->removeConsumer(this); }
-    uint32_t write(const char* path, int32_t indent, const char* format, ArgListC args) override {
-        StringC text = StringC::format(StringC(format, "system-8"), args);
-        const char* utf8 = text.textUtf8();
-        lines.push_back(std::string(path) + "|" + std::to_string(indent) + "|" + utf8);
-        text.releaseUtf8(utf8);
-        if (onWrite) onWrite(this);
-        return 0;
-    }
-    uint32_t valueChanged(const char* path, int32_t) override { return changes.push_back(path), 0; }
-    uint32_t variableCreated(const char*) override { return 0; }
-    void enable(const char* path) { getTraceController()->enablePath(this, path); }
-
-    std::vector<std::string> lines, changes;
-    void (*onWrite)(LineConsumerC*) = nullptr;
-};
+using testing_errors::TraceLinesC;
+typedef std::vector<std::string> LinesT;
 
 // An enter through one face shows through the other (the faces themselves
 // are checked with the entry points).
 TEST(TracerTest, IndentIsSharedByTheFaces) {
-    LineConsumerC consumer;
-    consumer.enable("Faces");
+    TraceLinesC consumer("Faces");
     int32_t before = tracerInstance()->currentIndent();
     EXPECT_EQ(1u, tracerV1I()->enter("Faces", nullptr));
     EXPECT_EQ(before + 1, tracerInstance()->currentIndent());
@@ -52,23 +34,20 @@ TEST(TracerTest, IndentIsSharedByTheFaces) {
 
 // A failing consumer losing its place is the tree model's (tracemodel.h).
 TEST(TracerTest, DispatchAndHandles) {
-    LineConsumerC first, second;
-    first.enable("Dispatch");
-    second.enable("Dispatch/Two");
+    TraceLinesC first("Dispatch"), second("Dispatch/Two");
     static TracePointT one = {nullptr, "Dispatch/One"}, two = {nullptr, "Dispatch/Two"};
     EXPECT_EQ(1u, traceLine(one, "one %d", 1));
     EXPECT_NE(nullptr, one.handle);
     EXPECT_EQ(1u, traceLine(two, "two %s", "x"));
-    EXPECT_EQ((std::vector<std::string>{"Dispatch/One|0|one 1", "Dispatch/Two|0|two x"}),
-              first.lines);
-    EXPECT_EQ((std::vector<std::string>{"Dispatch/Two|0|two x"}), second.lines);
     // A point without a cell never traces, though its path is on.
     EXPECT_NE(0u, tracerI()->isEnabled("Dispatch/One", nullptr));
     EXPECT_EQ(0u, tracerI()->trace("Dispatch/One", nullptr, "x", ArgListC()));
     // The older face builds its list from the variadic block.
     TraceValuesT* cell = nullptr;
     EXPECT_EQ(1u, tracerV1I()->traceFormat("Dispatch/Old", &cell, "%s=%d", "n", 42));
-    EXPECT_EQ("Dispatch/Old|0|n=42", first.lines.back());
+    EXPECT_EQ((LinesT{"Dispatch/One one 1", "Dispatch/Two two x", "Dispatch/Old n=42"}),
+              first.lines);
+    EXPECT_EQ((LinesT{"Dispatch/Two two x"}), second.lines);
     // Bad paths are off and fill no cell.
     TraceValuesT* fresh = nullptr;
     std::string tooLong(kTraceMaxPath + 1, 'D');
@@ -78,10 +57,12 @@ TEST(TracerTest, DispatchAndHandles) {
     EXPECT_EQ(nullptr, fresh);
 }
 
+// Every consumer hears of a change, whatever the masks. A stop needs the
+// cell that its start filled, and a running timer.
 TEST(TracerTest, CountersTimersAndInit) {
-    LineConsumerC consumer;
+    TraceLinesC consumer;
     TracerI* tracer = tracerI();
-    TraceValuesT* cell = nullptr;
+    TraceValuesT *cell = nullptr, *timer = nullptr;
     tracer->count("Values/Count", &cell, 5);
     tracer->uncount("Values/Count", &cell, 2);
     tracer->uncount("Values/Count", nullptr, INT32_MIN);
@@ -92,10 +73,6 @@ TEST(TracerTest, CountersTimersAndInit) {
     EXPECT_EQ(static_cast<int32_t>(3u + 0x80000000u), counter);
     EXPECT_EQ(0, total);
     EXPECT_EQ(1000000u, perSecond);
-    EXPECT_EQ(3u, consumer.changes.size())
-        << "every consumer hears of a change, whatever the masks";
-    // A stop needs the cell that its start filled, and a running timer.
-    TraceValuesT* timer = nullptr;
     tracer->stopTimer("Values/Timer", &timer);
     EXPECT_EQ(1u, tracer->startTimer("Values/Timer", &timer));
     ASSERT_NE(nullptr, timer);
@@ -104,27 +81,26 @@ TEST(TracerTest, CountersTimersAndInit) {
     tracer->stopTimer("Values/Timer", &timer);
     EXPECT_EQ(0, timer->started);
     EXPECT_GE(timer->total, 0);
-    EXPECT_EQ(4u, consumer.changes.size());
-
+    EXPECT_EQ((LinesT{"Values/Count", "Values/Count", "Values/Count", "Values/Timer"}),
+              consumer.changes);
     EXPECT_EQ(0u, tracer->init("prog", nullptr, "info"));
     EXPECT_EQ(0u, tracer->init(nullptr, "/nonexistent/control", nullptr));
-    const char* text = nullptr;
-    getTraceController()->getName(&text);
-    EXPECT_STREQ("prog", text);
-    getTraceController()->getInfo(&text);
-    EXPECT_STREQ("info", text);
+    const char *name = nullptr, *info = nullptr;
+    getTraceController()->getName(&name);
+    getTraceController()->getInfo(&info);
+    EXPECT_STREQ("prog", name);
+    EXPECT_STREQ("info", info);
 }
 
 // A consumer calls back into the tracer from write, on another thread than
 // the test's: the latch is recursive, and the nested line reaches it too.
 TEST(TracerThreadTest, ConsumerCallsBackFromWrite) {
-    LineConsumerC consumer;
-    consumer.enable("Back/Line");
-    consumer.onWrite = [](LineConsumerC* self) {
-        self->onWrite = nullptr;
+    TraceLinesC consumer("Back/Line");
+    consumer.onWrite = [&consumer] {
+        consumer.onWrite = nullptr;
         TraceValuesT* values = nullptr;
         getTraceController()->getVariable("Back/Nested/Made", &values);
-        self->enable("Back/Other");
+        consumer.enable("Back/Other");
         static TracePointT other = {nullptr, "Back/Other"};
         traceLine(other, "nested");
         tracerI()->count("Back/Counted", nullptr, 1);
@@ -133,16 +109,14 @@ TEST(TracerThreadTest, ConsumerCallsBackFromWrite) {
     uint32_t passed = 0;
     std::thread([&passed] { passed = traceLine(line, "outer"); }).join();
     EXPECT_EQ(1u, passed);
-    EXPECT_EQ((std::vector<std::string>{"Back/Line|0|outer", "Back/Other|0|nested"}),
-              consumer.lines);
-    EXPECT_EQ((std::vector<std::string>{"Back/Counted"}), consumer.changes);
+    EXPECT_EQ((LinesT{"Back/Line outer", "Back/Other nested"}), consumer.lines);
+    EXPECT_EQ((LinesT{"Back/Counted"}), consumer.changes);
 }
 
 // Threads trace and count at points of their own while another thread
 // enables, disables and re-levels those paths and adds and removes consumers.
 TEST(TracerThreadTest, TracingWhileSettingsAndConsumersChange) {
-    LineConsumerC steady;
-    steady.enable("Busy");
+    TraceLinesC steady("Busy");
     std::atomic<int> passed(0);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -158,7 +132,7 @@ TEST(TracerThreadTest, TracingWhileSettingsAndConsumersChange) {
     threads.emplace_back([&steady] {
         TraceControllerI* controller = getTraceController();
         for (int i = 0; i < 300; ++i) {
-            LineConsumerC extra;
+            TraceLinesC extra;
             controller->setConsumerLevel(&extra, i % 11);
             extra.enable("Busy/T1");
             controller->disablePath(&steady, i % 2 ? "Busy/T2" : "Busy/T3");
@@ -186,7 +160,7 @@ TEST(TracerThreadTest, RacingFirstMentionsMakeOneVariable) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-    for (TraceValuesT* cell : seen) EXPECT_EQ(seen[0], cell);
+    EXPECT_EQ(std::vector<TraceValuesT*>(8, seen[0]), seen);
     uint32_t children = 0;
     getTraceController()->getChildCount("Race", &children);
     EXPECT_EQ(201u, children);
