@@ -64,6 +64,17 @@ struct PrefKeyChainT {
     PrefKeyT* first;
     PrefKeyT* cursor;
     bool indexed;  // its keys are in the store's index
+    // The count of its records, free lines included.
+    uint32_t length;
+    // Until the chain is indexed: the signatures of its named keys in chain
+    // order (`named` of them in room for `room`), and behind them in the
+    // same block the records, so that finding a key compares signatures
+    // that lie together instead of following the chain from key to key.
+    // Kept where keys are appended; a read only looks at it.
+    uint32_t named;
+    uint32_t room;
+    uint32_t* signatures;
+    PrefKeyT** keys() const { return reinterpret_cast<PrefKeyT**>(signatures + room); }
 };
 
 struct PrefSectionT {
@@ -157,6 +168,22 @@ public:
     // Frees the file name and every section, chain and key.
     void clear();
 
+    // For readers that keep what a section name led to (the registry's
+    // per-thread table of resolved paths). The count changes whenever a
+    // section record is made or all are freed: a record found under one
+    // count stays the record its name finds until the count changes.
+    uint64_t sectionGeneration() const { return sectionGeneration_; }
+    // The section record that findSection(name, ...) finds in every locale
+    // and whatever was looked up before: false when that is not certain (two
+    // names of the store may compare equal to it in some locale, or the one
+    // that may is spelled otherwise). True with *record the section, or null
+    // when no section of the store can ever match the name (until the
+    // generation changes).
+    bool soleSection(const char* name, PrefSectionT** record) const;
+    // getString(section, key, nullptr) where soleSection(section) gave
+    // `record`: the same answer without looking the section up.
+    const char* getStringIn(const PrefSectionT* record, const char* section, const char* key);
+
     // Reads the ini file at `path` in place of the current content. False
     // for a null or empty path or a file that cannot be opened (the store
     // keeps what it had), and with `strict` for a bad line (the store is left
@@ -188,7 +215,11 @@ protected:
     PrefsC& operator=(const PrefsC&) = delete;
 
 private:
+    // The section of the name (deleted ones too with `includeDeleted`), or
+    // null. The lookup of a read leaves nothing behind; that of a change
+    // keeps the record as lastSection_ for the next one.
     PrefSectionT* findSectionRecord(const char* name, bool includeDeleted) const;
+    PrefSectionT* findSectionToChange(const char* name, bool includeDeleted);
     class LineLoaderC;
     bool writePlain(const char* path, std::string* written);
     bool rewriteInPlace(const char* path, std::string* written);
@@ -216,7 +247,7 @@ private:
     void* indexFind(const PrefKeyChainT* owner, const char* name) const;
     void indexAdd(const PrefKeyChainT* owner, const char* name, void* record);
     bool isIndexed(const PrefKeyChainT* chain) const;
-    // `walked`, when given, gets the count of records a walk passed, or
+    // `walked`, when given, gets the count of the chain's records, or
     // SIZE_MAX when the chain is indexed.
     PrefKeyT* findKey(const PrefKeyChainT* chain, const char* name, bool includeDeleted,
                       size_t* walked) const;
@@ -224,15 +255,16 @@ private:
 
     std::vector<IndexEntryT> index_;
     size_t indexCount_ = 0;
-    // The section that the last lookup found or made: loading a file looks
+    // The section that the last change found or made: loading a file looks
     // up the current section once per key line, and this makes that one
-    // comparison.
-    mutable PrefSectionT* lastSection_ = nullptr;
+    // comparison. Reads look at it and never set it.
+    PrefSectionT* lastSection_ = nullptr;
     PrefSectionT* lastInChain_ = nullptr;
     // The last key appended and its chain, so that appending the next key
     // of the same section does not walk the chain.
     PrefKeyChainT* lastChain_ = nullptr;
     PrefKeyT* lastKey_ = nullptr;
+    uint64_t sectionGeneration_ = 0;
 };
 
 // --- Helpers ---

@@ -405,7 +405,7 @@ public:
             trimRange(nameBegin, nameEnd);
             section_.assign(nameBegin, nameEnd);
             if (section_.empty()) return false;
-            if (!prefs_.findSectionRecord(section_.c_str(), false)) {
+            if (!prefs_.findSectionToChange(section_.c_str(), false)) {
                 prefs_.ensureSection(section_.c_str(), true);
             }
             return true;
