@@ -32,6 +32,7 @@
 #include <string>
 #include <vector>
 
+#include <keel/atomic.h>
 #include <keel/config.h>
 #include <keel/filename.h>
 #include <keel/hashtbl.h>
@@ -162,7 +163,7 @@ public:
     PrefsC& prefs() { return prefs_; }
     ConfRegLockC& lock() { return lock_; }
     int32_t modifiedTime() const { return modifiedTime_; }
-    int32_t lastCheck() const { return lastCheck_; }
+    int32_t lastCheck() const { return atomicLoadRelaxed(&lastCheck_); }
 
     ~ConfRegFileC();
 
@@ -174,6 +175,9 @@ private:
     StringC subPath_;
     PrefsC prefs_;
     int32_t modifiedTime_;
+    // Written by every read that looks at the file (at most once a second),
+    // on whichever thread reads: a relaxed cell, so that reads running at
+    // once on several threads do not race on it.
     int32_t lastCheck_;
     ConfRegLockC lock_;
     StringC mountPath_;
@@ -293,9 +297,16 @@ private:
     // closed again leaves nothing behind but a handle number). 0, or the
     // code the opening gives, or kUseOpenKey where a text is not plain
     // ASCII and only the opening compares as it must.
+    // With `refresh` every file is refreshed first where the opening would
+    // do so; without, the caller has just done that.
     static const uint32_t kUseOpenKey = 1;
     uint32_t placeForRead(uint32_t key, const StringC& subKey, ConfRegFileC** owner,
-                          std::string* section);
+                          std::string* section, bool refresh);
+    // The open keys or the file table changed: the registry takes a new
+    // stamp from a count shared by all registries of the process, so that
+    // nothing a thread kept of an earlier read of this registry (or of one
+    // that stood at its address before) matches any more.
+    void tablesChanged();
     uint32_t removeKeyTree(uint32_t handle);
     void retireKeys(int32_t index);
     // The open key whose path is `path` (without regard to case), or null;
@@ -308,7 +319,8 @@ private:
     void appendFile(ConfRegFileC* file);
 
     // The fields of the registry, in this order: the file table (data,
-    // size, capacity), the open keys, the next handle, the commit switch.
+    // size, capacity), the open keys, the next handle, the commit switch;
+    // then the stamp of its tables (tablesChanged).
     ConfRegFileC** files_;
     uint32_t fileCount_;
     uint32_t fileCapacity_;
@@ -316,6 +328,7 @@ private:
     uint32_t nextHandle_;
     bool autoCommit_;
     bool flushCommits_;
+    uint64_t generation_;
 };
 
 // `path` lies below `prefix` (one backslash between them), compared without
