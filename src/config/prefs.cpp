@@ -27,6 +27,7 @@
 
 #include <new>
 
+#include <keel/atomic.h>
 #include <keel/strdup.h>
 #include <keel/strlcpy.h>
 
@@ -55,6 +56,14 @@ void deleteScratchKey(void*) { pthread_key_delete(scratchKey); }
 size_t measure(const char* text) { return measureText(text); }
 
 bool isMissing(const char* name) { return !name || !*name; }
+
+// The section generations of all stores of the process come from one count,
+// so that a generation never recurs, not even in a store made where another
+// stood.
+uint64_t nextSectionStamp() {
+    static uint64_t count = 0;
+    return atomicAddRelaxed(&count, 1);
+}
 
 bool isLineSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -272,10 +281,19 @@ void loadStepPrefs() {
 
 // --- Store ---
 
-PrefsC::PrefsC() : fileName(nullptr), sections(nullptr), fallback(nullptr), cursor(nullptr) {}
+PrefsC::PrefsC()
+    : fileName(nullptr),
+      sections(nullptr),
+      fallback(nullptr),
+      cursor(nullptr),
+      sectionGeneration_(nextSectionStamp()) {}
 
 PrefsC::PrefsC(const char* name)
-    : fileName(copyText(name)), sections(nullptr), fallback(nullptr), cursor(nullptr) {}
+    : fileName(copyText(name)),
+      sections(nullptr),
+      fallback(nullptr),
+      cursor(nullptr),
+      sectionGeneration_(nextSectionStamp()) {}
 
 PrefsC::~PrefsC() {
     clear();
@@ -459,7 +477,7 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         lastInChain_ = section;
         lastSection_ = section;
         indexAdd(nullptr, section->name, section);
-        ++sectionGeneration_;
+        sectionGeneration_ = nextSectionStamp();
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
     return section->keys;
@@ -633,7 +651,7 @@ void PrefsC::clear() {
     lastKey_ = nullptr;
     std::vector<IndexEntryT>().swap(index_);
     indexCount_ = 0;
-    ++sectionGeneration_;
+    sectionGeneration_ = nextSectionStamp();
 }
 
 // Every section is in the index, and a name that compareNames calls equal to

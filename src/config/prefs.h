@@ -169,9 +169,10 @@ public:
     void clear();
 
     // For readers that keep what a section name led to (the registry's
-    // per-thread table of resolved paths). The count changes whenever a
-    // section record is made or all are freed: a record found under one
-    // count stays the record its name finds until the count changes.
+    // per-thread table of resolved paths). The generation changes whenever
+    // a section record is made or all are freed, to a value that no store
+    // of the process had before: a record found under one generation stays
+    // the record its name finds until the generation changes.
     uint64_t sectionGeneration() const { return sectionGeneration_; }
     // The section record that findSection(name, ...) finds in every locale
     // and whatever was looked up before: false when that is not certain (two
@@ -264,7 +265,7 @@ private:
     // of the same section does not walk the chain.
     PrefKeyChainT* lastChain_ = nullptr;
     PrefKeyT* lastKey_ = nullptr;
-    uint64_t sectionGeneration_ = 0;
+    uint64_t sectionGeneration_;
 };
 
 // --- Helpers ---
