@@ -17,9 +17,9 @@
 //   it writes (a file's lastCheck_) is a relaxed cell. An entry of that table
 //   is used only under the registry stamp it was made under (a new stamp
 //   whenever the open keys or the file table change) and answers as
-//   placeForRead would answer now, the refresh of the files aside; a section
-//   record in it is used only under the store's section generation it was
-//   found in.
+//   placeForRead would answer now, the refresh of the files aside; the
+//   section chain in it is used only under the store's section generation
+//   it was found in.
 #include "config/confregini.h"
 
 #include <string.h>
@@ -113,28 +113,36 @@ const char* storedValue(ConfRegFileC* owner, const char* section, const StringC&
 
 // What placeForRead answered (0 or kRegNotFound) for a handle and the bytes
 // of a sub-key: the file and the section name, and the store's section
-// record for that name once looked up. Each thread has a table of its own,
+// chain for that name once looked up. Each thread has a table of its own,
 // so that reads running at once on several threads write nothing another
 // thread reads. A table serves one registry under one stamp at a time; a
 // place of it is added only by a read that no other read of the thread
 // waits on (a report made during a refresh may read the registry again, and
 // the waiting read's place must stay where it is).
 struct ReadPlaceT {
+    // What a read compares and follows first, together.
     uint64_t epoch;  // the slot is in use when this is the table's epoch
     size_t hash;
     uint32_t handle;
     uint32_t code;
-    std::string subKey;
-    ConfRegFileC* owner;
-    std::string section;
+    uint32_t size;  // of the sub-key
     // A sub-key was given: the read refreshes every file first.
     bool refreshAll;
-    // `sole` and `record` are soleSection's answer under
+    // `sole` and `chain` are what soleSection and liveChain answered under
     // `sectionGeneration`; `sole` false: the store looks the name up.
     bool settled;
     bool sole;
+    ConfRegFileC* owner;
+    const PrefKeyChainT* chain;
     uint64_t sectionGeneration;
-    PrefSectionT* record;
+    // A sub-key of up to kInlineBytes bytes is kept here, a longer one in
+    // `longSubKey`.
+    static const uint32_t kInlineBytes = 48;
+    char inlineSubKey[kInlineBytes];
+    std::string longSubKey;
+    std::string section;
+
+    const char* subKey() const { return size <= kInlineBytes ? inlineSubKey : longSubKey.data(); }
 };
 
 // The slot hash of a handle and a sub-key's bytes, eight bytes at a time;
@@ -191,8 +199,8 @@ public:
         size_t mask = slots_.size() - 1;
         for (size_t slot = hash & mask; slots_[slot].epoch == epoch_; slot = (slot + 1) & mask) {
             ReadPlaceT& place = slots_[slot];
-            if (place.hash == hash && place.handle == handle && place.subKey.size() == size &&
-                sameBytes(place.subKey.data(), bytes, size))
+            if (place.hash == hash && place.handle == handle && place.size == size &&
+                sameBytes(place.subKey(), bytes, size))
                 return &place;
         }
         return nullptr;
@@ -222,7 +230,12 @@ public:
         place.epoch = epoch_;
         place.hash = hash;
         place.handle = handle;
-        place.subKey.assign(reinterpret_cast<const char*>(bytes), size);
+        place.size = size;
+        if (size <= ReadPlaceT::kInlineBytes) {
+            memcpy(place.inlineSubKey, bytes, size);
+        } else {
+            place.longSubKey.assign(reinterpret_cast<const char*>(bytes), size);
+        }
         place.settled = false;
         ++count_;
         return &place;
@@ -278,16 +291,18 @@ private:
 const char* placedValue(ReadPlaceT& place, const StringC& valueName) {
     PrefsC& prefs = place.owner->prefs();
     if (!place.settled || place.sectionGeneration != prefs.sectionGeneration()) {
-        place.sole = prefs.soleSection(place.section.c_str(), &place.record);
+        PrefSectionT* record = nullptr;
+        place.sole = prefs.soleSection(place.section.c_str(), &record);
+        place.chain = PrefsC::liveChain(record);
         place.sectionGeneration = prefs.sectionGeneration();
         place.settled = true;
     }
     if (!place.sole) return storedValue(place.owner, place.section.c_str(), valueName);
     Utf8ViewC name(valueName);
     if (asciiBytes(name.data(), name.size()))
-        return prefs.getStringIn(place.record, place.section.c_str(), name.chars());
+        return prefs.getStringIn(place.chain, place.section.c_str(), name.chars());
     SystemTextC systemName(valueName);
-    return prefs.getStringIn(place.record, place.section.c_str(), systemName.get());
+    return prefs.getStringIn(place.chain, place.section.c_str(), systemName.get());
 }
 
 // `path` (of `pathSize` bytes) is `base`, a backslash and `sub`, case aside.

@@ -477,9 +477,9 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         lastInChain_ = section;
         lastSection_ = section;
         indexAdd(nullptr, section->name, section);
-        sectionGeneration_ = nextSectionStamp();
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
+    sectionGeneration_ = nextSectionStamp();
     return section->keys;
 }
 
@@ -494,6 +494,7 @@ bool PrefsC::deleteSection(const char* name, bool onlyIfEmpty) {
     if (onlyIfEmpty && section->keys->first) return false;
     section->state = kPrefDeleted;
     for (PrefKeyT* key = section->keys->first; key; key = key->next) key->state = kPrefDeleted;
+    sectionGeneration_ = nextSectionStamp();
     return true;
 }
 
@@ -677,12 +678,14 @@ bool PrefsC::soleSection(const char* name, PrefSectionT** record) const {
     return true;
 }
 
-const char* PrefsC::getStringIn(const PrefSectionT* record, const char* section,
-                                const char* key) {
+const PrefKeyChainT* PrefsC::liveChain(const PrefSectionT* record) {
+    return record && record->state != kPrefDeleted ? record->keys : nullptr;
+}
+
+const char* PrefsC::getStringIn(const PrefKeyChainT* chain, const char* section, const char* key) {
     if (fallback) return getString(section, key, nullptr);
-    if (isMissing(section) || !key || !*key || !record) return nullptr;
-    if (record->state == kPrefDeleted) return nullptr;
-    PrefKeyT* found = findKey(record->keys, key, false, nullptr);
+    if (isMissing(section) || !key || !*key || !chain) return nullptr;
+    PrefKeyT* found = findKey(chain, key, false, nullptr);
     return found && found->value ? found->value : nullptr;
 }
 

@@ -170,9 +170,10 @@ public:
 
     // For readers that keep what a section name led to (the registry's
     // per-thread table of resolved paths). The generation changes whenever
-    // a section record is made or all are freed, to a value that no store
-    // of the process had before: a record found under one generation stays
-    // the record its name finds until the generation changes.
+    // a section record is made, deleted or brought back, or all are freed,
+    // to a value that no store of the process had before: a record found
+    // under one generation stays the record its name finds, in the same
+    // state, until the generation changes.
     uint64_t sectionGeneration() const { return sectionGeneration_; }
     // The section record that findSection(name, ...) finds in every locale
     // and whatever was looked up before: false when that is not certain (two
@@ -181,9 +182,12 @@ public:
     // when no section of the store can ever match the name (until the
     // generation changes).
     bool soleSection(const char* name, PrefSectionT** record) const;
-    // getString(section, key, nullptr) where soleSection(section) gave
-    // `record`: the same answer without looking the section up.
-    const char* getStringIn(const PrefSectionT* record, const char* section, const char* key);
+    // The chain of a section record that is not deleted, or null.
+    static const PrefKeyChainT* liveChain(const PrefSectionT* record);
+    // getString(section, key, nullptr) where soleSection(section) gave a
+    // record and liveChain of it is `chain`: the same answer without looking
+    // the section up.
+    const char* getStringIn(const PrefKeyChainT* chain, const char* section, const char* key);
 
     // Reads the ini file at `path` in place of the current content. False
     // for a null or empty path or a file that cannot be opened (the store
