@@ -515,31 +515,41 @@ uint32_t ConfRegistryIniC::openKeyEx(uint32_t key, StringC subKey, uint32_t, uin
         *handleOut = key;
         return 0;
     }
-    refreshFiles(kRegAllFiles);
-    StringC full = joinPath(base->value.path_, subKey);
+    KeyElemT* known = nullptr;
+    int32_t index = -1;
+    StringC rest;
+    uint32_t code = findBelow(base, subKey, &known, &index, &rest);
+    if (code != 0) return code;
     // Every open key has one handle, whichever way it was reached.
-    if (KeyElemT* known = findByPath(full, false)) {
+    if (known) {
         ++known->value.refCount_;
         *handleOut = static_cast<uint32_t>(known->storedKey);
         return 0;
     }
-    StringC rest;
-    int32_t index = fileAbove(full, &rest);
-    if (index < 0) return kRegNotFound;
-    PrefsC& prefs = files_[index]->prefs();
-    SystemTextC section(rest);
+    *handleOut = enterKey(rest, index, 1);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::findBelow(KeyElemT* base, const StringC& subKey, KeyElemT** known,
+                                     int32_t* index, StringC* rest) {
+    refreshFiles(kRegAllFiles);
+    StringC full = joinPath(base->value.path_, subKey);
+    *known = findByPath(full, false);
+    if (*known) return 0;
+    *index = fileAbove(full, rest);
+    if (*index < 0) return kRegNotFound;
+    PrefsC& prefs = files_[*index]->prefs();
+    SystemTextC section(*rest);
     // A key exists as a section of its own or only as a part of the name of
     // a deeper section.
     bool exists = prefs.findSection(section.get(), false) != nullptr;
     if (!exists) {
         for (const char* const* names = prefs.getSectionNames(); names && *names && !exists;
              ++names) {
-            exists = isUnderPath(StringC(*names, "system-8"), rest, nullptr);
+            exists = isUnderPath(StringC(*names, "system-8"), *rest, nullptr);
         }
     }
-    if (!exists) return kRegNotFound;
-    *handleOut = enterKey(rest, index, 1);
-    return 0;
+    return exists ? 0 : kRegNotFound;
 }
 
 uint32_t ConfRegistryIniC::closeKey(uint32_t key) {
@@ -730,13 +740,16 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
             }
         }
     }
-    uint32_t handle = 0;
     if (code == kUseOpenKey) {
-        code = openKeyEx(key, subKey, kAccessRead, &handle);
+        // Found as the opening finds it, without entering a key: a read
+        // changes no table of the registry.
+        KeyElemT* known = nullptr;
+        int32_t index = -1;
+        StringC rest;
+        code = findBelow(findElement(key), subKey, &known, &index, &rest);
         if (code != 0) return code;
-        KeyElemT* element = findElement(handle);
-        owner = fileOf(element->value);
-        SystemTextC name(element->value.name_);
+        owner = known ? fileOf(known->value) : files_[index];
+        SystemTextC name(known ? known->value.name_ : rest);
         section = name.get();
         code = owner ? 0 : kRegNotFound;
     }
@@ -752,7 +765,6 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
         code = length + 1 > kRegValueLimit ? kRegValueTooLong : 0;
         if (code == 0) *out = stringFromEncoded(value, length, system8Encoding());
     }
-    if (handle != 0) closeKey(handle);
     return code;
 }
 

@@ -296,7 +296,7 @@ private:
     // the section, found without entering a key (a key opened only to be
     // closed again leaves nothing behind but a handle number). 0, or the
     // code the opening gives, or kUseOpenKey where a text is not plain
-    // ASCII and only the opening compares as it must.
+    // ASCII and only the opening's comparison is right (findBelow).
     // With `refresh` every file is refreshed first where the opening would
     // do so; without, the caller has just done that.
     static const uint32_t kUseOpenKey = 1;
@@ -309,6 +309,13 @@ private:
     void tablesChanged();
     uint32_t removeKeyTree(uint32_t handle);
     void retireKeys(int32_t index);
+    // What opening `subKey` below the open key `base` finds, without
+    // entering it: 0 with *known the open key of that path, or with *index
+    // and *rest the file and the section path where the key exists (as a
+    // section or a part of a deeper section's name); else kRegNotFound.
+    // Every file is refreshed first.
+    uint32_t findBelow(KeyElemT* base, const StringC& subKey, KeyElemT** known, int32_t* index,
+                       StringC* rest);
     // The open key whose path is `path` (without regard to case), or null;
     // with `withoutFile` only a key without a file counts.
     KeyElemT* findByPath(const StringC& path, bool withoutFile);

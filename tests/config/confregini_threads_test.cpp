@@ -192,6 +192,28 @@ TEST_F(RegistryThreadTest, ThreadsReadWhileChangesComeBetweenRounds) {
     registry->~ConfRegistryIniC();
 }
 
+// A path beyond ASCII is found as the opening finds it (compared without
+// regard to case), but no key is entered for the read: threads may read it at
+// once, and the open keys stay as they were.
+TEST_F(RegistryThreadTest, ThreadsReadPathsBeyondAsciiWithoutEnteringKeys) {
+    writeFile("f.ini", "[\xC3\x84]\nv=2\n[\xC3\x84\\x]\nw=3\n");
+    ConfRegistryIniC registry;
+    ASSERT_EQ(0u, registry.mountFile(u(path("f.ini")), u("HKLM"), u("Soft")));
+    uint32_t keys = registry.openKeyCount();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&registry] {
+            for (int n = 0; n < 50; ++n) {
+                EXPECT_EQ("2", read(registry, "soft\\\xC3\x84", "v"));
+                EXPECT_EQ("3", read(registry, "Soft\\\xC3\x84\\X", "w"));
+                EXPECT_EQ("<105>", read(registry, "Soft\\\xC3\x84\\y", "w"));
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(keys, registry.openKeyCount());
+}
+
 // More distinct paths than a thread keeps: the table starts afresh and every
 // read still answers from the store.
 TEST_F(RegistryThreadTest, MorePathsThanAThreadKeeps) {
