@@ -678,6 +678,30 @@ bool PrefsC::soleSection(const char* name, PrefSectionT** record) const {
     return true;
 }
 
+bool PrefsC::aloneByName(const PrefKeyChainT* owner, const void* record) const {
+    const char* name = recordName(owner, const_cast<void*>(record));
+    if (owner && !isIndexed(owner)) {
+        const PrefKeyT* key = static_cast<const PrefKeyT*>(record);
+        for (uint32_t i = 0; i < owner->named; ++i) {
+            PrefKeyT* other = owner->keys()[i];
+            if (owner->signatures[i] == key->signature && other != key && sameName(other->name, name))
+                return false;
+        }
+        return true;
+    }
+    if (index_.empty()) return true;
+    size_t hash = slotHash(owner, name);
+    size_t mask = index_.size() - 1;
+    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
+        const IndexEntryT& entry = index_[slot];
+        if (entry.hash != hash || entry.owner != owner || entry.record == owner ||
+            entry.record == record)
+            continue;
+        if (sameName(recordName(owner, entry.record), name)) return false;
+    }
+    return true;
+}
+
 const PrefKeyChainT* PrefsC::liveChain(const PrefSectionT* record) {
     return record && record->state != kPrefDeleted ? record->keys : nullptr;
 }

@@ -226,6 +226,11 @@ private:
     PrefSectionT* findSectionRecord(const char* name, bool includeDeleted) const;
     PrefSectionT* findSectionToChange(const char* name, bool includeDeleted);
     class LineLoaderC;
+    class WrittenMatchC;
+    // No other section (owner null, record a PrefSectionT) or key of the
+    // chain `owner` (record a PrefKeyT) has a name that compares equal to
+    // the record's now.
+    bool aloneByName(const PrefKeyChainT* owner, const void* record) const;
     bool writePlain(const char* path, std::string* written);
     bool rewriteInPlace(const char* path, std::string* written);
     // Writes `target` from the lines of `source` and the differences held in
