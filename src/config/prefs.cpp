@@ -382,13 +382,9 @@ PrefSectionT* PrefsC::findSectionRecord(const char* name, bool includeDeleted) c
 }
 
 PrefSectionT* PrefsC::findSectionToChange(const char* name, bool includeDeleted) {
-    if (isMissing(name)) return nullptr;
-    PrefSectionT* found = lastSection_;
-    if (!found || !sameName(found->name, name)) {
-        found = static_cast<PrefSectionT*>(indexFind(nullptr, name));
-        if (!found) return nullptr;
-        lastSection_ = found;
-    }
+    PrefSectionT* found = findSectionRecord(name, true);
+    if (!found) return nullptr;
+    lastSection_ = found;
     return !includeDeleted && found->state == kPrefDeleted ? nullptr : found;
 }
 

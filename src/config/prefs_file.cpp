@@ -553,19 +553,22 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
                  static_cast<uint64_t>(record.st_size) == size);
     closeReader(reader);
     if (!same) return load(path, false, false);
-    const char* end = bytes + size;
+    auto takeLines = [bytes, size](LineLoaderC& loader) {
+        const char* end = bytes + size;
+        for (const char* line = bytes; line < end;) {
+            const char* feed =
+                static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end - line)));
+            loader.take(line, feed);
+            line = feed + 1;
+        }
+    };
     // Most often the lines make exactly what the store holds (its changes
     // were all merged and no other writer added anything): then the records
     // stay and only their states become those of a load, instead of 10,000
     // records freed and made again for a file of 10,000 keys.
     WrittenMatchC match(*this);
     LineLoaderC matcher(*this, false, &match);
-    for (const char* line = bytes; line < end;) {
-        const char* feed =
-            static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end - line)));
-        matcher.take(line, feed);
-        line = feed + 1;
-    }
+    takeLines(matcher);
     if (match.matched()) {
         for (PrefSectionT* section = sections; section; section = section->next) {
             section->state = kPrefAsRead;
@@ -583,12 +586,7 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
     }
     clear();
     LineLoaderC loader(*this, false);
-    for (const char* line = bytes; line < end;) {
-        const char* feed =
-            static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end - line)));
-        loader.take(line, feed);
-        line = feed + 1;
-    }
+    takeLines(loader);
     fileName = copyText(path);
     return true;
 }
