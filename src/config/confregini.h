@@ -22,7 +22,11 @@
 //     registry.setString(0x80000002, StringC("Soft\\App\\Net", "utf8"), StringC("port", "utf8"), port);
 //
 // Nothing here records anything in the error buffer: every operation answers
-// a code of the set 311 (include/keel/config.h). The registry has no lock.
+// a code of the set 311 (include/keel/config.h). The registry has no lock:
+// changes are the caller's to keep apart from every other call, but reads
+// of values (getString, getInteger) with no change between them may run on
+// several threads at once, since a read writes only its own thread's table
+// of resolved paths and a relaxed cell.
 #ifndef KEEL_CONFIG_CONFREGINI_H
 #define KEEL_CONFIG_CONFREGINI_H
 

@@ -24,7 +24,8 @@
 // changed and freed only through its operations, never by linking records
 // into a chain or replacing a name or value from outside (a key's name and
 // first value share the key record's block). A store has no lock; its owner
-// guards it. The arrays of getSectionNames,
+// guards it. Lookups and getString write nothing of the store, so reads with
+// no change between them may run on several threads at once. The arrays of getSectionNames,
 // getKeyNames and getKeys live in a per-thread PrefScratchT and stay valid
 // for the calling thread until its next call of the same kind.
 #ifndef KEEL_CONFIG_PREFS_H
