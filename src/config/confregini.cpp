@@ -756,8 +756,8 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
     const char* value = nullptr;
     if (code == 0) {
         if (!refreshed) owner->refreshFile(false);
-        value = place ? placedValue(*place, valueName)
-                      : storedValue(owner, section.c_str(), valueName);
+        value =
+            place ? placedValue(*place, valueName) : storedValue(owner, section.c_str(), valueName);
     }
     if (code == 0 && !value) code = kRegNotFound;
     if (value) {

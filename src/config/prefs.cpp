@@ -680,7 +680,8 @@ bool PrefsC::aloneByName(const PrefKeyChainT* owner, const void* record) const {
         const PrefKeyT* key = static_cast<const PrefKeyT*>(record);
         for (uint32_t i = 0; i < owner->named; ++i) {
             PrefKeyT* other = owner->keys()[i];
-            if (owner->signatures[i] == key->signature && other != key && sameName(other->name, name))
+            if (owner->signatures[i] == key->signature && other != key &&
+                sameName(other->name, name))
                 return false;
         }
         return true;
