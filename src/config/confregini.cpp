@@ -272,18 +272,45 @@ private:
     std::vector<ReadPlaceT> slots_;
 };
 
-thread_local ReadPlacesC readPlaces;
+// The thread's table, made at its first read and owned by the thread's
+// scratch record of the store (PrefScratchT), whose thread key frees it when
+// the thread ends. The cell itself is a plain pointer with nothing to
+// destroy, so that a read made while the process exits (a report of an exit
+// action opening the module catalog) still finds a whole table or none.
+thread_local ReadPlacesC* threadPlaces = nullptr;
+
+void freeReadPlaces(void* places) {
+    delete static_cast<ReadPlacesC*>(places);
+    threadPlaces = nullptr;
+}
+
+// The calling thread's table, or null where no scratch record can be had
+// (the read then keeps nothing).
+ReadPlacesC* readPlaces() {
+    if (threadPlaces) return threadPlaces;
+    PrefScratchT* scratch = prefScratch();
+    if (!scratch) return nullptr;
+    if (scratch->freeReadPlaces) scratch->freeReadPlaces(scratch->readPlaces);
+    threadPlaces = new ReadPlacesC();
+    scratch->readPlaces = threadPlaces;
+    scratch->freeReadPlaces = freeReadPlaces;
+    return threadPlaces;
+}
 
 // Counts a read of the thread for its scope.
 class ReadScopeC {
 public:
-    explicit ReadScopeC(ReadPlacesC& places) : places_(places) { places_.enter(); }
-    ~ReadScopeC() { places_.leave(); }
+    explicit ReadScopeC(ReadPlacesC* places) : places_(places) {
+        if (places_) places_->enter();
+    }
+    ~ReadScopeC() {
+        if (places_) places_->leave();
+    }
     ReadScopeC(const ReadScopeC&) = delete;
     ReadScopeC& operator=(const ReadScopeC&) = delete;
 
 private:
-    ReadPlacesC& places_;
+    ReadPlacesC* places_;
 };
 
 // The value of the place's section in its store, as lookUp reads it after
@@ -708,13 +735,14 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
     if (!out) return kRegMissingArgument;
     // One read gives what a size query followed by a read into a buffer of
     // that size gives: the text as the store holds it now.
-    ReadPlacesC& places = readPlaces;
+    ReadPlacesC* places = readPlaces();
     ReadScopeC scope(places);
     // A place of the thread's table answers as placeForRead would, once
     // every file is refreshed as it would refresh them. A refresh reloads
     // stores only: the registry's tables, and so the place, stay.
     Utf8ViewC sub(subKey);
-    ReadPlaceT* place = places.find(this, generation_, key, sub.data(), sub.size());
+    ReadPlaceT* place =
+        places ? places->find(this, generation_, key, sub.data(), sub.size()) : nullptr;
     ConfRegFileC* owner = nullptr;
     std::string section;
     uint32_t code = 0;
@@ -731,7 +759,7 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
     } else {
         code = placeForRead(key, subKey, &owner, &section, true);
         if (code == 0 || code == kRegNotFound) {
-            place = places.add(this, generation_, key, sub.data(), sub.size());
+            place = places ? places->add(this, generation_, key, sub.data(), sub.size()) : nullptr;
             if (place) {
                 place->code = code;
                 place->owner = owner;

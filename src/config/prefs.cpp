@@ -48,6 +48,7 @@ void freeScratch(void* record) {
     delete[] scratch->sectionText;
     delete[] scratch->sectionNames;
     free(scratch->keyList);
+    if (scratch->freeReadPlaces) scratch->freeReadPlaces(scratch->readPlaces);
     free(scratch);
 }
 

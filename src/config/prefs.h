@@ -98,6 +98,10 @@ struct PrefScratchT {
     char** sectionNames;      // getSectionNames, from array new
     int32_t keyListCapacity;  // getKeys
     PrefKeyT** keyList;       // getKeys, from realloc
+    // What the registry keeps of the thread's reads, and how it is freed
+    // with the record (null until the thread's first registry read).
+    void* readPlaces;
+    void (*freeReadPlaces)(void*);
 };
 
 // --- Store ---
