@@ -12,6 +12,14 @@
 //   deleted and its slot holds null, so every fileIndex stays right.
 // - Nothing records anything in the error buffer; the store and the file
 //   service calls used here are silent or take back what they record.
+// - A read writes nothing that another thread's read looks at: what it keeps
+//   goes into its thread's table of resolved paths, and the one shared field
+//   it writes (a file's lastCheck_) is a relaxed cell. An entry of that table
+//   is used only under the registry stamp it was made under (a new stamp
+//   whenever the open keys or the file table change) and answers as
+//   placeForRead would answer now, the refresh of the files aside; the
+//   section chain in it is used only under the store's section generation
+//   it was found in.
 #include "config/confregini.h"
 
 #include <string.h>
@@ -85,6 +93,245 @@ bool asciiBytes(const uint8_t* bytes, uint32_t count) {
     return true;
 }
 
+// The stamps of all registries of the process: every change of a registry's
+// open keys or file table takes the next one.
+uint64_t nextRegistryStamp() {
+    static uint64_t count = 0;
+    return atomicAddRelaxed(&count, 1);
+}
+
+// The stored text of a value of a section, without the refresh.
+const char* storedValue(ConfRegFileC* owner, const char* section, const StringC& valueName) {
+    Utf8ViewC name(valueName);
+    if (asciiBytes(name.data(), name.size()))
+        return owner->prefs().getString(section, name.chars(), nullptr);
+    SystemTextC systemName(valueName);
+    return owner->prefs().getString(section, systemName.get(), nullptr);
+}
+
+// --- The per-thread table of resolved paths ---
+
+// What placeForRead answered (0 or kRegNotFound) for a handle and the bytes
+// of a sub-key: the file and the section name, and the store's section
+// chain for that name once looked up. Each thread has a table of its own,
+// so that reads running at once on several threads write nothing another
+// thread reads. A table serves one registry under one stamp at a time; a
+// place of it is added only by a read that no other read of the thread
+// waits on (a report made during a refresh may read the registry again, and
+// the waiting read's place must stay where it is).
+struct ReadPlaceT {
+    // What a read compares and follows first, together.
+    uint64_t epoch;  // the slot is in use when this is the table's epoch
+    size_t hash;
+    uint32_t handle;
+    uint32_t code;
+    uint32_t size;  // of the sub-key
+    // A sub-key was given: the read refreshes every file first.
+    bool refreshAll;
+    // `sole` and `chain` are what soleSection and liveChain answered under
+    // `sectionGeneration`; `sole` false: the store looks the name up.
+    bool settled;
+    bool sole;
+    ConfRegFileC* owner;
+    const PrefKeyChainT* chain;
+    uint64_t sectionGeneration;
+    // A sub-key of up to kInlineBytes bytes is kept here, a longer one in
+    // `longSubKey`.
+    static const uint32_t kInlineBytes = 48;
+    char inlineSubKey[kInlineBytes];
+    std::string longSubKey;
+    std::string section;
+
+    const char* subKey() const { return size <= kInlineBytes ? inlineSubKey : longSubKey.data(); }
+};
+
+// The slot hash of a handle and a sub-key's bytes, eight bytes at a time;
+// a text of eight bytes or more ends with its last eight (which may overlap
+// the word before), a shorter one is taken byte by byte.
+size_t placeHash(uint32_t key, const uint8_t* bytes, uint32_t size) {
+    uint64_t hash = (static_cast<uint64_t>(key) << 32 | size) * 0x9E3779B97F4A7C15ull;
+    uint64_t word = 0;
+    if (size < 8) {
+        for (uint32_t i = 0; i < size; ++i) word = word << 8 | bytes[i];
+    } else {
+        for (uint32_t i = 0; i + 8 < size; i += 8) {
+            memcpy(&word, bytes + i, 8);
+            hash = (hash ^ word) * 0xFF51AFD7ED558CCDull;
+            hash ^= hash >> 32;
+        }
+        memcpy(&word, bytes + size - 8, 8);
+    }
+    // The bytes that differ between paths are often the last ones, which
+    // sit in the high bits of the last word: mixed down to the slot's bits.
+    hash ^= word;
+    hash = (hash ^ (hash >> 33)) * 0xFF51AFD7ED558CCDull;
+    hash = (hash ^ (hash >> 33)) * 0xC4CEB9FE1A85EC53ull;
+    return static_cast<size_t>(hash ^ (hash >> 33));
+}
+
+// The same bytes, eight at a time where there are eight.
+bool sameBytes(const char* first, const uint8_t* second, uint32_t size) {
+    uint32_t i = 0;
+    for (; i + 8 <= size; i += 8) {
+        uint64_t a, b;
+        memcpy(&a, first + i, 8);
+        memcpy(&b, second + i, 8);
+        if (a != b) return false;
+    }
+    for (; i < size; ++i) {
+        if (static_cast<uint8_t>(first[i]) != second[i]) return false;
+    }
+    return true;
+}
+
+class ReadPlacesC {
+public:
+    // Sub-keys longer than this are not kept, and the table holds at most
+    // three quarters of kMostSlots places (then it starts afresh): a table stays
+    // within about a hundred kilobytes whatever it reads.
+    static const uint32_t kLongestSubKey = 256;
+    static const size_t kMostSlots = 1024;
+
+    ReadPlaceT* find(const void* registry, uint64_t stamp, uint32_t handle, const uint8_t* bytes,
+                     uint32_t size) {
+        if (count_ == 0 || registry != registry_ || stamp != stamp_) return nullptr;
+        size_t hash = placeHash(handle, bytes, size);
+        size_t mask = slots_.size() - 1;
+        for (size_t slot = hash & mask; slots_[slot].epoch == epoch_; slot = (slot + 1) & mask) {
+            ReadPlaceT& place = slots_[slot];
+            if (place.hash == hash && place.handle == handle && place.size == size &&
+                sameBytes(place.subKey(), bytes, size))
+                return &place;
+        }
+        return nullptr;
+    }
+
+    ReadPlaceT* add(const void* registry, uint64_t stamp, uint32_t handle, const uint8_t* bytes,
+                    uint32_t size) {
+        if (depth_ > 1 || size > kLongestSubKey) return nullptr;
+        if (registry != registry_ || stamp != stamp_) {
+            drop();
+            registry_ = registry;
+            stamp_ = stamp;
+        }
+        // At most three quarters of the slots are used.
+        if ((count_ + 1) * 4 > slots_.size() * 3) {
+            if (slots_.size() >= kMostSlots) {
+                drop();
+            } else {
+                grow();
+            }
+        }
+        size_t hash = placeHash(handle, bytes, size);
+        size_t mask = slots_.size() - 1;
+        size_t slot = hash & mask;
+        while (slots_[slot].epoch == epoch_) slot = (slot + 1) & mask;
+        ReadPlaceT& place = slots_[slot];
+        place.epoch = epoch_;
+        place.hash = hash;
+        place.handle = handle;
+        place.size = size;
+        if (size <= ReadPlaceT::kInlineBytes) {
+            memcpy(place.inlineSubKey, bytes, size);
+        } else {
+            place.longSubKey.assign(reinterpret_cast<const char*>(bytes), size);
+        }
+        place.settled = false;
+        ++count_;
+        return &place;
+    }
+
+    // Reads of this thread in progress (a read made while another one waits
+    // in a refresh adds no place).
+    void enter() { ++depth_; }
+    void leave() { --depth_; }
+
+private:
+    void drop() {
+        ++epoch_;
+        count_ = 0;
+    }
+    void grow() {
+        // Twice the room, the live places moved over (their texts with them).
+        std::vector<ReadPlaceT> grown(slots_.empty() ? 16 : slots_.size() * 2);
+        size_t mask = grown.size() - 1;
+        for (ReadPlaceT& place : slots_) {
+            if (place.epoch != epoch_) continue;
+            size_t slot = place.hash & mask;
+            while (grown[slot].epoch == epoch_) slot = (slot + 1) & mask;
+            grown[slot] = std::move(place);
+        }
+        slots_.swap(grown);
+    }
+
+    const void* registry_ = nullptr;  // compared, never followed
+    uint64_t stamp_ = 0;
+    uint64_t epoch_ = 1;
+    size_t count_ = 0;
+    uint32_t depth_ = 0;
+    std::vector<ReadPlaceT> slots_;
+};
+
+// The thread's table, made at its first read and owned by the thread's
+// scratch record of the store (PrefScratchT), whose thread key frees it when
+// the thread ends. The cell itself is a plain pointer with nothing to
+// destroy, so that a read made while the process exits (a report of an exit
+// action opening the module catalog) still finds a whole table or none.
+thread_local ReadPlacesC* threadPlaces = nullptr;
+
+void freeReadPlaces(void* places) {
+    delete static_cast<ReadPlacesC*>(places);
+    threadPlaces = nullptr;
+}
+
+// The calling thread's table, or null where no scratch record can be had
+// (the read then keeps nothing).
+ReadPlacesC* readPlaces() {
+    if (threadPlaces) return threadPlaces;
+    PrefScratchT* scratch = prefScratch();
+    if (!scratch) return nullptr;
+    if (scratch->freeReadPlaces) scratch->freeReadPlaces(scratch->readPlaces);
+    threadPlaces = new ReadPlacesC();
+    scratch->readPlaces = threadPlaces;
+    scratch->freeReadPlaces = freeReadPlaces;
+    return threadPlaces;
+}
+
+// Counts a read of the thread for its scope.
+class ReadScopeC {
+public:
+    explicit ReadScopeC(ReadPlacesC* places) : places_(places) {
+        if (places_) places_->enter();
+    }
+    ~ReadScopeC() {
+        if (places_) places_->leave();
+    }
+    ReadScopeC(const ReadScopeC&) = delete;
+    ReadScopeC& operator=(const ReadScopeC&) = delete;
+
+private:
+    ReadPlacesC* places_;
+};
+
+// The value of the place's section in its store, as lookUp reads it after
+// its refresh. The place belongs to the calling thread.
+const char* placedValue(ReadPlaceT& place, const StringC& valueName) {
+    PrefsC& prefs = place.owner->prefs();
+    if (!place.settled || place.sectionGeneration != prefs.sectionGeneration()) {
+        PrefSectionT* record = nullptr;
+        place.sole = prefs.soleSection(place.section.c_str(), &record);
+        place.chain = PrefsC::liveChain(record);
+        place.sectionGeneration = prefs.sectionGeneration();
+        place.settled = true;
+    }
+    if (!place.sole) return storedValue(place.owner, place.section.c_str(), valueName);
+    Utf8ViewC name(valueName);
+    if (asciiBytes(name.data(), name.size()))
+        return prefs.getStringIn(place.chain, place.section.c_str(), name.chars());
+    SystemTextC systemName(valueName);
+    return prefs.getStringIn(place.chain, place.section.c_str(), systemName.get());
+}
+
 // `path` (of `pathSize` bytes) is `base`, a backslash and `sub`, case aside.
 bool isJoinedPath(const uint8_t* path, uint32_t pathSize, const Utf8ViewC& base,
                   const Utf8ViewC& sub) {
@@ -138,7 +385,7 @@ ConfRegFileC::~ConfRegFileC() { delete[] systemPath_; }
 uint32_t ConfRegFileC::refreshFile(bool force, const std::string* written) {
     if (busy_) return 0;
     int32_t now = static_cast<int32_t>(time(nullptr));
-    if (!force && lastCheck_ == now) return 0;
+    if (!force && atomicLoadRelaxed(&lastCheck_) == now) return 0;
     // The modification time in whole seconds decides as the file service
     // tells it; device, inode and the fraction of the second are looked at
     // beside it, so that a file that another process replaced within the
@@ -151,7 +398,7 @@ uint32_t ConfRegFileC::refreshFile(bool force, const std::string* written) {
         bool same = mtime == modifiedTime_ && record.st_dev == device_ && record.st_ino == inode_ &&
                     record.st_mtim.tv_nsec == modifiedNanoseconds_;
         if (mtime < 1 || same) {
-            lastCheck_ = now;
+            atomicStoreRelaxed(&lastCheck_, now);
             return 0;
         }
     }
@@ -183,7 +430,7 @@ uint32_t ConfRegFileC::refreshFile(bool force, const std::string* written) {
             }
         }
     }
-    lastCheck_ = now;
+    atomicStoreRelaxed(&lastCheck_, now);
     return 0;
 }
 
@@ -224,7 +471,8 @@ ConfRegistryIniC::ConfRegistryIniC()
       fileCapacity_(0),
       nextHandle_(1),
       autoCommit_(true),
-      flushCommits_(true) {
+      flushCommits_(true),
+      generation_(nextRegistryStamp()) {
     openKeys_.add(kLocalMachine,
                   ConfRegKeyC(rootKeyName(kLocalMachine), -1, 0, rootKeyName(kLocalMachine)));
     openKeys_.add(kCurrentUser,
@@ -267,13 +515,17 @@ void ConfRegistryIniC::appendFile(ConfRegFileC* file) {
         fileCapacity_ = capacity;
     }
     files_[fileCount_++] = file;
+    tablesChanged();
 }
+
+void ConfRegistryIniC::tablesChanged() { generation_ = nextRegistryStamp(); }
 
 uint32_t ConfRegistryIniC::enterKey(const StringC& name, int32_t fileIndex, uint32_t refCount) {
     ConfRegFileC* owner = file(fileIndex);
     StringC path = owner ? joinPath(owner->mountPath(), name) : name;
     uint32_t handle = nextHandle_++;
     openKeys_.add(handle, ConfRegKeyC(name, fileIndex, refCount, path));
+    tablesChanged();
     return handle;
 }
 
@@ -290,31 +542,41 @@ uint32_t ConfRegistryIniC::openKeyEx(uint32_t key, StringC subKey, uint32_t, uin
         *handleOut = key;
         return 0;
     }
-    refreshFiles(kRegAllFiles);
-    StringC full = joinPath(base->value.path_, subKey);
+    KeyElemT* known = nullptr;
+    int32_t index = -1;
+    StringC rest;
+    uint32_t code = findBelow(base, subKey, &known, &index, &rest);
+    if (code != 0) return code;
     // Every open key has one handle, whichever way it was reached.
-    if (KeyElemT* known = findByPath(full, false)) {
+    if (known) {
         ++known->value.refCount_;
         *handleOut = static_cast<uint32_t>(known->storedKey);
         return 0;
     }
-    StringC rest;
-    int32_t index = fileAbove(full, &rest);
-    if (index < 0) return kRegNotFound;
-    PrefsC& prefs = files_[index]->prefs();
-    SystemTextC section(rest);
+    *handleOut = enterKey(rest, index, 1);
+    return 0;
+}
+
+uint32_t ConfRegistryIniC::findBelow(KeyElemT* base, const StringC& subKey, KeyElemT** known,
+                                     int32_t* index, StringC* rest) {
+    refreshFiles(kRegAllFiles);
+    StringC full = joinPath(base->value.path_, subKey);
+    *known = findByPath(full, false);
+    if (*known) return 0;
+    *index = fileAbove(full, rest);
+    if (*index < 0) return kRegNotFound;
+    PrefsC& prefs = files_[*index]->prefs();
+    SystemTextC section(*rest);
     // A key exists as a section of its own or only as a part of the name of
     // a deeper section.
     bool exists = prefs.findSection(section.get(), false) != nullptr;
     if (!exists) {
         for (const char* const* names = prefs.getSectionNames(); names && *names && !exists;
              ++names) {
-            exists = isUnderPath(StringC(*names, "system-8"), rest, nullptr);
+            exists = isUnderPath(StringC(*names, "system-8"), *rest, nullptr);
         }
     }
-    if (!exists) return kRegNotFound;
-    *handleOut = enterKey(rest, index, 1);
-    return 0;
+    return exists ? 0 : kRegNotFound;
 }
 
 uint32_t ConfRegistryIniC::closeKey(uint32_t key) {
@@ -327,6 +589,7 @@ uint32_t ConfRegistryIniC::closeKey(uint32_t key) {
     if (count == 1 && element->value.fileIndex_ >= 0) {
         unsigned long handle = key;
         openKeys_.erase(&handle);
+        tablesChanged();
     }
     return 0;
 }
@@ -360,11 +623,7 @@ uint32_t ConfRegistryIniC::readValue(uint32_t handle, const StringC& valueName, 
 const char* ConfRegistryIniC::lookUp(ConfRegFileC* owner, const char* section,
                                      const StringC& valueName) {
     owner->refreshFile(false);
-    Utf8ViewC name(valueName);
-    if (asciiBytes(name.data(), name.size()))
-        return owner->prefs().getString(section, name.chars(), nullptr);
-    SystemTextC systemName(valueName);
-    return owner->prefs().getString(section, systemName.get(), nullptr);
+    return storedValue(owner, section, valueName);
 }
 
 uint32_t ConfRegistryIniC::readFrom(ConfRegFileC* owner, const char* section,
@@ -389,7 +648,7 @@ uint32_t ConfRegistryIniC::readFrom(ConfRegFileC* owner, const char* section,
 }
 
 uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, ConfRegFileC** owner,
-                                        std::string* section) {
+                                        std::string* section, bool refresh) {
     KeyElemT* base = findElement(key);
     if (!base) return kRegBadHandle;
     if (subKey.isEmpty()) {
@@ -403,7 +662,7 @@ uint32_t ConfRegistryIniC::placeForRead(uint32_t key, const StringC& subKey, Con
     Utf8ViewC basePath(base->value.path_);
     Utf8ViewC sub(subKey);
     if (!base->value.asciiPath_ || !asciiBytes(sub.data(), sub.size())) return kUseOpenKey;
-    refreshFiles(kRegAllFiles);
+    if (refresh) refreshFiles(kRegAllFiles);
     // An open key of that path comes first, as in openKeyEx.
     KeyWalkT walk(&openKeys_);
     uint32_t status = 0;
@@ -476,27 +735,64 @@ uint32_t ConfRegistryIniC::getString(uint32_t key, StringC subKey, StringC value
     if (!out) return kRegMissingArgument;
     // One read gives what a size query followed by a read into a buffer of
     // that size gives: the text as the store holds it now.
+    ReadPlacesC* places = readPlaces();
+    ReadScopeC scope(places);
+    // A place of the thread's table answers as placeForRead would, once
+    // every file is refreshed as it would refresh them. A refresh reloads
+    // stores only: the registry's tables, and so the place, stay.
+    Utf8ViewC sub(subKey);
+    ReadPlaceT* place =
+        places ? places->find(this, generation_, key, sub.data(), sub.size()) : nullptr;
     ConfRegFileC* owner = nullptr;
     std::string section;
-    uint32_t code = placeForRead(key, subKey, &owner, &section);
-    uint32_t handle = 0;
+    uint32_t code = 0;
+    // Every file was just looked at: the look at the owner that the read
+    // adds would come within the same second (or find what this one found).
+    bool refreshed = false;
+    if (place) {
+        if (place->refreshAll) {
+            refreshFiles(kRegAllFiles);
+            refreshed = true;
+        }
+        code = place->code;
+        owner = place->owner;
+    } else {
+        code = placeForRead(key, subKey, &owner, &section, true);
+        if (code == 0 || code == kRegNotFound) {
+            place = places ? places->add(this, generation_, key, sub.data(), sub.size()) : nullptr;
+            if (place) {
+                place->code = code;
+                place->owner = owner;
+                place->section = section;
+                place->refreshAll = !subKey.isEmpty();
+            }
+        }
+    }
     if (code == kUseOpenKey) {
-        code = openKeyEx(key, subKey, kAccessRead, &handle);
+        // Found as the opening finds it, without entering a key: a read
+        // changes no table of the registry.
+        KeyElemT* known = nullptr;
+        int32_t index = -1;
+        StringC rest;
+        code = findBelow(findElement(key), subKey, &known, &index, &rest);
         if (code != 0) return code;
-        KeyElemT* element = findElement(handle);
-        owner = fileOf(element->value);
-        SystemTextC name(element->value.name_);
+        owner = known ? fileOf(known->value) : files_[index];
+        SystemTextC name(known ? known->value.name_ : rest);
         section = name.get();
         code = owner ? 0 : kRegNotFound;
     }
-    const char* value = code == 0 ? lookUp(owner, section.c_str(), valueName) : nullptr;
+    const char* value = nullptr;
+    if (code == 0) {
+        if (!refreshed) owner->refreshFile(false);
+        value =
+            place ? placedValue(*place, valueName) : storedValue(owner, section.c_str(), valueName);
+    }
     if (code == 0 && !value) code = kRegNotFound;
     if (value) {
         uint32_t length = measuredLength(value);
         code = length + 1 > kRegValueLimit ? kRegValueTooLong : 0;
         if (code == 0) *out = stringFromEncoded(value, length, system8Encoding());
     }
-    if (handle != 0) closeKey(handle);
     return code;
 }
 
@@ -821,6 +1117,7 @@ void ConfRegistryIniC::retireKeys(int32_t index) {
         element->value.path_ = element->value.name_;
         element->value.pathSize_ = ConfRegKeyC::textSize(element->value.path_);
     }
+    tablesChanged();
 }
 
 uint32_t ConfRegistryIniC::setAutoCommit(bool enabled) {

@@ -22,7 +22,11 @@
 //     registry.setString(0x80000002, StringC("Soft\\App\\Net", "utf8"), StringC("port", "utf8"), port);
 //
 // Nothing here records anything in the error buffer: every operation answers
-// a code of the set 311 (include/keel/config.h). The registry has no lock.
+// a code of the set 311 (include/keel/config.h). The registry has no lock:
+// changes are the caller's to keep apart from every other call, but reads
+// of values (getString, getInteger) with no change between them may run on
+// several threads at once, since a read writes only its own thread's table
+// of resolved paths and a relaxed cell.
 #ifndef KEEL_CONFIG_CONFREGINI_H
 #define KEEL_CONFIG_CONFREGINI_H
 
@@ -32,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include <keel/atomic.h>
 #include <keel/config.h>
 #include <keel/filename.h>
 #include <keel/hashtbl.h>
@@ -162,7 +167,7 @@ public:
     PrefsC& prefs() { return prefs_; }
     ConfRegLockC& lock() { return lock_; }
     int32_t modifiedTime() const { return modifiedTime_; }
-    int32_t lastCheck() const { return lastCheck_; }
+    int32_t lastCheck() const { return atomicLoadRelaxed(&lastCheck_); }
 
     ~ConfRegFileC();
 
@@ -174,6 +179,9 @@ private:
     StringC subPath_;
     PrefsC prefs_;
     int32_t modifiedTime_;
+    // Written by every read that looks at the file (at most once a second),
+    // on whichever thread reads: a relaxed cell, so that reads running at
+    // once on several threads do not race on it.
     int32_t lastCheck_;
     ConfRegLockC lock_;
     StringC mountPath_;
@@ -292,12 +300,26 @@ private:
     // the section, found without entering a key (a key opened only to be
     // closed again leaves nothing behind but a handle number). 0, or the
     // code the opening gives, or kUseOpenKey where a text is not plain
-    // ASCII and only the opening compares as it must.
+    // ASCII and only the opening's comparison is right (findBelow).
+    // With `refresh` every file is refreshed first where the opening would
+    // do so; without, the caller has just done that.
     static const uint32_t kUseOpenKey = 1;
     uint32_t placeForRead(uint32_t key, const StringC& subKey, ConfRegFileC** owner,
-                          std::string* section);
+                          std::string* section, bool refresh);
+    // The open keys or the file table changed: the registry takes a new
+    // stamp from a count shared by all registries of the process, so that
+    // nothing a thread kept of an earlier read of this registry (or of one
+    // that stood at its address before) matches any more.
+    void tablesChanged();
     uint32_t removeKeyTree(uint32_t handle);
     void retireKeys(int32_t index);
+    // What opening `subKey` below the open key `base` finds, without
+    // entering it: 0 with *known the open key of that path, or with *index
+    // and *rest the file and the section path where the key exists (as a
+    // section or a part of a deeper section's name); else kRegNotFound.
+    // Every file is refreshed first.
+    uint32_t findBelow(KeyElemT* base, const StringC& subKey, KeyElemT** known, int32_t* index,
+                       StringC* rest);
     // The open key whose path is `path` (without regard to case), or null;
     // with `withoutFile` only a key without a file counts.
     KeyElemT* findByPath(const StringC& path, bool withoutFile);
@@ -308,7 +330,8 @@ private:
     void appendFile(ConfRegFileC* file);
 
     // The fields of the registry, in this order: the file table (data,
-    // size, capacity), the open keys, the next handle, the commit switch.
+    // size, capacity), the open keys, the next handle, the commit switch;
+    // then the stamp of its tables (tablesChanged).
     ConfRegFileC** files_;
     uint32_t fileCount_;
     uint32_t fileCapacity_;
@@ -316,6 +339,7 @@ private:
     uint32_t nextHandle_;
     bool autoCommit_;
     bool flushCommits_;
+    uint64_t generation_;
 };
 
 // `path` lies below `prefix` (one backslash between them), compared without

@@ -11,7 +11,11 @@
 // named keys of a chain either, which is what lets the name index and
 // `lastSection_` answer for the first match; every section and every named
 // key is in the index from the moment it is linked into its chain until
-// clear; `written` marks are clear outside a merge.
+// clear; a chain that is not indexed has every named key in its table of
+// signatures, in chain order, from the moment it is linked; `length` counts
+// a chain's records; `written` marks are clear outside a merge. Reads
+// (lookups, getString, the lists) write nothing of the store, so that reads
+// of one store may run on several threads at once.
 #include "config/prefs.h"
 
 #include <ctype.h>
@@ -23,6 +27,7 @@
 
 #include <new>
 
+#include <keel/atomic.h>
 #include <keel/strdup.h>
 #include <keel/strlcpy.h>
 
@@ -43,6 +48,7 @@ void freeScratch(void* record) {
     delete[] scratch->sectionText;
     delete[] scratch->sectionNames;
     free(scratch->keyList);
+    if (scratch->freeReadPlaces) scratch->freeReadPlaces(scratch->readPlaces);
     free(scratch);
 }
 
@@ -51,6 +57,14 @@ void deleteScratchKey(void*) { pthread_key_delete(scratchKey); }
 size_t measure(const char* text) { return measureText(text); }
 
 bool isMissing(const char* name) { return !name || !*name; }
+
+// The section generations of all stores of the process come from one count,
+// so that a generation never recurs, not even in a store made where another
+// stood.
+uint64_t nextSectionStamp() {
+    static uint64_t count = 0;
+    return atomicAddRelaxed(&count, 1);
+}
 
 bool isLineSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -109,6 +123,39 @@ void setKeyValue(PrefKeyT* key, const char* value) {
     key->value = copyBytes(new char[length + 1], text, length);
 }
 
+// The chain's table of signatures goes (the chain is indexed from now on,
+// or freed).
+void freeKeyTable(PrefKeyChainT* chain) {
+    // The block is a uint32_t array with room for the records behind the
+    // signatures (see addToKeyTable).
+    delete[] chain->signatures;
+    chain->signatures = nullptr;
+    chain->named = 0;
+    chain->room = 0;
+}
+
+// Appends a named key to the chain's table of signatures, in 8 and then
+// 24 places (a chain is indexed before it holds more).
+void addToKeyTable(PrefKeyChainT* chain, PrefKeyT* key) {
+    if (chain->named == chain->room) {
+        uint32_t room = chain->room < 8 ? 8 : chain->room * 3;
+        // Signatures first, the records behind them; the records' part
+        // starts at an even count of signatures, aligned for a pointer.
+        uint32_t* block = new uint32_t[room + room * sizeof(PrefKeyT*) / sizeof(uint32_t)];
+        PrefKeyT** keys = reinterpret_cast<PrefKeyT**>(block + room);
+        for (uint32_t i = 0; i < chain->named; ++i) {
+            block[i] = chain->signatures[i];
+            keys[i] = chain->keys()[i];
+        }
+        delete[] chain->signatures;
+        chain->signatures = block;
+        chain->room = room;
+    }
+    chain->signatures[chain->named] = key->signature;
+    chain->keys()[chain->named] = key;
+    ++chain->named;
+}
+
 void freeChain(PrefKeyChainT* chain) {
     if (!chain) return;
     PrefKeyT* key = chain->first;
@@ -119,6 +166,7 @@ void freeChain(PrefKeyChainT* chain) {
         delete[] reinterpret_cast<char*>(key);
         key = next;
     }
+    freeKeyTable(chain);
     delete chain;
 }
 
@@ -234,10 +282,19 @@ void loadStepPrefs() {
 
 // --- Store ---
 
-PrefsC::PrefsC() : fileName(nullptr), sections(nullptr), fallback(nullptr), cursor(nullptr) {}
+PrefsC::PrefsC()
+    : fileName(nullptr),
+      sections(nullptr),
+      fallback(nullptr),
+      cursor(nullptr),
+      sectionGeneration_(nextSectionStamp()) {}
 
 PrefsC::PrefsC(const char* name)
-    : fileName(copyText(name)), sections(nullptr), fallback(nullptr), cursor(nullptr) {}
+    : fileName(copyText(name)),
+      sections(nullptr),
+      fallback(nullptr),
+      cursor(nullptr),
+      sectionGeneration_(nextSectionStamp()) {}
 
 PrefsC::~PrefsC() {
     clear();
@@ -312,14 +369,23 @@ void PrefsC::indexAdd(const PrefKeyChainT* owner, const char* name, void* record
     ++indexCount_;
 }
 
+// A read looks at lastSection_ but never sets it: reads of one store may run
+// on several threads at once, and only a change (single-threaded by the
+// store's contract) may write what the store keeps.
 PrefSectionT* PrefsC::findSectionRecord(const char* name, bool includeDeleted) const {
     if (isMissing(name)) return nullptr;
     PrefSectionT* found = lastSection_;
     if (!found || !sameName(found->name, name)) {
         found = static_cast<PrefSectionT*>(indexFind(nullptr, name));
         if (!found) return nullptr;
-        lastSection_ = found;
     }
+    return !includeDeleted && found->state == kPrefDeleted ? nullptr : found;
+}
+
+PrefSectionT* PrefsC::findSectionToChange(const char* name, bool includeDeleted) {
+    PrefSectionT* found = findSectionRecord(name, true);
+    if (!found) return nullptr;
+    lastSection_ = found;
     return !includeDeleted && found->state == kPrefDeleted ? nullptr : found;
 }
 
@@ -335,12 +401,19 @@ PrefKeyT* PrefsC::findKey(const PrefKeyChainT* chain, const char* name, bool inc
         key = static_cast<PrefKeyT*>(indexFind(chain, name));
         if (walked) *walked = SIZE_MAX;
     } else {
-        size_t count = 0;
+        // The first named key of the name in chain order, as a walk along
+        // the chain finds it; a free line is never in the table.
         uint32_t signature = keySignature(name);
-        for (key = chain->first; key; key = key->next, ++count) {
-            if (key->signature == signature && key->name[0] && sameName(key->name, name)) break;
+        const uint32_t* signatures = chain->signatures;
+        for (uint32_t i = 0, count = chain->named; i < count; ++i) {
+            if (signatures[i] != signature) continue;
+            PrefKeyT* candidate = chain->keys()[i];
+            if (sameName(candidate->name, name)) {
+                key = candidate;
+                break;
+            }
         }
-        if (walked) *walked = count;
+        if (walked) *walked = chain->length;
     }
     return key && !includeDeleted && key->state == kPrefDeleted ? nullptr : key;
 }
@@ -357,6 +430,7 @@ void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, b
         PrefKeyT** link = chain == lastChain_ ? &lastKey_->next : &chain->first;
         while (*link) link = &(*link)->next;
         *link = key;
+        ++chain->length;
         lastChain_ = chain;
         lastKey_ = key;
         if (walked == SIZE_MAX) {
@@ -364,9 +438,12 @@ void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, b
         } else if (walked + 1 >= kIndexFrom) {
             indexAdd(chain, "", chain);
             chain->indexed = true;
+            freeKeyTable(chain);
             for (PrefKeyT* each = chain->first; each; each = each->next) {
                 if (each->name[0]) indexAdd(chain, each->name, each);
             }
+        } else if (key->name[0]) {
+            addToKeyTable(chain, key);
         }
     }
     key->state = changed ? kPrefChanged : kPrefAsRead;
@@ -380,7 +457,7 @@ PrefKeyChainT* PrefsC::findSection(const char* name, bool includeDeleted) {
 
 PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
     if (isMissing(name)) return nullptr;
-    PrefSectionT* section = findSectionRecord(name, true);
+    PrefSectionT* section = findSectionToChange(name, true);
     if (section) {
         // Brought back after a delete. A section that was never in the file
         // and is empty would read as unchanged and never reach the file:
@@ -399,20 +476,22 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         indexAdd(nullptr, section->name, section);
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
+    sectionGeneration_ = nextSectionStamp();
     return section->keys;
 }
 
 bool PrefsC::createSection(const char* name) {
-    if (findSectionRecord(name, false)) return false;
+    if (findSectionToChange(name, false)) return false;
     return ensureSection(name, false) != nullptr;
 }
 
 bool PrefsC::deleteSection(const char* name, bool onlyIfEmpty) {
-    PrefSectionT* section = findSectionRecord(name, true);
+    PrefSectionT* section = findSectionToChange(name, true);
     if (!section || !section->keys) return false;
     if (onlyIfEmpty && section->keys->first) return false;
     section->state = kPrefDeleted;
     for (PrefKeyT* key = section->keys->first; key; key = key->next) key->state = kPrefDeleted;
+    sectionGeneration_ = nextSectionStamp();
     return true;
 }
 
@@ -525,7 +604,8 @@ bool PrefsC::getBool(const char* section, const char* key, bool defaultValue) {
 
 bool PrefsC::setValue(const char* section, const char* key, const char* value, bool changed) {
     if (isMissing(section) || isMissing(key)) return false;
-    PrefKeyChainT* chain = findSection(section, false);
+    PrefSectionT* record = findSectionToChange(section, false);
+    PrefKeyChainT* chain = record ? record->keys : nullptr;
     if (!chain) chain = ensureSection(section, false);
     if (!chain) return false;
     setKey(chain, key, value, changed);
@@ -534,7 +614,8 @@ bool PrefsC::setValue(const char* section, const char* key, const char* value, b
 
 bool PrefsC::addLine(const char* section, const char* text, bool changed) {
     if (isMissing(section)) return false;
-    PrefKeyChainT* chain = findSection(section, false);
+    PrefSectionT* record = findSectionToChange(section, false);
+    PrefKeyChainT* chain = record ? record->keys : nullptr;
     if (!chain) chain = ensureSection(section, false);
     if (!chain) return false;
     setKey(chain, "", text, changed);
@@ -543,7 +624,8 @@ bool PrefsC::addLine(const char* section, const char* text, bool changed) {
 
 bool PrefsC::deleteKey(const char* section, const char* key) {
     if (isMissing(section) || isMissing(key)) return false;
-    PrefKeyT* record = findKey(findSection(section, true), key, true, nullptr);
+    PrefSectionT* owner = findSectionToChange(section, true);
+    PrefKeyT* record = findKey(owner ? owner->keys : nullptr, key, true, nullptr);
     if (!record || record->state == kPrefDeleted) return false;
     record->state = kPrefDeleted;
     return true;
@@ -567,6 +649,66 @@ void PrefsC::clear() {
     lastKey_ = nullptr;
     std::vector<IndexEntryT>().swap(index_);
     indexCount_ = 0;
+    sectionGeneration_ = nextSectionStamp();
+}
+
+// Every section is in the index, and a name that compareNames calls equal to
+// `name` in any locale has its signature and so its slot hash: all the
+// records that could ever answer for `name` sit in the probe run from its
+// slot. With none the name finds nothing; with one of the very same bytes
+// it finds that one, in every locale and from every lastSection_.
+bool PrefsC::soleSection(const char* name, PrefSectionT** record) const {
+    if (isMissing(name)) return false;
+    *record = nullptr;
+    if (index_.empty()) return true;
+    size_t hash = slotHash(nullptr, name);
+    size_t mask = index_.size() - 1;
+    PrefSectionT* found = nullptr;
+    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
+        const IndexEntryT& entry = index_[slot];
+        if (entry.hash != hash || entry.owner) continue;
+        if (found) return false;
+        found = static_cast<PrefSectionT*>(entry.record);
+    }
+    if (found && strcmp(found->name, name) != 0) return false;
+    *record = found;
+    return true;
+}
+
+bool PrefsC::aloneByName(const PrefKeyChainT* owner, const void* record) const {
+    const char* name = recordName(owner, const_cast<void*>(record));
+    if (owner && !isIndexed(owner)) {
+        const PrefKeyT* key = static_cast<const PrefKeyT*>(record);
+        for (uint32_t i = 0; i < owner->named; ++i) {
+            PrefKeyT* other = owner->keys()[i];
+            if (owner->signatures[i] == key->signature && other != key &&
+                sameName(other->name, name))
+                return false;
+        }
+        return true;
+    }
+    if (index_.empty()) return true;
+    size_t hash = slotHash(owner, name);
+    size_t mask = index_.size() - 1;
+    for (size_t slot = hash & mask; index_[slot].record; slot = (slot + 1) & mask) {
+        const IndexEntryT& entry = index_[slot];
+        if (entry.hash != hash || entry.owner != owner || entry.record == owner ||
+            entry.record == record)
+            continue;
+        if (sameName(recordName(owner, entry.record), name)) return false;
+    }
+    return true;
+}
+
+const PrefKeyChainT* PrefsC::liveChain(const PrefSectionT* record) {
+    return record && record->state != kPrefDeleted ? record->keys : nullptr;
+}
+
+const char* PrefsC::getStringIn(const PrefKeyChainT* chain, const char* section, const char* key) {
+    if (fallback) return getString(section, key, nullptr);
+    if (isMissing(section) || !key || !*key || !chain) return nullptr;
+    PrefKeyT* found = findKey(chain, key, false, nullptr);
+    return found && found->value ? found->value : nullptr;
 }
 
 }  // namespace keel

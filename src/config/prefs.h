@@ -24,7 +24,8 @@
 // changed and freed only through its operations, never by linking records
 // into a chain or replacing a name or value from outside (a key's name and
 // first value share the key record's block). A store has no lock; its owner
-// guards it. The arrays of getSectionNames,
+// guards it. Lookups and getString write nothing of the store, so reads with
+// no change between them may run on several threads at once. The arrays of getSectionNames,
 // getKeyNames and getKeys live in a per-thread PrefScratchT and stay valid
 // for the calling thread until its next call of the same kind.
 #ifndef KEEL_CONFIG_PREFS_H
@@ -64,6 +65,17 @@ struct PrefKeyChainT {
     PrefKeyT* first;
     PrefKeyT* cursor;
     bool indexed;  // its keys are in the store's index
+    // The count of its records, free lines included.
+    uint32_t length;
+    // Until the chain is indexed: the signatures of its named keys in chain
+    // order (`named` of them in room for `room`), and behind them in the
+    // same block the records, so that finding a key compares signatures
+    // that lie together instead of following the chain from key to key.
+    // Kept where keys are appended; a read only looks at it.
+    uint32_t named;
+    uint32_t room;
+    uint32_t* signatures;
+    PrefKeyT** keys() const { return reinterpret_cast<PrefKeyT**>(signatures + room); }
 };
 
 struct PrefSectionT {
@@ -86,6 +98,10 @@ struct PrefScratchT {
     char** sectionNames;      // getSectionNames, from array new
     int32_t keyListCapacity;  // getKeys
     PrefKeyT** keyList;       // getKeys, from realloc
+    // What the registry keeps of the thread's reads, and how it is freed
+    // with the record (null until the thread's first registry read).
+    void* readPlaces;
+    void (*freeReadPlaces)(void*);
 };
 
 // --- Store ---
@@ -157,6 +173,27 @@ public:
     // Frees the file name and every section, chain and key.
     void clear();
 
+    // For readers that keep what a section name led to (the registry's
+    // per-thread table of resolved paths). The generation changes whenever
+    // a section record is made, deleted or brought back, or all are freed,
+    // to a value that no store of the process had before: a record found
+    // under one generation stays the record its name finds, in the same
+    // state, until the generation changes.
+    uint64_t sectionGeneration() const { return sectionGeneration_; }
+    // The section record that findSection(name, ...) finds in every locale
+    // and whatever was looked up before: false when that is not certain (two
+    // names of the store may compare equal to it in some locale, or the one
+    // that may is spelled otherwise). True with *record the section, or null
+    // when no section of the store can ever match the name (until the
+    // generation changes).
+    bool soleSection(const char* name, PrefSectionT** record) const;
+    // The chain of a section record that is not deleted, or null.
+    static const PrefKeyChainT* liveChain(const PrefSectionT* record);
+    // getString(section, key, nullptr) where soleSection(section) gave a
+    // record and liveChain of it is `chain`: the same answer without looking
+    // the section up.
+    const char* getStringIn(const PrefKeyChainT* chain, const char* section, const char* key);
+
     // Reads the ini file at `path` in place of the current content. False
     // for a null or empty path or a file that cannot be opened (the store
     // keeps what it had), and with `strict` for a bad line (the store is left
@@ -188,8 +225,17 @@ protected:
     PrefsC& operator=(const PrefsC&) = delete;
 
 private:
+    // The section of the name (deleted ones too with `includeDeleted`), or
+    // null. The lookup of a read leaves nothing behind; that of a change
+    // keeps the record as lastSection_ for the next one.
     PrefSectionT* findSectionRecord(const char* name, bool includeDeleted) const;
+    PrefSectionT* findSectionToChange(const char* name, bool includeDeleted);
     class LineLoaderC;
+    class WrittenMatchC;
+    // No other section (owner null, record a PrefSectionT) or key of the
+    // chain `owner` (record a PrefKeyT) has a name that compares equal to
+    // the record's now.
+    bool aloneByName(const PrefKeyChainT* owner, const void* record) const;
     bool writePlain(const char* path, std::string* written);
     bool rewriteInPlace(const char* path, std::string* written);
     // Writes `target` from the lines of `source` and the differences held in
@@ -216,7 +262,7 @@ private:
     void* indexFind(const PrefKeyChainT* owner, const char* name) const;
     void indexAdd(const PrefKeyChainT* owner, const char* name, void* record);
     bool isIndexed(const PrefKeyChainT* chain) const;
-    // `walked`, when given, gets the count of records a walk passed, or
+    // `walked`, when given, gets the count of the chain's records, or
     // SIZE_MAX when the chain is indexed.
     PrefKeyT* findKey(const PrefKeyChainT* chain, const char* name, bool includeDeleted,
                       size_t* walked) const;
@@ -224,15 +270,16 @@ private:
 
     std::vector<IndexEntryT> index_;
     size_t indexCount_ = 0;
-    // The section that the last lookup found or made: loading a file looks
+    // The section that the last change found or made: loading a file looks
     // up the current section once per key line, and this makes that one
-    // comparison.
-    mutable PrefSectionT* lastSection_ = nullptr;
+    // comparison. Reads look at it and never set it.
+    PrefSectionT* lastSection_ = nullptr;
     PrefSectionT* lastInChain_ = nullptr;
     // The last key appended and its chain, so that appending the next key
     // of the same section does not walk the chain.
     PrefKeyChainT* lastChain_ = nullptr;
     PrefKeyT* lastKey_ = nullptr;
+    uint64_t sectionGeneration_;
 };
 
 // --- Helpers ---
