@@ -11,6 +11,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -21,10 +23,22 @@
 namespace keel {
 namespace testkit {
 
+const char* const kEncodingNames[] = {"ascii", "iso-8859-1", "system-8", "utf8",
+                                      "utf16", "utf16le",    "utf16be",  "wchar_t"};
+
 struct ConvertedT {
     std::string bytes;
     bool lost = false;
+
+    bool operator==(const ConvertedT& other) const {
+        return bytes == other.bytes && lost == other.lost;
+    }
 };
+inline std::ostream& operator<<(std::ostream& out, const ConvertedT& converted) {
+    for (unsigned char c : converted.bytes)
+        out << "0123456789ABCDEF"[c >> 4] << "0123456789ABCDEF"[c & 15] << ' ';
+    return out << (converted.lost ? "(lost)" : "");
+}
 
 inline bool appendToString(void* context, const uint8_t* bytes, size_t count) {
     static_cast<std::string*>(context)->append(reinterpret_cast<const char*>(bytes), count);
@@ -37,14 +51,11 @@ inline ConvertedT convertInPieces(const cli::EncodingT& from, const cli::Encodin
                                   const std::string& input, const std::vector<size_t>& pieces) {
     ConvertedT result;
     cli::TextConverterC converter(from, to, mark, appendToString, &result.bytes);
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(input.data());
-    size_t left = input.size();
-    for (size_t i = 0; left > 0; ++i) {
-        size_t piece = pieces.empty() ? left : pieces[i % pieces.size()];
-        if (piece > left) piece = left;
-        converter.feed(p, piece);
-        p += piece;
-        left -= piece;
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(input.data());
+    for (size_t i = 0, at = 0, piece; at < input.size(); ++i, at += piece) {
+        piece =
+            std::min(pieces.empty() ? input.size() : pieces[i % pieces.size()], input.size() - at);
+        converter.feed(bytes + at, piece);
     }
     converter.finish();
     result.lost = converter.lost();
