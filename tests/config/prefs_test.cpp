@@ -42,11 +42,12 @@ TEST_F(PrefsTest, LoadsLinesAsTheRulesSay) {
         {"[a]\rk=1\r\nm=2", false, false, true, "[a]k=1;m=2;"},
     };
     for (const CaseT& c : cases) {
+        SCOPED_TRACE(c.text);
         writeFile("a.ini", c.text);
         PrefsC prefs;
         prefs.setValue("old", "k", "v", false);
-        EXPECT_EQ(c.result, prefs.load(path("a.ini").c_str(), c.strict, c.continuation)) << c.text;
-        EXPECT_EQ(c.content, dump(prefs)) << c.text;
+        EXPECT_EQ(c.result, prefs.load(path("a.ini").c_str(), c.strict, c.continuation));
+        EXPECT_EQ(c.content, dump(prefs));
         EXPECT_EQ(c.result ? path("a.ini") : "", prefs.getFileName() ? prefs.getFileName() : "");
     }
     // A missing file leaves the store as it was and no error behind.
@@ -103,46 +104,34 @@ TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
         ASSERT_TRUE(prefs.save(path("b.ini").c_str(), true, path("a.ini").c_str())) << c.loaded;
         EXPECT_EQ(kMark + c.expected, readFile("b.ini")) << c.loaded;
         EXPECT_EQ(before, dump(prefs)) << "a merge leaves the memory alone";
-        // Merging the result once more with nothing changed gives it back.
-        ASSERT_TRUE(prefs.load(path("b.ini").c_str(), false, false));
-        ASSERT_TRUE(prefs.save(nullptr, true, nullptr));
-        EXPECT_EQ(kMark + c.expected, readFile("b.ini")) << c.loaded;
     }
 }
 
 // Changes, deletions and revivals are the model test's; here the lookups.
-// A commit reads its file back from the bytes the merge wrote: the store
-// must come out as a load of the file gives it, whatever the bytes are, and
-// a file that is not what was written is read instead.
+// A commit reads its file back from the bytes the merge wrote (the model's
+// commits do so at times): the store must come out as a load of the file
+// gives it, whatever the bytes are, and a file that is not what was written
+// is read instead.
 TEST_F(PrefsTest, ReadingBackWhatWasWrittenGivesWhatALoadGives) {
-    const char* files[] = {
-        "[s]\nk=1\n;c\n\n\tt = 2\n[T]\nx=\n",
-        "[s]\r\nk=1\r\n[t]\rx=2\n",
-        "[Gr\xC3\xBC\xC3\x9F"
-        "e]\nk=\xC3\xA9\n[s]\nk=1\n",
-        "[s]\nk=1\n[bad\nfree\nj = \x01\n[S]\nm=2\n",
-        "",
-    };
-    for (const char* text : files) {
+    for (const char* text : {"[s]\nk=1\n;c\n\n\tt = 2\n[T]\nx=\n", "[s]\r\nk=1\r\n[t]\rx=2\n",
+                             "[Gr\u00FC\u00DFe]\nk=\u00E9\n[s]\nk=1\n",
+                             "[s]\nk=1\n[bad\nfree\nj = \x01\n[S]\nm=2\n", ""}) {
+        SCOPED_TRACE(text);
         writeFile("a.ini", text);
-        PrefsC prefs;
+        PrefsC prefs, fromFile, fromBytes, stale;
         ASSERT_TRUE(prefs.load(path("a.ini").c_str(), false, false));
         prefs.setValue("s", "k", "changed", true);
         prefs.setValue("new", "n", "1", true);
         std::string written = "left over";
         ASSERT_TRUE(prefs.save(path("b.ini").c_str(), true, path("a.ini").c_str(), &written));
-        EXPECT_EQ(readFile("b.ini"), kMark + written) << text;
-        PrefsC fromFile;
+        EXPECT_EQ(readFile("b.ini"), kMark + written);
         ASSERT_TRUE(fromFile.load(path("b.ini").c_str(), false, false));
-        PrefsC fromBytes;
         fromBytes.setValue("old", "k", "v", true);
         ASSERT_TRUE(fromBytes.loadWritten(path("b.ini").c_str(), written));
-        EXPECT_EQ(dump(fromFile, true), dump(fromBytes, true)) << text;
-        EXPECT_STREQ(path("b.ini").c_str(), fromBytes.getFileName());
-        // Bytes that are not the file's are not taken for it.
-        PrefsC stale;
         ASSERT_TRUE(stale.loadWritten(path("b.ini").c_str(), written + "[x]\nk=1\n"));
-        EXPECT_EQ(dump(fromFile, true), dump(stale, true)) << text;
+        EXPECT_EQ(dump(fromFile, true), dump(fromBytes, true));
+        EXPECT_EQ(dump(fromFile, true), dump(stale, true));
+        EXPECT_STREQ(path("b.ini").c_str(), fromBytes.getFileName());
     }
     // A file that cannot be read leaves the store as it was.
     PrefsC prefs;
