@@ -8,6 +8,7 @@
 
 #include <locale.h>
 
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,15 +29,11 @@ protected:
     ~DateTimeTest() override { errors->takeText(nullptr); }
     // The codes reported since the last call, oldest first, as one text.
     std::string reported() {
-        std::string codes;
-        for (uint32_t i = 0; i < errors->getCount(); ++i) {
-            char code[16];
-            snprintf(code, sizeof code, "%s%X", codes.empty() ? "" : " ",
-                     errors->getEntry(i)->getCode());
-            codes += code;
-        }
+        std::ostringstream codes;
+        for (uint32_t i = 0; i < errors->getCount(); ++i)
+            codes << (i ? " " : "") << std::hex << std::uppercase << errors->getEntry(i)->getCode();
         errors->takeText(nullptr);
-        return codes;
+        return codes.str();
     }
     static std::string fields(const DateTimeC& value) {
         char text[64];
@@ -143,20 +140,17 @@ TEST_F(DateTimeTest, RenderForms) {
 // has not been asked for yet) is seen by the next render.
 TEST_F(DateTimeTest, RenderAcrossThreadsAndALocaleChange) {
     DateTimeC stamp(2024, 2, 29, 12, 30, 45, 123 * kSecond / 1000, false);
-    const std::string expected = str(stamp.format(8 + 32 + 3));
     // The locale of this library has no decimal separator.
-    EXPECT_EQ(expected, "2024-02-29 12:30:45123Z");
+    const std::string expected = "2024-02-29 12:30:45123Z";
     std::vector<std::string> seen(4);
     std::vector<std::thread> threads;
-    for (size_t i = 0; i < seen.size(); ++i) {
-        threads.emplace_back([i, &seen, &stamp] {
-            std::string last;
-            for (int n = 0; n < 200; ++n) last = str(stamp.format(8 + 32 + 3));
-            seen[i] = last;
+    for (std::string& text : seen) {
+        threads.emplace_back([&text, &stamp] {
+            for (int n = 0; n < 200; ++n) text = str(stamp.format(8 + 32 + 3));
         });
     }
     for (std::thread& thread : threads) thread.join();
-    for (const std::string& text : seen) EXPECT_EQ(text, expected);
+    EXPECT_EQ(std::vector<std::string>(4, expected), seen);
     std::string before = setlocale(LC_ALL, nullptr);
     if (setlocale(LC_NUMERIC, "C.UTF-8") != nullptr && before != setlocale(LC_ALL, nullptr)) {
         EXPECT_EQ(str(stamp.format(8 + 32 + 3)), expected);
