@@ -82,50 +82,41 @@ TEST_F(KeelToolTest, HelpAndWhatFailsWithTwoOrOneAndAMessage) {
     writeFile("kept.txt", "precious");
     writeFile("cafe.txt", "caf\xc3\xa9");
     writeFile("notacatalog", "0123456789");
-    std::vector<RunT> rows;
-    for (ArgsT help : std::vector<ArgsT>{{},
-                                         {"text"},
-                                         {"text", "convert"},
-                                         {"catalog"},
-                                         {"catalog", "dump"},
-                                         {"trace", "check"},
-                                         {"reg"}}) {
-        help.push_back("--help");
-        rows.push_back({help, 0, "usage: keel...", ""});
-    }
-    rows.insert(
-        rows.end(),
-        {
-            {{}, 2, "", "usage: keel"},
-            {{"frobnicate"}, 2, "", "no command 'frobnicate'"},
-            {{"text"}, 2, "", "which action?"},
-            {{"text", "convert", "--to", "utf8"}, 2, "", "--from is missing"},
-            {{"text", "convert", "--from", "utf8"}, 2, "", "--to is missing"},
-            {convert("UTF-8", "utf8"), 2, "", "no encoding 'UTF-8'"},
-            {{"text", "convert", "--from", "utf8", "--to"}, 2, "", "needs a value"},
-            {convert("utf8", "utf8", {"--frob"}), 2, "", "unknown option '--frob'"},
-            {convert("utf8", "utf8", {"a", "b", "c"}), 2, "", "too many operands"},
-            {{"catalog", "compile", "only-one"}, 2, "", "an operand is missing"},
-            {{"catalog", "lookup", path("notacatalog"), "banana"}, 2, "", "'banana' is no code"},
-            {{"trace", "check", "a", "b"}, 2, "", "too many operands"},
-            // Nothing to read: the old output stays as it was.
-            {convert("utf8", "utf16", {path("missing"), path("kept.txt")}), 1, "", "cannot open"},
-            // A character without a form: converted and replaced, reported with status 1.
-            {convert("utf8", "ascii", {path("cafe.txt"), path("out.txt")}), 1, "",
-             "without a form in ascii"},
-            {convert("utf8", "utf16", {dir}), 1, "", "cannot read"},
-            {convert("utf8", "utf16", {path("text.txt"), path("no/such/dir/out")}), 1, "",
-             "cannot create a file beside"},
-            {convert("utf8", "utf16", {path("text.txt"), path("text.txt")}), 1, "",
-             "is the input file"},
-            {{"catalog", "dump", path("notacatalog")},
-             1,
-             "",
-             "fewer than the 12 of a catalog header"},
-            {{"catalog", "lookup", path("missing"), "s1m1"}, 1, "", "cannot open"},
-            {{"trace", "check", path("missing")}, 1, "", "cannot read"},
-        });
-    expectRuns(rows);
+    const std::string usage = "usage: keel...";
+    expectRuns({
+        {{"--help"}, 0, usage, ""},
+        {{"text", "--help"}, 0, usage, ""},
+        {{"text", "convert", "--help"}, 0, usage, ""},
+        {{"catalog", "--help"}, 0, usage, ""},
+        {{"catalog", "dump", "--help"}, 0, usage, ""},
+        {{"trace", "check", "--help"}, 0, usage, ""},
+        {{"reg", "--help"}, 0, usage, ""},
+        {{}, 2, "", "usage: keel"},
+        {{"frobnicate"}, 2, "", "no command 'frobnicate'"},
+        {{"text"}, 2, "", "which action?"},
+        {{"text", "convert", "--to", "utf8"}, 2, "", "--from is missing"},
+        {{"text", "convert", "--from", "utf8"}, 2, "", "--to is missing"},
+        {convert("UTF-8", "utf8"), 2, "", "no encoding 'UTF-8'"},
+        {{"text", "convert", "--from", "utf8", "--to"}, 2, "", "needs a value"},
+        {convert("utf8", "utf8", {"--frob"}), 2, "", "unknown option '--frob'"},
+        {convert("utf8", "utf8", {"a", "b", "c"}), 2, "", "too many operands"},
+        {{"catalog", "compile", "only-one"}, 2, "", "an operand is missing"},
+        {{"catalog", "lookup", path("notacatalog"), "banana"}, 2, "", "'banana' is no code"},
+        {{"trace", "check", "a", "b"}, 2, "", "too many operands"},
+        // Nothing to read: the old output stays as it was.
+        {convert("utf8", "utf16", {path("missing"), path("kept.txt")}), 1, "", "cannot open"},
+        // A character without a form: converted and replaced, reported with status 1.
+        {convert("utf8", "ascii", {path("cafe.txt"), path("out.txt")}), 1, "",
+         "without a form in ascii"},
+        {convert("utf8", "utf16", {dir}), 1, "", "cannot read"},
+        {convert("utf8", "utf16", {path("text.txt"), path("no/such/dir/out")}), 1, "",
+         "cannot create a file beside"},
+        {convert("utf8", "utf16", {path("text.txt"), path("text.txt")}), 1, "",
+         "is the input file"},
+        {{"catalog", "dump", path("notacatalog")}, 1, "", "fewer than the 12 of a catalog header"},
+        {{"catalog", "lookup", path("missing"), "s1m1"}, 1, "", "cannot open"},
+        {{"trace", "check", path("missing")}, 1, "", "cannot read"},
+    });
     EXPECT_EQ("abc\n", readFile("text.txt"));
     EXPECT_EQ("precious", readFile("kept.txt"));
     EXPECT_EQ("caf~", readFile("out.txt"));
@@ -326,9 +317,7 @@ TEST_F(KeelToolTest, RegistryBesideAProgram) {
     const std::string ini = path("conf/app.ini");  // the directory is made by the first commit
     const std::string mount = "--mount=" + ini + "=HKLM\\Software\\App";
     const std::string usage = "Try 'keel reg", key = "HKLM\\Software\\App\\Window",
-                      grusse =
-                          "Gr\xc3\xbc\xc3\x9f"
-                          "e";
+                      grusse = "Gr\u00FC\u00DFe";
     auto reg = [&](const char* action, ArgsT args) {
         args.insert(args.begin(), {"reg", action, mount});
         return args;
