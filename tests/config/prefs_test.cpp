@@ -61,35 +61,33 @@ TEST_F(PrefsTest, LoadsLinesAsTheRulesSay) {
 
 TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
     struct CaseT {
-        const char *loaded, *current;  // current null: the source is missing
+        const char *loaded, *current;  // current: null for the same, "" for no file
         std::function<void(PrefsC&)> change;
         std::string expected;
     } cases[] = {
-        {";top\n[s]\n;c1\n\n\nb = 1\na=2\n", ";top\n[s]\n;c1\n\n\nb = 1\na=2\n",
+        {";top\n[s]\n;c1\n\n\nb = 1\na=2\n", nullptr,
          [](PrefsC& p) { p.setValue("s", "a", "3", true); }, ";top\n[s]\n;c1\n\nb = 1\na=3\n"},
-        {"[s]\n;keep\nk=1\n[t]\nx=1\n", "[s]\n;keep\nk=1\n[t]\nx=1\n",
-         [](PrefsC& p) { p.deleteSection("s", false); }, ";keep\n[t]\nx=1\n"},
-        {"[s]\nk=1\n", "[s]\nk=1\n",
+        {"[s]\n;keep\nk=1\n[t]\nx=1\n", nullptr, [](PrefsC& p) { p.deleteSection("s", false); },
+         ";keep\n[t]\nx=1\n"},
+        {"[s]\nk=1\n", nullptr,
          [](PrefsC& p) { p.setValue("s", "n", "2", true), p.setValue("u", "z", "9", true); },
          "[s]\nk=1\nn=2\n\n[u]\n\nz=9\n"},
         {"[s]\nk=1\n", "[s]\nother=5\nk=1\n; new\n[t]\n",
          [](PrefsC& p) { p.setValue("s", "k", "50% %s", true); },
          "[s]\nother=5\nk=50% %s\n; new\n[t]\n"},
-        {"[s]\nk=1\nk=2\n", "[s]\nk=1\nk=2\n", [](PrefsC&) {}, "[s]\nk=1\n"},
-        {"[ s ]\nk=1\n", "[ s ]\nk=1\n", [](PrefsC& p) { p.setValue("s", "k", "2", true); },
+        {"[s]\nk=1\nk=2\n", nullptr, [](PrefsC&) {}, "[s]\nk=1\n"},
+        {"[ s ]\nk=1\n", nullptr, [](PrefsC& p) { p.setValue("s", "k", "2", true); },
          "[ s ]\nk=1\n\n[s]\n\nk=2\n"},
-        {"[s]\r\na=1\r\nb=2\r\n", "[s]\r\na=1\r\nb=2\r\n", [](PrefsC& p) { p.deleteKey("s", "a"); },
-         "[s]\nb=2\n"},
-        {"[s]\nk=1\n", nullptr, [](PrefsC& p) { p.setValue("t", "x", "1", true); },
-         "\n[t]\n\nx=1\n"},
-        {"[s]\na=1\nb=2\n", "[s]\na=1\nb=2\n",
+        {"[s]\r\na=1\r\nb=2\r\n", nullptr, [](PrefsC& p) { p.deleteKey("s", "a"); }, "[s]\nb=2\n"},
+        {"[s]\nk=1\n", "", [](PrefsC& p) { p.setValue("t", "x", "1", true); }, "\n[t]\n\nx=1\n"},
+        {"[s]\na=1\nb=2\n", nullptr,
          [](PrefsC& p) { p.deleteSection("s", false), p.setValue("s", "c", "3", true); },
          "[s]\nc=3\n"},
-        {"[s]\nk=1\n", "[s]\nk=1\n", [](PrefsC& p) { p.addLine("s", "free text", true); },
+        {"[s]\nk=1\n", nullptr, [](PrefsC& p) { p.addLine("s", "free text", true); },
          "[s]\nk=1\nfree text\n"},
         // A "[" line without "]" is no header: kept, and the section goes on.
-        {"[s]\na=1\n[bad\nb=2\n", "[s]\na=1\n[bad\nb=2\n",
-         [](PrefsC& p) { p.setValue("s", "a", "3", true); }, "[s]\na=3\n[bad\nb=2\n"},
+        {"[s]\na=1\n[bad\nb=2\n", nullptr, [](PrefsC& p) { p.setValue("s", "a", "3", true); },
+         "[s]\na=3\n[bad\nb=2\n"},
     };
     for (const CaseT& c : cases) {
         writeFile("a.ini", c.loaded);
@@ -97,8 +95,8 @@ TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
         ASSERT_TRUE(prefs.load(path("a.ini").c_str(), false, false));
         c.change(prefs);
         std::string before = dump(prefs);
-        if (c.current)
-            writeFile("a.ini", c.current);
+        if (!c.current || *c.current)
+            writeFile("a.ini", c.current ? c.current : c.loaded);
         else
             ::remove(path("a.ini").c_str());
         ASSERT_TRUE(prefs.save(path("b.ini").c_str(), true, path("a.ini").c_str())) << c.loaded;
