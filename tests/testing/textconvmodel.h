@@ -84,14 +84,8 @@ inline ConvertedT convertAtOnce(const cli::EncodingT& from, const cli::EncodingT
 // One code unit of `from` holding `value`.
 inline void appendUnit(const cli::EncodingT& from, bool bigEndian, uint32_t value,
                        std::string& out) {
-    if (from.unit == 1) {
-        out += static_cast<char>(value);
-    } else if (from.unit == 2) {
-        out += static_cast<char>(bigEndian ? value >> 8 : value);
-        out += static_cast<char>(bigEndian ? value : value >> 8);
-    } else {
-        for (int i = 0; i < 4; ++i) out += static_cast<char>(value >> (8 * i));
-    }
+    for (int i = 0; i < from.unit; ++i)
+        out += static_cast<char>(value >> (8 * (bigEndian ? from.unit - 1 - i : i)));
 }
 
 // Random input for `from`: plain and multibyte characters, broken and cut
