@@ -40,16 +40,6 @@ void stopHere(const char* step) {
     if (stopAt && strcmp(step, stopAt) == 0) raise(SIGSTOP);
 }
 
-// The exit status of `body` run in a child process.
-template <typename F>
-int inChild(F body) {
-    pid_t child = fork();
-    if (child == 0) _exit(body());
-    int status = -1;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // Waits for every child: true when each exited with status 0.
 bool allExitedWithZero(const std::vector<pid_t>& children) {
     bool all = true;
@@ -146,11 +136,12 @@ TEST_F(ConfRegLockTest, UnusableLockFileAnswersAtOnce) {
     // attempt runs in a child that is no longer root.
     ASSERT_EQ(0, mkdir(path("ro").c_str(), 0555));
     ASSERT_EQ(0, chmod(dir.c_str(), 0755));
-    EXPECT_EQ(0, inChild([&] {
-                  if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) return 3;
-                  return ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0
-                                                                                               : 1;
-              }));
+    pid_t child = fork();
+    if (child == 0) {
+        if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
+        _exit(ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0 : 1);
+    }
+    EXPECT_TRUE(allExitedWithZero({child}));
     EXPECT_EQ(0, pauses);
 }
 
