@@ -77,12 +77,13 @@ struct FileModelT {
     std::string text(const std::string& key, const std::string& name) const {
         return has(key, name) ? values.at(key).at(name) : "<105>";
     }
+    // The first parts of the sections below `key`.
     std::set<std::string> children(const std::string& key) const {
         std::set<std::string> names;
         for (const auto& section : values) {
-            if (!under(section.first, key)) continue;
-            size_t end = section.first.find('\\', key.size() + 1);
-            names.insert(section.first.substr(key.size() + 1, end - key.size() - 1));
+            std::string below =
+                section.first.substr(std::min(section.first.size(), key.size() + 1));
+            if (under(section.first, key)) names.insert(below.substr(0, below.find('\\')));
         }
         return names;
     }
@@ -220,16 +221,15 @@ public:
             if (code != (model.opens(key) ? 0 : kRegNotFound)) return std::string("open ") + key;
             if (code != 0) continue;
             NamedT values;
-            StringC name, child;
+            std::set<std::string> names;
+            StringC name;
             char data[64];
             uint32_t size = sizeof data;
-            for (uint32_t i = 0; registry.enumValue(handle, i, &name, nullptr, data, &size) == 0;
-                 ++i) {
-                values[utf8(name)] = data;
-            }
-            std::set<std::string> names;
-            for (uint32_t i = 0; registry.enumKey(handle, i, &child) == 0; ++i) {
-                std::string text = utf8(child);
+            for (uint32_t i = 0; registry.enumValue(handle, i, &name, nullptr, data, &size) == 0;)
+                values[utf8(name)] = data, ++i;
+            // Children come in the file's spelling; the model's are lower case.
+            for (uint32_t i = 0; registry.enumKey(handle, i, &name) == 0; ++i) {
+                std::string text = utf8(name);
                 std::transform(text.begin(), text.end(), text.begin(), ::tolower);
                 names.insert(text);
             }
