@@ -199,6 +199,9 @@ TEST_F(DateTimeTest, ParseTable) {
         {"202402291", "", "E3E80064", nullptr},
         {"2024-02-29T12:30", "", "E3E80064", nullptr},
         {"abcdefgh", "", "E3E80064", nullptr},
+        {"2024-02-3\xC3\xA9T12:00:00", "", "E3E80064", nullptr},
+        {"2024-13-01T12:00:00.123456789012345678901234567890123456789\xE2\x82\xAC", "", "E3E80064",
+         nullptr},
     };
     auto reads = [](const DateTimeC& value) {
         return fields(value) + "+" + std::to_string(value.getTicks() % kSecond) +
@@ -210,6 +213,13 @@ TEST_F(DateTimeTest, ParseTable) {
         DateTimeC plain = DateTimeC::parseReference(plainText);
         EXPECT_EQ(reported(), c.codes);
         DateTimeC value = DateTimeC::parse(text);
+        // A refusal quotes the text as given, whether or not separators were
+        // taken out before the parse failed, for short and long texts alike.
+        if (std::string(c.codes) == "E3E80064") {
+            ASSERT_EQ(1u, errors->getCount());
+            EXPECT_EQ(str(errors->getEntry(0)->getText()),
+                      "Invalid date/time string: '" + std::string(c.text) + "'");
+        }
         EXPECT_EQ(reported(), c.codes);
         EXPECT_EQ(reads(value), *c.reads ? c.reads : reads(DateTimeC(0, false)));
         EXPECT_EQ(reads(plain), reads(value));
@@ -218,18 +228,6 @@ TEST_F(DateTimeTest, ParseTable) {
     }
     StringC time("12:30:45", "utf8");
     EXPECT_EQ(str(DateTimeC::parse(time).format(8)), "12:30:45");
-    // The message quotes the text as given, whether or not separators were
-    // taken out before the parse failed, for short and long texts alike.
-    for (const char* given :
-         {"2024-13-01", "nonsense", "2024-02-3\xC3\xA9T12:00:00",
-          "2024-13-01T12:00:00.123456789012345678901234567890123456789\xE2\x82\xAC"}) {
-        StringC bad(given, "utf8");
-        DateTimeC::parse(bad);
-        ASSERT_EQ(errors->getCount(), 1u) << given;
-        EXPECT_EQ(str(errors->getEntry(0)->getText()),
-                  std::string("Invalid date/time string: '") + given + "'");
-        reported();
-    }
 }
 
 }  // namespace
