@@ -8,7 +8,8 @@
 //
 // The store's model is its records with their states, deleted ones kept; the
 // file's is its sections of keys in order, plus its comment lines, which
-// every merge must keep in order.
+// every merge must keep in order. A commit reads its file back with a load
+// or from the bytes it wrote (loadWritten), which must come to the same.
 #ifndef KEEL_TESTS_TESTING_PREFSMODEL_H
 #define KEEL_TESTS_TESTING_PREFSMODEL_H
 

@@ -5,7 +5,8 @@
 // ends with whole sequences (the converter turns a cut tail into U+FFFD,
 // where a one-shot decoder drops it) and holds no wchar_t value of
 // 0x80000000 or more (which the converter replaces and a decoder drops);
-// randomInput makes such inputs. Shared by the test and the fuzz target.
+// randomInput makes such inputs. Shared by the test and the fuzz target,
+// with the eight encodings' names; results compare and print as values.
 #ifndef KEEL_TESTS_TESTING_TEXTCONVMODEL_H
 #define KEEL_TESTS_TESTING_TEXTCONVMODEL_H
 
