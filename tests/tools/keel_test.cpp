@@ -56,9 +56,7 @@ protected:
     void expectRuns(const std::vector<RunT>& rows,
                     std::function<ProgramRunT(const ArgsT&)> start = nullptr) {
         for (const RunT& row : rows) {
-            std::string shown;
-            for (const std::string& arg : row.args) shown += arg + " ";
-            SCOPED_TRACE(shown);
+            SCOPED_TRACE(::testing::PrintToString(row.args));
             if (row.in) writeFile("in", *row.in);
             ProgramRunT run =
                 start ? start(row.args) : keel(row.args, row.in ? path("in") : "/dev/null");
