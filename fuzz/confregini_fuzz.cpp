@@ -1,10 +1,11 @@
 // The registry over ini files driven by fuzzer-chosen operations beside the
 // plain model of tests/testing/regmodel.h: values set, deleted and read,
 // keys made and deleted, autoCommit switched, the other file mounted at the
-// same point, another writer. Real files, in one temporary directory made
-// for the run and emptied before each input. After each operation every key
-// must open exactly when the model has it, with the model's values and
-// children; at the end the disk must hold the model.
+// same point, another writer, the disk read by a registry of its own. Real
+// files, in one temporary directory made for the run and emptied by the
+// driver before each input. After each operation every key must open
+// exactly when the model has it, with the model's values and children; at
+// the end the disk must hold the model.
 //
 // Input: groups of five bytes (operation, then four bytes of argument).
 #include <stddef.h>
@@ -45,10 +46,6 @@ void check(const std::string& broken) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string& directory = runDirectory();
-    for (const char* name :
-         {"/f.ini", "/f.ini.tmp", "/f.ini.lck", "/d/g.ini", "/d/g.ini.tmp", "/d/g.ini.lck"}) {
-        unlink((directory + name).c_str());
-    }
     keel::regmodel::DriverC driver(directory, "");
     for (size_t i = 0; i + 5 <= size && i < 5 * 200; i += 5) {
         uint32_t argument = uint32_t(data[i + 1]) | uint32_t(data[i + 2]) << 8 |

@@ -15,8 +15,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "../tests/testing/prefsmodel.h"
@@ -37,11 +35,6 @@ void writeBytes(const std::string& path, const uint8_t* data, size_t size) {
     if (!file) abort();
     if (size && fwrite(data, 1, size, file) != size) abort();
     fclose(file);
-}
-
-std::string readBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 void fail(const char* what) {
@@ -83,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!prefs.save(second.c_str(), true, first.c_str())) fail("merge");
     if (!prefs.load(second.c_str(), false, false)) fail("load of the merge");
     if (!prefs.save(first.c_str(), true, second.c_str())) fail("second merge");
-    if (readBytes(first) != readBytes(second)) fail("a merge of unchanged data changed it");
+    if (keel::testkit::readFileAt(first) != keel::testkit::readFileAt(second))
+        fail("a merge of unchanged data changed it");
     return 0;
 }

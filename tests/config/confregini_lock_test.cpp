@@ -1,51 +1,68 @@
-// The writers' lock of an ini file, between real processes. The pause
-// between attempts goes through the test hook, so no test sleeps.
+// The writers' lock of an ini file and the registry's commit under it,
+// between real processes: a lock held elsewhere, the lock file of a killed
+// process, writers in parallel that lose nothing, a commit that waits for a
+// held lock, and a writer killed at every step of its commit. The pause
+// between attempts goes through the test hook, so no test sleeps unasked.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
+#include "config/confregini.h"
 #include "config/confregini_lock.h"
+#include "testing/regmodel.h"
 #include "testing/tempdir.h"
 
 namespace keel {
 namespace {
 
-int pauses = 0;
+const uint32_t kLM = ConfRegistryI::kLocalMachine;
+using regmodel::getText;
+using regmodel::u;
+
+int pauses = 0, endHolderAt = 0;  // the pause that ends the holder (0: none)
 pid_t holder = -1;
+const char* stopAt = nullptr;  // the commit step where a forked writer stops itself
 
 void endHolder(int signal) {
     kill(holder, signal);
     waitpid(holder, nullptr, 0);
     holder = -1;
 }
-void countPause() { ++pauses; }
-// The second pause ends the holder, so the attempt after it succeeds.
-void pauseThenEndHolder() {
-    if (++pauses == 2) endHolder(SIGTERM);
+void countPause() {
+    if (++pauses == endHolderAt) endHolder(SIGKILL);
+}
+void stopHere(const char* step) {
+    if (stopAt && strcmp(step, stopAt) == 0) raise(SIGSTOP);
 }
 
-// The exit status of `body` run in a child process.
-template <typename F>
-int inChild(F body) {
-    pid_t child = fork();
-    if (child == 0) _exit(body());
-    int status = -1;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+// Waits for every child: true when each exited with status 0.
+bool allExitedWithZero(const std::vector<pid_t>& children) {
+    bool all = true;
+    for (pid_t child : children) {
+        int status = 0;
+        all = waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+              WEXITSTATUS(status) == 0 && all;
+    }
+    return all;
 }
+
+const char kOriginal[] = "; settings\n[s]\nunknown line\nkeep=1\n\n; tail\n[t]\nx=1\n";
 
 class ConfRegLockTest : public testkit::TempDirTest {
 protected:
     void SetUp() override {
         TempDirTest::SetUp();
-        pauses = 0;
+        pauses = endHolderAt = 0;
         ConfRegLockC::setPauseForTesting(countPause);
     }
     void TearDown() override {
         ConfRegLockC::setPauseForTesting(nullptr);
+        ConfRegistryIniC::setCommitStepForTesting(nullptr);
         if (holder > 0) endHolder(SIGKILL);
         TempDirTest::TearDown();
     }
@@ -67,9 +84,13 @@ protected:
         close(ready[1]);
         ASSERT_EQ('y', answer);
     }
+    // A registry with "a.ini" mounted at HKLM\Soft.
+    void mount(ConfRegistryIniC& registry) {
+        ASSERT_EQ(0u, registry.mountFile(u(path("a.ini")), u("HKLM"), u("Soft")));
+    }
 };
 
-TEST_F(ConfRegLockTest, HeldElsewhereIsRefusedUntilTheHolderEnds) {
+TEST_F(ConfRegLockTest, HeldElsewhereIsRefusedUntilTheHolderIsKilled) {
     startHolder();
     ConfRegLockC lock(name("a.ini"));
     EXPECT_EQ(path("a.ini.lck"), str(lock.getLockFile().toString()));
@@ -77,8 +98,10 @@ TEST_F(ConfRegLockTest, HeldElsewhereIsRefusedUntilTheHolderEnds) {
     EXPECT_EQ(20, pauses) << "a pause after every failed attempt, the last one too";
     EXPECT_FALSE(lock.isHeld());
 
+    // The second pause kills the holder: the lock file it leaves has no
+    // effect, and the attempt after it succeeds.
     pauses = 0;
-    ConfRegLockC::setPauseForTesting(pauseThenEndHolder);
+    endHolderAt = 2;
     EXPECT_EQ(0, lock.lockWithRetry(20));
     EXPECT_EQ(2, pauses);
     EXPECT_TRUE(lock.isHeld());
@@ -95,17 +118,6 @@ TEST_F(ConfRegLockTest, HeldElsewhereIsRefusedUntilTheHolderEnds) {
     EXPECT_TRUE(lock.unlock());
 }
 
-TEST_F(ConfRegLockTest, LockFileOfAKilledProcessHasNoEffect) {
-    startHolder();
-    endHolder(SIGKILL);
-    ASSERT_NE("<missing>", readFile("a.ini.lck"));
-    ConfRegLockC lock(name("a.ini"));
-    EXPECT_EQ(0, lock.lockWithRetry(20));
-    EXPECT_EQ(0, pauses);
-    EXPECT_TRUE(lock.unlock());
-    EXPECT_EQ("<missing>", readFile("a.ini.lck"));
-}
-
 TEST_F(ConfRegLockTest, UnusableLockFileAnswersAtOnce) {
     ConfRegLockC missing(name("no/such/dir/a.ini"));
     EXPECT_EQ(-2, missing.lockWithRetry(20));
@@ -114,18 +126,19 @@ TEST_F(ConfRegLockTest, UnusableLockFileAnswersAtOnce) {
     // attempt runs in a child that is no longer root.
     ASSERT_EQ(0, mkdir(path("ro").c_str(), 0555));
     ASSERT_EQ(0, chmod(dir.c_str(), 0755));
-    EXPECT_EQ(0, inChild([&] {
-                  if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) return 3;
-                  return ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0
-                                                                                               : 1;
-              }));
+    pid_t child = fork();
+    if (child == 0) {
+        if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
+        _exit(ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0 : 1);
+    }
+    EXPECT_TRUE(allExitedWithZero({child}));
     EXPECT_EQ(0, pauses);
 }
 
 TEST_F(ConfRegLockTest, WritersUnderTheLockLoseNoUpdate) {
     writeFile("count", "0");
     const int kWriters = 4, kRounds = 25;
-    pid_t writers[kWriters];
+    std::vector<pid_t> writers(kWriters);
     for (pid_t& writer : writers) {
         if ((writer = fork()) != 0) continue;
         ConfRegLockC::setPauseForTesting([] { usleep(200); });
@@ -139,13 +152,115 @@ TEST_F(ConfRegLockTest, WritersUnderTheLockLoseNoUpdate) {
         }
         _exit(0);
     }
-    for (pid_t writer : writers) {
-        int status = 0;
-        ASSERT_EQ(writer, waitpid(writer, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
+    EXPECT_TRUE(allExitedWithZero(writers));
     EXPECT_EQ(std::to_string(kWriters * kRounds), readFile("count"));
     EXPECT_EQ("<missing>", readFile("a.ini.lck"));
+}
+
+// Registries in processes of their own, each with changes in both sections
+// and commits that may time out, keep every change and every line that the
+// store does not understand.
+TEST_F(ConfRegLockTest, RegistryWritersInParallelKeepEveryChange) {
+    writeFile("a.ini", kOriginal);
+    const int kWriters = 4, kChanges = 25;
+    auto valueName = [](int change) {
+        return "w" + std::to_string(change / kChanges) + "_" + std::to_string(change % kChanges);
+    };
+    auto section = [](int change) { return change % kChanges % 2 ? "Soft\\s" : "Soft\\t"; };
+    std::vector<pid_t> writers(kWriters);
+    for (int w = 0; w < kWriters; ++w) {
+        if ((writers[w] = fork()) != 0) continue;
+        ConfRegLockC::setPauseForTesting([] { usleep(10000); });
+        ConfRegistryIniC registry;
+        bool failed = registry.mountFile(u(path("a.ini")), u("HKLM"), u("Soft")) != 0;
+        for (int change = w * kChanges; change < (w + 1) * kChanges; ++change)
+            failed |=
+                registry.setString(kLM, u(section(change)), u(valueName(change)), u("v")) != 0;
+        // A change whose commit timed out is still in memory: a later
+        // commit carries it.
+        uint32_t code = kRegUnsupported;
+        for (int attempt = 0; attempt < 100 && code != 0; ++attempt) code = registry.commitFile(0);
+        _exit(failed || code != 0);
+    }
+    EXPECT_TRUE(allExitedWithZero(writers));
+    std::string content = readFile("a.ini");
+    for (const char* line : {"; settings\n", "unknown line\n", "keep=1\n", "; tail\n", "x=1\n"})
+        EXPECT_NE(std::string::npos, content.find(line)) << line;
+    ConfRegistryIniC reader;
+    mount(reader);
+    for (int change = 0; change < kWriters * kChanges; ++change)
+        EXPECT_EQ("v", getText(reader, kLM, section(change), valueName(change))) << change;
+}
+
+// A commit waits for a lock held elsewhere and goes through once the holder
+// ends (at the third pause); otherwise it gives up after twenty attempts,
+// and the change that could not be written goes out with the next commit,
+// with another writer's commit read in meanwhile.
+TEST_F(ConfRegLockTest, CommitWaitsForAHeldLockAndGivesUpAfterTwentyAttempts) {
+    for (bool holderEnds : {true, false}) {
+        SCOPED_TRACE(holderEnds ? "the holder ends" : "the holder stays");
+        writeFile("a.ini", kOriginal);
+        startHolder();
+        pauses = 0;
+        endHolderAt = holderEnds ? 3 : 0;
+        ConfRegistryIniC registry;
+        mount(registry);
+        registry.setAutoCommit(false);
+        registry.setString(kLM, u("Soft\\s"), u("waited"), u("1"));
+        registry.setAutoCommit(true);
+        EXPECT_EQ(holderEnds ? 3 : 20, pauses);
+        if (!holderEnds) {
+            EXPECT_EQ(kRegUnsupported, registry.commitFile(0));
+            EXPECT_EQ(40, pauses);  // 20 for setAutoCommit, 20 for this commit
+            EXPECT_EQ(kOriginal, readFile("a.ini"));
+            endHolder(SIGKILL);
+            ConfRegistryIniC other;
+            mount(other);
+            other.setString(kLM, u("Soft\\t"), u("other"), u("2"));
+            registry.file(0)->refreshFile(true);
+            EXPECT_EQ(0u, registry.commitFile(0));
+            EXPECT_EQ("2", getText(registry, kLM, "Soft\\t", "other"));
+        }
+        EXPECT_EQ("1", getText(registry, kLM, "Soft\\s", "waited"));
+    }
+}
+
+TEST_F(ConfRegLockTest, WriterKilledAtEveryStepOfACommitLeavesAWholeFile) {
+    ConfRegistryIniC::setCommitStepForTesting(stopHere);
+    for (const char* step : {"locked", "merged", "moving", "moved"}) {
+        SCOPED_TRACE(step);
+        writeFile("a.ini", kOriginal);
+        pid_t child = fork();
+        if (child == 0) {
+            stopAt = step;
+            ConfRegistryIniC registry;
+            registry.mountFile(u(path("a.ini")), u("HKLM"), u("Soft"));
+            registry.setString(kLM, u("Soft\\s"), u("new"), u("1"));
+            _exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, WUNTRACED));
+        ASSERT_TRUE(WIFSTOPPED(status));
+        // Dying during the merge leaves a torn ".tmp".
+        if (strcmp(step, "merged") == 0) {
+            ASSERT_EQ(0, truncate(path("a.ini.tmp").c_str(), 20));
+        }
+        std::string content = readFile("a.ini");
+        bool merged = content.find("new=1") != std::string::npos &&
+                      content.find("unknown line\nkeep=1\n") != std::string::npos;
+        EXPECT_TRUE(content == kOriginal || merged) << content;
+        EXPECT_EQ(strcmp(step, "moved") == 0, merged);
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        // The next writer needs no cleanup, and leaves no lock file.
+        ConfRegistryIniC next;
+        mount(next);
+        EXPECT_EQ(0u, next.setString(kLM, u("Soft\\t"), u("after"), u("2")));
+        EXPECT_EQ(0u, next.commitFile(0));
+        EXPECT_EQ("2 1", getText(next, kLM, "Soft\\t", "after") + " " +
+                             getText(next, kLM, "Soft\\s", "keep"));
+        EXPECT_EQ("<missing>", readFile("a.ini.lck"));
+    }
 }
 
 }  // namespace

@@ -8,7 +8,8 @@
 //
 // The store's model is its records with their states, deleted ones kept; the
 // file's is its sections of keys in order, plus its comment lines, which
-// every merge must keep in order.
+// every merge must keep in order. A commit reads its file back with a load
+// or from the bytes it wrote (loadWritten), which must come to the same.
 #ifndef KEEL_TESTS_TESTING_PREFSMODEL_H
 #define KEEL_TESTS_TESTING_PREFSMODEL_H
 
@@ -16,12 +17,12 @@
 #include <stdio.h>
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "config/prefs.h"
+#include "testing/filetext.h"
 
 namespace keel {
 namespace prefsmodel {
@@ -46,11 +47,11 @@ T* find(std::vector<T>& list, const std::string& name, bool live) {
     return nullptr;
 }
 
-// The file's bytes without the byte-order mark that a store writes.
+// The file's bytes without the byte-order mark that a store writes ("" when
+// there is no file).
 inline std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return all.compare(0, 3, "\xEF\xBB\xBF") == 0 ? all.substr(3) : all;
+    std::string all = testkit::readFileAt(path);
+    return all == "<missing>" ? "" : all.compare(0, 3, "\xEF\xBB\xBF") == 0 ? all.substr(3) : all;
 }
 
 inline std::vector<std::string> lines(const std::string& text, bool onlyComments = false) {
@@ -127,7 +128,7 @@ public:
             if (expected) ensure(s);
             break;
         case 5:
-            if (!commit(argument & 1)) return "commit";
+            if (!commit(argument & 1, argument & 2)) return "commit";
             break;
         case 6:
             if (!otherWriter(s, k, v, argument)) return "other writer";
@@ -139,10 +140,9 @@ public:
                 return "load";
             break;
         }
-        if (answer != expected) return "answer of operation " + std::to_string(operation % 9);
-        return dump(store, true) == dump(memory)
-                   ? ""
-                   : "content after operation " + std::to_string(operation % 9);
+        std::string what = " of operation " + std::to_string(operation % 9);
+        if (answer != expected) return "answer" + what;
+        return dump(store, true) == dump(memory) ? "" : "content after" + what;
     }
 
     std::string path;
@@ -204,15 +204,19 @@ private:
         }
     }
 
-    bool commit(bool throughTemplate) {
-        std::string temporary = path + ".tmp";
-        if (throughTemplate ? !store.save(temporary.c_str(), true, path.c_str()) ||
+    // A merge, straight or through a template and a move, read back with a
+    // load or from the bytes it wrote (as the registry's commit does).
+    bool commit(bool throughTemplate, bool fromBytes) {
+        std::string temporary = path + ".tmp", written;
+        if (throughTemplate ? !store.save(temporary.c_str(), true, path.c_str(), &written) ||
                                   ::rename(temporary.c_str(), path.c_str()) != 0
-                            : !store.save(path.c_str(), true, nullptr))
+                            : !store.save(path.c_str(), true, nullptr, &written))
             return false;
         fileMade = true;
         applyChanges(memory, file);
-        if (!store.load(path.c_str(), false, false)) return false;
+        if (!(fromBytes ? store.loadWritten(path.c_str(), written)
+                        : store.load(path.c_str(), false, false)))
+            return false;
         loadFromFile();
         return lines(readAll(path), true) == expectedComments;
     }

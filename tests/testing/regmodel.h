@@ -4,15 +4,16 @@
 // says where they first differ. Shared by the random-sequence test and the
 // fuzz target.
 //
-//     keel::regmodel::DriverC driver("/tmp/dir", "1");   // files f1.ini, d/g1.ini
+//     keel::regmodel::DriverC driver("/tmp/dir", "1");   // files f1.ini, d1/g.ini
 //     std::string broken = driver.step(operation, argument);  // empty: agree
 //
 // Operations: set, delete and read values, create and delete keys (with and
 // without `recursive`), switch autoCommit, mount the other file at the same
 // point (which retires the first with what it had not committed), a change
-// by another writer read back at once, and keys opened and held open (which
+// by another writer read back at once, keys opened and held open (which
 // keep a key opening, as a handle that deleteValue left open does) and
-// closed again. Key paths are spelled with random case. Every operation is
+// closed again, and a registry of its own that reads the disk once
+// everything is written. Key paths are spelled with random case. Every operation is
 // framed by two reads of its value, so that what the registry keeps of a
 // read meets every kind of change. After each operation every key below the
 // mount point must open exactly when the model has it, with the model's
@@ -22,7 +23,9 @@
 
 #include <ctype.h>
 #include <stdint.h>
+#include <stdio.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -33,10 +36,20 @@
 namespace keel {
 namespace regmodel {
 
-typedef std::map<std::string, std::map<std::string, std::string>> ValuesT;
+typedef std::map<std::string, std::string> NamedT;
+typedef std::map<std::string, NamedT> ValuesT;
 
 inline StringC u(const std::string& text) { return StringC(text.c_str(), "utf8"); }
 inline std::string utf8(const StringC& string) { return std::string(string.view()); }
+
+// The value at `key` and `name` below `root` as text, or "<N>" with the low
+// byte of the code of a failure.
+inline std::string getText(ConfRegistryIniC& registry, uint32_t root, const std::string& key,
+                           const std::string& name) {
+    StringC value;
+    uint32_t code = registry.getString(root, u(key), u(name), &value);
+    return code == 0 ? utf8(value) : "<" + std::to_string(code & 0xFF) + ">";
+}
 
 inline bool under(const std::string& section, const std::string& key) {
     return section.size() > key.size() + 1 && section.compare(0, key.size() + 1, key + "\\") == 0;
@@ -51,25 +64,26 @@ struct FileModelT {
     std::multiset<std::string> held;
     ValuesT committed;
 
-    bool exists(const std::string& key) const {
-        for (const auto& section : values) {
-            if (section.first == key || under(section.first, key)) return true;
-        }
-        return false;
-    }
     bool opens(const std::string& key) const {
-        return exists(key) || leaked.count(key) || held.count(key);
+        return leaked.count(key) || held.count(key) ||
+               std::any_of(values.begin(), values.end(), [&key](const ValuesT::value_type& at) {
+                   return at.first == key || under(at.first, key);
+               });
     }
     bool has(const std::string& key, const std::string& name) const {
-        auto found = values.find(key);
-        return found != values.end() && found->second.count(name);
+        return values.count(key) && values.at(key).count(name);
     }
+    // What getText answers for the value.
+    std::string text(const std::string& key, const std::string& name) const {
+        return has(key, name) ? values.at(key).at(name) : "<105>";
+    }
+    // The first parts of the sections below `key`.
     std::set<std::string> children(const std::string& key) const {
         std::set<std::string> names;
         for (const auto& section : values) {
-            if (!under(section.first, key)) continue;
-            size_t end = section.first.find('\\', key.size() + 1);
-            names.insert(section.first.substr(key.size() + 1, end - key.size() - 1));
+            std::string below =
+                section.first.substr(std::min(section.first.size(), key.size() + 1));
+            if (under(section.first, key)) names.insert(below.substr(0, below.find('\\')));
         }
         return names;
     }
@@ -81,26 +95,33 @@ public:
     static constexpr const char* kKeys[5] = {"a", "a\\b", "c", "c\\d", "c\\d\\e"};
     static const uint32_t kLM = ConfRegistryI::kLocalMachine;
 
+    // Starts from no files: what an earlier driver left is removed.
     DriverC(const std::string& directory, const std::string& tag) {
         files_[0] = directory + "/f" + tag + ".ini";
         files_[1] = directory + "/d" + tag + "/g.ini";
+        for (const std::string& file : files_)
+            for (const char* end : {"", ".tmp", ".lck"}) ::remove((file + end).c_str());
         registry_.setFlushCommits(false);
         registry_.mountFile(u(files_[0]), u("HKLM"), u("Soft"));
     }
 
     std::string step(uint32_t operation, uint32_t argument) {
-        static const char* const kNames[11] = {
+        static const char* const kNames[12] = {
             "set",        "set",          "deleteValue", "createKey", "deleteKey", "setAutoCommit",
-            "mount over", "other writer", "getString",   "hold",      "release"};
-        std::string key = kSections[argument % 4];
-        std::string spelled = (argument >> 2) % 3 ? key : char(toupper(key[0])) + key.substr(1);
+            "mount over", "other writer", "getString",   "hold",      "release",   "disk"};
+        // Key paths are spelled with an upper-case first letter at times.
+        auto spell = [argument](const std::string& key) {
+            return (argument >> 2) % 3 ? key : char(toupper(key[0])) + key.substr(1);
+        };
+        std::string key = kSections[argument % 4], spelled = spell(key);
         std::string name(1, char('x' + (argument >> 4) % 3));
         std::string value = "v" + std::to_string((argument >> 6) % 100);
-        StringC path = u("Soft\\" + spelled);
+        const std::string pathText = "Soft\\" + spelled;
+        StringC path = u(pathText);
         FileModelT& model = models_[active_];
-        bool present = model.has(key, name), ok = true, before = readBack(key, path, name);
+        bool present = model.has(key, name), ok = true, before = readBack(key, pathText, name);
         const std::string readKey = key;
-        switch (operation %= 11) {
+        switch (operation %= 12) {
         case 0:
         case 1:
             ok = registry_.setString(kLM, path, u(name), u(value)) == 0;
@@ -156,14 +177,9 @@ public:
         case 9: {
             key = kKeys[argument % 5];
             uint32_t handle = 0;
-            std::string held = (argument >> 2) % 3 ? key : char(toupper(key[0])) + key.substr(1);
-            if (registry_.openKey(kLM, u("Soft\\" + held), &handle) == 0) {
-                ok = model.opens(key);
-                held_.push_back({handle, mounts_, key});
-                model.held.insert(key);
-            } else {
-                ok = !model.opens(key);
-            }
+            bool opened = registry_.openKey(kLM, u("Soft\\" + spell(key)), &handle) == 0;
+            ok = opened == model.opens(key);
+            if (opened) held_.push_back({handle, mounts_, key}), model.held.insert(key);
             break;
         }
         case 10:
@@ -183,15 +199,15 @@ public:
                                   &base) == 0) {
                 below = split == 1 ? spelled : spelled.size() > 2 ? spelled.substr(2) : "";
             }
-            StringC text;
-            ok = registry_.getString(base, u(below), u(name), &text) ==
-                     (present ? 0 : kRegNotFound) &&
-                 (!present || utf8(text) == model.values[key][name]);
+            ok = getText(registry_, base, below, name) == model.text(key, name);
             if (base != kLM) registry_.closeKey(base);
+            break;
         }
+        case 11:
+            if (std::string broken = compareWithDisk(); !broken.empty()) return "disk: " + broken;
         }
         if (registry_.autoCommit()) models_[active_].committed = models_[active_].values;
-        ok = ok && before && readBack(readKey, path, name);
+        ok = ok && before && readBack(readKey, pathText, name);
         std::string what = std::string(kNames[operation]) + " " + key + " " + name;
         std::string broken = ok ? compare(registry_, models_[active_]) : "its answer";
         return broken.empty() ? broken : what + ": " + broken;
@@ -204,26 +220,22 @@ public:
             uint32_t code = registry.openKey(kLM, u(std::string("Soft\\") + key), &handle);
             if (code != (model.opens(key) ? 0 : kRegNotFound)) return std::string("open ") + key;
             if (code != 0) continue;
-            std::map<std::string, std::string> values;
-            StringC name, child;
+            NamedT values;
+            std::set<std::string> names;
+            StringC name;
             char data[64];
             uint32_t size = sizeof data;
-            for (uint32_t i = 0; registry.enumValue(handle, i, &name, nullptr, data, &size) == 0;
-                 ++i) {
-                values[utf8(name)] = data;
-            }
-            std::set<std::string> names;
-            for (uint32_t i = 0; registry.enumKey(handle, i, &child) == 0; ++i) {
-                std::string text = utf8(child);
-                for (char& c : text) c = char(tolower(c));
+            for (uint32_t i = 0; registry.enumValue(handle, i, &name, nullptr, data, &size) == 0;)
+                values[utf8(name)] = data, ++i;
+            // Children come in the file's spelling; the model's are lower case.
+            for (uint32_t i = 0; registry.enumKey(handle, i, &name) == 0; ++i) {
+                std::string text = utf8(name);
+                std::transform(text.begin(), text.end(), text.begin(), ::tolower);
                 names.insert(text);
             }
             registry.closeKey(handle);
-            auto found = model.values.find(key);
-            if (values != (found == model.values.end() ? std::map<std::string, std::string>()
-                                                       : found->second)) {
+            if (values != (model.values.count(key) ? model.values.at(key) : NamedT()))
                 return std::string("values of ") + key;
-            }
             if (names != model.children(key)) return std::string("children of ") + key;
         }
         return std::string();
@@ -234,20 +246,13 @@ public:
         if (!registry_.autoCommit()) switchAutoCommit();
         ConfRegistryIniC fresh;
         fresh.mountFile(u(files_[active_]), u("HKLM"), u("Soft"));
-        FileModelT written = models_[active_];
-        written.leaked.clear();
-        written.held.clear();
-        return compare(fresh, written);
+        return compare(fresh, FileModelT{models_[active_].values, {}, {}, {}});
     }
 
 private:
     // A read of the value from the root agrees with the model.
-    bool readBack(const std::string& key, const StringC& path, const std::string& name) {
-        const FileModelT& model = models_[active_];
-        bool present = model.has(key, name);
-        StringC text;
-        return registry_.getString(kLM, path, u(name), &text) == (present ? 0 : kRegNotFound) &&
-               (!present || utf8(text) == model.values.at(key).at(name));
+    bool readBack(const std::string& key, const std::string& path, const std::string& name) {
+        return getText(registry_, kLM, path, name) == models_[active_].text(key, name);
     }
 
     void switchAutoCommit() {
@@ -261,8 +266,7 @@ private:
     int active_ = 0;
     // Keys held open, oldest first, with the mount they were opened under.
     struct HeldT {
-        uint32_t handle;
-        uint32_t mount;
+        uint32_t handle, mount;
         std::string key;
     };
     std::vector<HeldT> held_;

@@ -5,12 +5,15 @@
 // ends with whole sequences (the converter turns a cut tail into U+FFFD,
 // where a one-shot decoder drops it) and holds no wchar_t value of
 // 0x80000000 or more (which the converter replaces and a decoder drops);
-// randomInput makes such inputs. Shared by the test and the fuzz target.
+// randomInput makes such inputs. Shared by the test and the fuzz target,
+// with the eight encodings' names; results compare and print as values.
 #ifndef KEEL_TESTS_TESTING_TEXTCONVMODEL_H
 #define KEEL_TESTS_TESTING_TEXTCONVMODEL_H
 
 #include <string.h>
 
+#include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -21,10 +24,22 @@
 namespace keel {
 namespace testkit {
 
+const char* const kEncodingNames[] = {"ascii", "iso-8859-1", "system-8", "utf8",
+                                      "utf16", "utf16le",    "utf16be",  "wchar_t"};
+
 struct ConvertedT {
     std::string bytes;
     bool lost = false;
+
+    bool operator==(const ConvertedT& other) const {
+        return bytes == other.bytes && lost == other.lost;
+    }
 };
+inline std::ostream& operator<<(std::ostream& out, const ConvertedT& converted) {
+    for (unsigned char c : converted.bytes)
+        out << "0123456789ABCDEF"[c >> 4] << "0123456789ABCDEF"[c & 15] << ' ';
+    return out << (converted.lost ? "(lost)" : "");
+}
 
 inline bool appendToString(void* context, const uint8_t* bytes, size_t count) {
     static_cast<std::string*>(context)->append(reinterpret_cast<const char*>(bytes), count);
@@ -37,14 +52,11 @@ inline ConvertedT convertInPieces(const cli::EncodingT& from, const cli::Encodin
                                   const std::string& input, const std::vector<size_t>& pieces) {
     ConvertedT result;
     cli::TextConverterC converter(from, to, mark, appendToString, &result.bytes);
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(input.data());
-    size_t left = input.size();
-    for (size_t i = 0; left > 0; ++i) {
-        size_t piece = pieces.empty() ? left : pieces[i % pieces.size()];
-        if (piece > left) piece = left;
-        converter.feed(p, piece);
-        p += piece;
-        left -= piece;
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(input.data());
+    for (size_t i = 0, at = 0, piece; at < input.size(); ++i, at += piece) {
+        piece =
+            std::min(pieces.empty() ? input.size() : pieces[i % pieces.size()], input.size() - at);
+        converter.feed(bytes + at, piece);
     }
     converter.finish();
     result.lost = converter.lost();
@@ -73,14 +85,8 @@ inline ConvertedT convertAtOnce(const cli::EncodingT& from, const cli::EncodingT
 // One code unit of `from` holding `value`.
 inline void appendUnit(const cli::EncodingT& from, bool bigEndian, uint32_t value,
                        std::string& out) {
-    if (from.unit == 1) {
-        out += static_cast<char>(value);
-    } else if (from.unit == 2) {
-        out += static_cast<char>(bigEndian ? value >> 8 : value);
-        out += static_cast<char>(bigEndian ? value : value >> 8);
-    } else {
-        for (int i = 0; i < 4; ++i) out += static_cast<char>(value >> (8 * i));
-    }
+    for (int i = 0; i < from.unit; ++i)
+        out += static_cast<char>(value >> (8 * (bigEndian ? from.unit - 1 - i : i)));
 }
 
 // Random input for `from`: plain and multibyte characters, broken and cut
