@@ -3,17 +3,48 @@
 // Invariants: slots_[0..count_) point into room_, each at a multiple of 8,
 // laid out as ArgEntry::allocate lays out its blocks (the code, then the
 // value one pointer width behind it); a "String" entry holds a constructed
-// StringC that the destructor destroys; a "CharStar" entry holds the
-// caller's pointer (or the empty text for null), never a copy to free.
+// StringC that the destructor destroys, and strings_ is set once there is
+// one; a "CharStar" entry holds the caller's pointer (or the empty text for
+// null), never a copy to free.
 #include "text/format_local.h"
 
 #include <string.h>
 
 #include <new>
 
+#include "text/wordbits.h"
+
 namespace keel {
 
+namespace {
+
+const size_t kListTextLimit = 0x1000000;
+
+// The first `%` in [p, end), or `end`.
+const uint8_t* findPercent(const uint8_t* p, const uint8_t* end) {
+    while (end - p >= 8) {
+        uint64_t word = load64(p) ^ (kLowBits * '%');
+        // A flag in each byte that is 0 after the XOR, exact up to the first.
+        uint64_t found = (word - kLowBits) & ~word & kHighBits;
+        if (found) return p + (__builtin_ctzll(found) >> 3);
+        p += 8;
+    }
+    while (p < end && *p != '%') ++p;
+    return p;
+}
+
+// Whether `text` ends within the 16 MiB that a list copies.
+bool shorterThanListLimit(const char* text) {
+    for (size_t i = 0; i < 64; ++i) {
+        if (text[i] == 0) return true;
+    }
+    return strnlen(text + 64, kListTextLimit - 64) < kListTextLimit - 64;
+}
+
+}  // namespace
+
 LocalArgumentsC::~LocalArgumentsC() {
+    if (!strings_) return;
     for (int32_t i = 0; i < count_; ++i) {
         if (slots_[i]->code() == ArgString) static_cast<StringC*>(slots_[i]->value())->~StringC();
     }
@@ -34,13 +65,17 @@ ArgEntry* LocalArgumentsC::allocate(int32_t code, size_t valueSize) {
 }
 
 void LocalArgumentsC::add(const StringC& value) {
-    if (ArgEntry* entry = allocate(ArgString, sizeof(StringC))) new (entry->value()) StringC(value);
+    if (ArgEntry* entry = allocate(ArgString, sizeof(StringC))) {
+        new (entry->value()) StringC(value);
+        strings_ = true;
+    }
 }
 
 void LocalArgumentsC::add(const char* text) {
     // A list copies at most 16 MiB of the text: a longer one does not fit
-    // here, so that the caller's list cuts it as before.
-    if (text && strnlen(text, 0x1000000) >= 0x1000000) {
+    // here, so that the caller's list cuts it as before. Short texts, the
+    // usual ones, are measured here; the library's search takes the rest.
+    if (text && !shorterThanListLimit(text)) {
         full_ = true;
         return;
     }
@@ -52,6 +87,24 @@ void LocalArgumentsC::add(const char* text) {
 bool LocalArgumentsC::take(const char* format, va_list arguments) {
     formatparse::PositionTableT table;
     if (format) formatparse::scanFormat(table, reinterpret_cast<const uint8_t*>(format));
+    if (table.top >= kSlots) return false;
+    formatparse::takeArgumentsInto(table, arguments, *this);
+    return !full_;
+}
+
+bool LocalArgumentsC::take(const char* format, size_t length, va_list arguments) {
+    // scanFormat's walk, with the search for the next `%` done by words
+    // inside the known bytes: it stops where the byte loop stops (the first
+    // `%`, else the NUL at `end`), and a conversion never reads past the NUL.
+    formatparse::PositionTableT table;
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(format);
+    const uint8_t* end = p + length;
+    while (table.top <= 127) {
+        p = findPercent(p, end);
+        if (p == end) break;
+        ++p;
+        formatparse::scanConversion(table, p);
+    }
     if (table.top >= kSlots) return false;
     formatparse::takeArgumentsInto(table, arguments, *this);
     return !full_;

@@ -4,7 +4,7 @@
 //
 //     LocalArgumentsC local;
 //     va_list copy; va_copy(copy, arguments);
-//     bool fits = local.take(format, copy);
+//     bool fits = local.take(format, copy);     // or take(format, strlen(format), copy)
 //     va_end(copy);
 //     if (fits) renderFormatBytesToNew(text, local.entries());
 //
@@ -26,7 +26,7 @@ namespace keel {
 
 class LocalArgumentsC {
 public:
-    LocalArgumentsC() : count_(0), used_(0), full_(false) {}
+    LocalArgumentsC() : count_(0), used_(0), full_(false), strings_(false) {}
     ~LocalArgumentsC();
     LocalArgumentsC(const LocalArgumentsC&) = delete;
     LocalArgumentsC& operator=(const LocalArgumentsC&) = delete;
@@ -36,6 +36,9 @@ public:
     // positions, or a %s text of 16 MiB or more (which a list would cut);
     // the caller then makes a list from a copy of its own va_list.
     bool take(const char* format, va_list arguments);
+    // The same for a format of `length` bytes up to its NUL (strlen), whose
+    // `%` signs are then looked for eight bytes at a time.
+    bool take(const char* format, size_t length, va_list arguments);
 
     FormatEntriesT entries() const {
         FormatEntriesT view = {slots_, count_};
@@ -71,6 +74,7 @@ private:
     int32_t count_;
     uint32_t used_;
     bool full_;
+    bool strings_;  // a "String" entry was made: the destructor has work
     alignas(8) unsigned char room_[kRoom];
 };
 
