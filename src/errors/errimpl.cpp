@@ -7,6 +7,7 @@
 
 #include "errors/error.h"
 #include "frame/loadorder.h"
+#include "text/stringim.h"
 #include "text/utf8view.h"
 #include "tracing/tracer.h"
 
@@ -100,6 +101,14 @@ ErrEntryC::ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint
     int32_t third = text.find(1u, second);
     solution = third < 0 ? text.substring(second + 1) : text.substring(second + 1, third - second - 1);
 }
+
+ErrEntryC::ErrEntryC(uint32_t code, StringImplI* problemText, uint32_t severity, uint32_t sequence)
+    : code(code),
+      problem(StringImplC::handleOfNew(problemText)),
+      reason(noText()),
+      solution(noText()),
+      severity(severity),
+      sequence(sequence) {}
 
 StringC ErrEntryC::getText() {
     StringC text = problem;

@@ -26,13 +26,7 @@ public:
     ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint32_t sequence);
     // An entry whose text has no U+0001, all problem: a new representation
     // (count 0) that no handle holds yet, which the entry's problem takes.
-    ErrEntryC(uint32_t code, StringImplI* problemText, uint32_t severity, uint32_t sequence)
-        : code(code),
-          problem(StringC::fromNew(problemText)),
-          reason(noText()),
-          solution(noText()),
-          severity(severity),
-          sequence(sequence) {}
+    ErrEntryC(uint32_t code, StringImplI* problemText, uint32_t severity, uint32_t sequence);
     ~ErrEntryC() override {}
 
     uint32_t getCode() override { return code; }

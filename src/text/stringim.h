@@ -17,6 +17,8 @@
 
 #include <stdint.h>
 
+#include <typeinfo>
+
 #include <keel/atomic.h>
 #include <keel/refcount.h>
 #include <keel/string.h>
@@ -122,6 +124,17 @@ public:
     // Rewrites the text character by character through `map`; toLower and
     // toUpper are this routine with the case mappings.
     void mapCharacters(CharMapFn map);
+
+    // The handle of a representation that its maker has just made (count 0)
+    // and that no other thread can see yet, as StringC::fromNew gives it.
+    // For this plain class the first reference is a plain store, which
+    // nobody can tell from the increment (RefCountC::firstRef); any other
+    // class is given it by addRef.
+    static StringC handleOfNew(StringImplI* fresh) {
+        if (typeid(*fresh) != typeid(StringImplC)) return StringC::fromNew(fresh);
+        static_cast<StringImplC*>(fresh)->firstRef();
+        return StringC::fromReferenced(fresh);
+    }
 
     // Read access for tests and for the units that work on the storage.
     const uint8_t* bytes() const { return data; }
