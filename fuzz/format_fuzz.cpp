@@ -25,6 +25,7 @@
 #include <keel/keel.h>
 
 #include "text/format.h"
+#include "text/format_local.h"
 #include "text/utf8.h"
 
 namespace {
@@ -109,6 +110,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int32_t i = 0; i <= table.top; ++i) {
         check(strchr(" iIlLcChHqQUSspt", table.slots[i]) != nullptr, "unknown slot letter");
     }
+    // The walk of a report, which knows the length, makes the same table.
+    keel::formatparse::PositionTableT measured;
+    keel::scanFormatOfLength(measured, reinterpret_cast<const uint8_t*>(bytes.c_str()), bytes.size());
+    check(measured.top == table.top && measured.next == table.next &&
+              memcmp(measured.slots, table.slots, static_cast<size_t>(table.top + 1)) == 0,
+          "the scan of a known length differs");
 
     keel::StringC format(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");
     keel::StringC result = keel::StringC::format(format, everyType());

@@ -92,19 +92,23 @@ bool LocalArgumentsC::take(const char* format, va_list arguments) {
     return !full_;
 }
 
-bool LocalArgumentsC::take(const char* format, size_t length, va_list arguments) {
+void scanFormatOfLength(formatparse::PositionTableT& table, const uint8_t* format, size_t length) {
     // scanFormat's walk, with the search for the next `%` done by words
     // inside the known bytes: it stops where the byte loop stops (the first
     // `%`, else the NUL at `end`), and a conversion never reads past the NUL.
-    formatparse::PositionTableT table;
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(format);
+    const uint8_t* p = format;
     const uint8_t* end = p + length;
     while (table.top <= 127) {
         p = findPercent(p, end);
-        if (p == end) break;
+        if (p == end) return;
         ++p;
         formatparse::scanConversion(table, p);
     }
+}
+
+bool LocalArgumentsC::take(const char* format, size_t length, va_list arguments) {
+    formatparse::PositionTableT table;
+    scanFormatOfLength(table, reinterpret_cast<const uint8_t*>(format), length);
     if (table.top >= kSlots) return false;
     formatparse::takeArgumentsInto(table, arguments, *this);
     return !full_;

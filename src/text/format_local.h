@@ -24,6 +24,11 @@
 
 namespace keel {
 
+// formatparse::scanFormat for a format of `length` bytes up to its NUL
+// (strlen): the same table, with the `%` signs looked for eight bytes at a
+// time.
+void scanFormatOfLength(formatparse::PositionTableT& table, const uint8_t* format, size_t length);
+
 class LocalArgumentsC {
 public:
     LocalArgumentsC() : count_(0), used_(0), full_(false), strings_(false) {}
@@ -36,8 +41,8 @@ public:
     // positions, or a %s text of 16 MiB or more (which a list would cut);
     // the caller then makes a list from a copy of its own va_list.
     bool take(const char* format, va_list arguments);
-    // The same for a format of `length` bytes up to its NUL (strlen), whose
-    // `%` signs are then looked for eight bytes at a time.
+    // The same for a format of `length` bytes up to its NUL (strlen),
+    // scanned by scanFormatOfLength.
     bool take(const char* format, size_t length, va_list arguments);
 
     FormatEntriesT entries() const {

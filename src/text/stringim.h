@@ -199,7 +199,8 @@ protected:
     // buffer inside the object's block (see make) is only let go.
     void freeBuffer();
     // Where make puts the first buffer: right behind a plain StringImplC.
-    // Only make's objects ever have their buffer there.
+    // Only the objects of make and of the format engine's new strings
+    // (StringFormatSinkC::newEmpty) ever have their buffer there.
     uint8_t* inlineText() { return reinterpret_cast<uint8_t*>(this) + sizeof(StringImplC); }
     // The state of a new object whose first buffer of `room` bytes is the
     // one behind it.
