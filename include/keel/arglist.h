@@ -529,6 +529,20 @@ inline void scanConversion(PositionTableT& table, const uint8_t*& p) {
     if (letter != 0) table.record(table.advance(), letter);
 }
 
+// The usual conversion, one letter right behind the `%` (or a second `%`)
+// with no flag, width, precision or length letter: records what
+// scanConversion records for it, without its walk, and steps over it.
+// False, with nothing read, for any other.
+inline bool scanSingleLetter(PositionTableT& table, const uint8_t*& p) {
+    uint32_t c = *p;
+    bool letter = (c | 0x20) - 'a' < 26u && !isLengthLetter(c);
+    if (!letter && c != '%') return false;
+    ++p;
+    char slot = slotLetter("", 0, c);
+    if (slot != 0) table.record(table.advance(), slot);
+    return true;
+}
+
 // First pass: walks the format and fills the table.
 inline void scanFormat(PositionTableT& table, const uint8_t* p) {
     for (;;) {
@@ -536,7 +550,7 @@ inline void scanFormat(PositionTableT& table, const uint8_t* p) {
         p = skipToPercent(p);
         if (*p == 0) return;
         ++p;
-        scanConversion(table, p);
+        if (!scanSingleLetter(table, p)) scanConversion(table, p);
     }
 }
 

@@ -85,8 +85,17 @@ LocaleI* defaultLocale() {
 bool ProcessLocaleNameT::sameAsRemembered() {
     current = setlocale(LC_ALL, nullptr);
     if (current == nullptr) current = "";
+    // Byte by byte against the remembered name, which holds no NUL: a
+    // shorter name stops at its own NUL. Names are short, and the answer is
+    // nearly always yes, so no length is measured then.
+    size_t same = 0;
+    while (same < length && current[same] == name[same]) ++same;
+    if (length != 0 && same == length && current[length] == 0) {
+        currentLength = length;
+        return true;
+    }
     currentLength = strlen(current);
-    return length != 0 && currentLength == length && memcmp(current, name, length) == 0;
+    return false;
 }
 
 bool ProcessLocaleNameT::remember(const StringC& asked) {

@@ -50,20 +50,6 @@ LocalArgumentsC::~LocalArgumentsC() {
     }
 }
 
-ArgEntry* LocalArgumentsC::allocate(int32_t code, size_t valueSize) {
-    size_t size = (ArgEntry::valueOffset + valueSize + 7) & ~static_cast<size_t>(7);
-    if (full_ || count_ >= kSlots || size > kRoom - used_) {
-        full_ = true;
-        return nullptr;
-    }
-    void* block = room_ + used_;
-    used_ += static_cast<uint32_t>(size);
-    memcpy(block, &code, sizeof code);
-    ArgEntry* entry = static_cast<ArgEntry*>(block);
-    slots_[count_++] = entry;
-    return entry;
-}
-
 void LocalArgumentsC::add(const StringC& value) {
     if (ArgEntry* entry = allocate(ArgString, sizeof(StringC))) {
         new (entry->value()) StringC(value);
@@ -102,7 +88,7 @@ void scanFormatOfLength(formatparse::PositionTableT& table, const uint8_t* forma
         p = findPercent(p, end);
         if (p == end) return;
         ++p;
-        formatparse::scanConversion(table, p);
+        if (!formatparse::scanSingleLetter(table, p)) formatparse::scanConversion(table, p);
     }
 }
 

@@ -17,6 +17,7 @@
 
 #include <stdarg.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <keel/arglist.h>
 
@@ -69,7 +70,19 @@ private:
     // A block for an entry of `code` with `valueSize` bytes of value, laid
     // out as ArgEntry::allocate lays it out; null (and full_) when the room
     // is used up.
-    ArgEntry* allocate(int32_t code, size_t valueSize);
+    ArgEntry* allocate(int32_t code, size_t valueSize) {
+        size_t size = (ArgEntry::valueOffset + valueSize + 7) & ~static_cast<size_t>(7);
+        if (full_ || count_ >= kSlots || size > kRoom - used_) {
+            full_ = true;
+            return nullptr;
+        }
+        void* block = room_ + used_;
+        used_ += static_cast<uint32_t>(size);
+        memcpy(block, &code, sizeof code);
+        ArgEntry* entry = static_cast<ArgEntry*>(block);
+        slots_[count_++] = entry;
+        return entry;
+    }
     template <typename T>
     void addValue(int32_t code, const T& value) {
         if (ArgEntry* entry = allocate(code, sizeof(T))) memcpy(entry->value(), &value, sizeof(T));
