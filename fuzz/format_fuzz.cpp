@@ -116,6 +116,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(measured.top == table.top && measured.next == table.next &&
               memcmp(measured.slots, table.slots, static_cast<size_t>(table.top + 1)) == 0,
           "the scan of a known length differs");
+    // The remembered scan, asked twice (the second from the thread's table),
+    // and once more after a byte changed in place.
+    std::string scratch = bytes;
+    for (int round = 0; round < 3; ++round) {
+        if (round == 2 && !scratch.empty()) scratch[scratch.size() / 2] = '%';
+        const uint8_t* text = reinterpret_cast<const uint8_t*>(scratch.c_str());
+        keel::formatparse::PositionTableT plain, remembered;
+        keel::scanFormatOfLength(plain, text, strlen(scratch.c_str()));
+        keel::scanFormatRemembered(remembered, text, strlen(scratch.c_str()));
+        check(plain.top == remembered.top &&
+                  memcmp(plain.slots, remembered.slots, static_cast<size_t>(plain.top + 1)) == 0,
+              "the remembered scan differs");
+    }
 
     keel::StringC format(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");
     keel::StringC result = keel::StringC::format(format, everyType());

@@ -92,9 +92,56 @@ void scanFormatOfLength(formatparse::PositionTableT& table, const uint8_t* forma
     }
 }
 
+namespace {
+
+// Each thread remembers the tables of the short formats it scanned last: a
+// report names its format as a literal of the code, so the same bytes at the
+// same place come again and again. A cell is used only when its bytes are
+// the format's bytes, compared in full: a table is a function of those bytes
+// alone, so a buffer written over with another format (at the same place, of
+// the same length) is scanned again. Direct-mapped by the format's address,
+// a fixed number of cells, well under a KiB in every thread, nothing to free.
+// Only tables that fit the stack-held entries are kept; `next`, which
+// takeArgumentsInto does not read, is not.
+const uint32_t kScanCells = 8;
+const uint32_t kScanText = 64;
+
+struct ScanCellT {
+    const uint8_t* format;  // null: empty cell
+    uint32_t length;        // below kScanText
+    int32_t top;            // below LocalArgumentsC's slot count
+    char slots[16];
+    uint8_t text[kScanText];
+};
+
+uint32_t scanCellIndex(const uint8_t* format) {
+    uintptr_t address = reinterpret_cast<uintptr_t>(format);
+    return static_cast<uint32_t>((address >> 3) ^ (address >> 11)) % kScanCells;
+}
+
+}  // namespace
+
+void scanFormatRemembered(formatparse::PositionTableT& table, const uint8_t* format, size_t length) {
+    if (length >= kScanText) return scanFormatOfLength(table, format, length);
+    static thread_local ScanCellT cells[kScanCells];
+    ScanCellT& cell = cells[scanCellIndex(format)];
+    if (cell.format == format && cell.length == length && memcmp(cell.text, format, length) == 0) {
+        table.top = cell.top;
+        memcpy(table.slots, cell.slots, static_cast<size_t>(cell.top + 1));
+        return;
+    }
+    scanFormatOfLength(table, format, length);
+    if (table.top >= static_cast<int32_t>(sizeof cell.slots)) return;
+    cell.format = format;
+    cell.length = static_cast<uint32_t>(length);
+    cell.top = table.top;
+    memcpy(cell.slots, table.slots, static_cast<size_t>(table.top + 1));
+    memcpy(cell.text, format, length);
+}
+
 bool LocalArgumentsC::take(const char* format, size_t length, va_list arguments) {
     formatparse::PositionTableT table;
-    scanFormatOfLength(table, reinterpret_cast<const uint8_t*>(format), length);
+    scanFormatRemembered(table, reinterpret_cast<const uint8_t*>(format), length);
     if (table.top >= kSlots) return false;
     formatparse::takeArgumentsInto(table, arguments, *this);
     return !full_;

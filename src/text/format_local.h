@@ -29,6 +29,10 @@ namespace keel {
 // (strlen): the same table, with the `%` signs looked for eight bytes at a
 // time.
 void scanFormatOfLength(formatparse::PositionTableT& table, const uint8_t* format, size_t length);
+// The same table for top and slots (not `next`), answered from a small table
+// of the calling thread when the same bytes at the same place were scanned
+// lately.
+void scanFormatRemembered(formatparse::PositionTableT& table, const uint8_t* format, size_t length);
 
 class LocalArgumentsC {
 public:
@@ -43,7 +47,7 @@ public:
     // the caller then makes a list from a copy of its own va_list.
     bool take(const char* format, va_list arguments);
     // The same for a format of `length` bytes up to its NUL (strlen),
-    // scanned by scanFormatOfLength.
+    // scanned by scanFormatRemembered.
     bool take(const char* format, size_t length, va_list arguments);
 
     FormatEntriesT entries() const {
