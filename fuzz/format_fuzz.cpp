@@ -25,6 +25,7 @@
 #include <keel/keel.h>
 
 #include "text/format.h"
+#include "text/format_local.h"
 #include "text/utf8.h"
 
 namespace {
@@ -108,6 +109,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(table.top >= -1 && table.top < 128, "parser table overrun");
     for (int32_t i = 0; i <= table.top; ++i) {
         check(strchr(" iIlLcChHqQUSspt", table.slots[i]) != nullptr, "unknown slot letter");
+    }
+    // The walk of a report, which knows the length, makes the same table.
+    keel::formatparse::PositionTableT measured;
+    keel::scanFormatOfLength(measured, reinterpret_cast<const uint8_t*>(bytes.c_str()), bytes.size());
+    check(measured.top == table.top && measured.next == table.next &&
+              memcmp(measured.slots, table.slots, static_cast<size_t>(table.top + 1)) == 0,
+          "the scan of a known length differs");
+    // The remembered scan, asked twice (the second from the thread's table),
+    // and once more after a byte changed in place.
+    std::string scratch = bytes;
+    for (int round = 0; round < 3; ++round) {
+        if (round == 2 && !scratch.empty()) scratch[scratch.size() / 2] = '%';
+        const uint8_t* text = reinterpret_cast<const uint8_t*>(scratch.c_str());
+        keel::formatparse::PositionTableT plain, remembered;
+        keel::scanFormatOfLength(plain, text, strlen(scratch.c_str()));
+        keel::scanFormatRemembered(remembered, text, strlen(scratch.c_str()));
+        check(plain.top == remembered.top &&
+                  memcmp(plain.slots, remembered.slots, static_cast<size_t>(plain.top + 1)) == 0,
+              "the remembered scan differs");
     }
 
     keel::StringC format(bytes.data(), static_cast<uint32_t>(bytes.size()), "vutf8");

@@ -349,8 +349,17 @@ inline int32_t digitValue(uint32_t c) {
 }
 
 // Decodes one character of internal form and moves `p` past it, as the
-// library's decoder does (see textform::nextChar in <keel/string.h>).
-using textform::nextChar;
+// library's decoder does (see textform::nextChar in <keel/string.h>). The
+// ASCII case, nearly every character of a conversion, is answered here so
+// that it needs no call.
+inline uint32_t nextChar(const uint8_t*& p) {
+    uint8_t b = *p;
+    if (b < 0x80) {
+        if (b != 0) ++p;
+        return b;
+    }
+    return textform::nextChar(p);
+}
 
 // Reads a run of digits that starts with `c` (a digit); `c` ends as the
 // character behind the run. Large numbers stop growing at 0x7FFFFFFF rather
@@ -389,7 +398,10 @@ struct PositionTableT {
         // not recorded and leaves `top` alone, so the argument shows as
         // missing instead of being written past the table.
         if (position < 0 || position >= slotCount) return;
-        while (top < position) slots[++top] = ' ';
+        // Positions skipped over take nothing; the usual next position is
+        // stored without a loop.
+        if (position > top + 1) memset(slots + (top + 1), ' ', static_cast<size_t>(position - top - 1));
+        if (position > top) top = position;
         slots[position] = letter;
     }
     int32_t advance() {
@@ -463,53 +475,82 @@ inline void recordStar(PositionTableT& table, const uint8_t*& p, uint32_t& c) {
     table.record(table.advance(), 'i');
 }
 
+// The next `%` or the terminating NUL. A pointer of its own, which the
+// compiler keeps in a register: the parser's own pointer is passed by
+// reference below and would be written back at every byte.
+inline const uint8_t* skipToPercent(const uint8_t* p) {
+    while (*p != 0 && *p != '%') ++p;
+    return p;
+}
+
+// One conversion, with `p` behind its `%`: records the position and letter
+// of what it takes, and leaves `p` behind what it read. It never reads past
+// the format's NUL.
+inline void scanConversion(PositionTableT& table, const uint8_t*& p) {
+    uint32_t c = nextChar(p);
+    bool widthRead = false;
+    if (digitValue(c) >= 0) {
+        int32_t number = readNumber(p, c);
+        if (c == '$') {
+            table.next = number - 1;
+            c = nextChar(p);
+        } else {
+            widthRead = true;
+        }
+    }
+    if (!widthRead) {
+        while (c == ' ' || c == '#' || c == '+' || c == '-') c = nextChar(p);
+        if (digitValue(c) == 0) c = nextChar(p);
+        if (c == '*') {
+            recordStar(table, p, c);
+        } else {
+            while (digitValue(c) >= 0) c = nextChar(p);
+        }
+    }
+    if (c == '.') {
+        c = nextChar(p);
+        if (c == '*') {
+            recordStar(table, p, c);
+        } else {
+            while (digitValue(c) >= 0) c = nextChar(p);
+        }
+    }
+    // The renderer skips any run of length letters; only h, hh, l and ll
+    // give a conversion a type here, and anything else records nothing.
+    char length[2] = {0, 0};
+    uint32_t lengthCount = 0;
+    while (isLengthLetter(c)) {
+        if (lengthCount < 2) length[lengthCount] = static_cast<char>(c);
+        ++lengthCount;
+        c = nextChar(p);
+    }
+    if (lengthCount > 2) lengthCount = 3;
+    char letter = slotLetter(length, lengthCount, c);
+    if (letter != 0) table.record(table.advance(), letter);
+}
+
+// The usual conversion, one letter right behind the `%` (or a second `%`)
+// with no flag, width, precision or length letter: records what
+// scanConversion records for it, without its walk, and steps over it.
+// False, with nothing read, for any other.
+inline bool scanSingleLetter(PositionTableT& table, const uint8_t*& p) {
+    uint32_t c = *p;
+    bool letter = (c | 0x20) - 'a' < 26u && !isLengthLetter(c);
+    if (!letter && c != '%') return false;
+    ++p;
+    char slot = slotLetter("", 0, c);
+    if (slot != 0) table.record(table.advance(), slot);
+    return true;
+}
+
 // First pass: walks the format and fills the table.
 inline void scanFormat(PositionTableT& table, const uint8_t* p) {
     for (;;) {
         if (table.top > 127) return;
-        while (*p != 0 && *p != '%') ++p;
+        p = skipToPercent(p);
         if (*p == 0) return;
         ++p;
-        uint32_t c = nextChar(p);
-        bool widthRead = false;
-        if (digitValue(c) >= 0) {
-            int32_t number = readNumber(p, c);
-            if (c == '$') {
-                table.next = number - 1;
-                c = nextChar(p);
-            } else {
-                widthRead = true;
-            }
-        }
-        if (!widthRead) {
-            while (c == ' ' || c == '#' || c == '+' || c == '-') c = nextChar(p);
-            if (digitValue(c) == 0) c = nextChar(p);
-            if (c == '*') {
-                recordStar(table, p, c);
-            } else {
-                while (digitValue(c) >= 0) c = nextChar(p);
-            }
-        }
-        if (c == '.') {
-            c = nextChar(p);
-            if (c == '*') {
-                recordStar(table, p, c);
-            } else {
-                while (digitValue(c) >= 0) c = nextChar(p);
-            }
-        }
-        // The renderer skips any run of length letters; only h, hh, l and ll
-        // give a conversion a type here, and anything else records nothing.
-        char length[2] = {0, 0};
-        uint32_t lengthCount = 0;
-        while (isLengthLetter(c)) {
-            if (lengthCount < 2) length[lengthCount] = static_cast<char>(c);
-            ++lengthCount;
-            c = nextChar(p);
-        }
-        if (lengthCount > 2) lengthCount = 3;
-        char letter = slotLetter(length, lengthCount, c);
-        if (letter != 0) table.record(table.advance(), letter);
+        if (!scanSingleLetter(table, p)) scanConversion(table, p);
     }
 }
 

@@ -493,10 +493,18 @@ public:
         StringC result(fresh, AdoptTag());
         return result;
     }
+    // Wraps a representation that already holds the reference this handle
+    // is to own (its maker set its count to 1 while no other thread could
+    // see it): the handle takes that reference over and adds none.
+    static StringC fromReferenced(StringImplI* referenced) {
+        return StringC(referenced, TakeOverTag());
+    }
 
 private:
     struct AdoptTag {};
+    struct TakeOverTag {};
     StringC(StringImplI* fresh, AdoptTag) { take(fresh); }
+    StringC(StringImplI* referenced, TakeOverTag) { impl.initialize(referenced); }
 
     static StringImplFactoryI* chosen(StringImplFactoryI* factory) {
         return factory ? factory : getStringFactory();

@@ -7,6 +7,7 @@
 
 #include "errors/error.h"
 #include "frame/loadorder.h"
+#include "text/stringim.h"
 #include "text/utf8view.h"
 #include "tracing/tracer.h"
 
@@ -68,16 +69,22 @@ void releaseErrBuf() {
 
 // --- entries ------------------------------------------------------------
 
+namespace {
+
+// U+0001 is the byte 0x01 in a text's "utf8" form and is no part of any
+// other character's bytes: a text without that byte is all problem.
+bool hasSeparator(StringImplI* text) {
+    Utf8ViewC bytes(text);
+    return memchr(bytes.data(), 1, bytes.size()) != nullptr;
+}
+
+}  // namespace
+
 ErrEntryC::ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint32_t sequence)
     : code(code), severity(severity), sequence(sequence) {
-    // U+0001 is the byte 0x01 in the text's "utf8" form and is no part of
-    // any other character's bytes: a text without that byte is all problem.
-    {
-        Utf8ViewC bytes(text);
-        if (!memchr(bytes.data(), 1, bytes.size())) {
-            problem = text;
-            return;
-        }
+    if (!hasSeparator(text.getImpl())) {
+        problem = text;
+        return;
     }
     int32_t first = text.find(1u);
     if (first < 0) {
@@ -94,6 +101,14 @@ ErrEntryC::ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint
     int32_t third = text.find(1u, second);
     solution = third < 0 ? text.substring(second + 1) : text.substring(second + 1, third - second - 1);
 }
+
+ErrEntryC::ErrEntryC(uint32_t code, StringImplI* problemText, uint32_t severity, uint32_t sequence)
+    : code(code),
+      problem(StringImplC::handleOfNew(problemText)),
+      reason(noText()),
+      solution(noText()),
+      severity(severity),
+      sequence(sequence) {}
 
 StringC ErrEntryC::getText() {
     StringC text = problem;
@@ -120,7 +135,7 @@ void ErrBufImplC::addError(uint32_t code, uint32_t severity, const StringC& text
     addPrivate(code, severity, copy);
 }
 
-void ErrBufImplC::addReported(uint32_t code, uint32_t severity, StringC& text) {
+void ErrBufImplC::addReported(uint32_t code, uint32_t severity, StringC&& text) {
     // A report's text is a string that the report made and that nobody else
     // holds: it is a private copy already, and copying it again would give
     // the same characters in another representation. One that is shared
@@ -129,9 +144,20 @@ void ErrBufImplC::addReported(uint32_t code, uint32_t severity, StringC& text) {
     addPrivate(code, severity, text);
 }
 
-void ErrBufImplC::addPrivate(uint32_t code, uint32_t severity, StringC& copy) {
-    uint32_t sequence = atomicFetchAddRelaxed(&nextSequence, 1u);
-    append(new ErrEntryC(code, copy, severity, sequence));
+void ErrBufImplC::addRendered(uint32_t code, uint32_t severity, StringImplI* fresh) {
+    if (hasSeparator(fresh)) {
+        StringC text = StringC::fromNew(fresh);
+        return addPrivate(code, severity, text);
+    }
+    // All problem: the entry's problem is the new string itself (its first
+    // handle), and the trace line shows it, which is that same text.
+    ErrEntryC* entry = new ErrEntryC(code, fresh, severity, takeSequence());
+    append(entry);
+    traceError("Occurrence", code, severity, entry->problem);
+}
+
+void ErrBufImplC::addPrivate(uint32_t code, uint32_t severity, const StringC& copy) {
+    append(new ErrEntryC(code, copy, severity, takeSequence()));
     traceError("Occurrence", code, severity, copy);
 }
 
@@ -256,7 +282,7 @@ TraceControlVarC* errorTraceVariable(const char* role, uint32_t code, uint32_t s
     return variable;
 }
 
-void traceError(const char* role, uint32_t code, uint32_t severity, StringC& text) {
+void traceError(const char* role, uint32_t code, uint32_t severity, const StringC& text) {
     // The path's variable, made with its ancestors at the first mention as a
     // lookup with a fresh handle makes it; a path that is off ends here.
     TraceControlVarC* variable = errorTraceVariable(role, code, severity);
@@ -267,6 +293,7 @@ void traceError(const char* role, uint32_t code, uint32_t severity, StringC& tex
     char path[96];
     errorTracePath(path, role, name, code);
     TraceValuesT* handle = variable;
+    StringC shown = text;
     int32_t first = text.find(1u);
     if (first >= 0) {
         StringC sentence;
@@ -284,11 +311,11 @@ void traceError(const char* role, uint32_t code, uint32_t severity, StringC& tex
                 sentence.append(ascii("Solution: ")).append(rest);
             }
         }
-        text = sentence;
+        shown = sentence;
     }
     ArgListC list;
     list.add(name).add(role).add(static_cast<int32_t>(errorSet(code)));
-    list.add(static_cast<int32_t>(errorNumber(code))).add(text);
+    list.add(static_cast<int32_t>(errorNumber(code))).add(shown);
     tracer->trace(path, &handle, "%s %s (s%dm%d): %S", list);
 }
 

@@ -15,6 +15,8 @@
 
 #include <keel/objarray.h>
 
+#include "errors/error.h"
+
 namespace keel {
 
 class ErrEntryC : public ErrEntryI {
@@ -22,6 +24,9 @@ public:
     // Cuts `text` at U+0001 into problem, reason and solution; what follows
     // a third separator is dropped.
     ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint32_t sequence);
+    // An entry whose text has no U+0001, all problem: a new representation
+    // (count 0) that no handle holds yet, which the entry's problem takes.
+    ErrEntryC(uint32_t code, StringImplI* problemText, uint32_t severity, uint32_t sequence);
     ~ErrEntryC() override {}
 
     uint32_t getCode() override { return code; }
@@ -68,12 +73,25 @@ public:
 
     // addError for the text of a report (reportError and its forms), which
     // the report made and hands over: the private copy is skipped when no
-    // one else holds that string. `text` may be changed (see traceError).
-    void addReported(uint32_t code, uint32_t severity, StringC& text);
+    // one else holds that string. `text` is left empty or unchanged.
+    void addReported(uint32_t code, uint32_t severity, StringC&& text);
+    // The same for a text that the report has just rendered, a new
+    // representation (count 0) that no handle holds: the buffer takes it
+    // over, and a text that is all problem becomes the entry's problem.
+    void addRendered(uint32_t code, uint32_t severity, StringImplI* fresh);
 
 private:
     // The rest of addError, with the private copy made.
-    void addPrivate(uint32_t code, uint32_t severity, StringC& copy);
+    void addPrivate(uint32_t code, uint32_t severity, const StringC& copy);
+    // The number of the next entry. Only the thread that owns the buffer
+    // (or the one it was handed to) adds entries, so the count is read and
+    // written in two steps: no other thread writes it meanwhile, and a
+    // reader on another thread sees the old number or the new one.
+    uint32_t takeSequence() {
+        uint32_t sequence = atomicLoadRelaxed(&nextSequence);
+        atomicStoreRelaxed(&nextSequence, sequence + 1);
+        return sequence;
+    }
     ErrEntryC* entryAt(uint32_t index) const { return static_cast<ErrEntryC*>(objectAt(index)); }
     void removeAllEntries();
 
@@ -89,8 +107,8 @@ void releaseErrBuf();
 // Traces an entry under "0,Error/<role>/<severity>/<set>/<number>" if that
 // path is on, as "<severity> <role> (s<set>m<number>): <text>". A text with
 // U+0001 in it is first reworded into "Problem: ..., Reason: ...,
-// Solution: ..." (`text` is changed then).
-void traceError(const char* role, uint32_t code, uint32_t severity, StringC& text);
+// Solution: ..." (in a string of its own; `text` stays as it is).
+void traceError(const char* role, uint32_t code, uint32_t severity, const StringC& text);
 
 class TraceControlVarC;
 // The control variable of that path, as a lookup with a fresh handle finds

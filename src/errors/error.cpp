@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <new>
+#include <typeinfo>
 
 #include <keel/arglist.h>
 #include <keel/config.h>
@@ -12,6 +13,7 @@
 #include "frame/loadorder.h"
 #include "frame/nodestroy.h"
 #include "locale/locale.h"
+#include "text/wordbits.h"
 #include "tracing/tracer.h"
 
 namespace keel {
@@ -37,10 +39,31 @@ ErrCatalogI* languageCatalog() {
     return language ? language->getCatalog() : nullptr;
 }
 
+// False when the module catalog is sure to answer the empty text for `code`
+// (asked with the empty default, as the switch asks): the library's own
+// catalog class with no index to look in. Another class is asked.
+bool moduleMayKnow(ErrCatalogI* module, uint32_t code) {
+    if (typeid(*module) != typeid(ErrCatalogC)) return true;
+    ErrCatalogC* file = static_cast<ErrCatalogC*>(module);
+    return file->isOpen() && file->recordCount() != 0 && errorHasText(code);
+}
+
 void traceFetched(const char* format, uint32_t code, const StringC& text) {
     ArgListC list;
     list.add(static_cast<int32_t>(errorSet(code))).add(static_cast<int32_t>(errorNumber(code))).add(text);
     tracerInstance()->trace(fetchPoint.path, &fetchPoint.handle, format, list);
+}
+
+// Whether the `length` bytes at `p` are all below 0x80, eight at a time.
+bool allAscii(const uint8_t* p, size_t length) {
+    size_t i = 0;
+    for (; length - i >= 8; i += 8) {
+        if (load64(p + i) & kHighBits) return false;
+    }
+    for (; i < length; ++i) {
+        if (p[i] >= 0x80) return false;
+    }
+    return true;
 }
 
 uint32_t letterSeverity(char letter) {
@@ -169,25 +192,34 @@ StringC ErrCatSwitchC::defaultMessage(uint32_t* severity, const char* defaultTex
 
 bool ErrCatSwitchC::fetchFromCatalogs(uint32_t* severity, uint32_t code, const char* selector, StringC* text) {
     *severity = 4;
-    if (ErrCatalogI* module = moduleCatalogCell().load()) {
-        *text = module->fetch(severity, code, "", selector);
-        if (!text->isEmpty()) {
-            traceFetched("Message s%dm%d from module catalog: %S", code, *text);
+    // Each catalog's answer is held in a string of its own and moved into
+    // `text` only when it is the message: most reports find none, and every
+    // store into the caller's handle is an exchange.
+    // Catalogs that cannot know the code are not asked: what they would
+    // answer is the empty text, and asking has no other effect.
+    ErrCatalogI* module = moduleCatalogCell().load();
+    if (module && moduleMayKnow(module, code)) {
+        StringC found = module->fetch(severity, code, "", selector);
+        if (!found.isEmpty()) {
+            traceFetched("Message s%dm%d from module catalog: %S", code, found);
+            *text = static_cast<StringC&&>(found);
             return true;
         }
     }
-    ErrCatalogI* language = languageCatalog();
-    *text = language ? language->fetch(severity, code, "", selector) : StringC();
-    if (!text->isEmpty()) {
-        // Here the point is tested before the list is made.
-        if (traceActive(fetchPoint)) traceFetched("Message s%dm%d from process catalog: %S", code, *text);
-        return true;
-    }
-    return false;
+    LocaleLanguageC* facet = defaultLanguage();
+    if (!facet || !facet->mayKnow(code)) return false;
+    ErrCatalogI* language = facet->getCatalog();
+    if (!language) return false;
+    StringC found = language->fetch(severity, code, "", selector);
+    if (found.isEmpty()) return false;
+    // Here the point is tested before the list is made.
+    if (traceActive(fetchPoint)) traceFetched("Message s%dm%d from process catalog: %S", code, found);
+    *text = static_cast<StringC&&>(found);
+    return true;
 }
 
 const char* ErrCatSwitchC::fetchOrPlainDefault(uint32_t* severity, uint32_t code, const char* defaultText,
-                                               StringC* text) {
+                                               StringC* text, size_t* length) {
     uint32_t ignored = 4;
     if (!severity) severity = &ignored;
     if (fetchFromCatalogs(severity, code, nullptr, text)) return nullptr;
@@ -195,15 +227,11 @@ const char* ErrCatSwitchC::fetchOrPlainDefault(uint32_t* severity, uint32_t code
         *text = StringC();
         return nullptr;
     }
-    size_t length = 0;
-    const char* part = messageTextPart(defaultText, severity, nullptr, &length);
+    const char* part = messageTextPart(defaultText, severity, nullptr, length);
     if (part) {
         // ASCII up to the text's own NUL: its bytes are the internal form
         // that decoding (as "system-8" or as "utf8") would give.
-        const unsigned char* p = reinterpret_cast<const unsigned char*>(part);
-        size_t i = 0;
-        while (i < length && p[i] < 0x80) ++i;
-        if (i == length && p[length] == 0) return part;
+        if (part[*length] == 0 && allAscii(reinterpret_cast<const uint8_t*>(part), *length)) return part;
     }
     *text = defaultMessage(severity, defaultText, nullptr);
     return nullptr;

@@ -29,6 +29,13 @@ namespace keel {
 // The name of a severity 0 to 5 ("None" ... "Fatal"); null for any other.
 const char* severityName(uint32_t severity);
 
+// A handle that holds no representation, as a moved-from handle does: it
+// reads as the empty string in every operation, and making and dropping it
+// calls nothing (the default constructor takes a reference on the shared
+// empty string, a virtual call each way). For strings that a report makes
+// and most often leaves empty.
+inline StringC noText() { return StringC::fromNew(nullptr); }
+
 inline uint32_t errorSet(uint32_t code) { return (code >> 16) & 0xFFF; }
 inline uint32_t errorNumber(uint32_t code) { return code & 0xFFFF; }
 // Bit 29: a code that can have a text.
@@ -62,8 +69,10 @@ public:
     // up to the default text's end, it is answered as those bytes (the
     // string would hold the same characters), and `text` is left alone.
     // Otherwise the answer is null and `text` receives what fetch answers.
-    // `severity` is set in both cases.
-    const char* fetchOrPlainDefault(uint32_t* severity, uint32_t code, const char* defaultText, StringC* text);
+    // `severity` is set in both cases, and `length` to the length of the
+    // bytes answered (up to their NUL) in the first.
+    const char* fetchOrPlainDefault(uint32_t* severity, uint32_t code, const char* defaultText,
+                                    StringC* text, size_t* length);
 
 private:
     // The module and then the process catalog; true when one had the text.

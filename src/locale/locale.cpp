@@ -85,8 +85,17 @@ LocaleI* defaultLocale() {
 bool ProcessLocaleNameT::sameAsRemembered() {
     current = setlocale(LC_ALL, nullptr);
     if (current == nullptr) current = "";
+    // Byte by byte against the remembered name, which holds no NUL: a
+    // shorter name stops at its own NUL. Names are short, and the answer is
+    // nearly always yes, so no length is measured then.
+    size_t same = 0;
+    while (same < length && current[same] == name[same]) ++same;
+    if (length != 0 && same == length && current[length] == 0) {
+        currentLength = length;
+        return true;
+    }
     currentLength = strlen(current);
-    return length != 0 && currentLength == length && memcmp(current, name, length) == 0;
+    return false;
 }
 
 bool ProcessLocaleNameT::remember(const StringC& asked) {
@@ -100,16 +109,17 @@ bool ProcessLocaleNameT::remember(const StringC& asked) {
     return true;
 }
 
-LocaleLanguageI* defaultLanguage() {
+LocaleLanguageC* defaultLanguage() {
     struct RememberedT {
         ProcessLocaleNameT name;
-        LocaleLanguageI* language;
+        LocaleLanguageC* language;
     };
     static thread_local RememberedT remembered;
     if (remembered.name.sameAsRemembered()) return remembered.language;
     // A new name goes through the lookup, which makes the locale as before.
     StringC name;
-    LocaleLanguageI* language = localeOfProcess(name)->getLanguage(1);
+    LocaleLanguageC* language =
+        static_cast<LocaleLanguageC*>(static_cast<LocaleC*>(localeOfProcess(name))->getLanguage(1));
     if (language && remembered.name.remember(name)) remembered.language = language;
     return language;
 }
@@ -144,7 +154,8 @@ LocaleLanguageC::LocaleLanguageC(const StringC& name)
       catalog(new ErrCatalogC(StringC())),
       systemCatalog(new ErrSystemCatalogC()),
       languageValue_(0),
-      name(name) {}
+      name(name),
+      catalogIndexed_(false) {}
 
 LocaleLanguageC::~LocaleLanguageC() {
     delete catalog.load();
@@ -159,6 +170,7 @@ uint32_t LocaleLanguageC::openCatalog(StringC path) {
         LatchGuardC guard(localeLatch());
         fresh->setQualifiers(qualifiers);
         delete catalog.exchange(fresh);
+        catalogIndexed_ = fresh->isOpen() && fresh->recordCount() != 0;
     }
     return 0;
 }
@@ -174,8 +186,9 @@ StringC LocaleLanguageC::fetch(uint32_t* severity, uint32_t code, const char* de
     uint32_t ignored = 4;
     if (!severity) severity = &ignored;
     *severity = 4;
-    char* raw;
-    {
+    // lookUp of a catalog without an indexed file answers null.
+    char* raw = nullptr;
+    if (catalogIndexed_.load()) {
         LatchGuardC guard(localeLatch());
         raw = catalog.load()->lookUp(code);
     }

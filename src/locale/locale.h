@@ -14,6 +14,7 @@
 #include <keel/locale.h>
 #include <keel/string.h>
 
+#include "errors/error.h"
 #include "frame/latch.h"
 
 namespace keel {
@@ -158,12 +159,26 @@ public:
                   const char* selector) override;
     uint32_t setQualifiers(StringC text) override;
 
+    // False when fetch is sure to answer the empty text for `code` without
+    // looking: a code of a message set (bit 29 and a set other than 0), which
+    // the system catalog never knows, while the catalog has no indexed file.
+    bool mayKnow(uint32_t code) const {
+        return !(errorHasText(code) && errorSet(code) != 0) || catalogIndexed_.load();
+    }
+
     StringC catalogName;
     StringC qualifiers;
     AtomicM<ErrCatalogC*> catalog;
     ErrSystemCatalogC* systemCatalog;
     int32_t languageValue_;
     StringC name;
+
+private:
+    // Whether `catalog` has a file with an index (lookUp may find a text),
+    // written with the catalog under the latch. A fetch reads it first and
+    // takes the latch only for a catalog that can answer: the one without a
+    // file, which every locale starts with, is not looked at at all.
+    AtomicM<bool> catalogIndexed_;
 };
 
 class LocaleC : public LocaleI {
@@ -224,11 +239,12 @@ struct ProcessLocaleNameT {
 };
 
 // The default locale's language facet (version 1), as
-// defaultLocale()->getLanguage(1) answers it. Each thread remembers the
+// defaultLocale()->getLanguage(1) answers it (every locale is a LocaleC,
+// whose language facet is a LocaleLanguageC). Each thread remembers the
 // platform's name of the process locale it last asked for and that locale's
 // facet; while the platform gives the same name, the facet is answered
 // without the map and the latch.
-LocaleLanguageI* defaultLanguage();
+LocaleLanguageC* defaultLanguage();
 
 // How many locales the map holds (for tests).
 uint32_t localeCount();

@@ -28,6 +28,11 @@ FormatClockFn formatClock = readSystemClock;
 namespace {
 
 const char kLowerDigits[] = "0123456789abcdef";
+// "00" to "99", for decimal numbers two digits at a time.
+const char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
 const char kUpperDigits[] = "0123456789ABCDEF";
 
 // Ticks of 10 ns between 0000-12-31 and 1970-01-01, and per second.
@@ -237,8 +242,13 @@ public:
     // A new representation as fromBytesNew makes it for no bytes (the empty
     // text, whose count of 0 `finish` writes), but with its first buffer of
     // `capacity` bytes at once rather than one byte that the first append
-    // replaces.
+    // replaces. Up to the limit of StringImplC::make, that buffer is part of
+    // the object's own block, as make places it: one allocation, not two.
     static StringImplC* newEmpty(uint32_t capacity) {
+        uint32_t room = StringImplC::grownCapacity(0, capacity);
+        if (room < StringImplC::kInlineLimit) {
+            return new (StringImplC::InlineTextT(), room) StringImplC(StringImplC::InlineTextT(), room);
+        }
         StringImplC* string = new StringImplC();
         string->reserve(capacity);
         string->data[0] = 0;
@@ -335,7 +345,10 @@ public:
     void finish() {
         data_[length_] = 0;
         target_->byteLength = length_;
-        target_->charCount = count_;
+        // A plain store: the representation is new and no other thread
+        // can see it yet (the caller hands it out after this), as with the
+        // stores of a constructor.
+        target_->charCount.initialize(count_);
     }
 
 private:
@@ -609,21 +622,33 @@ private:
 
     // Builds digits, zeros up to the precision, prefix and sign on the stack
     // from the low end, then emits them with blanks up to the width.
+    // The characters are ASCII, so they go to the sink as one run of text.
     void emitNumber(uint64_t value, uint32_t base, const char* digits, uint32_t prefix) {
-        uint32_t buffer[72];
-        uint32_t* end = buffer + 72;
-        uint32_t* p = end;
+        uint8_t buffer[72];
+        uint8_t* end = buffer + 72;
+        uint8_t* p = end;
         if (base == 10) {
             // 64-bit division only while the high word is set.
             while (value >> 32) {
-                *--p = static_cast<uint32_t>('0' + value % 10);
+                *--p = static_cast<uint8_t>('0' + value % 10);
                 value /= 10;
             }
+            // Two digits a step: half the dependent divisions.
             uint32_t low = static_cast<uint32_t>(value);
-            do {
-                *--p = '0' + low % 10;
-                low /= 10;
-            } while (low);
+            while (low >= 100) {
+                uint32_t pair = low % 100;
+                low /= 100;
+                p -= 2;
+                p[0] = kDigitPairs[2 * pair];
+                p[1] = kDigitPairs[2 * pair + 1];
+            }
+            if (low >= 10) {
+                p -= 2;
+                p[0] = kDigitPairs[2 * low];
+                p[1] = kDigitPairs[2 * low + 1];
+            } else {
+                *--p = static_cast<uint8_t>('0' + low);
+            }
         } else {
             uint32_t shift = base == 16 ? 4 : base == 8 ? 3 : 1;
             uint32_t mask = base - 1;
@@ -634,13 +659,13 @@ private:
         }
         while (end - p < precision_) *--p = '0';
         if (prefix) {
-            *--p = prefix;
+            *--p = static_cast<uint8_t>(prefix);
             if (prefix != '0') *--p = '0';
         }
-        if (sign_) *--p = sign_;
+        if (sign_) *--p = static_cast<uint8_t>(sign_);
         int32_t count = static_cast<int32_t>(end - p);
         if (!left_) pad(' ', width_ - count);
-        for (; p < end; ++p) sink_.put(*p);
+        sink_.putText(p, count, end);
         if (left_) pad(' ', width_ - count);
     }
 
@@ -980,9 +1005,12 @@ StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args) {
 }
 
 StringImplI* renderFormatBytesToNew(const uint8_t* format, const FormatEntriesT& args) {
+    return renderFormatBytesToNew(format, strlen(reinterpret_cast<const char*>(format)), args);
+}
+
+StringImplI* renderFormatBytesToNew(const uint8_t* format, size_t length, const FormatEntriesT& args) {
     int errorNumber = errno;
-    StringImplC* result =
-        renderBytesToNew(format, strlen(reinterpret_cast<const char*>(format)), args, errorNumber);
+    StringImplC* result = renderBytesToNew(format, length, args, errorNumber);
     errno = errorNumber;
     return result;
 }

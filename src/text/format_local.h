@@ -4,7 +4,7 @@
 //
 //     LocalArgumentsC local;
 //     va_list copy; va_copy(copy, arguments);
-//     bool fits = local.take(format, copy);
+//     bool fits = local.take(format, copy);     // or take(format, strlen(format), copy)
 //     va_end(copy);
 //     if (fits) renderFormatBytesToNew(text, local.entries());
 //
@@ -17,6 +17,7 @@
 
 #include <stdarg.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <keel/arglist.h>
 
@@ -24,9 +25,18 @@
 
 namespace keel {
 
+// formatparse::scanFormat for a format of `length` bytes up to its NUL
+// (strlen): the same table, with the `%` signs looked for eight bytes at a
+// time.
+void scanFormatOfLength(formatparse::PositionTableT& table, const uint8_t* format, size_t length);
+// The same table for top and slots (not `next`), answered from a small table
+// of the calling thread when the same bytes at the same place were scanned
+// lately.
+void scanFormatRemembered(formatparse::PositionTableT& table, const uint8_t* format, size_t length);
+
 class LocalArgumentsC {
 public:
-    LocalArgumentsC() : count_(0), used_(0), full_(false) {}
+    LocalArgumentsC() : count_(0), used_(0), full_(false), strings_(false) {}
     ~LocalArgumentsC();
     LocalArgumentsC(const LocalArgumentsC&) = delete;
     LocalArgumentsC& operator=(const LocalArgumentsC&) = delete;
@@ -36,6 +46,9 @@ public:
     // positions, or a %s text of 16 MiB or more (which a list would cut);
     // the caller then makes a list from a copy of its own va_list.
     bool take(const char* format, va_list arguments);
+    // The same for a format of `length` bytes up to its NUL (strlen),
+    // scanned by scanFormatRemembered.
+    bool take(const char* format, size_t length, va_list arguments);
 
     FormatEntriesT entries() const {
         FormatEntriesT view = {slots_, count_};
@@ -61,7 +74,19 @@ private:
     // A block for an entry of `code` with `valueSize` bytes of value, laid
     // out as ArgEntry::allocate lays it out; null (and full_) when the room
     // is used up.
-    ArgEntry* allocate(int32_t code, size_t valueSize);
+    ArgEntry* allocate(int32_t code, size_t valueSize) {
+        size_t size = (ArgEntry::valueOffset + valueSize + 7) & ~static_cast<size_t>(7);
+        if (full_ || count_ >= kSlots || size > kRoom - used_) {
+            full_ = true;
+            return nullptr;
+        }
+        void* block = room_ + used_;
+        used_ += static_cast<uint32_t>(size);
+        memcpy(block, &code, sizeof code);
+        ArgEntry* entry = static_cast<ArgEntry*>(block);
+        slots_[count_++] = entry;
+        return entry;
+    }
     template <typename T>
     void addValue(int32_t code, const T& value) {
         if (ArgEntry* entry = allocate(code, sizeof(T))) memcpy(entry->value(), &value, sizeof(T));
@@ -71,6 +96,7 @@ private:
     int32_t count_;
     uint32_t used_;
     bool full_;
+    bool strings_;  // a "String" entry was made: the destructor has work
     alignas(8) unsigned char room_[kRoom];
 };
 

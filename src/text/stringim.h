@@ -17,6 +17,8 @@
 
 #include <stdint.h>
 
+#include <typeinfo>
+
 #include <keel/atomic.h>
 #include <keel/refcount.h>
 #include <keel/string.h>
@@ -123,6 +125,17 @@ public:
     // toUpper are this routine with the case mappings.
     void mapCharacters(CharMapFn map);
 
+    // The handle of a representation that its maker has just made (count 0)
+    // and that no other thread can see yet, as StringC::fromNew gives it.
+    // For this plain class the first reference is a plain store, which
+    // nobody can tell from the increment (RefCountC::firstRef); any other
+    // class is given it by addRef.
+    static StringC handleOfNew(StringImplI* fresh) {
+        if (typeid(*fresh) != typeid(StringImplC)) return StringC::fromNew(fresh);
+        static_cast<StringImplC*>(fresh)->firstRef();
+        return StringC::fromReferenced(fresh);
+    }
+
     // Read access for tests and for the units that work on the storage.
     const uint8_t* bytes() const { return data; }
     uint32_t byteCount() const { return byteLength; }
@@ -186,7 +199,8 @@ protected:
     // buffer inside the object's block (see make) is only let go.
     void freeBuffer();
     // Where make puts the first buffer: right behind a plain StringImplC.
-    // Only make's objects ever have their buffer there.
+    // Only the objects of make and of the format engine's new strings
+    // (StringFormatSinkC::newEmpty) ever have their buffer there.
     uint8_t* inlineText() { return reinterpret_cast<uint8_t*>(this) + sizeof(StringImplC); }
     // The state of a new object whose first buffer of `room` bytes is the
     // one behind it.
