@@ -29,11 +29,12 @@ const std::string& iniPath() {
                            std::to_string(getpid()) + ".ini";
         std::string text = "# generated for the load benchmark\n";
         for (int s = 0; s < kSections; ++s) {
-            text += "\n[Section" + std::to_string(s) + "]\n# settings of part " + std::to_string(s) + "\n";
+            text += "\n[Section" + std::to_string(s) + "]\n# settings of part " +
+                    std::to_string(s) + "\n";
             for (int k = 0; k < kKeysPerSection; ++k) {
-                text += "key" + std::to_string(k) + "_" + std::to_string(s % 7) + " = value number " +
-                        std::to_string(s * kKeysPerSection + k) + (k % 3 == 0 ? " with some more words" : "") +
-                        "\n";
+                text += "key" + std::to_string(k) + "_" + std::to_string(s % 7) +
+                        " = value number " + std::to_string(s * kKeysPerSection + k) +
+                        (k % 3 == 0 ? " with some more words" : "") + "\n";
             }
         }
         FILE* file = fopen(name.c_str(), "wb");
@@ -63,7 +64,8 @@ void BM_LoadInih(benchmark::State& state) {
     const std::string& path = iniPath();
     for (auto _ : state) {
         long count = 0;
-        if (ini_parse(path.c_str(), countingHandler, &count) != 0) state.SkipWithError("ini_parse failed");
+        if (ini_parse(path.c_str(), countingHandler, &count) != 0)
+            state.SkipWithError("ini_parse failed");
         benchmark::DoNotOptimize(count);
     }
 }
@@ -81,8 +83,14 @@ void BM_LoadGKeyFile(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_LoadKeel)->Name("ini_load/keel/10000_keys_500_sections")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_LoadInih)->Name("ini_load/inih/10000_keys_500_sections")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_LoadGKeyFile)->Name("ini_load/gkeyfile/10000_keys_500_sections")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LoadKeel)
+    ->Name("ini_load/keel/10000_keys_500_sections")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LoadInih)
+    ->Name("ini_load/inih/10000_keys_500_sections")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LoadGKeyFile)
+    ->Name("ini_load/gkeyfile/10000_keys_500_sections")
+    ->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -40,11 +40,13 @@ uint32_t big(const uint8_t* p, int bytes) {
 
 void check(keel::ErrCatalogC& catalog, const std::string& bytes, uint32_t code) {
     std::string expected;
-    bool found = (code & 0x20000000u) && catalog.recordCount() != 0 &&
-                 keel::catalogtool::lookupCatalog(bytes, (code >> 16) & 0xFFF, code & 0xFFFF, expected);
+    bool found =
+        (code & 0x20000000u) && catalog.recordCount() != 0 &&
+        keel::catalogtool::lookupCatalog(bytes, (code >> 16) & 0xFFF, code & 0xFFFF, expected);
     char* text = catalog.lookUp(code);
-    if (found != (text != nullptr) || (text && (strlen(text) != strnlen(expected.c_str(), expected.size()) ||
-                                                memcmp(text, expected.data(), strlen(text)) != 0))) {
+    if (found != (text != nullptr) ||
+        (text && (strlen(text) != strnlen(expected.c_str(), expected.size()) ||
+                  memcmp(text, expected.data(), strlen(text)) != 0))) {
         fprintf(stderr, "code 0x%08X: reader %s, model %s\n", code, text ? text : "(none)",
                 found ? expected.c_str() : "(none)");
         abort();
@@ -71,7 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             uint32_t set = big(record, 2) & 0xFFF;
             check(catalog, bytes, 0xE0000000u | (set << 16) | (big(record + 4, 4) & 0xFFFF));
         }
-        for (size_t i = 0; i + 4 <= size && i < 64; i += 4) check(catalog, bytes, big(data + i, 4) | 0x20000000u);
+        for (size_t i = 0; i + 4 <= size && i < 64; i += 4)
+            check(catalog, bytes, big(data + i, 4) | 0x20000000u);
     }
 
     std::string source;

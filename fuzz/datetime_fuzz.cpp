@@ -59,21 +59,27 @@ std::string byFormatEngine(const keel::DateTimeC& value, int64_t ticks, int32_t 
     auto num = [&](int32_t v) { args.add(static_cast<int16_t>(v)); };
     if (value.getYear() == 0) {
         pattern = StringC(digits ? "%02d%s%02d%s%02d%S%0.*lu" : "%02d%s%02d%s%02d", "system-8");
-        num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+        num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep),
+            num(value.getSecond());
     } else if (flags & 16) {
         pattern = StringC("%04d%s%02d%s%02d", "system-8");
-        num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+        num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep),
+            num(value.getDay());
     } else {
-        pattern = StringC(digits ? "%04d%s%02d%s%02d%s%02d%s%02d%s%02d%S%0.*lu" : "%04d%s%02d%s%02d%s%02d%s%02d%s%02d",
+        pattern = StringC(digits ? "%04d%s%02d%s%02d%s%02d%s%02d%s%02d%S%0.*lu"
+                                 : "%04d%s%02d%s%02d%s%02d%s%02d%s%02d",
                           "system-8");
-        num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep), num(value.getDay());
+        num(value.getYear()), args.add(dsep), num(value.getMonth()), args.add(dsep),
+            num(value.getDay());
         args.add((flags & 32) ? " " : "T");
-        num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep), num(value.getSecond());
+        num(value.getHour()), args.add(tsep), num(value.getMinute()), args.add(tsep),
+            num(value.getSecond());
     }
     if (digits) {
         int64_t divisor = 1;
         for (int d = digits; d < 8; ++d) divisor *= 10;
-        args.add(StringC()).add(digits).add(static_cast<uint32_t>((ticks % second + divisor / 2) / divisor));
+        args.add(StringC()).add(digits).add(
+            static_cast<uint32_t>((ticks % second + divisor / 2) / divisor));
     }
     std::string expected = utf8Of(StringC::format(pattern, args));
     if (value.getYear() != 0 && !(flags & 16) && !value.isLocalTime()) expected += "Z";
@@ -86,19 +92,23 @@ std::string byFormatEngine(const keel::DateTimeC& value, int64_t ticks, int32_t 
 void checkTicks(int64_t ticks, bool local, int32_t firstFlags) {
     keel::DateTimeC value(ticks, local);
     if (ticks >= 0) {
-        keel::DateTimeC again(value.getYear(), value.getMonth(), value.getDay(), value.getHour(), value.getMinute(),
-                              value.getSecond(), ticks % keel::DateTimeC::kTicksPerSecond, local);
-        if (again.getTicks() != ticks || again.getWeekday() != (ticks / keel::DateTimeC::kTicksPerDay) % 7 ||
+        keel::DateTimeC again(value.getYear(), value.getMonth(), value.getDay(), value.getHour(),
+                              value.getMinute(), value.getSecond(),
+                              ticks % keel::DateTimeC::kTicksPerSecond, local);
+        if (again.getTicks() != ticks ||
+            again.getWeekday() != (ticks / keel::DateTimeC::kTicksPerDay) % 7 ||
             getErrBuf()->getCount() != 0) {
-            fprintf(stderr, "ticks %lld do not come back from their fields\n", static_cast<long long>(ticks));
+            fprintf(stderr, "ticks %lld do not come back from their fields\n",
+                    static_cast<long long>(ticks));
             abort();
         }
     }
     for (int32_t k = 0; k < 8; ++k) {
         int32_t flags = (firstFlags + 9 * k) % 64;
         if (utf8Of(value.format(flags)) != byFormatEngine(value, ticks, flags)) {
-            fprintf(stderr, "ticks %lld, flags %d: %s, the engine %s\n", static_cast<long long>(ticks), flags,
-                    utf8Of(value.format(flags)).c_str(), byFormatEngine(value, ticks, flags).c_str());
+            fprintf(stderr, "ticks %lld, flags %d: %s, the engine %s\n",
+                    static_cast<long long>(ticks), flags, utf8Of(value.format(flags)).c_str(),
+                    byFormatEngine(value, ticks, flags).c_str());
             abort();
         }
     }
@@ -124,10 +134,11 @@ void checkAgainstReference(const std::string& given, const keel::DateTimeC& valu
         plainReported += std::to_string(errors->getEntry(i)->getCode()) + " " +
                          utf8Of(errors->getEntry(i)->getText()) + "\n";
     }
-    bool same = plain.getTicks() == value.getTicks() && plain.isLocalTime() == value.isLocalTime() &&
-                plain.getYear() == value.getYear() && plain.getMonth() == value.getMonth() &&
-                plain.getDay() == value.getDay() && plain.getHour() == value.getHour() &&
-                plain.getMinute() == value.getMinute() && plain.getSecond() == value.getSecond() &&
+    bool same = plain.getTicks() == value.getTicks() &&
+                plain.isLocalTime() == value.isLocalTime() && plain.getYear() == value.getYear() &&
+                plain.getMonth() == value.getMonth() && plain.getDay() == value.getDay() &&
+                plain.getHour() == value.getHour() && plain.getMinute() == value.getMinute() &&
+                plain.getSecond() == value.getSecond() &&
                 plain.getWeekday() == value.getWeekday() && utf8Of(text) == utf8Of(left) &&
                 plainReported == reported;
     if (!same) {
@@ -157,9 +168,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size >= 14) {
         int16_t f[7];
         memcpy(f, data, 14);
-        keel::DateTimeC value(f[0], f[1], f[2], f[3], f[4], f[5], static_cast<int64_t>(f[6]) * 1000, false);
+        keel::DateTimeC value(f[0], f[1], f[2], f[3], f[4], f[5], static_cast<int64_t>(f[6]) * 1000,
+                              false);
         bool same = value.getYear() == f[0] && value.getMonth() == f[1] && value.getDay() == f[2] &&
-                    value.getHour() == f[3] && value.getMinute() == f[4] && value.getSecond() == f[5];
+                    value.getHour() == f[3] && value.getMinute() == f[4] &&
+                    value.getSecond() == f[5];
         if (same == (errors->getCount() != 0)) abort();
         for (int flags = 0; flags < 64; flags += 7) value.format(flags);
         errors->takeText(nullptr);
@@ -169,7 +182,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // Times of day and days just before the origin, which arbitrary
         // bytes seldom give.
         checkTicks(ticks % keel::DateTimeC::kTicksPerDay, false, data[11]);
-        checkTicks(-(ticks & 0x7FFFFFFFFFFFFFFF) % (4000 * keel::DateTimeC::kTicksPerDay), data[13] & 2, data[10]);
+        checkTicks(-(ticks & 0x7FFFFFFFFFFFFFFF) % (4000 * keel::DateTimeC::kTicksPerDay),
+                   data[13] & 2, data[10]);
         data += 14;
         size -= 14;
     }
@@ -183,7 +197,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::string stored(bytes, text.textUtf8Length());
         text.releaseUtf8(bytes);
         size_t nul = stored.find('\0');
-        if (nul != std::string::npos) text = keel::StringC(stored.data(), static_cast<uint32_t>(nul), "utf8");
+        if (nul != std::string::npos)
+            text = keel::StringC(stored.data(), static_cast<uint32_t>(nul), "utf8");
     }
     std::u32string before = charsOf(text);
     std::string given = utf8Of(text);
@@ -197,7 +212,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         abort();
     }
     checkAgainstReference(given, value, text);
-    if (after.size() > before.size() || before.size() - after.size() > 5 || !isSubsequence(after, before)) {
+    if (after.size() > before.size() || before.size() - after.size() > 5 ||
+        !isSubsequence(after, before)) {
         fprintf(stderr, "the parser changed more than separators\n");
         abort();
     }

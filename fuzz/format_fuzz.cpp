@@ -71,7 +71,11 @@ const keel::ArgListC& everyTypeTwin() {
         args->add(uint16_t(65535)).add(uint32_t(40)).add(uint64_t(~0ULL)).add(-3.75);
         args->addUCS4(0x141).add(keel::StringC("\xc3\xa9t\xc3\xa9", "utf8")).addDateTime(0);
         args->add(static_cast<const void*>(&everyType())).add(guid).add(keel::ArgListC());
-        args->add("caf\xc3\xa9").add(time).add(static_cast<const void*>(nullptr)).add(int32_t(-5)).add(int32_t(3));
+        args->add("caf\xc3\xa9")
+            .add(time)
+            .add(static_cast<const void*>(nullptr))
+            .add(int32_t(-5))
+            .add(int32_t(3));
         return args;
     }();
     return *list;
@@ -81,9 +85,10 @@ keel::StringC viaFrontEnd(const keel::StringC& format) {
     keel::ArgGuidT guid = {0x01234567u, 0x89AB, 0xCDEF, {1, 2, 3, 4, 5, 6, 7, 8}};
     keel::ArgTimeValT time = {1700000000, 123456};
     timespec dateTimeZero = {static_cast<time_t>(-62135683200LL), 0};
-    return keel::format(format, true, short(-7), -123, -4294967296LL - 9, static_cast<unsigned short>(65535), 40u,
-                        ~0ULL, -3.75, U'\u0141', keel::StringC("\xc3\xa9t\xc3\xa9", "utf8"), dateTimeZero,
-                        &everyType(), guid, keel::ArgListC(), "caf\xc3\xa9", time, nullptr, -5, 3);
+    return keel::format(format, true, short(-7), -123, -4294967296LL - 9,
+                        static_cast<unsigned short>(65535), 40u, ~0ULL, -3.75, U'\u0141',
+                        keel::StringC("\xc3\xa9t\xc3\xa9", "utf8"), dateTimeZero, &everyType(),
+                        guid, keel::ArgListC(), "caf\xc3\xa9", time, nullptr, -5, 3);
 }
 
 }  // namespace
@@ -99,7 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int run = 0;
     while (*p) {
         uint32_t c = keel::formatparse::nextChar(p);
-        check(c == keel::utf8Next(theirs) && p == theirs, "the parser's decoder differs from utf8Next");
+        check(c == keel::utf8Next(theirs) && p == theirs,
+              "the parser's decoder differs from utf8Next");
         run = keel::formatparse::digitValue(c) >= 0 ? run + 1 : 0;
         if (run > 4) return 0;
     }
@@ -112,7 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // The walk of a report, which knows the length, makes the same table.
     keel::formatparse::PositionTableT measured;
-    keel::scanFormatOfLength(measured, reinterpret_cast<const uint8_t*>(bytes.c_str()), bytes.size());
+    keel::scanFormatOfLength(measured, reinterpret_cast<const uint8_t*>(bytes.c_str()),
+                             bytes.size());
     check(measured.top == table.top && measured.next == table.next &&
               memcmp(measured.slots, table.slots, static_cast<size_t>(table.top + 1)) == 0,
           "the scan of a known length differs");

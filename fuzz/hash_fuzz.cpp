@@ -28,9 +28,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Few keys make long lists of equal keys; many make the table split.
     uint32_t keys = data[0] & 4 ? 200 : 24;
     switch (data[0] % 4) {
-    case 0: run<keel::hashmodel::KeyedT<false>>(keys, data + 1, size - 1); break;
-    case 1: run<keel::hashmodel::KeyedT<true>>(keys, data + 1, size - 1); break;
-    default: run<keel::hashmodel::MapT>(keys, data + 1, size - 1); break;
+    case 0:
+        run<keel::hashmodel::KeyedT<false>>(keys, data + 1, size - 1);
+        break;
+    case 1:
+        run<keel::hashmodel::KeyedT<true>>(keys, data + 1, size - 1);
+        break;
+    default:
+        run<keel::hashmodel::MapT>(keys, data + 1, size - 1);
+        break;
     }
     return 0;
 }

@@ -21,8 +21,8 @@
 namespace {
 
 struct ModelT {
-    int timeOfDay = 0, timestamp = 0, timeDeltas = 0, counters = 0, timers = 0, showClass = 0, process = 0,
-        threads = 0, flush = 1, indent = 16, detail = 9;
+    int timeOfDay = 0, timestamp = 0, timeDeltas = 0, counters = 0, timers = 0, showClass = 0,
+        process = 0, threads = 0, flush = 1, indent = 16, detail = 9;
     std::string filename = "/tmp/%p%t.trc";
     // The last setting of each path line, by name without the detail
     // prefix, with the path as the line gave it (for the lookup).
@@ -50,16 +50,26 @@ struct ModelT {
         if (!strcasecmp(k, "timeofday")) {
             timeOfDay = v == 1;
             if (v == 1) timestamp = 1;
-        } else if (!strcasecmp(k, "timestamp")) timestamp = low;
-        else if (!strcasecmp(k, "timedeltas")) timeDeltas = low;
-        else if (!strcasecmp(k, "trace_timers")) timers = low;
-        else if (!strcasecmp(k, "trace_counters")) counters = low;
-        else if (!strcasecmp(k, "flush_freq")) flush = v;
-        else if (!strcasecmp(k, "max_indent")) indent = v;
-        else if (!strcasecmp(k, "max_detail")) detail = v;
-        else if (!strcasecmp(k, "show_process")) process = low;
-        else if (!strcasecmp(k, "show_threads")) threads = low;
-        else if (!strcasecmp(k, "show_class")) showClass = v == 1;
+        } else if (!strcasecmp(k, "timestamp"))
+            timestamp = low;
+        else if (!strcasecmp(k, "timedeltas"))
+            timeDeltas = low;
+        else if (!strcasecmp(k, "trace_timers"))
+            timers = low;
+        else if (!strcasecmp(k, "trace_counters"))
+            counters = low;
+        else if (!strcasecmp(k, "flush_freq"))
+            flush = v;
+        else if (!strcasecmp(k, "max_indent"))
+            indent = v;
+        else if (!strcasecmp(k, "max_detail"))
+            detail = v;
+        else if (!strcasecmp(k, "show_process"))
+            process = low;
+        else if (!strcasecmp(k, "show_threads"))
+            threads = low;
+        else if (!strcasecmp(k, "show_class"))
+            showClass = v == 1;
     }
 
     static bool space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -119,9 +129,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     keel::TraceFileOptionsT o = consumer->options();
     bool same = o.timeOfDay == model.timeOfDay && o.timestamp == model.timestamp &&
                 o.timeDeltas == model.timeDeltas && o.traceCounters == model.counters &&
-                o.traceTimers == model.timers && o.showClass == model.showClass && o.showProcess == model.process &&
-                o.showThreads == model.threads && o.flushFrequency == model.flush && o.maxIndent == model.indent &&
-                o.maxDetail == model.detail && model.filename == o.filename && o.patternCount == model.patterns;
+                o.traceTimers == model.timers && o.showClass == model.showClass &&
+                o.showProcess == model.process && o.showThreads == model.threads &&
+                o.flushFrequency == model.flush && o.maxIndent == model.indent &&
+                o.maxDetail == model.detail && model.filename == o.filename &&
+                o.patternCount == model.patterns;
     if (!same) {
         fprintf(stderr, "options differ from the model\n");
         abort();

@@ -400,7 +400,8 @@ struct PositionTableT {
         if (position < 0 || position >= slotCount) return;
         // Positions skipped over take nothing; the usual next position is
         // stored without a loop.
-        if (position > top + 1) memset(slots + (top + 1), ' ', static_cast<size_t>(position - top - 1));
+        if (position > top + 1)
+            memset(slots + (top + 1), ' ', static_cast<size_t>(position - top - 1));
         if (position > top) top = position;
         slots[position] = letter;
     }

@@ -159,7 +159,13 @@ namespace textform {
 // The length of the sequence that a first byte announces: 1 for ASCII, a
 // stray continuation byte, 0xFE and 0xFF.
 inline uint32_t announcedLength(uint8_t b) {
-    return b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
+    return b < 0xC0   ? 1
+           : b < 0xE0 ? 2
+           : b < 0xF0 ? 3
+           : b < 0xF8 ? 4
+           : b < 0xFC ? 5
+           : b < 0xFE ? 6
+                      : 1;
 }
 
 inline uint32_t nextChar(const uint8_t*& p) {

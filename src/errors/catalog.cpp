@@ -19,7 +19,8 @@ const char kCatalogMagic[8] = {'t', 'a', 'v', 'r', 'i', 'n', 'o', 'c'};
 namespace {
 
 uint32_t bigEndian32(const unsigned char* bytes) {
-    return (uint32_t(bytes[0]) << 24) | (uint32_t(bytes[1]) << 16) | (uint32_t(bytes[2]) << 8) | bytes[3];
+    return (uint32_t(bytes[0]) << 24) | (uint32_t(bytes[1]) << 16) | (uint32_t(bytes[2]) << 8) |
+           bytes[3];
 }
 
 uint32_t bigEndian16(const unsigned char* bytes) { return (uint32_t(bytes[0]) << 8) | bytes[1]; }
@@ -34,7 +35,9 @@ bool readAt(int handle, void* buffer, uint32_t size, uint64_t offset) {
     return got >= 0 && static_cast<uint32_t>(got) == size;
 }
 
-StringC textOf(const StringC& string, int32_t start, int32_t count) { return string.substring(start, count); }
+StringC textOf(const StringC& string, int32_t start, int32_t count) {
+    return string.substring(start, count);
+}
 
 bool endsWithSeparator(const StringC& text, uint32_t* separator) {
     int32_t length = text.length();
@@ -47,7 +50,9 @@ bool endsWithSeparator(const StringC& text, uint32_t* separator) {
 
 }  // namespace
 
-ErrCatalogC::ErrCatalogC(const StringC& fileName) : fileName(fileName), handle(-1), count(0) { open(); }
+ErrCatalogC::ErrCatalogC(const StringC& fileName) : fileName(fileName), handle(-1), count(0) {
+    open();
+}
 
 ErrCatalogC::~ErrCatalogC() {
     if (handle >= 0) ::close(handle);
@@ -107,7 +112,8 @@ void ErrCatalogC::open() {
     }
     if (handle < 0) return;
     unsigned char header[kCatalogHeaderSize];
-    if (readAt(handle, header, kCatalogHeaderSize, 0) && memcmp(header, kCatalogMagic, sizeof kCatalogMagic) == 0) {
+    if (readAt(handle, header, kCatalogHeaderSize, 0) &&
+        memcmp(header, kCatalogMagic, sizeof kCatalogMagic) == 0) {
         count = bigEndian32(header + 8);
         return;
     }
@@ -148,7 +154,8 @@ char* ErrCatalogC::lookUp(uint32_t code) {
     return nullptr;
 }
 
-StringC ErrCatalogC::fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) {
+StringC ErrCatalogC::fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                           const char* selector) {
     uint32_t ignored = 4;
     if (!severity) severity = &ignored;
     *severity = 4;

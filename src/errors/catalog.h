@@ -43,7 +43,8 @@ public:
     ErrCatalogC(const ErrCatalogC&) = delete;
     ErrCatalogC& operator=(const ErrCatalogC&) = delete;
 
-    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) override;
+    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                  const char* selector) override;
     // Stored; fetch never uses it.
     uint32_t setQualifiers(StringC text) override;
 

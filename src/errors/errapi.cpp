@@ -22,7 +22,8 @@ uint32_t store(uint32_t code, uint32_t severity, StringC& text) {
     if (severity == 0) return code;
     // The calling thread's buffer is always of this library's own class.
     if (ErrBufI* buffer = threadErrBuf())
-        static_cast<ErrBufImplC*>(buffer)->addReported(code, severity, static_cast<StringC&&>(text));
+        static_cast<ErrBufImplC*>(buffer)->addReported(code, severity,
+                                                       static_cast<StringC&&>(text));
     return code;
 }
 
@@ -61,7 +62,8 @@ StringImplI* renderedV(uint32_t* severity, uint32_t code, const char* format, va
     // into entries on the stack instead, where they fit.
     StringC fetched = noText();
     size_t length = 0;
-    const char* plain = catalogSwitch()->fetchOrPlainDefault(severity, code, format, &fetched, &length);
+    const char* plain =
+        catalogSwitch()->fetchOrPlainDefault(severity, code, format, &fetched, &length);
     if (!plain) return formattedNew(fetched, argListFromText(format, arguments));
     LocalArgumentsC local;
     va_list copy;
@@ -77,10 +79,12 @@ StringImplI* renderedV(uint32_t* severity, uint32_t code, const char* format, va
 // errorText with a list, as a new representation. A default text whose
 // message is plain ASCII is rendered from its bytes, as the library's
 // factory renders the string decoded from them, without that string.
-StringImplI* renderedNew(uint32_t* severity, uint32_t code, const char* defaultText, ArgListC& args) {
+StringImplI* renderedNew(uint32_t* severity, uint32_t code, const char* defaultText,
+                         ArgListC& args) {
     StringC fetched = noText();
     size_t length = 0;
-    const char* plain = catalogSwitch()->fetchOrPlainDefault(severity, code, defaultText, &fetched, &length);
+    const char* plain =
+        catalogSwitch()->fetchOrPlainDefault(severity, code, defaultText, &fetched, &length);
     if (plain) return renderedPlainNew(plain, length, formatEntriesOf(args));
     return formattedNew(fetched, static_cast<ArgListC&&>(args));
 }
@@ -103,7 +107,9 @@ StringC errorTextFormat(uint32_t* severity, uint32_t code, const char* format, .
     return StringC::fromNew(text);
 }
 
-StringC errorText(uint32_t code, const char* defaultText) { return errorText(nullptr, code, defaultText); }
+StringC errorText(uint32_t code, const char* defaultText) {
+    return errorText(nullptr, code, defaultText);
+}
 
 StringC errorText(uint32_t code, const char* defaultText, ArgListC args) {
     return errorText(nullptr, code, defaultText, args);
@@ -135,6 +141,8 @@ uint32_t reportErrorFormat(uint32_t code, const char* format, ...) {
     return result;
 }
 
-uint32_t reportSystemError() { return reportError(systemErrorCode(errno), nullptr, emptyArgList()); }
+uint32_t reportSystemError() {
+    return reportError(systemErrorCode(errno), nullptr, emptyArgList());
+}
 
 }  // namespace keel

@@ -99,7 +99,8 @@ ErrEntryC::ErrEntryC(uint32_t code, const StringC& text, uint32_t severity, uint
     }
     reason = text.substring(first + 1, second - first - 1);
     int32_t third = text.find(1u, second);
-    solution = third < 0 ? text.substring(second + 1) : text.substring(second + 1, third - second - 1);
+    solution =
+        third < 0 ? text.substring(second + 1) : text.substring(second + 1, third - second - 1);
 }
 
 ErrEntryC::ErrEntryC(uint32_t code, StringImplI* problemText, uint32_t severity, uint32_t sequence)

@@ -50,7 +50,9 @@ bool moduleMayKnow(ErrCatalogI* module, uint32_t code) {
 
 void traceFetched(const char* format, uint32_t code, const StringC& text) {
     ArgListC list;
-    list.add(static_cast<int32_t>(errorSet(code))).add(static_cast<int32_t>(errorNumber(code))).add(text);
+    list.add(static_cast<int32_t>(errorSet(code)))
+        .add(static_cast<int32_t>(errorNumber(code)))
+        .add(text);
     tracerInstance()->trace(fetchPoint.path, &fetchPoint.handle, format, list);
 }
 
@@ -94,11 +96,11 @@ void loadStepError() {
 
 AtomicM<ErrCatalogI*>& moduleCatalogCell() { return *moduleCatalogStorage; }
 
-AtomicM<ErrCatalogI*>& processCatalogCell() {
-    return *processCatalogStorage;
-}
+AtomicM<ErrCatalogI*>& processCatalogCell() { return *processCatalogStorage; }
 
-const char* severityName(uint32_t severity) { return severity <= 5 ? severityNames[severity] : nullptr; }
+const char* severityName(uint32_t severity) {
+    return severity <= 5 ? severityNames[severity] : nullptr;
+}
 
 const char* scanSeverityLetters(const char* letters, uint32_t* severity) {
     bool afterCapital = false;
@@ -173,7 +175,8 @@ StringC parseMessageText(const char* text, uint32_t* severity, const char* selec
     return StringC(part, static_cast<uint32_t>(length), "utf8");
 }
 
-StringC ErrCatSwitchC::fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) {
+StringC ErrCatSwitchC::fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                             const char* selector) {
     uint32_t ignored = 4;
     if (!severity) severity = &ignored;
     StringC text;
@@ -181,7 +184,8 @@ StringC ErrCatSwitchC::fetch(uint32_t* severity, uint32_t code, const char* defa
     return defaultMessage(severity, defaultText, selector);
 }
 
-StringC ErrCatSwitchC::defaultMessage(uint32_t* severity, const char* defaultText, const char* selector) {
+StringC ErrCatSwitchC::defaultMessage(uint32_t* severity, const char* defaultText,
+                                      const char* selector) {
     if (!defaultText || *defaultText == 0) return StringC();
     if (*defaultText != 1 && *defaultText != '{') {
         *severity = 4;
@@ -190,7 +194,8 @@ StringC ErrCatSwitchC::defaultMessage(uint32_t* severity, const char* defaultTex
     return parseMessageText(defaultText, severity, selector);
 }
 
-bool ErrCatSwitchC::fetchFromCatalogs(uint32_t* severity, uint32_t code, const char* selector, StringC* text) {
+bool ErrCatSwitchC::fetchFromCatalogs(uint32_t* severity, uint32_t code, const char* selector,
+                                      StringC* text) {
     *severity = 4;
     // Each catalog's answer is held in a string of its own and moved into
     // `text` only when it is the message: most reports find none, and every
@@ -213,13 +218,15 @@ bool ErrCatSwitchC::fetchFromCatalogs(uint32_t* severity, uint32_t code, const c
     StringC found = language->fetch(severity, code, "", selector);
     if (found.isEmpty()) return false;
     // Here the point is tested before the list is made.
-    if (traceActive(fetchPoint)) traceFetched("Message s%dm%d from process catalog: %S", code, found);
+    if (traceActive(fetchPoint))
+        traceFetched("Message s%dm%d from process catalog: %S", code, found);
     *text = static_cast<StringC&&>(found);
     return true;
 }
 
-const char* ErrCatSwitchC::fetchOrPlainDefault(uint32_t* severity, uint32_t code, const char* defaultText,
-                                               StringC* text, size_t* length) {
+const char* ErrCatSwitchC::fetchOrPlainDefault(uint32_t* severity, uint32_t code,
+                                               const char* defaultText, StringC* text,
+                                               size_t* length) {
     uint32_t ignored = 4;
     if (!severity) severity = &ignored;
     if (fetchFromCatalogs(severity, code, nullptr, text)) return nullptr;
@@ -231,7 +238,8 @@ const char* ErrCatSwitchC::fetchOrPlainDefault(uint32_t* severity, uint32_t code
     if (part) {
         // ASCII up to the text's own NUL: its bytes are the internal form
         // that decoding (as "system-8" or as "utf8") would give.
-        if (part[*length] == 0 && allAscii(reinterpret_cast<const uint8_t*>(part), *length)) return part;
+        if (part[*length] == 0 && allAscii(reinterpret_cast<const uint8_t*>(part), *length))
+            return part;
     }
     *text = defaultMessage(severity, defaultText, nullptr);
     return nullptr;
@@ -246,8 +254,8 @@ uint32_t ErrCatSwitchC::setQualifiers(StringC qualifiers) {
 void setModuleCatalogEmpty() {
     ErrCatalogI* old = moduleCatalogCell().exchange(new ErrCatalogC(StringC()));
     if (old) {
-        tracerInstance()->trace(openPoint.path, &openPoint.handle, "Replaced previous catalog with empty one",
-                                ArgListC());
+        tracerInstance()->trace(openPoint.path, &openPoint.handle,
+                                "Replaced previous catalog with empty one", ArgListC());
         delete old;
     }
 }
@@ -255,7 +263,8 @@ void setModuleCatalogEmpty() {
 uint32_t setProcessCatalog(const char* fileName) {
     ArgListC list;
     list.add(fileName);
-    tracerInstance()->trace(openPoint.path, &openPoint.handle, "Setting process message catalog to %s", list);
+    tracerInstance()->trace(openPoint.path, &openPoint.handle,
+                            "Setting process message catalog to %s", list);
     return defaultLocale()->getLanguage(1)->openCatalog(StringC(fileName, "system-8"));
 }
 
@@ -267,7 +276,8 @@ ErrCatalogI* openModuleCatalog() {
     ConfRegistryI* registry = configuration ? configuration->getRegistry() : nullptr;
     StringC installDir;
     StringC key("SOFTWARE\\Veltrane Corp\\Veltrane", "ascii");
-    if (registry && registry->getString(ConfRegistryI::kLocalMachine, key, StringC("InstallDir", "ascii"), &installDir) == 0) {
+    if (registry && registry->getString(ConfRegistryI::kLocalMachine, key,
+                                        StringC("InstallDir", "ascii"), &installDir) == 0) {
         directory = installDir;
         directory.append(StringC("/lib/", "ascii"));
     }

@@ -55,13 +55,15 @@ StringC parseMessageText(const char* text, uint32_t* severity, const char* selec
 
 // The same as a pointer into `text` and a length in bytes: the message part
 // that parseMessageText decodes, or null where it gives the empty string.
-const char* messageTextPart(const char* text, uint32_t* severity, const char* selector, size_t* length);
+const char* messageTextPart(const char* text, uint32_t* severity, const char* selector,
+                            size_t* length);
 
 // The switch: made once on first use and never destroyed.
 class ErrCatSwitchC : public ErrCatalogI {
 public:
     ~ErrCatSwitchC() override {}
-    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) override;
+    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                  const char* selector) override;
     uint32_t setQualifiers(StringC qualifiers) override;
 
     // fetch with no selector, for a text that is about to be rendered: when

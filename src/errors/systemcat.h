@@ -12,7 +12,8 @@ public:
     ~ErrSystemCatalogC() override {}
     // strerror of the low 16 bits for a code with bit 29 set and set 0 (in
     // "system-8"), the empty text for every other code; severity 4.
-    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText, const char* selector) override;
+    StringC fetch(uint32_t* severity, uint32_t code, const char* defaultText,
+                  const char* selector) override;
     uint32_t setQualifiers(StringC qualifiers) override;
 };
 

@@ -247,7 +247,8 @@ public:
     static StringImplC* newEmpty(uint32_t capacity) {
         uint32_t room = StringImplC::grownCapacity(0, capacity);
         if (room < StringImplC::kInlineLimit) {
-            return new (StringImplC::InlineTextT(), room) StringImplC(StringImplC::InlineTextT(), room);
+            return new (StringImplC::InlineTextT(), room)
+                StringImplC(StringImplC::InlineTextT(), room);
         }
         StringImplC* string = new StringImplC();
         string->reserve(capacity);
@@ -974,8 +975,10 @@ namespace {
 // `bytes` (null: no text) with its `length` up to its NUL; `errorNumber` is
 // the errno that %! shows. Inlined into both callers: as a call of its own
 // it made StringC::format of a short message measurably slower.
-__attribute__((always_inline)) inline StringImplC* renderBytesToNew(const uint8_t* bytes, size_t length, const FormatEntriesT& args,
-                              int errorNumber) {
+__attribute__((always_inline)) inline StringImplC* renderBytesToNew(const uint8_t* bytes,
+                                                                    size_t length,
+                                                                    const FormatEntriesT& args,
+                                                                    int errorNumber) {
     // Room for the format's own text and a little more is made at once;
     // most messages then need no second buffer.
     uint32_t room = static_cast<uint32_t>(length < 0x7FFFFF00u ? length : 0) + 64;
@@ -1008,7 +1011,8 @@ StringImplI* renderFormatBytesToNew(const uint8_t* format, const FormatEntriesT&
     return renderFormatBytesToNew(format, strlen(reinterpret_cast<const char*>(format)), args);
 }
 
-StringImplI* renderFormatBytesToNew(const uint8_t* format, size_t length, const FormatEntriesT& args) {
+StringImplI* renderFormatBytesToNew(const uint8_t* format, size_t length,
+                                    const FormatEntriesT& args) {
     int errorNumber = errno;
     StringImplC* result = renderBytesToNew(format, length, args, errorNumber);
     errno = errorNumber;

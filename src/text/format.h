@@ -50,7 +50,8 @@ inline FormatEntriesT formatEntriesOf(const ArgListC& args) {
 // of its own that holds that text.
 StringImplI* renderFormatBytesToNew(const uint8_t* format, const FormatEntriesT& args);
 // The same for a format whose length up to its NUL (strlen) is known.
-StringImplI* renderFormatBytesToNew(const uint8_t* format, size_t length, const FormatEntriesT& args);
+StringImplI* renderFormatBytesToNew(const uint8_t* format, size_t length,
+                                    const FormatEntriesT& args);
 
 // A buffer that renderFormatToBytes fills with the UTF-8 bytes of the
 // rendered characters (the bytes of the "utf8" text of the string that

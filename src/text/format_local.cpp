@@ -121,7 +121,8 @@ uint32_t scanCellIndex(const uint8_t* format) {
 
 }  // namespace
 
-void scanFormatRemembered(formatparse::PositionTableT& table, const uint8_t* format, size_t length) {
+void scanFormatRemembered(formatparse::PositionTableT& table, const uint8_t* format,
+                          size_t length) {
     if (length >= kScanText) return scanFormatOfLength(table, format, length);
     static thread_local ScanCellT cells[kScanCells];
     ScanCellT& cell = cells[scanCellIndex(format)];
