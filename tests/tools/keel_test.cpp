@@ -2,9 +2,7 @@
 // emulator of an i386 run) on real files in a fresh directory: exit
 // statuses and messages, the catalog round trip, conversions and their
 // checks, constant memory on a 100 MB file, trace check, and the registry
-// commands beside a program of the SDK. Writers in parallel are the
-// configuration tests' (confregini_test, confregini_lock_test): each "reg set"
-// is one mount, change and commit of the same registry in a process of its own.
+// commands beside a program of the SDK and in four processes at once.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -366,6 +364,44 @@ TEST_F(KeelToolTest, RegistryBesideAProgram) {
             {{"reg", "frob"}, 2, "", usage},
         },
         start);
+}
+
+// Four processes run "reg set" at the same time, five values each, under one
+// key: every commit merges into what the file holds once its lock is taken,
+// so all twenty values stay and no companion file is left.
+TEST_F(KeelToolTest, FourRegSetsAtOnceLoseNothing) {
+    const std::string mount = "--mount=" + path("conf/app.ini") + "=HKLM\\Software\\App";
+    auto name = [](int w, int i) { return "w" + std::to_string(w) + "v" + std::to_string(i); };
+    std::vector<pid_t> writers;
+    for (int w = 0; w < 4; ++w) {
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid != 0) {
+            writers.push_back(pid);
+            continue;
+        }
+        int failed = 0;
+        for (int i = 0; i < 5; ++i) {
+            int status = testkit::runProgram(
+                testkit::builtProgram("bin/keel"),
+                {"reg", "set", mount, "HKLM\\Software\\App\\Shared\\" + name(w, i), name(w, i)});
+            failed += !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+        }
+        _exit(failed);
+    }
+    for (pid_t pid : writers) {
+        int status = 0;
+        ASSERT_EQ(pid, waitpid(pid, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "failed sets: " << status;
+    }
+    ProgramRunT run = keel({"reg", "list", mount, "HKLM\\Software\\App\\Shared"});
+    ASSERT_TRUE(run.exited(0)) << run.err;
+    for (int w = 0; w < 4; ++w)
+        for (int i = 0; i < 5; ++i)
+            EXPECT_NE(std::string::npos, run.out.find(name(w, i) + "=" + name(w, i) + "\n"))
+                << name(w, i) << " lost:\n"
+                << run.out;
+    EXPECT_EQ("<missing>", readFile("conf/app.ini.lck"));
 }
 
 }  // namespace
