@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
+
+#include "testing/threads.h"
 
 namespace keel {
 namespace {
@@ -31,7 +31,8 @@ TEST(LatchTest, EachKindBehavesAsDeclaredAlsoAfterAReset) {
         EXPECT_FALSE(LatchC::isReady(LatchC::ErrorChecking));
         LatchC first(kind);
         EXPECT_TRUE(LatchC::isReady(kind));
-        EXPECT_FALSE(LatchC::isReady(kind == LatchC::Recursive ? LatchC::ErrorChecking : LatchC::Recursive));
+        EXPECT_FALSE(
+            LatchC::isReady(kind == LatchC::Recursive ? LatchC::ErrorChecking : LatchC::Recursive));
         expectItsKind(first, kind);
         LatchC::resetReadyFlags();
         LatchC again(kind);
@@ -42,17 +43,13 @@ TEST(LatchTest, EachKindBehavesAsDeclaredAlsoAfterAReset) {
 TEST(LatchThreadTest, GuardExcludesOtherThreads) {
     LatchC latch(LatchC::Recursive);
     int64_t counter = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 20000; ++i) {
-                LatchGuardC guard(latch);
-                LatchGuardC nested(latch);  // recursive: the owner may lock again
-                ++counter;
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    testkit::onThreads(4, [&](int) {
+        for (int i = 0; i < 20000; ++i) {
+            LatchGuardC guard(latch);
+            LatchGuardC nested(latch);  // recursive: the owner may lock again
+            ++counter;
+        }
+    });
     EXPECT_EQ(80000, counter);
 }
 
@@ -61,22 +58,18 @@ TEST(LatchThreadTest, GuardExcludesOtherThreads) {
 // fails the test instead of hanging it), an error-checking one refuses.
 TEST(LatchThreadTest, LatchesMadeAtOnceKeepTheirKind) {
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t, &wrong] {
-            for (int i = 0; i < 3000; ++i) {
-                if (i % 500 == 0) LatchC::resetReadyFlags();
-                LatchC::Kind kind = (i + t) % 2 ? LatchC::Recursive : LatchC::ErrorChecking;
-                LatchC latch(kind);
-                if (latch.lock() != 0) ++wrong;
-                int again = latch.tryLock();
-                if (again != (kind == LatchC::Recursive ? 0 : EBUSY)) ++wrong;
-                if (again == 0) latch.unlock();
-                latch.unlock();
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    testkit::onThreads(4, [&wrong](int t) {
+        for (int i = 0; i < 3000; ++i) {
+            if (i % 500 == 0) LatchC::resetReadyFlags();
+            LatchC::Kind kind = (i + t) % 2 ? LatchC::Recursive : LatchC::ErrorChecking;
+            LatchC latch(kind);
+            if (latch.lock() != 0) ++wrong;
+            int again = latch.tryLock();
+            if (again != (kind == LatchC::Recursive ? 0 : EBUSY)) ++wrong;
+            if (again == 0) latch.unlock();
+            latch.unlock();
+        }
+    });
     EXPECT_EQ(0, wrong.load());
 }
 

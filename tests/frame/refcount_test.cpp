@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
 
 #include <keel/refcount.h>
+
+#include "testing/threads.h"
 
 namespace {
 
@@ -22,29 +22,21 @@ TEST(RefCountThreadTest, ConcurrentAddRefAndReleaseStayExact) {
     destroyed = 0;
     TrackedC* object = new TrackedC();
     ASSERT_EQ(1, object->addRef());
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([object] {
-            for (int i = 0; i < 20000; ++i) {
-                object->addRef();
-                object->release();
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    keel::testkit::onThreads(4, [object](int) {
+        for (int i = 0; i < 20000; ++i) {
+            object->addRef();
+            object->release();
+        }
+    });
     EXPECT_EQ(0, destroyed.load());
     EXPECT_EQ(1, object->refCount());
 
     // Hand the last references to several threads: exactly one release reaches zero.
     for (int i = 0; i < 3; ++i) object->addRef();
-    threads.clear();
     std::atomic<int> zeros{0};
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([object, &zeros] {
-            if (object->release() == 0) zeros.fetch_add(1);
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    keel::testkit::onThreads(4, [object, &zeros](int) {
+        if (object->release() == 0) zeros.fetch_add(1);
+    });
     EXPECT_EQ(1, zeros.load());
     EXPECT_EQ(1, destroyed.load());
 }

@@ -15,6 +15,7 @@
 #include "testing/arglistmodel.h"
 #include "testing/countedimpl.h"
 #include "testing/modelrun.h"
+#include "testing/threads.h"
 
 namespace keel {
 namespace {
@@ -99,23 +100,19 @@ TEST(ArgListThread, CopiesAcrossThreadsKeepTheCount) {
     ArgListC list;
     list.add(int32_t(1)).add("shared text").add(inner).addNull();
     const ArgListC::ArgListImplC* body = list.getImpl();
-    std::vector<std::thread> threads;
     std::vector<int64_t> sums(4, 0);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&list, &sums, t] {
-            ArgListC held;
-            for (int i = 0; i < 2000; ++i) {
-                ArgListC copy(list);
-                held = copy;
-                ArgListC again = held;
-                sums[t] +=
-                    again.get(0)->read<int32_t>() + again.get(2)->argList().get(0)->read<int32_t>();
-                if (strcmp(static_cast<const char*>(again.get(1)->pointer()), "shared text") != 0)
-                    sums[t] = -1;
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    testkit::onThreads(4, [&list, &sums](int t) {
+        ArgListC held;
+        for (int i = 0; i < 2000; ++i) {
+            ArgListC copy(list);
+            held = copy;
+            ArgListC again = held;
+            sums[t] +=
+                again.get(0)->read<int32_t>() + again.get(2)->argList().get(0)->read<int32_t>();
+            if (strcmp(static_cast<const char*>(again.get(1)->pointer()), "shared text") != 0)
+                sums[t] = -1;
+        }
+    });
     for (int64_t sum : sums) EXPECT_EQ(2000 * 8, sum);
     EXPECT_EQ(body, list.getImpl());
     EXPECT_EQ(1, bodyRefs(list));

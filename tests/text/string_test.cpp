@@ -6,7 +6,6 @@
 #include <atomic>
 #include <set>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -14,6 +13,7 @@
 #include <keel/keel.h>
 
 #include "testing/scantest.h"
+#include "testing/threads.h"
 #include "text/stringim.h"
 #include "text/textencoding.h"
 
@@ -21,14 +21,6 @@ namespace keel {
 namespace {
 
 StringImplFactoryI* factory() { return getStringFactory(); }
-
-// Runs `work` on four threads and waits for them.
-template <typename F>
-void onFourThreads(F work) {
-    std::vector<std::thread> workers;
-    for (int t = 0; t < 4; ++t) workers.emplace_back(work, t);
-    for (std::thread& worker : workers) worker.join();
-}
 
 TEST(StringFactoryTest, CachedEmptyAndOneCharacterStrings) {
     StringImplI* empty = factory()->fromText(nullptr, "utf8");
@@ -144,7 +136,7 @@ TEST(StringHandleThreadTest, ConcurrentAssignmentReleasesEachOldValueOnce) {
     const int rounds = 2000;
     {
         StringC target;
-        onFourThreads([&target](int t) {
+        testkit::onThreads(4, [&target](int t) {
             for (int i = 0; i < rounds; ++i) {
                 StringC fresh = StringC::fromNew(new DyingImplC(t % 2 ? "odd" : "even"));
                 target = fresh;
@@ -157,7 +149,7 @@ TEST(StringHandleThreadTest, ConcurrentAssignmentReleasesEachOldValueOnce) {
 
 TEST(StringCacheThreadTest, OneCharacterStringsFromManyThreads) {
     std::atomic<int> wrong{0};
-    onFourThreads([&wrong](int) {
+    testkit::onThreads(4, [&wrong](int) {
         for (uint32_t c = 1; c < 128; ++c) {
             StringC s(c), e;
             if (!s.getImpl()->isShared() || s.charAt(0) != c || !e.isEmpty()) ++wrong;

@@ -15,11 +15,11 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
 #include "testing/stringmodel.h"
+#include "testing/threads.h"
 
 using namespace keel;
 using namespace std::string_literals;
@@ -223,16 +223,12 @@ TEST(TextEncodingObjects, MarksUnitWidthsAndTheEncodingOfEachCoder) {
 }
 
 TEST(TextEncodingObjectsThread, ConcurrentFirstUseGivesOneObjectEach) {
-    std::vector<std::thread> threads;
     std::vector<std::vector<TextEncodingI*>> seen(8);
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([t, &seen] {
-            for (const char* name : kNames) seen[t].push_back(findEncoding(name));
-            Bytes be = units16(u"\uFEFF\u00E9", true), out(8, 0);
-            Coder(true, "utf16").run(be, out, size32(out));
-        });
-    }
-    for (auto& th : threads) th.join();
+    testkit::onThreads(8, [&seen](int t) {
+        for (const char* name : kNames) seen[t].push_back(findEncoding(name));
+        Bytes be = units16(u"\uFEFF\u00E9", true), out(8, 0);
+        Coder(true, "utf16").run(be, out, size32(out));
+    });
     for (int t = 1; t < 8; ++t) EXPECT_EQ(seen[0], seen[t]);
 }
 
