@@ -6,9 +6,6 @@
 #include <atomic>
 #include <set>
 #include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include <keel/keel.h>
 
