@@ -12,7 +12,10 @@
 
 #include <keel/refcount.h>
 
+#include "locale/locale.h"
 #include "testing/threads.h"
+#include "tracing/tracecim.h"
+#include "tracing/tracing.h"
 
 namespace keel {
 namespace {
@@ -45,6 +48,14 @@ TEST(LatchTest, EachKindBehavesAsDeclaredAlsoAfterAReset) {
         LatchC again(kind);
         expectItsKind(again, kind);
     }
+}
+
+// The load steps made the tracer latch (error-checking), the trace control
+// latch and the locale latch (recursive).
+TEST(LatchTest, TheLoadStepsLatchesAreOfTheirKinds) {
+    expectItsKind(tracerLatch(), LatchC::ErrorChecking);
+    expectItsKind(traceControlLatch(), LatchC::Recursive);
+    expectItsKind(localeLatch(), LatchC::Recursive);
 }
 
 TEST(LatchThreadTest, GuardExcludesOtherThreads) {
