@@ -85,15 +85,12 @@ TEST(SlotOrderTest, Tracing) {
     EXPECT_EQ(0u, offsetof(TraceValuesT, active));
 }
 
-TEST(SlotOrderTest, Errors) {
+TEST(SlotOrderTest, ErrorsLocaleAndConfiguration) {
     SLOTS(ErrEntryI, 0, 8, &I::getCode, &I::getText, &I::getSeverity, &I::getSequence,
           &I::setSeverity, &I::getProblem, &I::getReason, &I::getSolution);
     SLOTS(ErrBufI, 0, 10, &I::addError, &I::getCount, &I::getEntry, &I::reportAll, &I::getMark,
           &I::recover, &I::takeText, &I::addRef, &I::release, &I::removeEntry);
     SLOTS(ErrCatalogI, 0, 0, &I::fetch, &I::setQualifiers);
-}
-
-TEST(SlotOrderTest, Locale) {
     SLOTS(LocaleI, 0, 5, &I::getRegion, &I::getNumbers, &I::getCalendar, &I::getCurrency,
           &I::getLanguage);
     SLOTS(LocaleRegionI, 0, 6, &I::languageCode, &I::languageLongCode, &I::territoryCode,
@@ -110,9 +107,6 @@ TEST(SlotOrderTest, Locale) {
           &I::currencyText1, &I::currencyText2, &I::currencyText3, &I::currencyText4,
           &I::currencyText5, &I::currencyValue4);
     SLOTS(LocaleLanguageI, 0, 3, &I::getCatalog, &I::openCatalog, &I::languageValue);
-}
-
-TEST(SlotOrderTest, Configuration) {
     SLOTS(ConfigurationI, 0, 6, &I::getRegistry, &I::reservedPointer, &I::reservedAction,
           &I::reservedTextA, &I::reservedTextB, &I::reservedTextC);
     SLOTS(ConfRegistryI, 0, 26, &I::keyExists, &I::queryValue, &I::getString, &I::reservedGet,
