@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "text/arglist.h"
@@ -26,12 +27,10 @@ int32_t bodyRefs(const ArgListC& list) { return list.getImpl() ? list.getImpl()-
 // on its own. Copies of other empty handles are the model's.
 TEST(ArgList, SharedEmptyListHasNoBody) {
     const ArgListC& shared = emptyArgList();
-    EXPECT_EQ(&shared, &emptyArgList());
-    EXPECT_EQ(nullptr, shared.get(INT32_MIN));
+    EXPECT_TRUE(&shared == &emptyArgList() && shared.get(INT32_MIN) == nullptr);
     ArgListC copy(shared);
     copy.add(int32_t(1));
-    EXPECT_EQ(1, copy.count());
-    EXPECT_EQ(nullptr, shared.getImpl());
+    EXPECT_TRUE(copy.count() == 1 && shared.getImpl() == nullptr);
 }
 
 // Growth past 16 and 32 entries, every type of fixed layout with its code
@@ -46,8 +45,7 @@ TEST(ArgList, RandomOperationsAgainstAModel) {
 TEST(ArgList, EachCodeHasItsOwnName) {
     std::set<std::string> names;
     for (int32_t code = 0; code <= ArgNull; ++code) names.insert(ArgListC::typeName(code));
-    EXPECT_EQ(static_cast<size_t>(ArgNull) + 1, names.size());
-    EXPECT_EQ(0u, names.count(""));
+    EXPECT_TRUE(names.size() == static_cast<size_t>(ArgNull) + 1 && names.count("") == 0);
     for (int32_t code : {-1, ArgNull + 1, INT32_MIN}) EXPECT_STREQ("", ArgListC::typeName(code));
 }
 
@@ -82,9 +80,7 @@ TEST(ArgList, EntriesOfOpenLayoutOutliveTheList) {
         ArgListC list;
         for (ArgEntry* entry : foreign) list.append(entry);
         list.append(nullptr);  // read back as a missing entry
-        EXPECT_EQ(6, list.count());
-        EXPECT_EQ(nullptr, list.get(5));
-        EXPECT_STREQ("", list.get(3)->typeName());
+        EXPECT_TRUE(list.count() == 6 && list.get(5) == nullptr && !*list.get(3)->typeName());
     }
     for (ArgEntry* entry : foreign) {
         EXPECT_EQ(0xAB, static_cast<unsigned char*>(entry->value())[7]);
@@ -113,10 +109,9 @@ TEST(ArgListThread, CopiesAcrossThreadsKeepTheCount) {
                 sums[t] = -1;
         }
     });
-    for (int64_t sum : sums) EXPECT_EQ(2000 * 8, sum);
-    EXPECT_EQ(body, list.getImpl());
-    EXPECT_EQ(1, bodyRefs(list));
-    EXPECT_EQ(2, bodyRefs(inner));
+    EXPECT_EQ(std::vector<int64_t>(4, 2000 * 8), sums);
+    EXPECT_EQ(std::make_tuple(body, 1, 2),
+              std::make_tuple(list.getImpl(), bodyRefs(list), bodyRefs(inner)));
 }
 
 TEST(ArgListThread, ListsBuiltOnOneThreadDieOnAnother) {
