@@ -1,4 +1,8 @@
+// Arrays of fixed-size elements, of typed values, of object pointers and of
+// string arrays.
 #include <keel/blobarr.h>
+#include <keel/objarray.h>
+#include <keel/stringar.h>
 
 #include <gtest/gtest.h>
 #include <stdint.h>
@@ -37,7 +41,8 @@ public:
 // follows the rule is checked on every step of the model run below.
 TEST(BlobArray, CapacityFollowsTheGrowthRule) {
     std::vector<uint32_t> steps;
-    for (uint32_t capacity = 0; steps.size() < 10;) steps.push_back(capacity = nextArrayCapacity(capacity));
+    for (uint32_t capacity = 0; steps.size() < 10;)
+        steps.push_back(capacity = nextArrayCapacity(capacity));
     EXPECT_EQ((std::vector<uint32_t>{32, 64, 128, 224, 352, 544, 832, 1280, 1952, 2944}), steps);
     EXPECT_THROW(nextArrayCapacity(0xC0000000u), std::bad_alloc);
     EXPECT_EQ(0xAAAAAAC0u, nextArrayCapacity(0x71C71C71u));
@@ -55,17 +60,13 @@ TEST(BlobArray, RemovalDestroysInPlaceAndEmptyingClears) {
     EXPECT_EQ(0, array.clears);
     // Emptying the array runs the virtual clear, which frees the storage.
     array.removeAt(0);
-    EXPECT_EQ(1, array.clears);
     EXPECT_EQ((std::vector<uint32_t>{1, 5, 0, 2, 3, 4}), array.destroyed);
     EXPECT_EQ((std::vector<ptrdiff_t>{4, 16, 0, 0, 0, 0}), array.offsets);
-    EXPECT_EQ(0u, array.capacity());
-    EXPECT_EQ(nullptr, array.data());
+    EXPECT_TRUE(array.clears == 1 && array.capacity() == 0 && array.data() == nullptr);
     // Usable again; clear itself destroys no element.
     for (uint32_t i = 0; i < 40; ++i) array.put(i, i);
     array.clear();
-    EXPECT_EQ(6u, array.destroyed.size());
-    EXPECT_EQ(0u, array.size());
-    EXPECT_EQ(nullptr, array.data());
+    EXPECT_TRUE(array.destroyed.size() == 6 && array.size() == 0 && array.data() == nullptr);
 }
 
 // Random insertions (of new values and of the array's own elements),
@@ -82,6 +83,69 @@ TEST(ArrayMDeathTest, IndexOutOfRangeEndsTheProcess) {
     EXPECT_EQ(1u, array[0]);
     EXPECT_EQ(nullptr, array.at(1));
     EXPECT_DEATH(array[1], "");
+}
+
+struct ThingT {
+    int key;
+};
+
+// An object array that records what destroyElement receives.
+class RecordingArrayC : public ObjArrayC {
+public:
+    void destroyElement(void* object) override { received.push_back(object); }
+    std::vector<void*> received;
+};
+
+TEST(ObjArray, HoldsPointersAndHandsThemToDestroyElement) {
+    ThingT things[3] = {{1}, {2}, {3}};
+    RecordingArrayC array;
+    EXPECT_EQ(sizeof(void*), array.elementSize());
+    array.append(&things[0]);
+    array.append(&things[2]);
+    array.insertAt(1, &things[1]);
+    array.insertAt(99, nullptr);  // past the end appends
+    for (uint32_t i = 0; i < 5; ++i)
+        EXPECT_EQ(i < 3 ? &things[i] : nullptr, array.objectAt(i)) << i;
+    array.removeAt(4);
+    array.removeAt(1);
+    EXPECT_EQ(&things[2], array.objectAt(1));
+    while (array.size() > 0) array.removeAt(0);
+    EXPECT_EQ((std::vector<void*>{&things[1], &things[0], &things[2], nullptr}), array.received);
+    EXPECT_EQ(nullptr, array.data());  // the last removal frees the storage
+    array.append(&things[0]);
+    array.clear();  // destroys no object
+    EXPECT_EQ(4u, array.received.size());
+}
+
+int compareThings(void* context, void* first, void* second) {
+    ++*static_cast<int*>(context);
+    return static_cast<ThingT*>(first)->key - static_cast<ThingT*>(second)->key;
+}
+
+TEST(ObjArray, SortObjectsComparesTheObjects) {
+    std::vector<ThingT> things;
+    for (int i = 0; i < 60; ++i) things.push_back(ThingT{(i * 13) % 60});
+    ObjArrayC array;
+    for (ThingT& thing : things) array.append(&thing);
+    int calls = 0;
+    array.sortObjects(compareThings, &calls);
+    EXPECT_GT(calls, 0);
+    for (uint32_t i = 0; i < 60; ++i)
+        ASSERT_EQ(static_cast<int>(i), static_cast<ThingT*>(array.objectAt(i))->key);
+}
+
+// Removal and the destructor delete the inner arrays; the leak checker sees
+// the outcome.
+TEST(StringArrayArray, RemovalDeletesTheInnerArrays) {
+    StringArrayArrayC arrays;
+    arrays.append(new StringArrayC());
+    arrays.append(nullptr);
+    arrays.append(new StringArrayC());
+    EXPECT_NE(nullptr, arrays.arrayAt(0));
+    EXPECT_EQ(nullptr, arrays.arrayAt(1));
+    arrays.removeAt(1);  // a null element is skipped
+    arrays.removeAt(0);
+    EXPECT_EQ(1u, arrays.size());
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include <string>
+#include <utility>
 
 #include <keel/list.h>
 #include "testing/listmodel.h"
@@ -12,6 +13,8 @@
 
 namespace keel {
 namespace {
+
+using namespace std::string_literals;
 
 using listmodel::NodeT;
 using testing_print::captured;
@@ -27,12 +30,11 @@ struct ChainT {
         for (; *names; ++names) chainAppend(&head, &n[*names - 'a']);
     }
     // The names of the chain from `word` on, and the word that ends it.
-    std::string names(uintptr_t word, uintptr_t* end = nullptr) const {
+    std::pair<std::string, uintptr_t> walk(uintptr_t word) const {
         std::string names;
         for (; word != 0 && !(word & 1); word = *chainElement(word)->nextLink())
             names += static_cast<char>('a' + (static_cast<NodeT*>(chainElement(word)) - n));
-        if (end) *end = word;
-        return names;
+        return {names, word};
     }
     uintptr_t head;
     NodeT n[4];
@@ -43,21 +45,18 @@ TEST(ChainTest, SpliceExchangesEndMarks) {
     ChainT target(&targetOwner, "ab"), source(&sourceOwner);
     chainAppend(&source.head, &target.n[2]);
     chainAppend(&source.head, &target.n[3]);
-    uintptr_t end;
     chainSplice(&target.head, &source.head);
-    EXPECT_EQ("abcd", target.names(target.head, &end));
-    EXPECT_EQ(mark(&sourceOwner), end);
+    EXPECT_EQ(std::make_pair("abcd"s, mark(&sourceOwner)), target.walk(target.head));
     EXPECT_EQ(mark(&targetOwner), source.head);
     EXPECT_EQ(&sourceOwner, chainOwner(&target.n[0]));
     // Splicing an empty source only swaps the marks.
     chainSplice(&target.head, &source.head);
-    EXPECT_EQ("abcd", target.names(target.head, &end));
-    EXPECT_EQ(mark(&targetOwner), end);
+    EXPECT_EQ(std::make_pair("abcd"s, mark(&targetOwner)), target.walk(target.head));
     EXPECT_EQ(mark(&sourceOwner), source.head);
     // Into an empty target: the target takes the whole chain.
     ChainT empty(nullptr);
     chainSplice(&empty.head, &target.head);
-    EXPECT_EQ("abcd", target.names(empty.head));
+    EXPECT_EQ(std::make_pair("abcd"s, mark(&targetOwner)), target.walk(empty.head));
     EXPECT_EQ(mark(&empty.head), target.head);
 }
 
@@ -100,8 +99,7 @@ TEST(ChainTest, PrintFormsAndAForeignElement) {
     foreign.hasBack = true;
     other.append(&foreign);
     EXPECT_FALSE(list.remove(&foreign));
-    EXPECT_EQ(2u, list.size());
-    EXPECT_EQ(mark(&other), foreign.next);
+    EXPECT_EQ(std::make_pair(2u, mark(&other)), std::make_pair(list.size(), foreign.next));
 }
 
 // Random sequences on the three lists against plain models; the stale tail

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "testing/countedimpl.h"
@@ -40,12 +42,12 @@ TEST(StringArray, ElementsAreHandlesByValue) {
         array.append(words.handle(words.apple));
         array.insertAt(0, words.handle(words.fig));
         array.insertAt(42, words.handle(words.kiwi));
-        EXPECT_EQ("fig pear apple kiwi", texts(array));
-        EXPECT_EQ(1, words.pear.refs);
+        EXPECT_EQ(std::make_pair(std::string("fig pear apple kiwi"), 1),
+                  std::make_pair(texts(array), words.pear.refs));
         array.removeAt(1);
         array.removeAt(3);
-        EXPECT_EQ(0, words.pear.refs);
-        EXPECT_EQ("fig apple kiwi", texts(array));
+        EXPECT_EQ(std::make_pair(std::string("fig apple kiwi"), 0),
+                  std::make_pair(texts(array), words.pear.refs));
         for (int i = 0; i < 100; ++i) array.append(words.handle(words.fig));
         EXPECT_EQ(101, words.fig.refs);
     }
@@ -54,21 +56,17 @@ TEST(StringArray, ElementsAreHandlesByValue) {
     for (int i = 0; i < 3; ++i) array.append(words.handle(words.fig));
     const void* storage = array.data();
     for (int i = 0; i < 3; ++i) array.removeAt(0);
-    EXPECT_EQ(0, words.fig.refs);
-    EXPECT_EQ(32u, array.capacity());
-    EXPECT_EQ(storage, array.data());
+    EXPECT_EQ(std::make_tuple(0, 32u, storage),
+              std::make_tuple(words.fig.refs, array.capacity(), array.data()));
     for (int i = 0; i < 40; ++i) array.append(words.handle(words.kiwi));
     array.clear();
-    EXPECT_EQ(0, words.kiwi.refs);
-    EXPECT_EQ(64u, array.capacity());
+    EXPECT_EQ(std::make_pair(0, 64u), std::make_pair(words.kiwi.refs, array.capacity()));
     array.BlobArrayC::clear();
-    EXPECT_EQ(0u, array.capacity());
-    EXPECT_EQ(nullptr, array.data());
+    EXPECT_TRUE(array.capacity() == 0 && array.data() == nullptr);
     array.append(words.handle(words.apple));
     for (int i = 0; i < 300; ++i) array.append(*array.at(0));
     for (int i = 0; i < 50; ++i) array.insertAt(0, *array.at(array.size() - 1));
-    EXPECT_EQ(351u, array.size());
-    EXPECT_EQ(351, words.apple.refs);
+    EXPECT_EQ(std::make_pair(351u, 351), std::make_pair(array.size(), words.apple.refs));
 }
 
 TEST(StringArray, ConstructionCopyAssignmentAndAppendAll) {
@@ -77,15 +75,14 @@ TEST(StringArray, ConstructionCopyAssignmentAndAppendAll) {
     const StringC* list[] = {&pear, &fig, &pear, nullptr};
     StringArrayC fromList(list), fromNull(static_cast<const StringC*const*>(nullptr)),
         copy(fromList);
-    EXPECT_EQ("pear fig pear", texts(copy));
-    EXPECT_EQ(0u, fromNull.capacity());
-    EXPECT_EQ(5, words.pear.refs);
+    EXPECT_EQ(std::make_tuple(std::string("pear fig pear"), 0u, 5),
+              std::make_tuple(texts(copy), fromNull.capacity(), words.pear.refs));
     StringArrayC assigned;
     assigned.append(words.handle(words.kiwi));
     assigned = fromList;
-    EXPECT_EQ(0, words.kiwi.refs);
     assigned = assigned;
-    EXPECT_EQ("pear fig pear", texts(assigned));
+    EXPECT_EQ(std::make_pair(std::string("pear fig pear"), 0),
+              std::make_pair(texts(assigned), words.kiwi.refs));
     assigned.appendAll(fromNull).appendAll(assigned);
     EXPECT_EQ("pear fig pear pear fig pear", texts(assigned));
 }
@@ -116,8 +113,7 @@ TEST(StringArray, SortsByCompareOrByTheCallersFunction) {
     // own. Sorting leaves every count as it was.
     ASSERT_FALSE(seen.empty());
     for (int32_t refs : seen) EXPECT_GE(refs, 2);
-    EXPECT_EQ(2, words.apple.refs);
-    EXPECT_EQ(1, words.fig.refs);
+    EXPECT_EQ(std::make_pair(2, 1), std::make_pair(words.apple.refs, words.fig.refs));
 }
 
 }  // namespace

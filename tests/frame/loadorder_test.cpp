@@ -1,7 +1,5 @@
 #include "frame/loadorder.h"
 
-#include <errno.h>
-
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -11,10 +9,7 @@
 
 #include <keel/string.h>
 
-#include "locale/locale.h"
 #include "testing/process.h"
-#include "tracing/tracecim.h"
-#include "tracing/tracing.h"
 
 namespace keel {
 namespace {
@@ -26,23 +21,6 @@ TEST(LoadOrderTest, StepsRunOnceInOrderBeforeMain) {
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(0, WEXITSTATUS(status));
     EXPECT_EQ(12, loadStepsCompleted());
-}
-
-// Steps 3 and 4 made the tracer latch (error-checking) and the trace control
-// latch (recursive).
-TEST(LoadOrderTest, TracingLatchesAreOfTheirKinds) {
-    ASSERT_EQ(0, tracerLatch().lock());
-    EXPECT_EQ(EDEADLK, tracerLatch().lock());
-    EXPECT_EQ(0, tracerLatch().unlock());
-    ASSERT_EQ(0, traceControlLatch().lock());
-    EXPECT_EQ(0, traceControlLatch().lock());
-    EXPECT_EQ(0, traceControlLatch().unlock());
-    EXPECT_EQ(0, traceControlLatch().unlock());
-    // Step 2: the locale latch is recursive.
-    ASSERT_EQ(0, localeLatch().lock());
-    EXPECT_EQ(0, localeLatch().lock());
-    EXPECT_EQ(0, localeLatch().unlock());
-    EXPECT_EQ(0, localeLatch().unlock());
 }
 
 int exitPipe = -1;
@@ -71,7 +49,8 @@ std::string marksAtExit(F registrations) {
     close(fds[1]);
     std::string marks;
     char buffer[16];
-    for (ssize_t got; (got = read(fds[0], buffer, sizeof buffer)) > 0;) marks.append(buffer, static_cast<size_t>(got));
+    for (ssize_t got; (got = read(fds[0], buffer, sizeof buffer)) > 0;)
+        marks.append(buffer, static_cast<size_t>(got));
     close(fds[0]);
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));

@@ -31,18 +31,9 @@ TEST(FormatFrontTest, EachTypeBecomesItsEntry) {
     ArgListC hand, nested;
     nested.add(int32_t(1));
     hand.add(true).add(int16_t('A')).add(int32_t(-70000)).add(uint32_t(4000000000u));
-    hand.add(uint64_t(6000000000ULL))
-        .add(-3.9)
-        .addUCS4(0x141)
-        .add("caf\xc3\xa9")
-        .add(word)
-        .add(nested);
-    hand.add(int64_t(-7));
-    if (sizeof(long) == 8) {
-        hand.add(int64_t(-5));
-    } else {
-        hand.add(int32_t(-5));
-    }
+    hand.add(uint64_t(6000000000ULL)).add(-3.9).addUCS4(0x141).add("caf\xc3\xa9");
+    hand.add(word).add(nested).add(int64_t(-7));
+    sizeof(long) == 8 ? hand.add(int64_t(-5)) : hand.add(int32_t(-5));
     hand.addDateTime(6213568320000000000LL + 170000000000000000LL + 12345600);
     auto front = [&](const std::string& f) {
         return text(format(f.c_str(), true, 'A', -70000, 4000000000u, 6000000000ULL, -3.9,

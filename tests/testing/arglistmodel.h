@@ -42,34 +42,23 @@ public:
     DriverC() { inner.add(int32_t(7)); }
 
     std::string step(uint32_t operation, uint32_t argument) {
-        uint32_t h = operation / 8 % kHandles, other = argument % kHandles;
-        switch (operation % 8) {
-        case 0:
-        case 1:
-        case 2:
-            add(lists[h], model(h), argument);
-            break;
-        case 3:
+        uint32_t h = operation / 8 % kHandles, other = argument % kHandles, op = operation % 8;
+        if (op < 3) add(lists[h], model(h), argument);
+        if (op == 3) {
             lists[h] = lists[other];
             models[h] = models[other];
-            break;
-        case 4: {
+        }
+        if (op == 4) {
             // A copy shares the body; what it appends shows in the
             // original unless the original had no body yet.
             ArgListC copy(lists[h]);
             std::shared_ptr<BodyT> copyModel = models[h];
             if (!copyModel) copyModel = std::make_shared<BodyT>();
             add(copy, *copyModel, argument);
-            break;
         }
-        case 5:
-            if (argument % 4 == 0) {
-                lists[h] = ArgListC();
-                models[h].reset();
-            }
-            break;
-        default:
-            break;
+        if (op == 5 && argument % 4 == 0) {
+            lists[h] = ArgListC();
+            models[h].reset();
         }
         return check();
     }
@@ -94,48 +83,41 @@ private:
         };
         // The list keeps its own copy of a text; a null text is the empty one.
         std::string text = std::to_string(v);
-        switch (argument % 17) {
-        case 0:
-            return both(ArgBool, v % 2 != 0);
-        case 1:
-            return both(ArgInt16, int16_t(v));
-        case 2:
-            return both(ArgInt32, int32_t(v));
-        case 3:
-            return both(ArgInt64, v * 1048576);
-        case 4:
-            return both(ArgUnsigned16, uint16_t(v));
-        case 5:
-            return both(ArgUnsigned32, uint32_t(v));
-        case 6:
-            return both(ArgUnsigned64, uint64_t(v) << 24);
-        case 7:
-            return both(ArgReal, double(v) / 8);
-        case 8:
-            return both(ArgObjRef, reinterpret_cast<const void*>(uintptr_t(v)));
-        case 9:
+        uint32_t kind = argument % 17;
+        if (kind == 0) return both(ArgBool, v % 2 != 0);
+        if (kind == 1) return both(ArgInt16, int16_t(v));
+        if (kind == 2) return both(ArgInt32, int32_t(v));
+        if (kind == 3) return both(ArgInt64, v * 1048576);
+        if (kind == 4) return both(ArgUnsigned16, uint16_t(v));
+        if (kind == 5) return both(ArgUnsigned32, uint32_t(v));
+        if (kind == 6) return both(ArgUnsigned64, uint64_t(v) << 24);
+        if (kind == 7) return both(ArgReal, double(v) / 8);
+        if (kind == 8) return both(ArgObjRef, reinterpret_cast<const void*>(uintptr_t(v)));
+        if (kind == 9)
             return both(ArgGuid, ArgGuidT{uint32_t(v), uint16_t(v), 7, {1, uint8_t(v), 3}});
-        case 10:
-            return both(ArgTimeVal, ArgTimeValT{int32_t(v), int32_t(v % 1000000)});
-        case 11:
+        if (kind == 10) return both(ArgTimeVal, ArgTimeValT{int32_t(v), int32_t(v % 1000000)});
+        if (kind == 11) {
             list.addUCS4(uint32_t(v) & 0x1FFFFF);
             return record(ArgUCS4, uint32_t(v) & 0x1FFFFF);
-        case 12:
+        }
+        if (kind == 12) {
             list.addDateTime(v * 977);
             return record(ArgDateTime, v * 977);
-        case 13:
+        }
+        if (kind == 13) {
             list.add(argument % 3 ? text.c_str() : nullptr);
             return body.push_back({ArgCharStar, argument % 3 ? text : ""});
-        case 14:
+        }
+        if (kind == 14) {
             list.add(StringC(("s" + text).c_str(), "ascii"));
             return body.push_back({ArgString, "s" + text});
-        case 15:
+        }
+        if (kind == 15) {
             list.addNull();
             return body.push_back({ArgNull, ""});
-        default:
-            list.add(inner);
-            return body.push_back({ArgArgList, ""});
         }
+        list.add(inner);
+        body.push_back({ArgArgList, ""});
     }
 
     static bool sameEntry(const ArgEntry* entry, const EntryT& e) {

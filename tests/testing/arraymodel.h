@@ -45,32 +45,23 @@ public:
     std::string step(uint32_t operation, uint32_t argument) {
         uint32_t size = static_cast<uint32_t>(model.size());
         uint32_t index = argument % (size + 3);  // up to two past the end
-        switch (operation % 6) {
-            case 0:
-            case 1:
-                array.insertAt(index, TrackedT(next));
-                model.insert(model.begin() + (index < size ? index : size), next++);
-                break;
-            case 2:
-                if (size == 0) break;
-                // The value is copied before the gap opens, so an element of
-                // the array itself may be inserted.
-                array.insertAt(index, array[argument % size]);
-                model.insert(model.begin() + (index < size ? index : size), model[argument % size]);
-                break;
-            case 3:
-            case 4:
-                array.removeAt(index);
-                if (index < size) model.erase(model.begin() + index);
-                break;
-            default:
-                if (argument % 8 == 0) {
-                    array.removeAll();
-                    model.clear();
-                }
-                break;
+        uint32_t op = operation % 6, at = index < size ? index : size;
+        if (op < 2) {
+            array.insertAt(index, TrackedT(next));
+            model.insert(model.begin() + at, next++);
+        } else if (op == 2 && size > 0) {
+            // The value is copied before the gap opens, so an element of
+            // the array itself may be inserted.
+            array.insertAt(index, array[argument % size]);
+            model.insert(model.begin() + at, model[argument % size]);
+        } else if (op == 3 || op == 4) {
+            array.removeAt(index);
+            if (index < size) model.erase(model.begin() + index);
+        } else if (op == 5 && argument % 8 == 0) {
+            array.removeAll();
+            model.clear();
         }
-        return agrees() ? "" : "operation " + std::to_string(operation % 6);
+        return agrees() ? "" : "operation " + std::to_string(op);
     }
 
     bool agrees() const {

@@ -40,14 +40,9 @@ inline std::string norm(uint32_t key) {
 inline StringC spelled(uint32_t key, uint32_t spelling) {
     std::string text = norm(key), out;
     for (size_t k = 0; k < text.size(); ++k, spelling = spelling >> 1 | spelling << 31) {
-        bool upper = spelling & 1;
-        if (text.compare(k, 2, "\xc3\xa9") == 0) {
-            out += upper ? "\xc3\x89" : "\xc3\xa9";
-            ++k;
-        } else {
-            char c = text[k];
-            out += upper && c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
-        }
+        char c = text[k];
+        if (spelling & 1 && c == '\xa9') c = '\x89';  // the tail of U+00E9
+        out += spelling & 1 && c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
     }
     return StringC(out.data(), static_cast<uint32_t>(out.size()), "utf8");
 }
@@ -99,9 +94,8 @@ private:
     // The model entries of a key, newest first.
     std::vector<size_t> equalKeys(const std::string& norm) const {
         std::vector<size_t> found;
-        for (size_t i = model_.size(); i-- > 0;) {
+        for (size_t i = model_.size(); i-- > 0;)
             if (model_[i].norm == norm) found.push_back(i);
-        }
         return found;
     }
     void add(const std::string& norm, HashElemI* element) {
@@ -172,7 +166,8 @@ private:
             for (size_t i : equal) want.push_back(model_[i].element);
             for (HashElemI* e = table.find(&key); e; e = table.findNext(e, &key)) got.push_back(e);
             if (want != got) return "find and findNext";
-            if (!want.empty() && table.findNext(nullptr, &key) != (want.size() > 1 ? want[1] : nullptr))
+            if (!want.empty() &&
+                table.findNext(nullptr, &key) != (want.size() > 1 ? want[1] : nullptr))
                 return "findNext from the start";
         }
         return "";
@@ -187,9 +182,8 @@ private:
         if (it.next(status) != nullptr || status != 0) return "iterator past the end";
         std::map<std::string, uint32_t> newestByKey;
         for (const EntryT& entry : model_) newestByKey[entry.norm] = entry.seq;
-        for (const EntryT& entry : model_) {
+        for (const EntryT& entry : model_)
             if (all || newestByKey[entry.norm] == entry.seq) expected.insert(entry.seq);
-        }
         return expected == seen ? "" : "iteration";
     }
 
@@ -199,11 +193,14 @@ private:
         uint32_t status = 1, pick = argument;
         bool removeAll = argument % 4 == 0;
         while (HashElemI* e = it.current(status)) {
-            auto found = std::find_if(model_.begin(), model_.end(), [e](const EntryT& m) { return m.element == e; });
-            if (status != 0 || found == model_.end()) return "sweep met an element not in the model";
+            auto found = std::find_if(model_.begin(), model_.end(),
+                                      [e](const EntryT& m) { return m.element == e; });
+            if (status != 0 || found == model_.end())
+                return "sweep met an element not in the model";
             pick = pick * 1103515245u + 12345u;
             if (removeAll || (pick >> 16) % 3 == 0) {
-                if (it.removeCurrent(status) != e || status != 0 || *e->nextLink() != 0) return "removeCurrent";
+                if (it.removeCurrent(status) != e || status != 0 || *e->nextLink() != 0)
+                    return "removeCurrent";
                 forget(static_cast<size_t>(found - model_.begin()), true);
             } else {
                 it.next(status);

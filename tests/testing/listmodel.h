@@ -85,54 +85,38 @@ private:
         int node = freeNode(lane, argument);
         std::vector<int>& model = lane.model;
         if (op < 4 && node < 0) return check(lane);  // every node is in the list
-        switch (op) {
-        case 0:
+        if (op == 0) {
             lane.list.append(&lane.nodes[node]);
             model.push_back(node);
             lane.tail = node;
-            break;
-        case 1:
+        } else if (op == 1) {
             if (model.empty()) lane.tail = node;
             lane.list.prepend(&lane.nodes[node]);
             model.insert(model.begin(), node);
-            break;
-        case 2: {
-            // After a node of the list, or null (which appends).
+        } else if (op == 2) {  // after a node of the list, or null (which appends)
             int after =
                 model.empty() || argument % 5 == 0 ? -1 : model[argument / 5 % model.size()];
             lane.list.insertAfter(&lane.nodes[node], after < 0 ? nullptr : &lane.nodes[after]);
             auto at = after < 0 ? model.end() : std::find(model.begin(), model.end(), after) + 1;
             model.insert(at, node);
             if (after < 0 || after == lane.tail) lane.tail = node;
-            break;
-        }
-        case 3:  // before a node of the list, one outside it (nothing is done), or null
+        } else if (op == 3) {  // before a node of the list, one outside it (no change), or null
             if constexpr (isDouble) {
                 int before = static_cast<int>(argument / kNodes % (kNodes + 1)) - 1;
                 lane.list.insertBefore(&lane.nodes[node],
                                        before < 0 ? nullptr : &lane.nodes[before]);
-                if (before < 0) {
-                    model.insert(model.begin(), node);
-                } else if (lane.holds(before)) {
-                    model.insert(std::find(model.begin(), model.end(), before), node);
-                }
+                auto at =
+                    before < 0 ? model.begin() : std::find(model.begin(), model.end(), before);
+                if (before < 0 || at != model.end()) model.insert(at, node);
             }
-            break;
-        case 4:
-        case 5: {
+        } else if (op < 6) {
             int target = static_cast<int>(argument % kNodes);
             bool inside = lane.holds(target);
             if (lane.list.remove(&lane.nodes[target]) != inside) return "remove answered wrong";
             if (inside) model.erase(std::find(model.begin(), model.end(), target));
-            break;
-        }
-        case 6:
-            if (argument % 4 != 0) break;
+        } else if (op == 6 && argument % 4 == 0) {
             lane.list.clear();
             model.clear();
-            break;
-        default:
-            break;
         }
         // The double list's tail is its last node, whatever the step.
         if (isDouble) lane.tail = model.empty() ? -1 : model.back();

@@ -135,10 +135,8 @@ private:
     int32_t anIndex() { return static_cast<int32_t>(upTo(size() + 3)) - 1; }
 
     void expect(const char* what, int64_t got, int64_t want) {
-        if (got == want || !failure_.empty()) return;
-        std::ostringstream m;
-        m << what << ": got " << got << ", want " << want;
-        failure_ = m.str();
+        if (got != want && failure_.empty())
+            failure_ = what + (": got " + std::to_string(got)) + ", want " + std::to_string(want);
     }
     void expectText(const char* what, const StringC& s, const std::u32string& want) {
         if (str(s) != utf8Of(want) && failure_.empty()) failure_ = what;
@@ -151,8 +149,7 @@ private:
     int64_t modelAt(int32_t i) const { return i < size() ? static_cast<int64_t>(model_[i]) : 0; }
 
     void readAt() {
-        int32_t i = anIndex();
-        if (i < 0) i = size() + 2;
+        int32_t i = std::max(anIndex(), 0);
         log_ << "\n  charAt " << i;
         expect("charAt", string_.charAt(i), modelAt(i));
     }

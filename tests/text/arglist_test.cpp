@@ -9,12 +9,14 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "text/arglist.h"
 #include "testing/arglistmodel.h"
 #include "testing/countedimpl.h"
 #include "testing/modelrun.h"
+#include "testing/threads.h"
 
 namespace keel {
 namespace {
@@ -25,12 +27,10 @@ int32_t bodyRefs(const ArgListC& list) { return list.getImpl() ? list.getImpl()-
 // on its own. Copies of other empty handles are the model's.
 TEST(ArgList, SharedEmptyListHasNoBody) {
     const ArgListC& shared = emptyArgList();
-    EXPECT_EQ(&shared, &emptyArgList());
-    EXPECT_EQ(nullptr, shared.get(INT32_MIN));
+    EXPECT_TRUE(&shared == &emptyArgList() && shared.get(INT32_MIN) == nullptr);
     ArgListC copy(shared);
     copy.add(int32_t(1));
-    EXPECT_EQ(1, copy.count());
-    EXPECT_EQ(nullptr, shared.getImpl());
+    EXPECT_TRUE(copy.count() == 1 && shared.getImpl() == nullptr);
 }
 
 // Growth past 16 and 32 entries, every type of fixed layout with its code
@@ -45,8 +45,7 @@ TEST(ArgList, RandomOperationsAgainstAModel) {
 TEST(ArgList, EachCodeHasItsOwnName) {
     std::set<std::string> names;
     for (int32_t code = 0; code <= ArgNull; ++code) names.insert(ArgListC::typeName(code));
-    EXPECT_EQ(static_cast<size_t>(ArgNull) + 1, names.size());
-    EXPECT_EQ(0u, names.count(""));
+    EXPECT_TRUE(names.size() == static_cast<size_t>(ArgNull) + 1 && names.count("") == 0);
     for (int32_t code : {-1, ArgNull + 1, INT32_MIN}) EXPECT_STREQ("", ArgListC::typeName(code));
 }
 
@@ -81,9 +80,7 @@ TEST(ArgList, EntriesOfOpenLayoutOutliveTheList) {
         ArgListC list;
         for (ArgEntry* entry : foreign) list.append(entry);
         list.append(nullptr);  // read back as a missing entry
-        EXPECT_EQ(6, list.count());
-        EXPECT_EQ(nullptr, list.get(5));
-        EXPECT_STREQ("", list.get(3)->typeName());
+        EXPECT_TRUE(list.count() == 6 && list.get(5) == nullptr && !*list.get(3)->typeName());
     }
     for (ArgEntry* entry : foreign) {
         EXPECT_EQ(0xAB, static_cast<unsigned char*>(entry->value())[7]);
@@ -99,27 +96,22 @@ TEST(ArgListThread, CopiesAcrossThreadsKeepTheCount) {
     ArgListC list;
     list.add(int32_t(1)).add("shared text").add(inner).addNull();
     const ArgListC::ArgListImplC* body = list.getImpl();
-    std::vector<std::thread> threads;
     std::vector<int64_t> sums(4, 0);
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&list, &sums, t] {
-            ArgListC held;
-            for (int i = 0; i < 2000; ++i) {
-                ArgListC copy(list);
-                held = copy;
-                ArgListC again = held;
-                sums[t] +=
-                    again.get(0)->read<int32_t>() + again.get(2)->argList().get(0)->read<int32_t>();
-                if (strcmp(static_cast<const char*>(again.get(1)->pointer()), "shared text") != 0)
-                    sums[t] = -1;
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    for (int64_t sum : sums) EXPECT_EQ(2000 * 8, sum);
-    EXPECT_EQ(body, list.getImpl());
-    EXPECT_EQ(1, bodyRefs(list));
-    EXPECT_EQ(2, bodyRefs(inner));
+    testkit::onThreads(4, [&list, &sums](int t) {
+        ArgListC held;
+        for (int i = 0; i < 2000; ++i) {
+            ArgListC copy(list);
+            held = copy;
+            ArgListC again = held;
+            sums[t] +=
+                again.get(0)->read<int32_t>() + again.get(2)->argList().get(0)->read<int32_t>();
+            if (strcmp(static_cast<const char*>(again.get(1)->pointer()), "shared text") != 0)
+                sums[t] = -1;
+        }
+    });
+    EXPECT_EQ(std::vector<int64_t>(4, 2000 * 8), sums);
+    EXPECT_EQ(std::make_tuple(body, 1, 2),
+              std::make_tuple(list.getImpl(), bodyRefs(list), bodyRefs(inner)));
 }
 
 TEST(ArgListThread, ListsBuiltOnOneThreadDieOnAnother) {

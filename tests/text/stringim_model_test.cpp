@@ -16,6 +16,7 @@
 
 #include "testing/stringmodel.h"
 #include "testing/scantest.h"
+#include "testing/threads.h"
 #include "text/stringim.h"
 
 namespace keel {
@@ -62,27 +63,23 @@ TEST(StringCursorThreadTest, ReadersOfOneSharedStringAnswerRight) {
     const StringC shared = raw(bytes);  // count not known
     const int32_t n = static_cast<int32_t>(model.size());
     std::atomic<int> wrong{0};
-    std::vector<std::thread> readers;
-    for (uint32_t t = 0; t < 4; ++t) {
-        readers.emplace_back([&, t] {
-            std::minstd_rand next(77 + t);
-            for (int i = 0; i < 20000; ++i) {
-                int32_t at = static_cast<int32_t>(next() % (n + 3));
-                uint32_t want = at < n ? model[at] : 0;
-                uint32_t kind = next() % 4;
-                if (kind < 2) {
-                    wrong += shared.charAt(at) != want;
-                } else if (kind == 2) {
-                    std::string part = at < n ? utf8Of(model.substr(at, 3)) : "";
-                    wrong += str(shared.substring(at, 3)) != part;
-                } else {
-                    wrong += at < n && shared.find(model[at], at - 1) != at;
-                    wrong += next() % 64 == 0 && shared.length() != n;
-                }
+    testkit::onThreads(4, [&](int t) {
+        std::minstd_rand next(77 + t);
+        for (int i = 0; i < 20000; ++i) {
+            int32_t at = static_cast<int32_t>(next() % (n + 3));
+            uint32_t want = at < n ? model[at] : 0;
+            uint32_t kind = next() % 4;
+            if (kind < 2) {
+                wrong += shared.charAt(at) != want;
+            } else if (kind == 2) {
+                std::string part = at < n ? utf8Of(model.substr(at, 3)) : "";
+                wrong += str(shared.substring(at, 3)) != part;
+            } else {
+                wrong += at < n && shared.find(model[at], at - 1) != at;
+                wrong += next() % 64 == 0 && shared.length() != n;
             }
-        });
-    }
-    for (std::thread& reader : readers) reader.join();
+        }
+    });
     EXPECT_EQ(0, wrong.load());
     EXPECT_EQ(utf8Of(model), str(shared));
 }
