@@ -19,7 +19,6 @@ namespace {
 using testkit::PiecewiseInputC;
 
 typedef std::vector<std::string> Lines;
-typedef std::vector<uint32_t> Codes;
 
 class TextFileTest : public testkit::FileTreeTest {};
 
@@ -120,7 +119,7 @@ TEST_F(TextFileTest, MarksWhenAppending) {
     std::unique_ptr<StreamReaderC> reader(StreamReaderC::open(at("f"), true, nullptr, 1, false));
     EXPECT_EQ((Lines{"a", "a"}), linesOf(*reader));
     EXPECT_EQ(nullptr, StreamReaderC::open(at("missing"), true, nullptr, 1, false));
-    EXPECT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), testkit::errorCodes());
+    EXPECT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), takeErrorCodes());
 }
 
 // Random reads of every kind against the characters (as code points;
