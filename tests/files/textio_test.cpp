@@ -3,6 +3,7 @@
 // sequences cut across blocks, and random reads against a plain model.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
@@ -16,26 +17,26 @@
 namespace keel {
 namespace {
 
-using testkit::PiecewiseInputC;
-
 typedef std::vector<std::string> Lines;
 
 class TextFileTest : public testkit::FileTreeTest {};
 
-// The lines to the end, through the reader's own readLine or the one of the
-// base class, built on read and pushBack.
-Lines linesOf(TextReaderC& reader, bool base = false) {
-    Lines lines;
-    StringC line;
-    while ((base ? reader.TextReaderC::readLine(line) : reader.readLine(line)) == 0)
-        lines.push_back(str(line));
-    return lines;
+// A reader of `bytes` handed out in pieces drawn from `seed` (0: as asked).
+StreamReaderC* readerOf(const std::string& bytes, bool detect, const char* encoding,
+                        uint32_t seed = 0) {
+    return new StreamReaderC(new testkit::PiecewiseInputC(bytes, seed), detect,
+                             encoding ? findEncoding(encoding) : nullptr, true);
 }
 
-Lines readBytes(const std::string& bytes, bool detect, const char* encoding, uint32_t seed = 0) {
-    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect,
-                         encoding ? findEncoding(encoding) : nullptr, true);
-    return linesOf(reader);
+// The lines to the end, through the reader's own readLine or the one of the
+// base class, built on read and pushBack; the reader is deleted.
+Lines linesOf(TextReaderC* reader, bool base = false) {
+    std::unique_ptr<TextReaderC> owned(reader);
+    Lines lines;
+    StringC line;
+    while ((base ? reader->TextReaderC::readLine(line) : reader->readLine(line)) == 0)
+        lines.push_back(str(line));
+    return lines;
 }
 
 // Marks as read; how lines split, over input in pieces of any size, is
@@ -59,9 +60,9 @@ TEST(TextReaderTest, Marks) {
         {"\xEF\xBB\xBFx", false, nullptr, {"\xEF\xBB\xBFx"}},
         {"q", true, nullptr, {"q"}},
     };
-    for (const auto& c : cases) EXPECT_EQ(c.lines, readBytes(c.bytes, c.detect, c.encoding));
-    StreamReaderC empty(new PiecewiseInputC("", 0), false, nullptr, true);
-    EXPECT_EQ(nullptr, empty.readLine());
+    for (const auto& c : cases)
+        EXPECT_EQ(c.lines, linesOf(readerOf(c.bytes, c.detect, c.encoding)));
+    EXPECT_EQ(nullptr, std::unique_ptr<StreamReaderC>(readerOf("", false, nullptr))->readLine());
 }
 
 // Two cuts that random text seldom puts just there: a UTF-16 unit cut by
@@ -70,10 +71,9 @@ TEST(TextReaderTest, Marks) {
 TEST(TextReaderTest, CutsAtTheEndOfABlock) {
     std::string utf16(2049, '\0');
     utf16[1023] = 'x';
-    EXPECT_EQ(1u, readBytes(utf16, false, "utf16be", 5).size());
-    StreamReaderC reader(new PiecewiseInputC(std::string(127, 'a') + "\r\nb", 0), false,
-                         findEncoding("utf8"), true);
-    EXPECT_EQ((Lines{std::string(127, 'a'), "b"}), linesOf(reader, true));
+    EXPECT_EQ(1u, linesOf(readerOf(utf16, false, "utf16be", 5)).size());
+    EXPECT_EQ((Lines{std::string(127, 'a'), "b"}),
+              linesOf(readerOf(std::string(127, 'a') + "\r\nb", false, "utf8"), true));
 }
 
 // Every encoding: what a writer puts out (CR LF and a lone CR as LF), a
@@ -116,8 +116,7 @@ TEST_F(TextFileTest, MarksWhenAppending) {
         EXPECT_EQ(0u, writer->write(StringC("a\n", "ascii")));
     }
     EXPECT_EQ("\xEF\xBB\xBF" + std::string("a\na\n"), readFile("f"));
-    std::unique_ptr<StreamReaderC> reader(StreamReaderC::open(at("f"), true, nullptr, 1, false));
-    EXPECT_EQ((Lines{"a", "a"}), linesOf(*reader));
+    EXPECT_EQ((Lines{"a", "a"}), linesOf(StreamReaderC::open(at("f"), true, nullptr, 1, false)));
     EXPECT_EQ(nullptr, StreamReaderC::open(at("missing"), true, nullptr, 1, false));
     EXPECT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), takeErrorCodes());
 }
@@ -135,8 +134,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
     for (int round = 0; round < 60; ++round) {
         std::u32string model;
         for (size_t target = random() % 6000; model.size() < target;) model += pieces[random() % 9];
-        StreamReaderC reader(new PiecewiseInputC(encode(model), round + 1), false,
-                             findEncoding("utf8"), true);
+        std::unique_ptr<StreamReaderC> reader(readerOf(encode(model), false, "utf8", round + 1));
         size_t at = 0;
         // One handle for every line, as a reading loop has it, and copies of
         // some lines that must keep their text when the next line comes in.
@@ -146,7 +144,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             switch (random() % 5) {
             case 0: {
                 uint32_t count = random() % 300;
-                std::unique_ptr<StringC> got(reader.read(count));
+                std::unique_ptr<StringC> got(reader->read(count));
                 if (at == model.size() || count == 0) {
                     ASSERT_TRUE(count == 0 && got ? got->length() == 0 : got == nullptr);
                     break;
@@ -160,17 +158,16 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             }
             case 1: {
                 int32_t expected = at < model.size() ? static_cast<int32_t>(model[at++]) : -1;
-                ASSERT_EQ(expected, reader.readChar());
+                ASSERT_EQ(expected, reader->readChar());
                 break;
             }
             case 2:
             case 3: {
                 uint32_t code =
-                    random() % 2 ? reader.readLine(line) : reader.TextReaderC::readLine(line);
+                    random() % 2 ? reader->readLine(line) : reader->TextReaderC::readLine(line);
                 ASSERT_EQ(at == model.size() ? kEndOfText : 0u, code);
                 if (code != 0) break;
-                size_t end = model.find_first_of(U"\r\n", at);
-                end = end == std::u32string::npos ? model.size() : end;
+                size_t end = std::min(model.find_first_of(U"\r\n", at), model.size());
                 ASSERT_EQ(encode(model.substr(at, end - at)), str(line));
                 ASSERT_EQ(static_cast<int32_t>(end - at), line.length());
                 if (end > at) {
@@ -184,10 +181,10 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             default:  // put back what is next anyway, or something new
                 if (at > 0 && random() % 2) {
                     --at;
-                    reader.pushBack(StringC(encode(model.substr(at, 1)).c_str(), "utf8"));
+                    reader->pushBack(StringC(encode(model.substr(at, 1)).c_str(), "utf8"));
                 } else {
                     model.insert(at, U"pb");
-                    reader.pushBack(StringC("pb", "ascii"));
+                    reader->pushBack(StringC("pb", "ascii"));
                 }
             }
         }
