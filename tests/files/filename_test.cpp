@@ -137,30 +137,19 @@ TEST(FileName, PrefixRelativeSuffixAndCompare) {
     EXPECT_LT(N("/a").compare(N("/a/b")), 0);
 }
 
-TEST(FileName, WildcardTable) {
-    struct Case {
-        const char* name;
-        const char* pattern;
-        bool caseSensitive, match;
-    };
-    // Short ASCII names and patterns are filename_fuzz's, which compares
-    // the matcher with its steps taken literally; here case beyond ASCII.
-    const Case cases[] = {{"x.TXT", "*.txt", false, true},
-                          {"\xc3\x89t\xc3\xa9", "?T*", false, true}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.match, FileNameC::wildcardMatch(u8(c.name), u8(c.pattern), c.caseSensitive))
-            << c.name << " ~ " << c.pattern;
-    }
+// Short ASCII names and patterns are filename_fuzz's, which compares the
+// matcher with its steps taken literally; here case beyond ASCII.
+TEST(FileName, Wildcards) {
+    EXPECT_TRUE(FileNameC::wildcardMatch(u8("x.TXT"), u8("*.txt"), false));
+    EXPECT_TRUE(FileNameC::wildcardMatch(u8("\xc3\x89t\xc3\xa9"), u8("?T*"), false));
     EXPECT_TRUE(N("/d/notes.txt").matchesBaseName(u8("*.txt")));
     EXPECT_FALSE(N("/d/notes.TXT").matchesBaseName(u8("*.txt")));
     EXPECT_FALSE(N("/d.txt/notes").matchesBaseName(u8("*.txt")));
     // Many stars against a long name: the literal recursion would not end in
     // a lifetime; each star's answers are worked out once.
-    std::string longName(4096, 'a');
-    EXPECT_FALSE(
-        FileNameC::wildcardMatch(u8(longName), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
-    EXPECT_TRUE(FileNameC::wildcardMatch(u8(longName + "b"),
-                                         u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
+    std::string longName(4096, 'a'), stars = std::string(40, '*') + "a*a*a*a*a*b";
+    EXPECT_FALSE(FileNameC::wildcardMatch(u8(longName), u8(stars), true));
+    EXPECT_TRUE(FileNameC::wildcardMatch(u8(longName + "b"), u8(stars), true));
 }
 
 }  // namespace

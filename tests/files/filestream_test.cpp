@@ -32,43 +32,39 @@ protected:
     }
 };
 
+// Each creation mode on a missing file and on a file of "old": what the file
+// holds after "+" was written at the start, and the system's code when the
+// open is refused (0: it opens).
 TEST_F(FileStreamTest, CreationModes) {
     struct {
         uint32_t creation;
-        bool exists, opens;
-        const char* after;
-        uint32_t systemCode;
+        const char* after[2];
+        uint32_t code[2];
     } const cases[] = {
-        {0, false, true, "+", 0},
-        {0, true, true, "old+", 0},
-        {1, false, true, "+", 0},
-        {1, true, true, "+", 0},
-        {2, false, true, "+", 0},
-        {2, true, false, "old", 0xE0000011u},
-        {3, false, false, "<missing>", 0xE0000002u},
-        {3, true, true, "+ld", 0},
-        {4, false, true, "+", 0},
-        {4, true, true, "+ld", 0},
-        {5, false, false, "<missing>", 0xE0000002u},
-        {5, true, true, "+", 0},
+        {0, {"+", "old+"}, {0, 0}},          {1, {"+", "+"}, {0, 0}},
+        {2, {"+", "old"}, {0, 0xE0000011u}}, {3, {"<missing>", "+ld"}, {0xE0000002u, 0}},
+        {4, {"+", "+ld"}, {0, 0}},           {5, {"<missing>", "+"}, {0xE0000002u, 0}},
     };
     for (uint32_t share = 0; share < 3; ++share) {
-        for (const auto& c : cases) {
-            SCOPED_TRACE(testing::Message() << "creation " << c.creation << " exists " << c.exists
-                                            << " share " << share);
-            ::unlink(path("f").c_str());
-            if (c.exists) writeFile("f", "old");
-            std::unique_ptr<FileStreamC> stream = open("f", c.creation, 2, share);
-            EXPECT_EQ(c.opens, stream != nullptr);
-            // Append opens at the end, and writes there after any seek.
-            if (stream) {
-                EXPECT_EQ(c.creation == 0 && c.exists ? 3 : 0, stream->getPosition());
-                stream->seek(0, 0);
-                EXPECT_EQ(0u, stream->write("+", 1));
+        for (int exists = 0; exists < 2; ++exists) {
+            for (const auto& c : cases) {
+                SCOPED_TRACE(testing::Message() << "creation " << c.creation << " exists " << exists
+                                                << " share " << share);
+                ::unlink(path("f").c_str());
+                if (exists) writeFile("f", "old");
+                std::unique_ptr<FileStreamC> stream = open("f", c.creation, 2, share);
+                EXPECT_EQ(c.code[exists] == 0, stream != nullptr);
+                // Append opens at the end, and writes there after any seek.
+                if (stream) {
+                    EXPECT_EQ(c.creation == 0 && exists ? 3 : 0, stream->getPosition());
+                    stream->seek(0, 0);
+                    EXPECT_EQ(0u, stream->write("+", 1));
+                }
+                stream.reset();
+                EXPECT_EQ(c.after[exists], readFile("f"));
+                EXPECT_EQ(c.code[exists] ? Codes({c.code[exists], 0xE0CB0010u}) : Codes(),
+                          takeErrorCodes());
             }
-            stream.reset();
-            EXPECT_EQ(c.after, readFile("f"));
-            EXPECT_EQ(c.opens ? Codes() : Codes({c.systemCode, 0xE0CB0010u}), takeErrorCodes());
         }
     }
 }
