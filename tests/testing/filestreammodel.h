@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <keel/filename.h>
 
@@ -59,7 +58,8 @@ public:
         case 2: {
             // Never before the start: the offset back is at most the base.
             int32_t whence = static_cast<int32_t>(operation / 8 % 3);
-            int64_t base = std::vector<int64_t>{0, position, length()}[whence];
+            const int64_t bases[] = {0, position, length()};
+            int64_t base = bases[whence];
             int64_t back =
                 static_cast<int64_t>(argument * 2654435761u % (static_cast<uint64_t>(base) + 1));
             int64_t offset = static_cast<int64_t>(argument % 1200) - back;
