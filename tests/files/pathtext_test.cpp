@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <tuple>
 
 #include <keel/basename.h>
 #include <keel/dirname.h>
@@ -26,20 +27,17 @@ std::string textOf(const char* answer) { return answer ? answer : "<null>"; }
 
 // A suffix is never cut at position 0.
 TEST(BaseNameInto, DocumentedCases) {
-    struct Case {
-        const char *path, *suffix, *base;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"/a/b.txt/", ".txt", "b"},
         {".txt", ".txt", ".txt"},
         {"", nullptr, "<null>"},
         {"/d/caf\xc3\xa9.txt", ".txt", "caf\xc3\xa9"},  // non-ASCII names keep their bytes
     };
-    for (const Case& c : cases) {
+    for (const auto& [input, suffix, base] : cases) {
         char path[64], output[64];
-        strcpy(path, c.path);
-        EXPECT_EQ(c.base, textOf(baseNameInto(path, output, sizeof output, c.suffix))) << c.path;
-        EXPECT_STREQ(c.path, path);
+        strcpy(path, input);
+        EXPECT_EQ(base, textOf(baseNameInto(path, output, sizeof output, suffix))) << input;
+        EXPECT_STREQ(input, path);
     }
     EXPECT_EQ(nullptr, baseNameInto(nullptr, nullptr, 0, nullptr));
     EXPECT_EQ(nullptr, baseNameOf(nullptr));
@@ -64,26 +62,21 @@ TEST(BaseNameInto, IntoThePathItself) {
 // cleared. In place, the byte under the temporary terminator comes back
 // after the cut, so "b/" keeps a character behind the answer.
 TEST(DirectoryOf, DocumentedCases) {
-    struct Case {
-        const char* path;
-        size_t size;
-        const char *dir, *inPlace;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, size_t, const char*, const char*> cases[] = {
         {"a/b", 64, "a/", "a/"}, {"/a/b", 64, "/a/", "/a/"}, {"a/b/", 64, "a/", "a/"},
         {"b", 64, ".", "."},     {"/", 64, "/", "/"},        {"", 64, ".", nullptr},
         {"b/", 64, ".", "./"},   {"a/b", 2, "<null>", "a/"},
     };
-    for (const Case& c : cases) {
+    for (const auto& [input, size, dir, inPlace] : cases) {
         char path[64], output[64];
-        strcpy(path, c.path);
+        strcpy(path, input);
         memset(output, 'Z', sizeof output);
-        char* result = directoryOf(path, output, c.size);
-        EXPECT_EQ(c.dir, textOf(result)) << c.path << " in " << c.size;
-        EXPECT_TRUE(result ? result == output : output[0] == '\0') << c.path << " in " << c.size;
-        EXPECT_STREQ(c.path, path);
-        EXPECT_EQ(c.inPlace ? path : nullptr, directoryOfInPlace(path)) << c.path;
-        EXPECT_STREQ(c.inPlace ? c.inPlace : c.path, path);
+        char* result = directoryOf(path, output, size);
+        EXPECT_EQ(dir, textOf(result)) << input << " in " << size;
+        EXPECT_TRUE(result ? result == output : output[0] == '\0') << input << " in " << size;
+        EXPECT_STREQ(input, path);
+        EXPECT_EQ(inPlace ? path : nullptr, directoryOfInPlace(path)) << input;
+        EXPECT_STREQ(inPlace ? inPlace : input, path);
     }
     EXPECT_EQ(nullptr, directoryOf(nullptr, nullptr, 10));
     EXPECT_EQ(nullptr, directoryOfInPlace(nullptr));

@@ -7,6 +7,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "files/streamreader.h"
@@ -42,12 +43,7 @@ Lines linesOf(TextReaderC* reader, bool base = false) {
 // Marks as read; how lines split, over input in pieces of any size, is
 // the model test's below and textreader_fuzz's.
 TEST(TextReaderTest, Marks) {
-    struct {
-        std::string bytes;
-        bool detect;
-        const char* encoding;
-        Lines lines;
-    } const cases[] = {
+    const std::tuple<std::string, bool, const char*, Lines> cases[] = {
         {"", true, nullptr, {}},
         {"\xEF\xBB\xBF", true, nullptr, {}},
         {"\xEF\xBB\xBFx", true, nullptr, {"x"}},
@@ -60,8 +56,8 @@ TEST(TextReaderTest, Marks) {
         {"\xEF\xBB\xBFx", false, nullptr, {"\xEF\xBB\xBFx"}},
         {"q", true, nullptr, {"q"}},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.lines, linesOf(readerOf(c.bytes, c.detect, c.encoding)));
+    for (const auto& [bytes, detect, encoding, lines] : cases)
+        EXPECT_EQ(lines, linesOf(readerOf(bytes, detect, encoding)));
     EXPECT_EQ(nullptr, std::unique_ptr<StreamReaderC>(readerOf("", false, nullptr))->readLine());
 }
 
@@ -82,30 +78,27 @@ TEST(TextReaderTest, CutsAtTheEndOfABlock) {
 // UTF-8 mark back as text.
 TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
     const std::string wide = "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80", bom = "\xEF\xBB\xBF";
-    struct {
-        const char* encoding;
-        std::string mark, text, back;
-    } const cases[] = {
+    const std::tuple<const char*, std::string, std::string, std::string> cases[] = {
         {"ascii", "", "plain\nlines", ""}, {"iso-8859-1", "", "caf\xC3\xA9\nx", ""},
         {"system-8", bom, wide, bom},      {"utf8", bom, wide, ""},
         {"utf16", "\xFF\xFE", wide, ""},   {"utf16le", "\xFF\xFE", wide, ""},
         {"utf16be", "\xFE\xFF", wide, ""}, {"wchar_t", "", wide, ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.encoding);
-        TextEncodingI* encoding = findEncoding(c.encoding);
+    for (const auto& [name, mark, text, back] : cases) {
+        SCOPED_TRACE(name);
+        TextEncodingI* encoding = findEncoding(name);
         std::unique_ptr<StreamWriterC> writer(
-            StreamWriterC::open(at(c.encoding), false, encoding, true, 1, false));
+            StreamWriterC::open(at(name), false, encoding, true, 1, false));
         ASSERT_NE(nullptr, writer);
         EXPECT_EQ(0u, writer->write(StringC()));
-        EXPECT_EQ("", readFile(c.encoding));
+        EXPECT_EQ("", readFile(name));
         EXPECT_EQ((Codes{0, 0, 0}),
-                  (Codes{writer->write(StringC(c.text.c_str(), "utf8")),
+                  (Codes{writer->write(StringC(text.c_str(), "utf8")),
                          writer->write(StringC("\r\nend\r\r\n\n\r", "ascii")), writer->close()}));
-        EXPECT_EQ(c.mark, readFile(c.encoding).substr(0, c.mark.size()));
+        EXPECT_EQ(mark, readFile(name).substr(0, mark.size()));
         std::unique_ptr<StreamReaderC> reader(
-            StreamReaderC::open(at(c.encoding), false, encoding, 1, false));
-        EXPECT_EQ(c.back + c.text + "\nend\n\n\n\n", str(reader->readAll()));
+            StreamReaderC::open(at(name), false, encoding, 1, false));
+        EXPECT_EQ(back + text + "\nend\n\n\n\n", str(reader->readAll()));
     }
 }
 
