@@ -9,8 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "files/filestream.h"
 #include "testing/filestreammodel.h"
@@ -36,33 +38,29 @@ protected:
 // holds after "+" was written at the start, and the system's code when the
 // open is refused (0: it opens).
 TEST_F(FileStreamTest, CreationModes) {
-    struct {
-        uint32_t creation;
-        const char* after[2];
-        uint32_t code[2];
-    } const cases[] = {
+    const std::tuple<uint32_t, std::array<const char*, 2>, std::array<uint32_t, 2>> cases[] = {
         {0, {"+", "old+"}, {0, 0}},          {1, {"+", "+"}, {0, 0}},
         {2, {"+", "old"}, {0, 0xE0000011u}}, {3, {"<missing>", "+ld"}, {0xE0000002u, 0}},
         {4, {"+", "+ld"}, {0, 0}},           {5, {"<missing>", "+"}, {0xE0000002u, 0}},
     };
     for (uint32_t share = 0; share < 3; ++share) {
         for (int exists = 0; exists < 2; ++exists) {
-            for (const auto& c : cases) {
-                SCOPED_TRACE(testing::Message() << "creation " << c.creation << " exists " << exists
+            for (const auto& [creation, after, code] : cases) {
+                SCOPED_TRACE(testing::Message() << "creation " << creation << " exists " << exists
                                                 << " share " << share);
                 ::unlink(path("f").c_str());
                 if (exists) writeFile("f", "old");
-                std::unique_ptr<FileStreamC> stream = open("f", c.creation, 2, share);
-                EXPECT_EQ(c.code[exists] == 0, stream != nullptr);
+                std::unique_ptr<FileStreamC> stream = open("f", creation, 2, share);
+                EXPECT_EQ(code[exists] == 0, stream != nullptr);
                 // Append opens at the end, and writes there after any seek.
                 if (stream) {
-                    EXPECT_EQ(c.creation == 0 && exists ? 3 : 0, stream->getPosition());
+                    EXPECT_EQ(creation == 0 && exists ? 3 : 0, stream->getPosition());
                     stream->seek(0, 0);
                     EXPECT_EQ(0u, stream->write("+", 1));
                 }
                 stream.reset();
-                EXPECT_EQ(c.after[exists], readFile("f"));
-                EXPECT_EQ(c.code[exists] ? Codes({c.code[exists], 0xE0CB0010u}) : Codes(),
+                EXPECT_EQ(after[exists], readFile("f"));
+                EXPECT_EQ(code[exists] ? Codes({code[exists], 0xE0CB0010u}) : Codes(),
                           takeErrorCodes());
             }
         }
@@ -203,27 +201,23 @@ public:
 // put-off truncation of creation modes 1 and 5 is skipped then; truncation
 // waits for the lock, and without a lock the contents go at the open.
 TEST_F(FileStreamTest, RecordLocksAsAnotherProcessSeesThem) {
-    struct {
-        uint32_t heldShare, creation, access, share;
-        bool opens;
-        const char* after;
-    } const cases[] = {
+    // {held share, creation, access, share, opens, after}
+    const std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, bool, const char*> cases[] = {
         {0, 3, 3, 0, false, "old"}, {0, 3, 1, 1, false, "old"}, {0, 3, 3, 2, true, "old"},
         {1, 3, 3, 0, false, "old"}, {1, 3, 1, 1, true, "old"},  {1, 3, 3, 3, true, "old"},
         {2, 3, 3, 0, true, "old"},  {0, 1, 2, 1, false, "old"}, {0, 1, 2, 2, true, ""},
         {9, 1, 1, 1, true, "old"},  {9, 5, 1, 1, true, "old"},  {9, 5, 1, 2, true, ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "held " << c.heldShare << " creation " << c.creation
-                                        << " access " << c.access << " share " << c.share);
+    for (const auto& [heldShare, creation, access, share, opens, after] : cases) {
+        SCOPED_TRACE(testing::Message() << "held " << heldShare << " creation " << creation
+                                        << " access " << access << " share " << share);
         writeFile("f", "old");
         std::unique_ptr<LockHolderC> holder;
-        if (c.heldShare != 9)
-            holder.reset(new LockHolderC(at("f"), c.heldShare ? 1 : 2, c.heldShare));
+        if (heldShare != 9) holder.reset(new LockHolderC(at("f"), heldShare ? 1 : 2, heldShare));
         ASSERT_TRUE(!holder || holder->opened);
-        EXPECT_EQ(c.opens, open("f", c.creation, c.access, c.share) != nullptr);
-        EXPECT_EQ(c.after, readFile("f"));
-        EXPECT_EQ(c.opens ? Codes() : Codes({0xE000000Bu, 0xE0CB0010u}), takeErrorCodes());
+        EXPECT_EQ(opens, open("f", creation, access, share) != nullptr);
+        EXPECT_EQ(after, readFile("f"));
+        EXPECT_EQ(opens ? Codes() : Codes({0xE000000Bu, 0xE0CB0010u}), takeErrorCodes());
     }
 }
 
