@@ -1,6 +1,8 @@
 // The directory lister over trees the input builds: a recursive walk (pulled
 // or through a listing, names absolute or relative) gives each entry made
-// exactly once, and skipping a directory drops exactly what is below it.
+// exactly once, depth first, and skipping a directory drops exactly what is
+// below it. The file service's model test walks trees through its copies and
+// sizes; this target is the lister's own random-tree check.
 //
 // Input layout: byte 0 picks the style (bit 0 listing, bit 1 relative names,
 // bit 2 skip every directory whose name ends in '3'); each further pair of
@@ -124,6 +126,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     std::set<std::string> seenSet(seen.begin(), seen.end());
     if (seenSet.size() != seen.size() || seenSet != expected) abort();
+    // Depth first: the directory of each entry is the entry before it or a
+    // directory that entry lies in.
+    for (size_t i = 1; i < seen.size(); ++i) {
+        std::string above = seen[i].substr(0, seen[i].rfind('/') + 1);
+        if ((seen[i - 1] + "/").compare(0, above.size(), above) != 0) abort();
+    }
     removeTree(root);
     return 0;
 }

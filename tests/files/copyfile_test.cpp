@@ -1,5 +1,8 @@
-// The queries and whole-file copies by plain path below the file service,
-// on real files in a fresh directory.
+// The helpers by plain path below the file service, on real files in a
+// fresh directory: queries, whole-file copies and moves, and the opens of
+// fopen.h (openFileOrStandardInput, createFileText). getProcessId and
+// getTimeOfDay are getpid and gettimeofday passed through: nothing of their
+// own to test.
 #include "files/copyfile.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +15,7 @@
 
 #include <string>
 
+#include "files/fopen.h"
 #include "testing/filetree.h"
 
 namespace keel {
@@ -137,6 +141,30 @@ TEST_F(CopyFileTest, MoveAcrossDevicesCopiesAndRemoves) {
     EXPECT_EQ("across", readFile("moved"));
     EXPECT_EQ(0604u, modeOf("moved"));
     unlink(pattern);
+}
+
+TEST(OpenFileOrStandardInput, DashIsStandardInputWhateverTheMode) {
+    EXPECT_EQ(nullptr, openFileOrStandardInput(nullptr, "rb"));
+    EXPECT_EQ(stdin, openFileOrStandardInput("-", "rb"));
+    EXPECT_EQ(stdin, openFileOrStandardInput("-", "wb"));
+    EXPECT_EQ(nullptr, openFileOrStandardInput("/nonexistent/keel/file", "rb"));
+}
+
+// createFileText makes the file with the mode under the umask, and empties
+// an existing one.
+TEST_F(CopyFileTest, CreateAndOpenAFile) {
+    mode_t oldMask = umask(022);
+    int fd = createFileText(path("made").c_str(), 0660);
+    umask(oldMask);
+    EXPECT_EQ(4, write(fd, "text", 4));
+    close(fd);
+    FILE* f = openFileOrStandardInput(path("made").c_str(), "rb");
+    ASSERT_NE(nullptr, f);
+    fclose(f);
+    close(createFileText(path("made").c_str(), 0600));
+    EXPECT_EQ(0640u, modeOf("made"));
+    EXPECT_EQ("", readFile("made"));
+    EXPECT_EQ(-1, createFileText(path("no/such").c_str(), 0644));
 }
 
 }  // namespace

@@ -20,38 +20,33 @@ FileNameC N(const std::string& text) { return FileNameC(u8(text)); }
 // ordinary text, a NUL is an ordinary character, and the "fewer than three
 // characters" rule counts characters, not bytes.
 TEST(FileName, NormalFormAndCollapse) {
-    struct Case {
-        std::string input, text;
-        bool rooted;
-        std::string collapsed;
+    typedef std::tuple<std::string, bool, std::string> AnswersT;  // text, rooted, collapsed
+    const std::pair<std::string, AnswersT> cases[] = {
+        {"", {"", false, ""}},
+        {"/", {"", true, "/"}},
+        {"///a", {"a", true, "/a"}},
+        {"a//b", {"a/b", false, "a/b"}},
+        {".", {".", false, ""}},
+        {"./", {".", false, ""}},
+        {"a/.", {"a/.", false, "a/"}},
+        {"ab/.", {"ab/.", false, "ab"}},
+        {"a/..", {"a/..", false, "."}},
+        {"/a/..", {"a/..", true, "/."}},
+        {"a/b/..", {"a/b/..", false, "a/"}},
+        {"/..", {"..", true, "/.."}},
+        {"/a/../..", {"a/../..", true, "/.."}},
+        {"a/../../b/./c/", {"a/../../b/./c", false, "../b/c"}},
+        {"x/../a/..", {"x/../a/..", false, "."}},
+        {"C:\\dir\\f", {"C:\\dir\\f", false, "C:\\dir\\f"}},
+        {std::string("a\0//b/", 6), {std::string("a\0/b", 4), false, std::string("a\0/b", 4)}},
+        {"\xc3\xa9/.", {"\xc3\xa9/.", false, "\xc3\xa9/"}},
+        {"\xc3\xa9x/.", {"\xc3\xa9x/.", false, "\xc3\xa9x"}},
     };
-    const Case cases[] = {
-        {"", "", false, ""},
-        {"/", "", true, "/"},
-        {"///a", "a", true, "/a"},
-        {"a//b", "a/b", false, "a/b"},
-        {".", ".", false, ""},
-        {"./", ".", false, ""},
-        {"a/.", "a/.", false, "a/"},
-        {"ab/.", "ab/.", false, "ab"},
-        {"a/..", "a/..", false, "."},
-        {"/a/..", "a/..", true, "/."},
-        {"a/b/..", "a/b/..", false, "a/"},
-        {"/..", "..", true, "/.."},
-        {"/a/../..", "a/../..", true, "/.."},
-        {"a/../../b/./c/", "a/../../b/./c", false, "../b/c"},
-        {"x/../a/..", "x/../a/..", false, "."},
-        {"C:\\dir\\f", "C:\\dir\\f", false, "C:\\dir\\f"},
-        {std::string("a\0//b/", 6), std::string("a\0/b", 4), false, std::string("a\0/b", 4)},
-        {"\xc3\xa9/.", "\xc3\xa9/.", false, "\xc3\xa9/"},
-        {"\xc3\xa9x/.", "\xc3\xa9x/.", false, "\xc3\xa9x"},
-    };
-    for (const Case& c : cases) {
-        FileNameC name = N(c.input);
-        EXPECT_EQ(
-            std::make_tuple(c.text, c.rooted, c.collapsed),
-            std::make_tuple(str(name.getText()), name.isRooted(), str(name.getCollapsedText())))
-            << c.input;
+    for (const auto& [input, answers] : cases) {
+        FileNameC name = N(input);
+        EXPECT_EQ(answers,
+                  AnswersT(str(name.getText()), name.isRooted(), str(name.getCollapsedText())))
+            << input;
     }
     // Names of 4,096 bytes and more have no limit of their own.
     std::string deep, collapsed = "/";
@@ -69,16 +64,12 @@ TEST(FileName, NormalFormAndCollapse) {
 // filename_fuzz's, against their steps taken literally; here the documented
 // cases. Joining a directory and a name looks only at the raw ends.
 TEST(FileName, Join) {
-    struct Case {
-        std::string dir, name, result;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, std::string, std::string> cases[] = {
         {"a", "/b", "ab"}, {"a/", "/b", "a/b"}, {".", "/b", "b"},
         {"", "/b", "/b"},  {"/a", "b", "/a/b"},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(c.result, str(FileNameC(u8(c.dir), u8(c.name)).toString()))
-            << c.dir << " + " << c.name;
+    for (const auto& [dir, name, result] : cases)
+        EXPECT_EQ(result, str(FileNameC(u8(dir), u8(name)).toString())) << dir << " + " << name;
     EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr), u8("/x")).toString().isEmpty());
     EXPECT_TRUE(FileNameC(static_cast<const FileNameC*>(nullptr)).toString().isEmpty());
 
@@ -112,15 +103,12 @@ TEST(FileName, Queries) {
 }
 
 TEST(FileName, PrefixRelativeSuffixAndCompare) {
-    struct Case {
-        std::string name, base, relative;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, std::string, std::string> cases[] = {
         {"/a/b", "/a", "b"}, {"/a", "/a", "."}, {"/a", "/", "/a"}, {"/ab", "/a", "/ab"}};
-    for (const Case& c : cases) {
-        std::unique_ptr<FileNameC> relative(N(c.name).relativeTo(N(c.base)));
-        EXPECT_EQ(c.relative, str(relative->toString())) << c.name << " " << c.base;
-    }
+    for (const auto& [name, base, relative] : cases)
+        EXPECT_EQ(relative,
+                  str(std::unique_ptr<FileNameC>(N(name).relativeTo(N(base)))->toString()))
+            << name << " " << base;
     EXPECT_FALSE(N("/ab").hasPrefix(N("/a")));
     EXPECT_EQ("/d/x.bak", str(N("/d/x.txt").replaceSuffix(u8(".bak"), u8(".txt")).toString()));
     EXPECT_EQ("/d/x.txt.bak", str(N("/d/x.txt").replaceSuffix(u8(".bak"), u8(".c")).toString()));
@@ -137,30 +125,19 @@ TEST(FileName, PrefixRelativeSuffixAndCompare) {
     EXPECT_LT(N("/a").compare(N("/a/b")), 0);
 }
 
-TEST(FileName, WildcardTable) {
-    struct Case {
-        const char* name;
-        const char* pattern;
-        bool caseSensitive, match;
-    };
-    // Short ASCII names and patterns are filename_fuzz's, which compares
-    // the matcher with its steps taken literally; here case beyond ASCII.
-    const Case cases[] = {{"x.TXT", "*.txt", false, true},
-                          {"\xc3\x89t\xc3\xa9", "?T*", false, true}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.match, FileNameC::wildcardMatch(u8(c.name), u8(c.pattern), c.caseSensitive))
-            << c.name << " ~ " << c.pattern;
-    }
+// Short ASCII names and patterns are filename_fuzz's, which compares the
+// matcher with its steps taken literally; here case beyond ASCII.
+TEST(FileName, Wildcards) {
+    EXPECT_TRUE(FileNameC::wildcardMatch(u8("x.TXT"), u8("*.txt"), false));
+    EXPECT_TRUE(FileNameC::wildcardMatch(u8("\xc3\x89t\xc3\xa9"), u8("?T*"), false));
     EXPECT_TRUE(N("/d/notes.txt").matchesBaseName(u8("*.txt")));
     EXPECT_FALSE(N("/d/notes.TXT").matchesBaseName(u8("*.txt")));
     EXPECT_FALSE(N("/d.txt/notes").matchesBaseName(u8("*.txt")));
     // Many stars against a long name: the literal recursion would not end in
     // a lifetime; each star's answers are worked out once.
-    std::string longName(4096, 'a');
-    EXPECT_FALSE(
-        FileNameC::wildcardMatch(u8(longName), u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
-    EXPECT_TRUE(FileNameC::wildcardMatch(u8(longName + "b"),
-                                         u8(std::string(40, '*') + "a*a*a*a*a*b"), true));
+    std::string longName(4096, 'a'), stars = std::string(40, '*') + "a*a*a*a*a*b";
+    EXPECT_FALSE(FileNameC::wildcardMatch(u8(longName), u8(stars), true));
+    EXPECT_TRUE(FileNameC::wildcardMatch(u8(longName + "b"), u8(stars), true));
 }
 
 }  // namespace

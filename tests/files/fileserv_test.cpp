@@ -22,11 +22,6 @@
 namespace keel {
 namespace {
 
-using testkit::errorCodes;
-using testkit::errorTextAt;
-using testkit::takeErrorCodes;
-typedef std::vector<uint32_t> Codes;
-
 class FileServiceTest : public testkit::FileTreeTest {};
 
 // Random writes, directories, copies, moves and removals over a small tree,
@@ -37,6 +32,7 @@ TEST_F(FileServiceTest, RandomOperationsAgainstAModel) {
 
 TEST_F(FileServiceTest, PredicatesByKindOfName) {
     makeTree({"file=abc", "dir/", "dangling->missing", "tofile->file", "todir->dir"});
+    ASSERT_EQ(0, mkfifo(path("p").c_str(), 0600));
     // exists, isFile, isDirectory, isSymbolicLink, isDirectoryEmpty, and the
     // type getFileInfo gives without following links (9 for none).
     typedef std::tuple<bool, bool, bool, bool, bool, uint32_t> AnswersT;
@@ -47,6 +43,7 @@ TEST_F(FileServiceTest, PredicatesByKindOfName) {
         {path("dangling"), AnswersT{false, false, false, true, true, 5}},
         {path("tofile"), AnswersT{true, true, false, true, true, 5}},
         {path("todir"), AnswersT{true, false, true, true, true, 5}},
+        {path("p"), AnswersT{true, false, false, false, true, 4}},
         // "." collapses to the empty text: no directory here, but it exists.
         {".", AnswersT{true, false, false, false, true, 1}},
         {"", AnswersT{false, false, false, false, true, 9}},
@@ -59,13 +56,10 @@ TEST_F(FileServiceTest, PredicatesByKindOfName) {
                                      info ? info->type : 9u))
             << c.first;
     }
-    ASSERT_EQ(0, mkfifo(path("p").c_str(), 0600));
-    EXPECT_EQ(4u, std::unique_ptr<FileInfoC>(files->getFileInfo(at("p"), true))->type);
     EXPECT_FALSE(std::unique_ptr<FileNameC>(files->readSymbolicLink(at("p"))));
     makeTree({"l->a//b/./c/"});
     std::unique_ptr<FileNameC> target(files->readSymbolicLink(at("l")));
     EXPECT_EQ("a/b/./c", str(target->toString()));
-    EXPECT_EQ(Codes{}, errorCodes());
 }
 
 // The rest of what createDirectory answers is the model test's.
@@ -76,27 +70,23 @@ TEST_F(FileServiceTest, CreateDirectoryOfRootDotAndItsMode) {
     mode_t mask = umask(0);
     umask(mask);
     EXPECT_EQ(0777u & ~mask, modeOf("a/b"));
-    EXPECT_EQ(Codes{}, errorCodes());
 }
 
 TEST_F(FileServiceTest, SizesTimesAndFreeSpace) {
     // A link to a file counts its target; a link to a directory is not entered.
     makeTree({"one=12345", "tree/", "tree/sub/", "tree/a=aa", "tree/sub/b=bbbb",
               "tree/link->../one", "tree/sub/up->.."});
+    // getSize and its count, then setModifiedTime and getModifiedTime.
     int32_t count = 7;
-    EXPECT_EQ(2 + 4 + 5, files->getSize(at("tree"), &count));
-    EXPECT_EQ(3, count);
-    EXPECT_EQ(5, files->getSize(at("one"), nullptr));
-
-    EXPECT_EQ(0xE0CB000Cu, files->setModifiedTime(at("one"), -1));
-    EXPECT_EQ(0u, files->setModifiedTime(at("one"), 1000000000));
-    EXPECT_EQ(1000000000, files->getModifiedTime(at("one")));
-    EXPECT_EQ(0, files->getModifiedTime(at("missing")));
-    EXPECT_EQ(0xE0000002u, files->setModifiedTime(at("missing"), 5));
-
+    EXPECT_EQ(
+        (std::vector<int64_t>{2 + 4 + 5, 3, 5, 0xE0CB000C, 0, 1000000000, 0, 0xE0000002}),
+        (std::vector<int64_t>{
+            files->getSize(at("tree"), &count), count, files->getSize(at("one"), nullptr),
+            files->setModifiedTime(at("one"), -1), files->setModifiedTime(at("one"), 1000000000),
+            files->getModifiedTime(at("one")), files->getModifiedTime(at("missing")),
+            files->setModifiedTime(at("missing"), 5)}));
     EXPECT_GT(files->getFreeSpace(at("not/yet/there")), 0);
     EXPECT_GT(files->getFreeSpace(fullName("no-such-dir-here/x")), 0);
-    EXPECT_EQ(Codes{}, errorCodes());
 }
 
 TEST_F(FileServiceTest, PermissionChangesRefuseLinks) {
@@ -134,7 +124,6 @@ TEST_F(FileServiceTest, PermissionChangesRefuseLinks) {
     int after = dup(0);
     close(after);
     EXPECT_EQ(before, after) << "the refused descriptor is closed";
-    EXPECT_EQ(Codes{}, errorCodes());
 }
 
 TEST_F(FileServiceTest, ReportsOfTheirOwn) {
@@ -152,7 +141,6 @@ TEST_F(FileServiceTest, ReportsOfTheirOwn) {
     // nothing and touch nothing.
     EXPECT_EQ(0xE0CB000Du, files->reservedSetter());
     EXPECT_EQ(0x80000001u, files->reservedCodeA());
-    EXPECT_EQ(Codes{}, errorCodes());
 }
 
 TEST_F(FileServiceTest, NamesTheSystemCannotTake) {
@@ -188,7 +176,6 @@ TEST_F(FileServiceTest, NamesTheSystemCannotTake) {
     EXPECT_EQ(nullptr, files->getFileInfo(at("a"), true));
     EXPECT_FALSE(files->setReadOnly(at("a"), true));
     EXPECT_EQ(0xE0000002u, files->copyAttributes(at("a"), at("a")));
-    EXPECT_EQ(Codes{}, errorCodes());
 }
 
 TEST_F(FileServiceTest, UnreadableDirectory) {
@@ -202,7 +189,7 @@ TEST_F(FileServiceTest, UnreadableDirectory) {
     EXPECT_EQ(0, files->getSize(at("closed"), &count));
     EXPECT_EQ(0, count);
     EXPECT_EQ(nullptr, files->openStream(at("closed/f"), 3, 1, 2, false));
-    EXPECT_EQ((Codes{0xE000000Du, 0xE0CB0010u}), errorCodes());
+    EXPECT_EQ((Codes{0xE000000Du, 0xE0CB0010u}), takeErrorCodes());
 }
 
 TEST_F(FileServiceTest, SecureTempFilesAndUniqueNames) {
@@ -300,15 +287,12 @@ TEST_F(FileServiceTest, CopyAndRemovalOfTreesWithLinks) {
     EXPECT_EQ(5000, stop.totalBytes);
     EXPECT_EQ(1, stop.totalFiles);
 
-    EXPECT_FALSE(files->remove(at("tree"), false, false));
-    EXPECT_FALSE(files->remove(at("tree"), true, false));
     EXPECT_TRUE(files->remove(at("tree"), false, true));
     EXPECT_EQ("<missing>", readFile("tree/a/f"));
     // A link given directly goes as a link too.
     EXPECT_TRUE(files->remove(at("direct"), true, true));
     EXPECT_FALSE(files->isSymbolicLink(at("direct")));
     EXPECT_EQ("k", readFile("outside/keep"));
-    EXPECT_EQ(Codes{}, errorCodes());
 }
 
 // A destination that cannot grow (RLIMIT_FSIZE, SIGXFSZ ignored: EFBIG), in

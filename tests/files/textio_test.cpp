@@ -3,9 +3,11 @@
 // sequences cut across blocks, and random reads against a plain model.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "files/streamreader.h"
@@ -16,38 +18,32 @@
 namespace keel {
 namespace {
 
-using testkit::PiecewiseInputC;
-
 typedef std::vector<std::string> Lines;
-typedef std::vector<uint32_t> Codes;
 
 class TextFileTest : public testkit::FileTreeTest {};
 
-// The lines to the end, through the reader's own readLine or the one of the
-// base class, built on read and pushBack.
-Lines linesOf(TextReaderC& reader, bool base = false) {
-    Lines lines;
-    StringC line;
-    while ((base ? reader.TextReaderC::readLine(line) : reader.readLine(line)) == 0)
-        lines.push_back(str(line));
-    return lines;
+// A reader of `bytes` handed out in pieces drawn from `seed` (0: as asked).
+StreamReaderC* readerOf(const std::string& bytes, bool detect, const char* encoding,
+                        uint32_t seed = 0) {
+    return new StreamReaderC(new testkit::PiecewiseInputC(bytes, seed), detect,
+                             encoding ? findEncoding(encoding) : nullptr, true);
 }
 
-Lines readBytes(const std::string& bytes, bool detect, const char* encoding, uint32_t seed = 0) {
-    StreamReaderC reader(new PiecewiseInputC(bytes, seed), detect,
-                         encoding ? findEncoding(encoding) : nullptr, true);
-    return linesOf(reader);
+// The lines to the end, through the reader's own readLine or the one of the
+// base class, built on read and pushBack; the reader is deleted.
+Lines linesOf(TextReaderC* reader, bool base = false) {
+    std::unique_ptr<TextReaderC> owned(reader);
+    Lines lines;
+    StringC line;
+    while ((base ? reader->TextReaderC::readLine(line) : reader->readLine(line)) == 0)
+        lines.push_back(str(line));
+    return lines;
 }
 
 // Marks as read; how lines split, over input in pieces of any size, is
 // the model test's below and textreader_fuzz's.
 TEST(TextReaderTest, Marks) {
-    struct {
-        std::string bytes;
-        bool detect;
-        const char* encoding;
-        Lines lines;
-    } const cases[] = {
+    const std::tuple<std::string, bool, const char*, Lines> cases[] = {
         {"", true, nullptr, {}},
         {"\xEF\xBB\xBF", true, nullptr, {}},
         {"\xEF\xBB\xBFx", true, nullptr, {"x"}},
@@ -60,9 +56,9 @@ TEST(TextReaderTest, Marks) {
         {"\xEF\xBB\xBFx", false, nullptr, {"\xEF\xBB\xBFx"}},
         {"q", true, nullptr, {"q"}},
     };
-    for (const auto& c : cases) EXPECT_EQ(c.lines, readBytes(c.bytes, c.detect, c.encoding));
-    StreamReaderC empty(new PiecewiseInputC("", 0), false, nullptr, true);
-    EXPECT_EQ(nullptr, empty.readLine());
+    for (const auto& [bytes, detect, encoding, lines] : cases)
+        EXPECT_EQ(lines, linesOf(readerOf(bytes, detect, encoding)));
+    EXPECT_EQ(nullptr, std::unique_ptr<StreamReaderC>(readerOf("", false, nullptr))->readLine());
 }
 
 // Two cuts that random text seldom puts just there: a UTF-16 unit cut by
@@ -71,10 +67,9 @@ TEST(TextReaderTest, Marks) {
 TEST(TextReaderTest, CutsAtTheEndOfABlock) {
     std::string utf16(2049, '\0');
     utf16[1023] = 'x';
-    EXPECT_EQ(1u, readBytes(utf16, false, "utf16be", 5).size());
-    StreamReaderC reader(new PiecewiseInputC(std::string(127, 'a') + "\r\nb", 0), false,
-                         findEncoding("utf8"), true);
-    EXPECT_EQ((Lines{std::string(127, 'a'), "b"}), linesOf(reader, true));
+    EXPECT_EQ(1u, linesOf(readerOf(utf16, false, "utf16be", 5)).size());
+    EXPECT_EQ((Lines{std::string(127, 'a'), "b"}),
+              linesOf(readerOf(std::string(127, 'a') + "\r\nb", false, "utf8"), true));
 }
 
 // Every encoding: what a writer puts out (CR LF and a lone CR as LF), a
@@ -83,30 +78,27 @@ TEST(TextReaderTest, CutsAtTheEndOfABlock) {
 // UTF-8 mark back as text.
 TEST_F(TextFileTest, WriterAndReaderInEveryEncoding) {
     const std::string wide = "\xE2\x82\xAC uro\n\xF0\x9F\x98\x80", bom = "\xEF\xBB\xBF";
-    struct {
-        const char* encoding;
-        std::string mark, text, back;
-    } const cases[] = {
+    const std::tuple<const char*, std::string, std::string, std::string> cases[] = {
         {"ascii", "", "plain\nlines", ""}, {"iso-8859-1", "", "caf\xC3\xA9\nx", ""},
         {"system-8", bom, wide, bom},      {"utf8", bom, wide, ""},
         {"utf16", "\xFF\xFE", wide, ""},   {"utf16le", "\xFF\xFE", wide, ""},
         {"utf16be", "\xFE\xFF", wide, ""}, {"wchar_t", "", wide, ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.encoding);
-        TextEncodingI* encoding = findEncoding(c.encoding);
+    for (const auto& [name, mark, text, back] : cases) {
+        SCOPED_TRACE(name);
+        TextEncodingI* encoding = findEncoding(name);
         std::unique_ptr<StreamWriterC> writer(
-            StreamWriterC::open(at(c.encoding), false, encoding, true, 1, false));
+            StreamWriterC::open(at(name), false, encoding, true, 1, false));
         ASSERT_NE(nullptr, writer);
         EXPECT_EQ(0u, writer->write(StringC()));
-        EXPECT_EQ("", readFile(c.encoding));
+        EXPECT_EQ("", readFile(name));
         EXPECT_EQ((Codes{0, 0, 0}),
-                  (Codes{writer->write(StringC(c.text.c_str(), "utf8")),
+                  (Codes{writer->write(StringC(text.c_str(), "utf8")),
                          writer->write(StringC("\r\nend\r\r\n\n\r", "ascii")), writer->close()}));
-        EXPECT_EQ(c.mark, readFile(c.encoding).substr(0, c.mark.size()));
+        EXPECT_EQ(mark, readFile(name).substr(0, mark.size()));
         std::unique_ptr<StreamReaderC> reader(
-            StreamReaderC::open(at(c.encoding), false, encoding, 1, false));
-        EXPECT_EQ(c.back + c.text + "\nend\n\n\n\n", str(reader->readAll()));
+            StreamReaderC::open(at(name), false, encoding, 1, false));
+        EXPECT_EQ(back + text + "\nend\n\n\n\n", str(reader->readAll()));
     }
 }
 
@@ -117,10 +109,9 @@ TEST_F(TextFileTest, MarksWhenAppending) {
         EXPECT_EQ(0u, writer->write(StringC("a\n", "ascii")));
     }
     EXPECT_EQ("\xEF\xBB\xBF" + std::string("a\na\n"), readFile("f"));
-    std::unique_ptr<StreamReaderC> reader(StreamReaderC::open(at("f"), true, nullptr, 1, false));
-    EXPECT_EQ((Lines{"a", "a"}), linesOf(*reader));
+    EXPECT_EQ((Lines{"a", "a"}), linesOf(StreamReaderC::open(at("f"), true, nullptr, 1, false)));
     EXPECT_EQ(nullptr, StreamReaderC::open(at("missing"), true, nullptr, 1, false));
-    EXPECT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), testkit::errorCodes());
+    EXPECT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), takeErrorCodes());
 }
 
 // Random reads of every kind against the characters (as code points;
@@ -136,8 +127,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
     for (int round = 0; round < 60; ++round) {
         std::u32string model;
         for (size_t target = random() % 6000; model.size() < target;) model += pieces[random() % 9];
-        StreamReaderC reader(new PiecewiseInputC(encode(model), round + 1), false,
-                             findEncoding("utf8"), true);
+        std::unique_ptr<StreamReaderC> reader(readerOf(encode(model), false, "utf8", round + 1));
         size_t at = 0;
         // One handle for every line, as a reading loop has it, and copies of
         // some lines that must keep their text when the next line comes in.
@@ -147,7 +137,7 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             switch (random() % 5) {
             case 0: {
                 uint32_t count = random() % 300;
-                std::unique_ptr<StringC> got(reader.read(count));
+                std::unique_ptr<StringC> got(reader->read(count));
                 if (at == model.size() || count == 0) {
                     ASSERT_TRUE(count == 0 && got ? got->length() == 0 : got == nullptr);
                     break;
@@ -161,17 +151,16 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             }
             case 1: {
                 int32_t expected = at < model.size() ? static_cast<int32_t>(model[at++]) : -1;
-                ASSERT_EQ(expected, reader.readChar());
+                ASSERT_EQ(expected, reader->readChar());
                 break;
             }
             case 2:
             case 3: {
                 uint32_t code =
-                    random() % 2 ? reader.readLine(line) : reader.TextReaderC::readLine(line);
+                    random() % 2 ? reader->readLine(line) : reader->TextReaderC::readLine(line);
                 ASSERT_EQ(at == model.size() ? kEndOfText : 0u, code);
                 if (code != 0) break;
-                size_t end = model.find_first_of(U"\r\n", at);
-                end = end == std::u32string::npos ? model.size() : end;
+                size_t end = std::min(model.find_first_of(U"\r\n", at), model.size());
                 ASSERT_EQ(encode(model.substr(at, end - at)), str(line));
                 ASSERT_EQ(static_cast<int32_t>(end - at), line.length());
                 if (end > at) {
@@ -185,10 +174,10 @@ TEST(TextReaderTest, RandomReadsAgainstAModel) {
             default:  // put back what is next anyway, or something new
                 if (at > 0 && random() % 2) {
                     --at;
-                    reader.pushBack(StringC(encode(model.substr(at, 1)).c_str(), "utf8"));
+                    reader->pushBack(StringC(encode(model.substr(at, 1)).c_str(), "utf8"));
                 } else {
                     model.insert(at, U"pb");
-                    reader.pushBack(StringC("pb", "ascii"));
+                    reader->pushBack(StringC("pb", "ascii"));
                 }
             }
         }

@@ -48,10 +48,9 @@ public:
             char buffer[400];
             uint32_t want = argument % sizeof buffer;
             int32_t got = stream->read(buffer, want);
-            int64_t left = std::max<int64_t>(0, static_cast<int64_t>(model.size()) - position);
-            if (got != std::min<int64_t>(want, left)) return "read count";
-            if (model.compare(static_cast<size_t>(std::min<int64_t>(position, model.size())), got,
-                              buffer, got) != 0)
+            if (got != std::min<int64_t>(want, std::max<int64_t>(0, length() - position)))
+                return "read count";
+            if (model.compare(static_cast<size_t>(std::min(position, length())), got, buffer, got))
                 return "read bytes";
             position += got;
             break;
@@ -59,9 +58,8 @@ public:
         case 2: {
             // Never before the start: the offset back is at most the base.
             int32_t whence = static_cast<int32_t>(operation / 8 % 3);
-            int64_t base = whence == 1   ? position
-                           : whence == 2 ? static_cast<int64_t>(model.size())
-                                         : 0;
+            const int64_t bases[] = {0, position, length()};
+            int64_t base = bases[whence];
             int64_t back =
                 static_cast<int64_t>(argument * 2654435761u % (static_cast<uint64_t>(base) + 1));
             int64_t offset = static_cast<int64_t>(argument % 1200) - back;
@@ -83,12 +81,13 @@ public:
             position = 0;
             break;
         }
-        if (stream->getLength() != static_cast<int64_t>(model.size())) return "length";
+        if (stream->getLength() != length()) return "length";
         if (stream->getPosition() != position) return "position";
         return "";
     }
 
 private:
+    int64_t length() const { return static_cast<int64_t>(model.size()); }
     void open(uint32_t creation) {
         FileNameC name(StringC(path.c_str(), "utf8"));
         stream.reset(FileStreamC::open(&name, creation, FileStreamC::ReadWrite,

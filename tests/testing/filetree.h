@@ -1,13 +1,14 @@
 // A fixture for the files subsystem's tests over a fresh directory
 // (tempdir.h): whole trees made in one call, names that live as long as the
 // test (for the calls that take a pointer), the mode of a file, and the
-// codes of the error buffer taken out in one step.
+// codes of the error buffer taken out in one step. A test ends with the
+// buffer empty: what it provokes, it takes out and checks.
 //
 //     class MyTest : public keel::testkit::FileTreeTest {};
 //     TEST_F(MyTest, X) {
 //         makeTree({"d/", "d/f=abc", "d/l->f"});  // a directory, a file, a link
-//         EXPECT_TRUE(files->isFile(at("d/l")));
-//         EXPECT_EQ(std::vector<uint32_t>{}, takeErrorCodes());
+//         EXPECT_EQ(nullptr, files->openStream(at("d/missing"), 3, 1, 2, false));
+//         EXPECT_EQ((Codes{0xE0000002u, 0xE0CB0010u}), takeErrorCodes());
 //     }
 #ifndef KEEL_TESTS_TESTING_FILETREE_H
 #define KEEL_TESTS_TESTING_FILETREE_H
@@ -28,14 +29,19 @@ namespace testkit {
 
 // The codes in the calling thread's buffer, oldest first; the buffer is
 // emptied.
-inline std::vector<uint32_t> takeErrorCodes() {
-    std::vector<uint32_t> codes = errorCodes();
+typedef std::vector<uint32_t> Codes;
+inline Codes takeErrorCodes() {
+    Codes codes = errorCodes();
     clearErrors();
     return codes;
 }
 
 class FileTreeTest : public TempDirTest {
 protected:
+    void TearDown() override {
+        EXPECT_EQ(Codes{}, errorCodes()) << "reports the test left in the buffer";
+        TempDirTest::TearDown();
+    }
     // Each entry in turn, below the directory: "d/" a directory, "f=text" a
     // file that holds the text, "l->target" a symbolic link to the target.
     void makeTree(std::initializer_list<std::string> entries) const {
@@ -70,6 +76,12 @@ private:
 };
 
 }  // namespace testkit
+
+using testkit::Codes;
+using testkit::errorCodes;
+using testkit::errorTextAt;
+using testkit::takeErrorCodes;
+
 }  // namespace keel
 
 #endif
