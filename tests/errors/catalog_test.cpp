@@ -7,9 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <map>
-#include <thread>
 #include <random>
 #include <string>
 #include <vector>
@@ -99,54 +97,52 @@ TEST(CatalogToolTest, RoundTripIsByteIdentical) {
     EXPECT_EQ(binary, again);
 }
 
-TEST(CatalogToolTest, CompilerRefusalsNameTheirLine) {
+// Refusals and warnings of the compiler (by line) and of the dumper (by
+// record) on sources and corrupt files, one row per check (the header too
+// short is the keel tool test's; that the library reads what it can of any
+// bytes is catalog_fuzz's).
+TEST(CatalogToolTest, RefusalsNameTheirLineOrRecord) {
     const std::string longText = "1 1 - " + std::string(65535, 'a');
-    const std::pair<std::string, const char*> cases[] = {
-        {"1 1 e a\n1 1 w b\n", "refused\nline 2: error: s1m1 is a duplicate of line 1"},
-        {"x 1 e a\n", "refused\nline 1: error: set 'x' is not a number from 0 to 65535"},
-        {"1 0x100000000 e a\n",
-         "refused\nline 1: error: number '0x100000000' is not a number from 0 to 4294967295"},
-        {"# c\n1 1\n", "refused\nline 2: error: severity missing"},
-        {"1 1 ex a\n", "refused\nline 1: error: severity 'ex' is not made of the letters"},
-        {"1 1 e a\\q\n", "refused\nline 1: error: unknown escape \\q"},
-        {"1 1 e a\\x4\n", "refused\nline 1: error: \\x must be followed by two hexadecimal digits"},
-        {"1 1 e a\\\n", "refused\nline 1: error: a backslash ends the line"},
-        {"4096 1 e a\n", "line 1: warning: s4096m1 can never be looked up"},
-        {longText + "a\n", "refused\nline 1: error: "},
-        {longText + "\n", ""},
-    };
-    for (const auto& c : cases) {
-        std::string all = said(catalogtool::compileCatalog, c.first, "line");
-        EXPECT_EQ(0u, all.find(c.second)) << c.first.substr(0, 20) << " gave:\n" << all;
-    }
-}
-
-// Corrupt and truncated files: the dumper says what is wrong, one row per
-// check (the header too short is the keel tool test's; that the library reads
-// what it can of any bytes is catalog_fuzz's).
-TEST(CatalogToolTest, DumperRefusesCorruptFiles) {
     const std::string good = compiled("1 1 e one\n1 2 e two\n2 1 e three\n");
     auto patched = [&good](size_t at, const std::string& bytes) {
         return std::string(good).replace(at, bytes.size(), bytes);
     };
-    const std::pair<std::string, const char*> cases[] = {
-        {"tavrinoX" + big32(0), "refused\nerror: not a keel message catalog"},
-        {good.substr(0, 40),
+    const struct {
+        bool compile;
+        std::string input;
+        const char* expected;
+    } cases[] = {
+        {true, "1 1 e a\n1 1 w b\n", "refused\nline 2: error: s1m1 is a duplicate of line 1"},
+        {true, "x 1 e a\n", "refused\nline 1: error: set 'x' is not a number from 0 to 65535"},
+        {true, "1 0x100000000 e a\n",
+         "refused\nline 1: error: number '0x100000000' is not a number from 0 to 4294967295"},
+        {true, "# c\n1 1\n", "refused\nline 2: error: severity missing"},
+        {true, "1 1 ex a\n", "refused\nline 1: error: severity 'ex' is not made of the letters"},
+        {true, "1 1 e a\\q\n", "refused\nline 1: error: unknown escape \\q"},
+        {true, "1 1 e a\\x4\n",
+         "refused\nline 1: error: \\x must be followed by two hexadecimal digits"},
+        {true, "1 1 e a\\\n", "refused\nline 1: error: a backslash ends the line"},
+        {true, "4096 1 e a\n", "line 1: warning: s4096m1 can never be looked up"},
+        {true, longText + "a\n", "refused\nline 1: error: "},
+        {true, longText + "\n", ""},
+        {false, "tavrinoX" + big32(0), "refused\nerror: not a keel message catalog"},
+        {false, good.substr(0, 40),
          "refused\nerror: the header announces 3 messages, but the file of 40 bytes holds index "
          "records for only 2"},
-        {patched(8, big32(4)), "refused\nrecord 4: error: "},
-        {patched(12 + 12 + 8, big32(1000)),
+        {false, patched(8, big32(4)), "refused\nrecord 4: error: "},
+        {false, patched(12 + 12 + 8, big32(1000)),
          "refused\nrecord 2: error: s1m2: text at offset 1000, 7 bytes long, runs past the end "
          "of the file"},
-        {patched(12 + 24, record(1, 5, 1, 48)),
+        {false, patched(12 + 24, record(1, 5, 1, 48)),
          "refused\nrecord 3: error: s1m1 does not sort above the record before it (s1m2)"},
-        {patched(12 + 8, big32(12 + 36 + 8)),
+        {false, patched(12 + 8, big32(12 + 36 + 8)),
          "warning: the texts are not laid out one after the other"},
-        {"tavrinoc" + big32(0), ""},
+        {false, "tavrinoc" + big32(0), ""},
     };
     for (const auto& c : cases) {
-        std::string all = said(catalogtool::dumpCatalog, c.first, "record");
-        EXPECT_EQ(0u, all.find(c.second)) << c.second << " gave:\n" << all;
+        std::string all = c.compile ? said(catalogtool::compileCatalog, c.input, "line")
+                                    : said(catalogtool::dumpCatalog, c.input, "record");
+        EXPECT_EQ(0u, all.find(c.expected)) << c.expected << " gave:\n" << all;
     }
 }
 
@@ -227,89 +223,44 @@ TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
     }
 }
 
-// The switch: module catalog, then the process catalog on the language
-// facet, then the default text; set 0 falls to strerror behind them. Each
-// answer is the text and its severity.
-TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
+// What the switch traces: the texts it finds in a catalog (a system text
+// too, as the process catalog's), not a default text, and the catalog
+// changes; a process catalog that cannot be used leaves an empty one and
+// still answers 0. Which catalog answers first is the report model's
+// (tests/testing/reportmodel.h).
+TEST_F(CatalogFilesTest, FetchesAndCatalogChangesAreTraced) {
     std::string process =
-        dir.compile("process.cat",
-                    "0 2 - {w} fichier absent\n203 16 e Impossible d'ouvrir '%1$S'\n"
-                    "203 17 i processus\n");
-    std::string module = dir.compile("module.cat", "203 17 w module\n");
-    ArgListC args;
-    args.add(StringC("f.txt", "ascii"));
-    const char* defaultText = "\001\001e\001Failed to open file '%1$S'";
-    auto text = [](uint32_t code, const char* defaultText, const ArgListC* args = nullptr) {
+        dir.compile("process.cat", "0 2 - {w} fichier absent\n203 16 e Impossible d'ouvrir\n");
+    auto text = [](uint32_t code, const char* defaultText) {
         uint32_t severity = 0;
-        std::string t = str(args ? errorText(&severity, code, defaultText, *args)
-                                 : errorText(&severity, code, defaultText));
+        std::string t = str(errorText(&severity, code, defaultText));
         return t + " " + std::to_string(severity);
     };
-    EXPECT_EQ("Failed to open file 'f.txt' 4", text(0xE0CB0010, defaultText, &args));
-    StringC localeName;
-    LocaleLanguageI* language = getLocale(localeName)->getLanguage(1);
-    EXPECT_EQ(0u, language->openCatalog(StringC(process.c_str(), "utf8")));
+    ErrCatalogI* before = moduleCatalogCell().exchange(new ErrCatalogC(StringC()));
     {
-        testing_errors::TraceLinesC trace("Error/Catalog/Fetch");
-        EXPECT_EQ("Impossible d'ouvrir 'f.txt' 4", text(0xE0CB0010, defaultText, &args));
+        testing_errors::TraceLinesC fetch("Error/Catalog/Fetch"), open("0Error/Catalog/Open");
+        setModuleCatalogEmpty();
+        EXPECT_EQ(0u, setProcessCatalog(dir.file("missing.cat").c_str()));
+        EXPECT_EQ("default 4", text(0xE0CB0010, "default"));
+        EXPECT_EQ(0u, setProcessCatalog(process.c_str()));
+        EXPECT_EQ("Impossible d'ouvrir 4", text(0xE0CB0010, "default"));
         EXPECT_EQ("fichier absent 3", text(0xE0000002, nullptr));
         EXPECT_EQ(strerror(3) + std::string(" 4"), text(0xE0000003, nullptr));
         EXPECT_EQ("default 4", text(0xE0CB0099, "default"));
-        // Texts found in a catalog are traced, the system's too; a default text is not.
-        const std::string from = "Error/Catalog/Fetch Message s";
+        const std::string from = "Error/Catalog/Fetch Message s", to = "0Error/Catalog/Open ";
+        EXPECT_EQ(
+            (std::vector<std::string>{from + "203m16 from process catalog: Impossible d'ouvrir",
+                                      from + "0m2 from process catalog: fichier absent",
+                                      from + "0m3 from process catalog: " + strerror(3)}),
+            fetch.lines);
         EXPECT_EQ((std::vector<std::string>{
-                      from + "203m16 from process catalog: Impossible d'ouvrir '%1$S'",
-                      from + "0m2 from process catalog: fichier absent",
-                      from + "0m3 from process catalog: " + strerror(3)}),
-                  trace.lines);
+                      to + "Replaced previous catalog with empty one",
+                      to + "Setting process message catalog to " + dir.file("missing.cat"),
+                      to + "Setting process message catalog to " + process}),
+                  open.lines);
     }
-    // A module catalog is asked first.
-    ErrCatalogI* before =
-        moduleCatalogCell().exchange(new ErrCatalogC(StringC(module.c_str(), "utf8")));
-    EXPECT_EQ("module 3", text(0xE0CB0011, nullptr));
-    {
-        testing_errors::TraceLinesC trace("0Error/Catalog/Open");
-        setModuleCatalogEmpty();
-        EXPECT_EQ("processus 2", text(0xE0CB0011, nullptr));
-        // setProcessCatalog traces the name; a file that cannot be used
-        // leaves an empty catalog and still answers 0.
-        EXPECT_EQ(0u, setProcessCatalog(dir.file("missing.cat").c_str()));
-        EXPECT_EQ((std::vector<std::string>{
-                      "0Error/Catalog/Open Replaced previous catalog with empty one",
-                      "0Error/Catalog/Open Setting process message catalog to " +
-                          dir.file("missing.cat")}),
-                  trace.lines);
-        EXPECT_EQ("Failed to open file 'f.txt' 4", text(0xE0CB0010, defaultText, &args));
-        EXPECT_EQ(0u, setProcessCatalog(process.c_str()));
-        EXPECT_EQ("processus 2", text(0xE0CB0011, nullptr));
-        EXPECT_EQ(0u, setProcessCatalog(nullptr));
-    }
+    EXPECT_EQ(0u, setProcessCatalog(nullptr));
     delete moduleCatalogCell().exchange(before);
-    EXPECT_EQ(" 4", text(0xE0CB0011, nullptr));
-}
-
-// One thread replaces the process catalog again and again while others
-// fetch through it: each fetch sees the old catalog or the new one, whole.
-TEST_F(CatalogFilesTest, ThreadsFetchWhileTheCatalogIsReplaced) {
-    std::string first = dir.compile("first.cat", "9 1 - un\n");
-    std::string second = dir.compile("second.cat", "9 1 - deux\n");
-    LocaleLanguageI* language = defaultLocale()->getLanguage(1);
-    std::atomic<bool> done(false);
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 3; ++i) {
-        readers.emplace_back([&] {
-            while (!done.load()) {
-                std::string text = str(errorText(0xE0090001, "default"));
-                if (text != "un" && text != "deux" && text != "default") ADD_FAILURE() << text;
-            }
-        });
-    }
-    for (int i = 0; i < 200; ++i) {
-        language->openCatalog(StringC((i % 2 ? first : second).c_str(), "utf8"));
-    }
-    done = true;
-    for (std::thread& reader : readers) reader.join();
-    language->openCatalog(StringC());
 }
 
 // Random catalogs against a plain map: every code asked gives the map's

@@ -1,14 +1,15 @@
-// Reports beside a plain model of where their text comes from: the module
-// catalog, the process catalog of the default locale's language facet, the
-// system texts and the default text, in that order. A driver switches the
-// two catalogs between files with and without the codes, reports through
-// the four forms with random codes and default texts, and compares what is
-// stored (or answered) with the model's text, parsed and rendered the plain
-// way (parseMessageText, StringC::format of a list). This checks that the
-// shortcuts of a report (catalogs that cannot know a code are not asked,
-// plain default texts rendered from their bytes, the entry taking the
-// rendered string) answer what the plain road answers. Shared by the
-// random-sequence test and the fuzz target.
+// Reports beside plain models of their two shortcuts. Where the text comes
+// from: the module catalog, the process catalog of the default locale's
+// language facet, the system texts and the default text, in that order; the
+// driver switches the two catalogs between files with and without the codes,
+// reports through the four forms with random codes and default texts, and
+// compares what is stored (or answered) with the model's text, parsed and
+// rendered the plain way (parseMessageText, StringC::format of a list). And
+// the trace variables that each thread remembers for the lines of its
+// entries (errorTraceVariable), beside the plain lookup they stand for: a
+// path made by hand and asked of the tracer with a fresh handle, while the
+// driver changes those variables' details and its own settings of them.
+// Shared by the random-sequence test and the fuzz target.
 //
 //     keel::reportmodel::DriverC driver;
 //     std::string broken = driver.step(operation, argument);  // empty: agree
@@ -34,6 +35,7 @@
 #include "errors/errimpl.h"
 #include "errors/error.h"
 #include "locale/locale.h"
+#include "tracing/tracer.h"
 
 namespace keel {
 namespace reportmodel {
@@ -116,27 +118,57 @@ inline ArgListC listOf(const char* format, ...) {
 
 const uint32_t kCodes[] = {0xE0CB0010, 0xE0CB0011, 0xE0CB0012, 0xE0CB0013, 0xE0CB0019,
                            0xE0000002, 0xE0000003, 0x00CB0010, 0};
-const char* const kDefaults[] = {
-    "D%d of %s",         "{w}W%d %s", "\x01\x01i\x01I%d\x01R %s\x01S", "", nullptr, "plain 100%",
-    "caf\xC3\xA9 %d %s", "{m"};
+const char* const kDefaults[] = {"D%d of %s",
+                                 "{w}W%d %s",
+                                 "\x01\x01i\x01I%d\x01R %s\x01S",
+                                 "",
+                                 nullptr,
+                                 "plain 100%",
+                                 "caf\xC3\xA9 %d %s",
+                                 "{m",
+                                 "{#}%d",
+                                 "{e} %2$s %1$d",
+                                 "\x01\x01i\x01two %d\x01\x01\x01sel\x01w\x01other %s",
+                                 "\x01sel\x01w\x01no general group %d"};
+const uint32_t kDefaultCount = sizeof kDefaults / sizeof *kDefaults;
 
-class DriverC {
+// Three role texts; the table of remembered variables is keyed by the
+// pointer, so a fourth pointer with the text of the first is asked too.
+const char kOccurrence[] = "Occurrence";
+const char kOccurrenceAgain[] = "Occurrence";
+const char* const kRoles[] = {kOccurrence, "Report", "Recovery", kOccurrenceAgain};
+
+class DriverC : public TraceConsumerI {
 public:
     DriverC() : saved_(moduleCatalogCell().exchange(new ErrCatalogC(StringC()))) {
         files();
         defaultLocale()->getLanguage(1)->openCatalog(StringC());
+        getTraceController()->addConsumer(this, 0, 9);
     }
     ~DriverC() {
+        getTraceController()->removeConsumer(this);
         delete moduleCatalogCell().exchange(saved_);
         defaultLocale()->getLanguage(1)->openCatalog(StringC());
     }
 
+    uint32_t write(const char*, int32_t, const char*, ArgListC) override { return 0; }
+    uint32_t valueChanged(const char*, int32_t) override { return 0; }
+    uint32_t variableCreated(const char*) override { return 0; }
+
     // Operation by `operation % 8`: 0 sets the module catalog (the file or
     // none), 1 the process catalog (the file, an empty index, no magic, a
-    // missing file, no name); the rest report, by one of four forms, a code
-    // and a default text that `argument` picks, with the number `argument`
-    // and a text.
+    // missing file, no name); 2 changes the detail of the variable of a
+    // report's trace line, 3 this consumer's setting of it or of an
+    // ancestor, 4 and 5 ask for the remembered variable; the rest report,
+    // by one of four forms, a code and a default text that `argument`
+    // picks, with the number `argument` and a text. For the trace lines
+    // `argument` picks the role, the severity (0 to 7) and one of 200 codes,
+    // more than the table has slots, so that slots are taken over; half of
+    // the operations take the argument of the one before, so that a changed
+    // variable is asked again while it is remembered.
     std::string step(uint32_t operation, uint32_t argument) {
+        if ((operation >> 5) % 2) argument = last_;
+        last_ = argument;
         switch (operation % 8) {
         case 0:
             moduleOpen_ = argument % 2 == 0;
@@ -152,6 +184,29 @@ public:
                                                               : StringC());
             return "";
         }
+        case 2: {
+            TraceValuesT* values = nullptr;
+            getTraceController()->getVariable(tracePath(argument).c_str(), &values);
+            TraceValuesT changed = *values;
+            changed.detail = static_cast<int16_t>((operation >> 6) % 10);
+            getTraceController()->setVariable(tracePath(argument).c_str(), &changed);
+            return "";
+        }
+        case 3: {
+            // The setting goes on an ancestor now and then, so that masks
+            // change under remembered variables.
+            typedef uint32_t (TraceControllerI::*SetterT)(TraceConsumerI*, const char*);
+            static const SetterT setters[] = {&TraceControllerI::enablePath,
+                                              &TraceControllerI::disablePath,
+                                              &TraceControllerI::inheritPath};
+            std::string target = (operation >> 3) % 2 ? tracePath(argument)
+                                                      : "0,Error/" + std::string(role(argument));
+            (getTraceController()->*setters[(operation >> 4) % 3])(this, target.c_str());
+            return "";
+        }
+        case 4:
+        case 5:
+            return remembered(argument);
         default:
             return report(operation >> 3, argument);
         }
@@ -161,6 +216,34 @@ private:
     ErrCatalogI* saved_;
     bool moduleOpen_ = false;
     bool processOpen_ = false;
+    uint32_t last_ = 0;
+
+    static const char* role(uint32_t argument) { return kRoles[argument % 4]; }
+    static uint32_t severityOf(uint32_t argument) { return (argument >> 2) % 8; }
+    static uint32_t codeOf(uint32_t argument) { return 0xE0CB0000u + (argument >> 5) % 200; }
+    static std::string tracePath(uint32_t argument) {
+        static const char* const names[] = {"None",    "Monitor", "Information",
+                                            "Warning", "Error",   "Fatal"};
+        uint32_t severity = severityOf(argument), code = codeOf(argument);
+        std::string name = severity <= 5 ? names[severity] : std::to_string(severity);
+        return "0,Error/" + std::string(role(argument)) + "/" + name + "/" +
+               std::to_string((code >> 16) & 0xFFF) + "/" + std::to_string(code & 0xFFFF);
+    }
+
+    // The remembered variable is the one that the plain lookup gives, with
+    // its mask and the detail 0 that the lookup sets.
+    std::string remembered(uint32_t argument) {
+        std::string path = tracePath(argument);
+        TraceControlVarC* remembered =
+            errorTraceVariable(role(argument), codeOf(argument), severityOf(argument));
+        // Asked afterwards: the plain lookup sets the detail to 0 itself.
+        int16_t detail = remembered ? remembered->detail : -1;
+        TraceValuesT* fresh = nullptr;
+        uint32_t active = tracerInstance()->isEnabled(path.c_str(), &fresh);
+        if (fresh != remembered) return "another variable for " + path;
+        if (detail != 0) return "detail " + std::to_string(detail) + " left on " + path;
+        return remembered->active == active ? "" : "another mask for " + path;
+    }
 
     // The text before rendering and its severity, the plain way.
     StringC fetched(uint32_t code, const char* defaultText, uint32_t* severity) const {
@@ -181,14 +264,14 @@ private:
 
     std::string report(uint32_t choice, uint32_t argument) {
         uint32_t code = kCodes[argument % 9];
-        const char* format = kDefaults[(argument >> 4) % 8];
+        const char* format = kDefaults[(argument >> 4) % kDefaultCount];
         int32_t number = static_cast<int32_t>(argument >> 8);
         const char* text = (argument >> 7) % 2 ? "name" : "n\xC3\xA4me";
         uint32_t expectedSeverity = 4;
         StringC expected =
             StringC::format(fetched(code, format, &expectedSeverity), listOf(format, number, text));
         std::string label = "code " + std::to_string(code) + " form " + std::to_string(choice % 4) +
-                            " default " + std::to_string((argument >> 4) % 8);
+                            " default " + std::to_string((argument >> 4) % kDefaultCount);
 
         ErrBufI* buffer = getErrBuf();
         uint32_t mark = buffer->getMark();
