@@ -23,13 +23,12 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <keel/keel.h>
 
+#include "catalogtool.h"
 #include "errors/catalog.h"
 #include "errors/errapi.h"
 #include "errors/errimpl.h"
@@ -40,43 +39,21 @@
 namespace keel {
 namespace reportmodel {
 
-typedef std::map<std::pair<uint32_t, uint32_t>, std::string> TextsT;
-
-// A catalog file's bytes: the magic, the count, the sorted index, the texts.
-inline std::string catalogBytes(const TextsT& texts) {
-    std::string out = "tavrinoc";
-    auto put = [&out](uint32_t value, int bytes) {
-        for (int i = bytes - 1; i >= 0; --i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
-    };
-    put(static_cast<uint32_t>(texts.size()), 4);
-    uint32_t offset = 12 + 12 * static_cast<uint32_t>(texts.size());
-    for (const auto& entry : texts) {
-        put(entry.first.first, 2);
-        put(static_cast<uint32_t>(entry.second.size()), 2);
-        put(entry.first.second, 4);
-        put(offset, 4);
-        offset += static_cast<uint32_t>(entry.second.size());
-    }
-    for (const auto& entry : texts) out += entry.second;
-    return out;
-}
-
-// The files, written once per process into a directory of their own.
+// The catalogs, compiled with the catalog tool's core and written once per
+// process into a directory of their own; the model reads their texts with
+// the tool's lookup (which catalog_fuzz holds the library's reader to).
 struct FilesT {
-    std::string dir, module, process, noIndex, noMagic, missing;
-    TextsT moduleTexts, processTexts;
+    std::string dir, module, process, noIndex, noMagic, missing, moduleBytes, processBytes;
 
     FilesT() {
         char pattern[] = "/tmp/keel-reportmodel-XXXXXX";
         dir = mkdtemp(pattern) ? pattern : "/tmp";
-        moduleTexts = {{{203, 16}, "\x01\x01w\x01Module %d of %s"}, {{203, 17}, "{i}module plain"}};
-        processTexts = {{{0, 2}, "{w}system two"},
-                        {{203, 16}, "{f}Process %d"},
-                        {{203, 18}, "Process only %s"},
-                        {{203, 19}, "{#}silent"}};
-        module = write("module.cat", catalogBytes(moduleTexts));
-        process = write("process.cat", catalogBytes(processTexts));
-        noIndex = write("empty.cat", catalogBytes(TextsT()));
+        moduleBytes = compiled("203 16 - \\x01\\x01w\\x01Module %d of %s\n203 17 i module plain\n");
+        processBytes = compiled(
+            "0 2 w system two\n203 16 f Process %d\n203 18 - Process only %s\n203 19 # silent\n");
+        module = write("module.cat", moduleBytes);
+        process = write("process.cat", processBytes);
+        noIndex = write("empty.cat", compiled(""));
         noMagic = write("bad.cat", "not a catalog at all");
         missing = dir + "/missing.cat";
     }
@@ -84,6 +61,12 @@ struct FilesT {
         for (const std::string* file : {&module, &process, &noIndex, &noMagic})
             unlink(file->c_str());
         rmdir(dir.c_str());
+    }
+    static std::string compiled(const char* source) {
+        std::string binary;
+        std::vector<catalogtool::DiagnosticT> diagnostics;
+        catalogtool::compileCatalog(source, binary, diagnostics);
+        return binary;
     }
     std::string write(const char* name, const std::string& bytes) {
         std::string path = dir + "/" + name;
@@ -128,8 +111,8 @@ const char* const kDefaults[] = {"D%d of %s",
                                  "{m",
                                  "{#}%d",
                                  "{e} %2$s %1$d",
-                                 "\x01\x01i\x01two %d\x01\x01\x01sel\x01w\x01other %s",
-                                 "\x01sel\x01w\x01no general group %d"};
+                                 "\x01sel\x01w\x01no general group %d",
+                                 "\x01\x01i\x01two %d\x01\x01\x01sel\x01w\x01other %s"};
 const uint32_t kDefaultCount = sizeof kDefaults / sizeof *kDefaults;
 
 // Three role texts; the table of remembered variables is keyed by the
@@ -248,12 +231,14 @@ private:
     // The text before rendering and its severity, the plain way.
     StringC fetched(uint32_t code, const char* defaultText, uint32_t* severity) const {
         *severity = 4;
-        std::pair<uint32_t, uint32_t> key(errorSet(code), errorNumber(code));
+        std::string stored;
+        auto in = [code, &stored](const std::string& catalog) {
+            return catalogtool::lookupCatalog(catalog, errorSet(code), errorNumber(code), stored);
+        };
         if (errorHasText(code)) {
-            if (moduleOpen_ && files().moduleTexts.count(key))
-                return parseMessageText(files().moduleTexts.at(key).c_str(), severity, nullptr);
-            if (processOpen_ && files().processTexts.count(key))
-                return parseMessageText(files().processTexts.at(key).c_str(), severity, nullptr);
+            if ((moduleOpen_ && in(files().moduleBytes)) ||
+                (processOpen_ && in(files().processBytes)))
+                return parseMessageText(stored.c_str(), severity, nullptr);
             if (errorSet(code) == 0)
                 return StringC(strerror(static_cast<int>(errorNumber(code))), "system-8");
         }
