@@ -24,6 +24,10 @@ namespace errbufmodel {
 struct EntryT {
     uint32_t code, severity, sequence;
     std::string text;
+    bool operator==(const EntryT& other) const {
+        return code == other.code && severity == other.severity && sequence == other.sequence &&
+               text == other.text;
+    }
 };
 
 class DriverC {
@@ -37,9 +41,6 @@ public:
     // Operation by `operation % 7` (add twice as often as the others),
     // `argument` picks the code, severity, mark or index.
     std::string step(uint32_t operation, uint32_t argument) {
-        static const char* const names[] = {"addError", "addError",    "getMark",
-                                            "recover",  "removeEntry", "takeText or reportAll",
-                                            "nothing"};
         uint32_t op = operation % 7, count = static_cast<uint32_t>(model.size());
         switch (op) {
         case 0:
@@ -84,19 +85,18 @@ public:
             break;
         }
         ++steps;
-        return agrees() ? "" : names[op];
+        return agrees() ? ""
+                        : "operation " + std::to_string(op) + " at step " + std::to_string(steps);
     }
 
+    // The buffer's entries, up to the first index that has none, and its
+    // count are the model's.
     bool agrees() {
-        if (buffer.getCount() != model.size()) return false;
-        for (uint32_t i = 0; i < model.size(); ++i) {
-            ErrEntryI* entry = buffer.getEntry(i);
-            if (!entry || entry->getCode() != model[i].code ||
-                entry->getSeverity() != model[i].severity ||
-                entry->getSequence() != model[i].sequence || str(entry->getText()) != model[i].text)
-                return false;
-        }
-        return buffer.getEntry(static_cast<uint32_t>(model.size())) == nullptr;
+        std::vector<EntryT> real;
+        for (uint32_t i = 0; ErrEntryI* entry = buffer.getEntry(i); ++i)
+            real.push_back({entry->getCode(), entry->getSeverity(), entry->getSequence(),
+                            str(entry->getText())});
+        return real == model && buffer.getCount() == model.size();
     }
 };
 

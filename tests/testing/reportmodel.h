@@ -34,6 +34,7 @@
 #include "errors/errimpl.h"
 #include "errors/error.h"
 #include "locale/locale.h"
+#include "testing/scantest.h"
 #include "tracing/tracer.h"
 
 namespace keel {
@@ -81,13 +82,6 @@ struct FilesT {
 inline const FilesT& files() {
     static FilesT theFiles;
     return theFiles;
-}
-
-inline std::string utf8Of(const StringC& text) {
-    const char* bytes = text.textUtf8();
-    std::string result = bytes ? bytes : "";
-    text.releaseUtf8(bytes);
-    return result;
 }
 
 // The list that the variadic forms make of a format, for the plain road.
@@ -278,8 +272,7 @@ private:
             break;
         }
         if (choice % 4 >= 2) {
-            if (utf8Of(answered) != utf8Of(expected))
-                return "text \"" + utf8Of(answered) + "\" of " + label;
+            if (str(answered) != str(expected)) return "text \"" + str(answered) + "\" of " + label;
             if (severity != expectedSeverity) return "severity of " + label;
             return buffer->getCount() == 0 ? "" : "entry left by " + label;
         }
@@ -293,10 +286,10 @@ private:
         if (entry->getCode() != code || entry->getSeverity() != expectedSeverity ||
             entry->getSequence() != mark)
             broken = "code, severity or sequence of " + label;
-        else if (utf8Of(entry->getProblem()) != utf8Of(plain.problem) ||
-                 utf8Of(entry->getReason()) != utf8Of(plain.reason) ||
-                 utf8Of(entry->getSolution()) != utf8Of(plain.solution))
-            broken = "text \"" + utf8Of(entry->getText()) + "\" of " + label;
+        else if (str(entry->getProblem()) != str(plain.problem) ||
+                 str(entry->getReason()) != str(plain.reason) ||
+                 str(entry->getSolution()) != str(plain.solution))
+            broken = "text \"" + str(entry->getText()) + "\" of " + label;
         buffer->recover(mark);
         return broken;
     }

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <keel/keel.h>
@@ -58,21 +59,22 @@ TEST(TracerTest, DispatchAndHandles) {
 }
 
 // Every consumer hears of a change, whatever the masks. A stop needs the
-// cell that its start filled, and a running timer.
+// cell that its start filled, and a running timer. The counter is read as
+// a change from what an earlier run left.
 TEST(TracerTest, CountersTimersAndInit) {
     TraceLinesC consumer;
     TracerI* tracer = tracerI();
     TraceValuesT *cell = nullptr, *timer = nullptr;
+    int32_t before = 0, counter = 0;
+    int64_t total = -1;
+    uint64_t perSecond = 0;
+    tracer->getValues("Values/Count", nullptr, &before, nullptr, nullptr);
     tracer->count("Values/Count", &cell, 5);
     tracer->uncount("Values/Count", &cell, 2);
     tracer->uncount("Values/Count", nullptr, INT32_MIN);
-    int32_t counter = 0;
-    int64_t total = -1;
-    uint64_t perSecond = 0;
     EXPECT_EQ(1u, tracer->getValues("Values/Count", nullptr, &counter, &total, &perSecond));
-    EXPECT_EQ(static_cast<int32_t>(3u + 0x80000000u), counter);
-    EXPECT_EQ(0, total);
-    EXPECT_EQ(1000000u, perSecond);
+    EXPECT_EQ(std::make_tuple(before + 3u + 0x80000000u, int64_t(0), uint64_t(1000000)),
+              std::make_tuple(uint32_t(counter), total, perSecond));
     tracer->stopTimer("Values/Timer", &timer);
     EXPECT_EQ(1u, tracer->startTimer("Values/Timer", &timer));
     ASSERT_NE(nullptr, timer);
@@ -88,8 +90,7 @@ TEST(TracerTest, CountersTimersAndInit) {
     const char *name = nullptr, *info = nullptr;
     getTraceController()->getName(&name);
     getTraceController()->getInfo(&info);
-    EXPECT_STREQ("prog", name);
-    EXPECT_STREQ("info", info);
+    EXPECT_EQ(std::string("prog info"), std::string(name) + " " + info);
 }
 
 // A consumer calls back into the tracer from write, on another thread than
@@ -118,6 +119,8 @@ TEST(TracerThreadTest, ConsumerCallsBackFromWrite) {
 TEST(TracerThreadTest, TracingWhileSettingsAndConsumersChange) {
     TraceLinesC steady("Busy");
     std::atomic<int> passed(0);
+    int32_t before = 0, counter = 0;  // what an earlier run left
+    tracerI()->getValues("Busy/T0/Line", nullptr, &before, nullptr, nullptr);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t, &passed] {
@@ -141,9 +144,8 @@ TEST(TracerThreadTest, TracingWhileSettingsAndConsumersChange) {
         }
     });
     for (std::thread& thread : threads) thread.join();
-    int32_t counter = 0;
     tracerI()->getValues("Busy/T0/Line", nullptr, &counter, nullptr, nullptr);
-    EXPECT_EQ(3000, counter);
+    EXPECT_EQ(before + 3000, counter);
     // A line may have passed to an extra consumer only; steady saw no more.
     EXPECT_LE(steady.lines.size(), static_cast<size_t>(passed.load()));
 }
