@@ -1,6 +1,6 @@
-// The per-thread error buffer: entries and their parts, marks and
-// recovery, the trace line of each entry, one buffer per thread (what a
-// report stores is error_test's).
+// The per-thread error buffer: entries and their parts, the trace line of
+// each entry, one buffer per thread (marks, recovery and what a report
+// stores are the model's in tests/testing/reportmodel.h).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,8 +11,6 @@
 
 #include "errors/errapi.h"
 #include "errors/errimpl.h"
-#include "testing/errbufmodel.h"
-#include "testing/modelrun.h"
 #include "testing/tracelines.h"
 
 namespace keel {
@@ -79,13 +77,6 @@ TEST_F(ErrBufTest, EntriesSplitTheirText) {
                                         "0,Error/Recovery" + error + "7" + out + "7): second",
                                         "0,Error/Recovery" + error + "6" + out + "6): first"}),
               trace.lines);
-}
-
-// Random sequences of the buffer's operations against the plain model of
-// tests/testing/errbufmodel.h: marks, recovery, removal by index (in and out
-// of range), takeText and reportAll, on a buffer of its own.
-TEST(ErrBufModelTest, RandomOperationsAgreeWithTheModel) {
-    EXPECT_EQ("", testkit::runSeeded<errbufmodel::DriverC>(200, 60));
 }
 
 // Threads report, mark and recover at once; each sees only its own entries.

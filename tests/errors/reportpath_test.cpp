@@ -1,5 +1,6 @@
-// The road of a report against the plain models of tests/testing/reportmodel.h
-// (where its text comes from, and the trace variables its entries remember),
+// The error buffer and the road of a report against the plain models of
+// tests/testing/reportmodel.h (the entries, where their text comes from, and
+// the trace variables they remember),
 // reports on several threads while the process catalog is replaced or their
 // variables change, and the arguments of the variadic forms.
 #include <gtest/gtest.h>
@@ -18,7 +19,7 @@ namespace keel {
 namespace {
 
 TEST(ReportPathTest, RandomReportsAgainstThePlainRoad) {
-    EXPECT_EQ("", testkit::runSeeded<reportmodel::DriverC>(8, 600));
+    EXPECT_EQ("", testkit::runSeeded<reportmodel::DriverC>(40, 400));
 }
 
 // The language facet tells whether its catalog has an index to look in
@@ -58,7 +59,7 @@ TEST(ReportPathTest, ReportsWhileAnotherThreadChangesTheirVariables) {
     reportmodel::DriverC consumer;
     std::thread changer([&consumer] {
         for (uint32_t i = 0; i < 400; ++i)
-            consumer.step(2 + (i % 2) + (i / 2 << 3), (i % 3) * 32 + 16);
+            consumer.step(2 + (i % 2) + (i / 2 << 4), (i % 3) * 32 + 16);
     });
     ErrBufI* errors = getErrBuf();
     for (uint32_t i = 0; i < 400; ++i) {

@@ -1,15 +1,17 @@
-// Reports beside plain models of their two shortcuts. Where the text comes
-// from: the module catalog, the process catalog of the default locale's
-// language facet, the system texts and the default text, in that order; the
-// driver switches the two catalogs between files with and without the codes,
-// reports through the four forms with random codes and default texts, and
-// compares what is stored (or answered) with the model's text, parsed and
-// rendered the plain way (parseMessageText, StringC::format of a list). And
+// The thread's error buffer and the reports that fill it, beside plain
+// models: the entries, marks, recovery, removal by index, takeText and
+// reportAll on a list of entries; where a report's text comes from (the
+// module catalog, the process catalog of the default locale's language
+// facet, the system texts and the default text, in that order, parsed and
+// rendered the plain way: parseMessageText, StringC::format of a list); and
 // the trace variables that each thread remembers for the lines of its
-// entries (errorTraceVariable), beside the plain lookup they stand for: a
-// path made by hand and asked of the tracer with a fresh handle, while the
-// driver changes those variables' details and its own settings of them.
-// Shared by the random-sequence test and the fuzz target.
+// entries (errorTraceVariable), beside the plain lookup they stand for, a
+// path made by hand and asked of the tracer with a fresh handle. The driver
+// switches the two catalogs between files with and without the codes,
+// reports through the four forms with random codes and default texts,
+// changes the details and settings of the trace variables, and after each
+// operation on the buffer compares every entry with the model's. Shared by
+// the random-sequence test and the fuzz target.
 //
 //     keel::reportmodel::DriverC driver;
 //     std::string broken = driver.step(operation, argument);  // empty: agree
@@ -23,6 +25,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -115,14 +118,34 @@ const char kOccurrence[] = "Occurrence";
 const char kOccurrenceAgain[] = "Occurrence";
 const char* const kRoles[] = {kOccurrence, "Report", "Recovery", kOccurrenceAgain};
 
+// An entry as the buffer holds it: its parts, and the text they join to.
+struct EntryT {
+    uint32_t code, severity, sequence;
+    std::string parts, text;
+    bool operator==(const EntryT& other) const {
+        return code == other.code && severity == other.severity && sequence == other.sequence &&
+               parts == other.parts && text == other.text;
+    }
+};
+
+inline EntryT entryOf(ErrEntryI* entry) {
+    return {
+        entry->getCode(), entry->getSeverity(), entry->getSequence(),
+        str(entry->getProblem()) + "|" + str(entry->getReason()) + "|" + str(entry->getSolution()),
+        str(entry->getText())};
+}
+
 class DriverC : public TraceConsumerI {
 public:
     DriverC() : saved_(moduleCatalogCell().exchange(new ErrCatalogC(StringC()))) {
         files();
         defaultLocale()->getLanguage(1)->openCatalog(StringC());
         getTraceController()->addConsumer(this, 0, 9);
+        buffer_->takeText(nullptr);
+        marks_ = {next_ = buffer_->getMark()};
     }
     ~DriverC() {
+        buffer_->takeText(nullptr);
         getTraceController()->removeConsumer(this);
         delete moduleCatalogCell().exchange(saved_);
         defaultLocale()->getLanguage(1)->openCatalog(StringC());
@@ -132,21 +155,26 @@ public:
     uint32_t valueChanged(const char*, int32_t) override { return 0; }
     uint32_t variableCreated(const char*) override { return 0; }
 
-    // Operation by `operation % 8`: 0 sets the module catalog (the file or
+    // Operation by `operation % 16`: 0 sets the module catalog (the file or
     // none), 1 the process catalog (the file, an empty index, no magic, a
     // missing file, no name); 2 changes the detail of the variable of a
     // report's trace line, 3 this consumer's setting of it or of an
-    // ancestor, 4 and 5 ask for the remembered variable; the rest report,
-    // by one of four forms, a code and a default text that `argument`
-    // picks, with the number `argument` and a text. For the trace lines
-    // `argument` picks the role, the severity (0 to 7) and one of 200 codes,
-    // more than the table has slots, so that slots are taken over; half of
-    // the operations take the argument of the one before, so that a changed
-    // variable is asked again while it is remembered.
+    // ancestor, 4 asks for the remembered variable; 5 to 9 are the buffer's
+    // own operations (a mark, recovery to one, removal by index in and out
+    // of range, takeText or reportAll, addError); the rest report, by one of
+    // four forms, a code and a default text that `argument` picks, with the
+    // number `argument` and a text. For the trace lines `argument` picks the
+    // role, the severity (0 to 7) and one of 200 codes, more than the table
+    // has slots, so that slots are taken over; half of the operations take
+    // the argument of the one before, so that a changed variable is asked
+    // again while it is remembered.
     std::string step(uint32_t operation, uint32_t argument) {
-        if ((operation >> 5) % 2) argument = last_;
+        if ((operation >> 7) % 2) argument = last_;
         last_ = argument;
-        switch (operation % 8) {
+        uint32_t count = static_cast<uint32_t>(model_.size());
+        std::string broken;
+        label_ = "operation " + std::to_string(operation % 16);
+        switch (operation % 16) {
         case 0:
             moduleOpen_ = argument % 2 == 0;
             delete moduleCatalogCell().exchange(
@@ -176,17 +204,44 @@ public:
             static const SetterT setters[] = {&TraceControllerI::enablePath,
                                               &TraceControllerI::disablePath,
                                               &TraceControllerI::inheritPath};
-            std::string target = (operation >> 3) % 2 ? tracePath(argument)
+            std::string target = (operation >> 4) % 2 ? tracePath(argument)
                                                       : "0,Error/" + std::string(role(argument));
-            (getTraceController()->*setters[(operation >> 4) % 3])(this, target.c_str());
+            (getTraceController()->*setters[(operation >> 5) % 3])(this, target.c_str());
             return "";
         }
         case 4:
-        case 5:
             return remembered(argument);
-        default:
-            return report(operation >> 3, argument);
+        case 5:
+            if (buffer_->getMark() != next_) broken = "getMark";
+            marks_.push_back(next_);
+            break;
+        case 6: {
+            uint32_t mark = marks_[argument % marks_.size()];
+            buffer_->recover(mark);
+            auto recovered = [mark](const EntryT& e) { return e.sequence >= mark; };
+            model_.erase(std::remove_if(model_.begin(), model_.end(), recovered), model_.end());
+            break;
         }
+        case 7:
+            if (buffer_->removeEntry(argument % (count + 2)) != 0) broken = "removeEntry answer";
+            if (argument % (count + 2) < count)
+                model_.erase(model_.begin() + argument % (count + 2));
+            break;
+        case 8:
+            broken = taken(argument % 4 == 0);
+            break;
+        case 9: {
+            uint32_t code = 0xE0CB0000 | (argument % 50), severity = 1 + argument % 5;
+            StringC text(("t" + std::to_string(next_)).c_str(), "utf8");
+            buffer_->addError(code, severity, text);
+            add(code, text, severity);
+            break;
+        }
+        default:
+            broken = report((operation >> 4) % 4, argument);
+            break;
+        }
+        return broken.empty() ? agrees() : broken;
     }
 
 private:
@@ -194,6 +249,11 @@ private:
     bool moduleOpen_ = false;
     bool processOpen_ = false;
     uint32_t last_ = 0;
+    ErrBufI* buffer_ = getErrBuf();
+    std::vector<EntryT> model_;
+    std::vector<uint32_t> marks_;
+    uint32_t next_ = 0;
+    std::string label_;
 
     static const char* role(uint32_t argument) { return kRoles[argument % 4]; }
     static uint32_t severityOf(uint32_t argument) { return (argument >> 2) % 8; }
@@ -222,6 +282,40 @@ private:
         return remembered->active == active ? "" : "another mask for " + path;
     }
 
+    // The model's entry: what an entry made from the plain text holds.
+    void add(uint32_t code, const StringC& text, uint32_t severity) {
+        ErrEntryC plain(code, text, severity, next_++);
+        model_.push_back(entryOf(&plain));
+    }
+
+    // The buffer's entries, up to the first index that has none, and its
+    // count are the model's.
+    std::string agrees() {
+        std::vector<EntryT> real;
+        for (uint32_t i = 0; ErrEntryI* entry = buffer_->getEntry(i); ++i)
+            real.push_back(entryOf(entry));
+        if (real == model_ && buffer_->getCount() == model_.size()) return "";
+        return "entries after " + label_;
+    }
+
+    // takeText joins the texts with a line feed between each two and
+    // answers the highest severity; both empty the buffer.
+    std::string taken(bool all) {
+        std::string expected;
+        uint32_t highest = 0, severity = 99;
+        for (size_t i = 0; i < model_.size(); ++i) {
+            expected += (i ? "\n" : "") + model_[i].text;
+            highest = std::max(highest, model_[i].severity);
+        }
+        model_.clear();
+        if (all) {
+            buffer_->reportAll();
+            return "";
+        }
+        if (str(buffer_->takeText(&severity)) != expected) return "takeText text";
+        return severity == highest ? "" : "takeText severity";
+    }
+
     // The text before rendering and its severity, the plain way.
     StringC fetched(uint32_t code, const char* defaultText, uint32_t* severity) const {
         *severity = 4;
@@ -241,57 +335,31 @@ private:
         return parseMessageText(defaultText, severity, nullptr);
     }
 
-    std::string report(uint32_t choice, uint32_t argument) {
+    // A report stores the plain road's text (nothing at severity 0); the
+    // forms that answer a text leave no entry.
+    std::string report(uint32_t form, uint32_t argument) {
         uint32_t code = kCodes[argument % 9];
         const char* format = kDefaults[(argument >> 4) % kDefaultCount];
         int32_t number = static_cast<int32_t>(argument >> 8);
         const char* text = (argument >> 7) % 2 ? "name" : "n\xC3\xA4me";
-        uint32_t expectedSeverity = 4;
+        uint32_t expectedSeverity = 4, severity = 99;
         StringC expected =
             StringC::format(fetched(code, format, &expectedSeverity), listOf(format, number, text));
-        std::string label = "code " + std::to_string(code) + " form " + std::to_string(choice % 4) +
-                            " default " + std::to_string((argument >> 4) % kDefaultCount);
-
-        ErrBufI* buffer = getErrBuf();
-        uint32_t mark = buffer->getMark();
-        uint32_t severity = 99;
+        label_ = "code " + std::to_string(code) + " form " + std::to_string(form) + " default " +
+                 std::to_string((argument >> 4) % kDefaultCount);
         StringC answered;
-        switch (choice % 4) {
-        case 0:
-            if (reportErrorFormat(code, format, number, text) != code) return "answer of " + label;
-            break;
-        case 1:
-            if (reportError(code, format, listOf(format, number, text)) != code)
-                return "answer of " + label;
-            break;
-        case 2:
-            answered = errorTextFormat(&severity, code, format, number, text);
-            break;
-        default:
-            answered = errorText(&severity, code, format, listOf(format, number, text));
-            break;
+        if (form == 0 && reportErrorFormat(code, format, number, text) != code)
+            return "answer of " + label_;
+        if (form == 1 && reportError(code, format, listOf(format, number, text)) != code)
+            return "answer of " + label_;
+        if (form == 2) answered = errorTextFormat(&severity, code, format, number, text);
+        if (form == 3) answered = errorText(&severity, code, format, listOf(format, number, text));
+        if (form < 2) {
+            if (expectedSeverity != 0) add(code, expected, expectedSeverity);
+            return "";
         }
-        if (choice % 4 >= 2) {
-            if (str(answered) != str(expected)) return "text \"" + str(answered) + "\" of " + label;
-            if (severity != expectedSeverity) return "severity of " + label;
-            return buffer->getCount() == 0 ? "" : "entry left by " + label;
-        }
-        // The entry is what an entry made from the plain text holds.
-        uint32_t count = buffer->getCount();
-        if (expectedSeverity == 0) return count == 0 ? "" : "silenced " + label + " stored";
-        if (count != 1) return std::to_string(count) + " entries after " + label;
-        ErrEntryI* entry = buffer->getEntry(0);
-        ErrEntryC plain(code, expected, expectedSeverity, mark);
-        std::string broken;
-        if (entry->getCode() != code || entry->getSeverity() != expectedSeverity ||
-            entry->getSequence() != mark)
-            broken = "code, severity or sequence of " + label;
-        else if (str(entry->getProblem()) != str(plain.problem) ||
-                 str(entry->getReason()) != str(plain.reason) ||
-                 str(entry->getSolution()) != str(plain.solution))
-            broken = "text \"" + str(entry->getText()) + "\" of " + label;
-        buffer->recover(mark);
-        return broken;
+        if (str(answered) != str(expected)) return "text \"" + str(answered) + "\" of " + label_;
+        return severity == expectedSeverity ? "" : "severity of " + label_;
     }
 };
 

@@ -66,16 +66,8 @@ TEST_F(TreeTest, BadInputNamesNothingAndCreatesNothing) {
     EXPECT_EQ(1u, values(deep)->active);
 }
 
-// The driver's four bytes drawn from the seeded pair of each step.
-struct TreeStepsT : tracemodel::DriverC {
-    std::string step(uint32_t operation, uint32_t argument) {
-        return DriverC::step(static_cast<uint8_t>(operation), static_cast<uint8_t>(operation >> 8),
-                             static_cast<uint8_t>(argument), static_cast<uint8_t>(argument >> 8));
-    }
-};
-
 TEST(TreeModelTest, RandomSequencesAgreeWithTheModel) {
-    EXPECT_EQ("", testkit::runSeeded<TreeStepsT>(60, 150));
+    EXPECT_EQ("", testkit::runSeeded<tracemodel::DriverC>(60, 150));
 }
 
 }  // namespace
