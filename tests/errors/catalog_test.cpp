@@ -1,8 +1,13 @@
-// Message catalogs: the compiler and dumper round trip and their refusals,
-// the reader's edge cases on real files, "%L" expansion, the process and
-// module catalogs ahead of default texts, and random catalogs against a
-// plain map.
+// Message catalogs and the catalog switch: the compiler and dumper round trip
+// and their refusals, the reader's edge cases on real files, "%L" expansion,
+// what the switch traces, random catalogs against a plain map, the three
+// shapes of a text and the severity letters, the fall-through to default and
+// system texts, and the forms that no model asks (what a report stores of a
+// text, and its rendering, are the report model's in
+// tests/testing/reportmodel.h).
 #include <gtest/gtest.h>
+#include <errno.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -72,7 +77,7 @@ const char kCanonical[] =
     "4095 65535 # last code that can be looked up\n";
 
 TEST(CatalogToolTest, RoundTripIsByteIdentical) {
-    std::string binary = compiled(kCanonical), source, text;
+    std::string binary = compiled(kCanonical), source;
     EXPECT_EQ("", said(catalogtool::dumpCatalog, binary, "record", &source));
     EXPECT_EQ(kCanonical, source);
     EXPECT_EQ(binary, compiled(source));
@@ -80,11 +85,6 @@ TEST(CatalogToolTest, RoundTripIsByteIdentical) {
     ASSERT_EQ(std::string("tavrinoc") + big32(10), binary.substr(0, 12));
     EXPECT_EQ(record(0, 18, 2, 12 + 12 * 10), binary.substr(12, 12));
     EXPECT_EQ("{w} Fichier absent", binary.substr(12 + 12 * 10, 18));
-    ASSERT_TRUE(catalogtool::lookupCatalog(binary, 203, 20, text));
-    EXPECT_EQ("{Xf}  two blanks ", text);
-    ASSERT_TRUE(catalogtool::lookupCatalog(binary, 203, 17, text));
-    EXPECT_EQ("", text);
-    EXPECT_FALSE(catalogtool::lookupCatalog(binary, 203, 24, text));
     // A source in another order, with comments and CR LF, gives the same file.
     std::string lines(kCanonical), again;
     EXPECT_EQ(
@@ -264,10 +264,10 @@ TEST_F(CatalogFilesTest, FetchesAndCatalogChangesAreTraced) {
 }
 
 // Random catalogs against a plain map: every code asked gives the map's
-// answer, found or not, through the file on disk.
+// answer, found or not, through the file on disk (the same reader behind the
+// language facet is the report model's process catalog).
 TEST_F(CatalogFilesTest, RandomCatalogsAgainstAModel) {
     std::mt19937 random(17);
-    LocaleLanguageI* language = defaultLocale()->getLanguage(2);
     for (int round = 0; round < 40; ++round) {
         std::map<uint32_t, std::string> model;  // by code
         std::string source;
@@ -278,19 +278,85 @@ TEST_F(CatalogFilesTest, RandomCatalogsAgainstAModel) {
                 source += std::to_string(set) + " " + std::to_string(number) + " - " + text + "\n";
         }
         std::string path = dir.compile("random" + std::to_string(round), source);
-        language->openCatalog(StringC(path.c_str(), "utf8"));
         ErrCatalogC catalog(StringC(path.c_str(), "utf8"));
         ASSERT_EQ(model.size(), catalog.recordCount());
         for (int probe = 0; probe < 200; ++probe) {
             uint32_t set = random() % 5, code = 0xE0000000u | set << 16 | random() % 52;
             std::string expected = model.count(code) ? model[code] : "";
             EXPECT_EQ(expected, str(catalog.fetch(nullptr, code, "", nullptr)));
-            if (set != 0) {
-                EXPECT_EQ(expected, str(language->getCatalog()->fetch(nullptr, code, "", nullptr)));
-            }
         }
     }
-    defaultLocale()->getLanguage(1)->openCatalog(StringC());
+}
+
+// Each text as errorText gives it, with its severity.
+TEST(CatalogSwitchTest, DefaultTextsByShape) {
+    struct {
+        uint32_t code;
+        const char* text;
+        const char* expected;
+        uint32_t severity;
+    } const cases[] = {
+        {0xE0CB0005, "plain %d 100% %1$S", "plain %d 100% %1$S", 4},
+        {0xE0CB0005, "{w} Disk almost full", "Disk almost full", 3},
+        {0xE0CB0005, "{f}\tTabbed", "Tabbed", 5},
+        {0xE0CB0005, "{w}  Two blanks", " Two blanks", 3},
+        {0xE0CB0005, "{Xw} capital", "capital", 4},
+        {0xE0CB0005, "{Xwi}", "", 2},
+        {0xE0CB0005, "{m", "", 1},
+        {0xE0CB0005, "{#} silent", "silent", 0},
+        {0xE0CB0005, "\001\001e\001Cannot obtain length", "Cannot obtain length", 4},
+        {0xE0CB0005, "\x01\x01w\x01P\x01R\x01S", "P\x01R\x01S", 3},
+        {0xE0CB0005, "\x01\x01i\x01P\x01R", "P\x01R", 2},
+        {0xE0CB0005, "\x01\x01w\x01P\x01R\x01S\x01sel\x01f\x01Chosen never", "P\x01R\x01S", 3},
+        {0xE0CB0005, "\001\001i\001First\001\001\001\001m\001Second", "Second", 1},
+        {0xE0CB0005, "\x01sel\x01w\x01Only selected", "", 4},
+        {0xE0CB0005, "\x01", "", 4},
+        {0xE0CB0005, nullptr, "", 4},
+        {0xE0000002, nullptr, strerror(2), 4},
+        {0xE0000002, "ignored", strerror(2), 4},
+        {0xE0000000, nullptr, strerror(0), 4},
+        {0x00000002, "no bit 29", "no bit 29", 4},
+        {0xE0150003, nullptr, "", 4},
+        {0, nullptr, "", 4},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text ? c.text : "(null)");
+        uint32_t severity = 99;
+        EXPECT_EQ(c.expected, str(errorText(&severity, c.code, c.text)));
+        EXPECT_EQ(c.severity, severity);
+    }
+}
+
+// The forms without a severity, null texts, code 0, and system errors by
+// errno: the answers, and what their reports store (code, severity, text).
+TEST(CatalogSwitchTest, FormsWithoutSeverityAndSystemErrors) {
+    ArgListC args;
+    args.add(StringC("/no/such", "ascii"));
+    EXPECT_EQ("at '/no/such'", str(errorText(0xE0CB0011, "{e}at '%1$S'", args)));
+    EXPECT_EQ("stays %1$S", str(errorText(0xE0CB0011, "stays %1$S")));
+    EXPECT_EQ("", str(errorTextFormat(nullptr, 0xE0CB0011, nullptr)));
+    ErrBufI* errors = getErrBuf();
+    errors->takeText(nullptr);
+    EXPECT_EQ(0u, reportError(0, nullptr, ArgListC()));
+    errno = EEXIST;
+    EXPECT_EQ(0xE0000011u, reportSystemError());
+    errno = 0;
+    EXPECT_EQ(0u, reportSystemError());
+    std::vector<std::string> stored;
+    for (uint32_t i = 0; i < errors->getCount(); ++i) {
+        ErrEntryI* entry = errors->getEntry(i);
+        char head[32];
+        snprintf(head, sizeof head, "%08X %u ", entry->getCode(), entry->getSeverity());
+        stored.push_back(head + str(entry->getText()));
+    }
+    errors->takeText(nullptr);
+    EXPECT_EQ((std::vector<std::string>{
+                  "00000000 4 ", "E0000011 4 " + std::string(strerror(EEXIST)), "00000000 4 "}),
+              stored);
+    EXPECT_EQ(0xE000FFFFu, systemErrorCode(0x1FFFF));
+    EXPECT_EQ(nullptr, severityName(6));
+    EXPECT_EQ(0u, getCatalogSwitch()->setQualifiers(StringC()));
+    EXPECT_EQ(getCatalogSwitch(), getCatalogSwitch());
 }
 
 }  // namespace
