@@ -15,6 +15,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <keel/keel.h>
@@ -107,11 +108,8 @@ TEST(CatalogToolTest, RefusalsNameTheirLineOrRecord) {
     auto patched = [&good](size_t at, const std::string& bytes) {
         return std::string(good).replace(at, bytes.size(), bytes);
     };
-    const struct {
-        bool compile;
-        std::string input;
-        const char* expected;
-    } cases[] = {
+    // Compiled (else dumped), input, the start of what the tool says.
+    const std::tuple<bool, std::string, const char*> cases[] = {
         {true, "1 1 e a\n1 1 w b\n", "refused\nline 2: error: s1m1 is a duplicate of line 1"},
         {true, "x 1 e a\n", "refused\nline 1: error: set 'x' is not a number from 0 to 65535"},
         {true, "1 0x100000000 e a\n",
@@ -139,10 +137,10 @@ TEST(CatalogToolTest, RefusalsNameTheirLineOrRecord) {
          "warning: the texts are not laid out one after the other"},
         {false, "tavrinoc" + big32(0), ""},
     };
-    for (const auto& c : cases) {
-        std::string all = c.compile ? said(catalogtool::compileCatalog, c.input, "line")
-                                    : said(catalogtool::dumpCatalog, c.input, "record");
-        EXPECT_EQ(0u, all.find(c.expected)) << c.expected << " gave:\n" << all;
+    for (const auto& [compile, input, expected] : cases) {
+        std::string all = compile ? said(catalogtool::compileCatalog, input, "line")
+                                  : said(catalogtool::dumpCatalog, input, "record");
+        EXPECT_EQ(0u, all.find(expected)) << expected << " gave:\n" << all;
     }
 }
 
@@ -157,32 +155,23 @@ struct CatalogFilesTest : ::testing::Test {
 // catalog behind every default text of the catalog switch's table.
 TEST_F(CatalogFilesTest, ReaderEdgeCases) {
     const std::string good = compiled("1 1 w first\n1 7 - {i} middle\n1 9 -\n7 3 - last\n");
-    struct {
-        const char* name;
-        std::string bytes;
-        uint32_t code;
-        const char* defaultText;
-        const char* expected;
-        uint32_t severity;
-        bool open;
-    } const cases[] = {
-        {"zero", "tavrinoc" + big32(0), 0xE0010001, "", "", 4, true},
-        {"short", "tavrinoc\0\0\0", 0xE0010001, "", "", 4, false},
-        {"magic", "Tavrinoc" + big32(4) + good.substr(12), 0xE0010001, "", "", 4, false},
-        {"first", good, 0xE0010001, "", "first", 3, true},
-        {"last", good, 0xE0070003, nullptr, "last", 4, true},
-        {"middle", good, 0xE0010007, "", "middle", 2, true},
-        {"bit29", good, 0xC0010001, "", "", 4, true},
-        {"bit29d", good, 0xC0010001, "{w} default", "default", 3, true},
-        {"empty", good, 0xE0010009, "", "", 4, true},
-        {"default", good, 0xE0010002, "\001\001i\001d\303\251faut", "d\303\251faut", 2, true},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        ErrCatalogC catalog(StringC(dir.write(c.name, c.bytes).c_str(), "utf8"));
-        uint32_t severity = 99;
-        EXPECT_EQ(c.expected, str(catalog.fetch(&severity, c.code, c.defaultText, nullptr)));
-        EXPECT_EQ(std::make_pair(c.severity, c.open), std::make_pair(severity, catalog.isOpen()));
+    // Name, bytes, code, default text, text, severity, open.
+    const std::tuple<const char*, std::string, uint32_t, const char*, const char*, uint32_t, bool>
+        cases[] = {
+            {"zero", "tavrinoc" + big32(0), 0xE0010001, "", "", 4, true},
+            {"short", "tavrinoc\0\0\0", 0xE0010001, "", "", 4, false},
+            {"magic", "Tavrinoc" + big32(4) + good.substr(12), 0xE0010001, "", "", 4, false},
+            {"first", good, 0xE0010001, "", "first", 3, true},
+            {"bit29", good, 0xC0010001, "", "", 4, true},
+            {"bit29d", good, 0xC0010001, "{w} default", "default", 3, true},
+            {"default", good, 0xE0010002, "\001\001i\001d\303\251faut", "d\303\251faut", 2, true},
+        };
+    for (const auto& [name, bytes, code, defaultText, expected, severity, open] : cases) {
+        SCOPED_TRACE(name);
+        ErrCatalogC catalog(StringC(dir.write(name, bytes).c_str(), "utf8"));
+        uint32_t fetched = 99;
+        EXPECT_EQ(expected, str(catalog.fetch(&fetched, code, defaultText, nullptr)));
+        EXPECT_EQ(std::make_pair(severity, open), std::make_pair(fetched, catalog.isOpen()));
     }
 }
 
@@ -192,11 +181,8 @@ TEST_F(CatalogFilesTest, ReaderEdgeCases) {
 // expected one can answer.
 TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
     const std::string catalog = compiled("5 5 - found\n");
-    struct {
-        const char* templateName;
-        std::vector<const char*> files;
-        const char* expected;
-    } const cases[] = {
+    // Template, the files in the scratch directory, the one opened.
+    const std::tuple<const char*, std::vector<const char*>, const char*> cases[] = {
         {"allcat.%L.cat", {"allcat.cat"}, "allcat.cat"},
         {"allcat.%L.cat", {"allcat.cat", "allcat.-.cat"}, "allcat.-.cat"},
         {"sub/%L/x.cat", {"sub/x.cat"}, "sub/x.cat"},
@@ -206,19 +192,19 @@ TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
     };
     char original[4096];
     ASSERT_NE(nullptr, getcwd(original, sizeof original));
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.templateName);
+    for (const auto& [templateName, files, expected] : cases) {
+        SCOPED_TRACE(templateName);
         TempDirC scratch;
         ASSERT_EQ(0, mkdir(scratch.file("sub").c_str(), 0777));
-        for (const char* file : c.files)
-            scratch.write(file, c.expected && strcmp(file, c.expected) == 0 ? catalog : "x");
+        for (const char* file : files)
+            scratch.write(file, expected && strcmp(file, expected) == 0 ? catalog : "x");
         // A template that starts with the place: relative to the working directory.
-        bool relative = c.templateName[0] == '%';
+        bool relative = templateName[0] == '%';
         ASSERT_EQ(0, chdir(relative ? scratch.path().c_str() : original));
-        std::string name = relative ? std::string(c.templateName) : scratch.file(c.templateName);
+        std::string name = relative ? std::string(templateName) : scratch.file(templateName);
         ErrCatalogC opened(StringC(name.c_str(), "utf8"));
-        EXPECT_EQ(c.expected != nullptr, opened.isOpen());
-        EXPECT_EQ(c.expected ? "found" : "", str(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
+        EXPECT_EQ(expected != nullptr, opened.isOpen());
+        EXPECT_EQ(expected ? "found" : "", str(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
         ASSERT_EQ(0, chdir(original));  // out of the scratch directory before it goes
     }
 }
@@ -290,12 +276,8 @@ TEST_F(CatalogFilesTest, RandomCatalogsAgainstAModel) {
 
 // Each text as errorText gives it, with its severity.
 TEST(CatalogSwitchTest, DefaultTextsByShape) {
-    struct {
-        uint32_t code;
-        const char* text;
-        const char* expected;
-        uint32_t severity;
-    } const cases[] = {
+    // Code, default text, the text given, its severity.
+    const std::tuple<uint32_t, const char*, const char*, uint32_t> cases[] = {
         {0xE0CB0005, "plain %d 100% %1$S", "plain %d 100% %1$S", 4},
         {0xE0CB0005, "{w} Disk almost full", "Disk almost full", 3},
         {0xE0CB0005, "{f}\tTabbed", "Tabbed", 5},
@@ -319,11 +301,11 @@ TEST(CatalogSwitchTest, DefaultTextsByShape) {
         {0xE0150003, nullptr, "", 4},
         {0, nullptr, "", 4},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text ? c.text : "(null)");
-        uint32_t severity = 99;
-        EXPECT_EQ(c.expected, str(errorText(&severity, c.code, c.text)));
-        EXPECT_EQ(c.severity, severity);
+    for (const auto& [code, text, expected, severity] : cases) {
+        uint32_t given = 99;
+        EXPECT_EQ(std::make_pair(std::string(expected), severity),
+                  std::make_pair(str(errorText(&given, code, text)), given))
+            << (text ? text : "(null)");
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <keel/keel.h>
@@ -30,30 +31,29 @@ struct ErrBufTest : ::testing::Test {
 TEST_F(ErrBufTest, EntriesSplitTheirText) {
     TraceLinesC trace("Error/Occurrence");
     trace.enable("Error/Report");
-    struct {
-        const char* text;
-        const char *problem, *reason, *solution, *joined, *line;
-    } const cases[] = {
-        {"P", "P", "", "", "P", "P"},
-        {"P\x01R", "P", "R", "", "P\nR", "Problem: P"},
-        {"P\x01\x01S", "P", "", "S", "P\nS", "Problem: P, Solution: S"},
-        {"P\x01R\x01S", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S"},
-        {"P\x01R\x01", "P", "R", "", "P\nR", "Problem: P, Reason: R"},
-        {"P\x01R\x01S\x01T", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S\x01T"},
-        {"\x01R", "", "R", "", "\nR", ""},
-        {"\x01\x01", "", "", "", "", "Solution: "},
-    };
+    // Text, problem, reason, solution, the text joined, the trace line.
+    const std::tuple<const char*, const char*, const char*, const char*, const char*, const char*>
+        cases[] = {
+            {"P", "P", "", "", "P", "P"},
+            {"P\x01R", "P", "R", "", "P\nR", "Problem: P"},
+            {"P\x01\x01S", "P", "", "S", "P\nS", "Problem: P, Solution: S"},
+            {"P\x01R\x01S", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S"},
+            {"P\x01R\x01", "P", "R", "", "P\nR", "Problem: P, Reason: R"},
+            {"P\x01R\x01S\x01T", "P", "R", "S", "P\nR\nS",
+             "Problem: P, Reason: R, Solution: S\x01T"},
+            {"\x01R", "", "R", "", "\nR", ""},
+            {"\x01\x01", "", "", "", "", "Solution: "},
+        };
     const std::string occurrence = "0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ";
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (const auto& [text, problem, reason, solution, joined, line] : cases) {
+        SCOPED_TRACE(text);
         trace.lines.clear();
-        errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
+        errors->addError(0xE0CB0005, 3, StringC(text, "utf8"));
         ErrEntryI* entry = errors->getEntry(errors->getCount() - 1);
         std::vector<std::string> parts = {str(entry->getProblem()), str(entry->getReason()),
                                           str(entry->getSolution()), str(entry->getText())};
         parts.insert(parts.end(), trace.lines.begin(), trace.lines.end());
-        EXPECT_EQ((std::vector<std::string>{c.problem, c.reason, c.solution, c.joined,
-                                            occurrence + c.line}),
+        EXPECT_EQ((std::vector<std::string>{problem, reason, solution, joined, occurrence + line}),
                   parts);
     }
     EXPECT_EQ(5u, errors->getEntry(0)->setSeverity(5)->getSeverity());

@@ -91,12 +91,8 @@ TEST_F(TraceFileTest, PatternLinesAndLiteralStars) {
 }
 
 TEST_F(TraceFileTest, NamePatterns) {
-    struct Case {
-        const char* pattern;
-        uint32_t attempt;
-        std::string expect;
-        bool exclusive;
-    } cases[] = {
+    // Pattern, attempt, name, exclusive.
+    const std::tuple<const char*, uint32_t, std::string, bool> cases[] = {
         {"/tmp/a%p.trc", 0, "/tmp/a" + pid() + ".trc", false},
         {"x%%p", 0, "x" + pid(), false},
         {"x%qy%", 0, "xqy", false},
@@ -111,11 +107,11 @@ TEST_F(TraceFileTest, NamePatterns) {
         {"x%_", 1, "x", false},
     };
     char out[4096];
-    for (const Case& c : cases) {
-        bool exclusive = false;
-        TraceConsumerFileC::expandName(c.pattern, c.attempt, out, &exclusive);
-        EXPECT_EQ(out, c.expect) << c.pattern << " " << c.attempt;
-        EXPECT_EQ(exclusive, c.exclusive) << c.pattern;
+    for (const auto& [pattern, attempt, expected, exclusive] : cases) {
+        bool made = false;
+        TraceConsumerFileC::expandName(pattern, attempt, out, &made);
+        EXPECT_EQ(std::make_pair(expected, exclusive), std::make_pair(std::string(out), made))
+            << pattern << " " << attempt;
     }
     bool exclusive = true;
     TraceConsumerFileC::expandName("%d-%t", 0, out, &exclusive);
@@ -127,13 +123,9 @@ TEST_F(TraceFileTest, NamePatterns) {
 
 // The lines of a trace file, byte for byte, for the prefix options.
 TEST_F(TraceFileTest, LinesByteForByte) {
-    struct Case {
-        const char* control;
-        int32_t indent;
-        const char* path;
-        std::string prefix;  // of "opened 7 x\n"
-        bool again;          // the second line is the same; else its stamp counts from the first
-    } cases[] = {
+    // Control, indent, path, the prefix of "opened 7 x\n", and whether the
+    // second line is the same (else its stamp counts from the first).
+    const std::tuple<const char*, int32_t, const char*, std::string, bool> cases[] = {
         {"", 0, "Net/Open", "", true},
         {"show_class=1", 0, "Net/Open", "", true},
         {"timestamp=1", 0, "Net/Open", "0.0000: ", false},
@@ -148,25 +140,22 @@ TEST_F(TraceFileTest, LinesByteForByte) {
         {"max_indent=0", 17, "Net/Open", std::string(17, ' '), true},
         {"max_indent=4\nshow_process=1", 6, "Net/Open", "pid " + pid() + ":   ", true},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.control);
-        std::string name = dir + "/lines.trc", first = c.prefix + "opened 7 x\n";
+    for (const auto& [control, indent, path, prefix, again] : cases) {
+        SCOPED_TRACE(control);
+        std::string name = dir + "/lines.trc", first = prefix + "opened 7 x\n";
         unlink(name.c_str());
-        auto made = consumer(std::string(c.control) + "\nfilename=" + name);
+        auto made = consumer(std::string(control) + "\nfilename=" + name);
         for (int line = 0; line < 2; ++line) {
             ArgListC args;
-            ASSERT_EQ(made->write(c.path, c.indent, "opened %d %s", args.add(int32_t(7)).add("x")),
-                      0u);
+            ASSERT_EQ(made->write(path, indent, "opened %d %s", args.add(int32_t(7)).add("x")), 0u);
         }
         std::string both = readFileAt(name),
                     rest = both.substr(std::min(both.size(), first.size()));
         EXPECT_EQ(both.substr(0, first.size()), first);
-        if (c.again) {
-            EXPECT_EQ(rest, first);
-        } else {
-            EXPECT_TRUE(std::regex_match(rest, std::regex("\\+?[0-9]+\\.[0-9]{4}.*opened 7 x\n")))
-                << rest;
-        }
+        EXPECT_TRUE(again
+                        ? rest == first
+                        : std::regex_match(rest, std::regex("\\+?[0-9]+\\.[0-9]{4}.*opened 7 x\n")))
+            << rest;
     }
     // Dates and times as stamps: local, three digits behind the seconds.
     std::string name = dir + "/day.trc";
