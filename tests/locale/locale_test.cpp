@@ -37,8 +37,9 @@ TEST(LocaleTest, OneLocalePerProcessLocaleName) {
     EXPECT_EQ(locale, getLocale(back));
 }
 
-// The five facets answer for versions 1 and 2 only, the same object for both.
-TEST(LocaleTest, FacetsByVersion) {
+// The five facets answer for versions 1 and 2 only, the same object for
+// both, and every value they give is empty.
+TEST(LocaleTest, FacetsByVersionAndTheirEmptyValues) {
     StringC name;
     LocaleI* locale = getLocale(name);
     auto facets = [locale](int version) {
@@ -50,11 +51,7 @@ TEST(LocaleTest, FacetsByVersion) {
     std::vector<void*> one = facets(1);
     EXPECT_EQ(0, std::count(one.begin(), one.end(), nullptr));
     EXPECT_EQ(one, facets(2));
-}
-
-TEST(LocaleTest, ValuesAreEmpty) {
-    StringC name;
-    LocaleI* locale = getLocale(name);
+    // Their values are all empty.
     LocaleRegionI* region = locale->getRegion(2);
     LocaleNumbersI* numbers = locale->getNumbers(1);
     LocaleCalendarI* calendar = locale->getCalendar(1);

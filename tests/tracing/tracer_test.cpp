@@ -29,8 +29,9 @@ using testing_errors::TraceLinesC;
 typedef std::vector<std::string> LinesT;
 
 // An enter through one face shows through the other (the faces themselves
-// are checked with the entry points).
-TEST(TracerTest, IndentIsSharedByTheFaces) {
+// are checked with the entry points); lines reach the consumers whose paths
+// are on, through handles the points keep.
+TEST(TracerTest, IndentDispatchAndHandles) {
     TraceLinesC consumer("Faces");
     int32_t before = tracerInstance()->currentIndent();
     EXPECT_EQ(1u, tracerV1I()->enter("Faces", nullptr));
@@ -38,10 +39,7 @@ TEST(TracerTest, IndentIsSharedByTheFaces) {
     EXPECT_EQ(0u, tracerI()->enter("Faces/Out/Of/The/Budget/Of/Nine/At/Level/Nine", nullptr));
     tracerI()->leave();
     EXPECT_EQ(before, tracerInstance()->currentIndent());
-}
-
-// A failing consumer losing its place is the tree model's (tracemodel.h).
-TEST(TracerTest, DispatchAndHandles) {
+    // Dispatch: a failing consumer losing its place is the tree model's.
     TraceLinesC first("Dispatch"), second("Dispatch/Two");
     static TracePointT one = {nullptr, "Dispatch/One"}, two = {nullptr, "Dispatch/Two"};
     EXPECT_EQ(1u, traceLine(one, "one %d", 1));
