@@ -24,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     keel::tracemodel::DriverC driver;
     size_t i = 0;
     for (; i + 4 <= size && i < 4 * 400; i += 4) {
-        std::string broken = driver.step(data[i], data[i + 1], data[i + 2], data[i + 3]);
+        std::string broken =
+            driver.step(data[i] | data[i + 1] << 8 | data[i + 2] << 16, data[i + 3]);
         if (!broken.empty()) {
             fprintf(stderr, "model and controller differ after %s\n", broken.c_str());
             abort();

@@ -1,17 +1,21 @@
-// Message catalogs: the compiler and dumper round trip and their refusals,
-// the reader's edge cases on real files, "%L" expansion, the process and
-// module catalogs ahead of default texts, and random catalogs against a
-// plain map.
+// Message catalogs and the catalog switch: the compiler and dumper round trip
+// and their refusals, the reader's edge cases on real files, "%L" expansion,
+// what the switch traces, random catalogs against a plain map, the three
+// shapes of a text and the severity letters, the fall-through to default and
+// system texts, and the forms that no model asks (what a report stores of a
+// text, and its rendering, are the report model's in
+// tests/testing/reportmodel.h).
 #include <gtest/gtest.h>
+#include <errno.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <map>
-#include <thread>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <keel/keel.h>
@@ -74,7 +78,7 @@ const char kCanonical[] =
     "4095 65535 # last code that can be looked up\n";
 
 TEST(CatalogToolTest, RoundTripIsByteIdentical) {
-    std::string binary = compiled(kCanonical), source, text;
+    std::string binary = compiled(kCanonical), source;
     EXPECT_EQ("", said(catalogtool::dumpCatalog, binary, "record", &source));
     EXPECT_EQ(kCanonical, source);
     EXPECT_EQ(binary, compiled(source));
@@ -82,11 +86,6 @@ TEST(CatalogToolTest, RoundTripIsByteIdentical) {
     ASSERT_EQ(std::string("tavrinoc") + big32(10), binary.substr(0, 12));
     EXPECT_EQ(record(0, 18, 2, 12 + 12 * 10), binary.substr(12, 12));
     EXPECT_EQ("{w} Fichier absent", binary.substr(12 + 12 * 10, 18));
-    ASSERT_TRUE(catalogtool::lookupCatalog(binary, 203, 20, text));
-    EXPECT_EQ("{Xf}  two blanks ", text);
-    ASSERT_TRUE(catalogtool::lookupCatalog(binary, 203, 17, text));
-    EXPECT_EQ("", text);
-    EXPECT_FALSE(catalogtool::lookupCatalog(binary, 203, 24, text));
     // A source in another order, with comments and CR LF, gives the same file.
     std::string lines(kCanonical), again;
     EXPECT_EQ(
@@ -99,54 +98,49 @@ TEST(CatalogToolTest, RoundTripIsByteIdentical) {
     EXPECT_EQ(binary, again);
 }
 
-TEST(CatalogToolTest, CompilerRefusalsNameTheirLine) {
+// Refusals and warnings of the compiler (by line) and of the dumper (by
+// record) on sources and corrupt files, one row per check (the header too
+// short is the keel tool test's; that the library reads what it can of any
+// bytes is catalog_fuzz's).
+TEST(CatalogToolTest, RefusalsNameTheirLineOrRecord) {
     const std::string longText = "1 1 - " + std::string(65535, 'a');
-    const std::pair<std::string, const char*> cases[] = {
-        {"1 1 e a\n1 1 w b\n", "refused\nline 2: error: s1m1 is a duplicate of line 1"},
-        {"x 1 e a\n", "refused\nline 1: error: set 'x' is not a number from 0 to 65535"},
-        {"1 0x100000000 e a\n",
-         "refused\nline 1: error: number '0x100000000' is not a number from 0 to 4294967295"},
-        {"# c\n1 1\n", "refused\nline 2: error: severity missing"},
-        {"1 1 ex a\n", "refused\nline 1: error: severity 'ex' is not made of the letters"},
-        {"1 1 e a\\q\n", "refused\nline 1: error: unknown escape \\q"},
-        {"1 1 e a\\x4\n", "refused\nline 1: error: \\x must be followed by two hexadecimal digits"},
-        {"1 1 e a\\\n", "refused\nline 1: error: a backslash ends the line"},
-        {"4096 1 e a\n", "line 1: warning: s4096m1 can never be looked up"},
-        {longText + "a\n", "refused\nline 1: error: "},
-        {longText + "\n", ""},
-    };
-    for (const auto& c : cases) {
-        std::string all = said(catalogtool::compileCatalog, c.first, "line");
-        EXPECT_EQ(0u, all.find(c.second)) << c.first.substr(0, 20) << " gave:\n" << all;
-    }
-}
-
-// Corrupt and truncated files: the dumper says what is wrong, one row per
-// check (the header too short is the keel tool test's; that the library reads
-// what it can of any bytes is catalog_fuzz's).
-TEST(CatalogToolTest, DumperRefusesCorruptFiles) {
     const std::string good = compiled("1 1 e one\n1 2 e two\n2 1 e three\n");
     auto patched = [&good](size_t at, const std::string& bytes) {
         return std::string(good).replace(at, bytes.size(), bytes);
     };
-    const std::pair<std::string, const char*> cases[] = {
-        {"tavrinoX" + big32(0), "refused\nerror: not a keel message catalog"},
-        {good.substr(0, 40),
+    // Compiled (else dumped), input, the start of what the tool says.
+    const std::tuple<bool, std::string, const char*> cases[] = {
+        {true, "1 1 e a\n1 1 w b\n", "refused\nline 2: error: s1m1 is a duplicate of line 1"},
+        {true, "x 1 e a\n", "refused\nline 1: error: set 'x' is not a number from 0 to 65535"},
+        {true, "1 0x100000000 e a\n",
+         "refused\nline 1: error: number '0x100000000' is not a number from 0 to 4294967295"},
+        {true, "# c\n1 1\n", "refused\nline 2: error: severity missing"},
+        {true, "1 1 ex a\n", "refused\nline 1: error: severity 'ex' is not made of the letters"},
+        {true, "1 1 e a\\q\n", "refused\nline 1: error: unknown escape \\q"},
+        {true, "1 1 e a\\x4\n",
+         "refused\nline 1: error: \\x must be followed by two hexadecimal digits"},
+        {true, "1 1 e a\\\n", "refused\nline 1: error: a backslash ends the line"},
+        {true, "4096 1 e a\n", "line 1: warning: s4096m1 can never be looked up"},
+        {true, longText + "a\n", "refused\nline 1: error: "},
+        {true, longText + "\n", ""},
+        {false, "tavrinoX" + big32(0), "refused\nerror: not a keel message catalog"},
+        {false, good.substr(0, 40),
          "refused\nerror: the header announces 3 messages, but the file of 40 bytes holds index "
          "records for only 2"},
-        {patched(8, big32(4)), "refused\nrecord 4: error: "},
-        {patched(12 + 12 + 8, big32(1000)),
+        {false, patched(8, big32(4)), "refused\nrecord 4: error: "},
+        {false, patched(12 + 12 + 8, big32(1000)),
          "refused\nrecord 2: error: s1m2: text at offset 1000, 7 bytes long, runs past the end "
          "of the file"},
-        {patched(12 + 24, record(1, 5, 1, 48)),
+        {false, patched(12 + 24, record(1, 5, 1, 48)),
          "refused\nrecord 3: error: s1m1 does not sort above the record before it (s1m2)"},
-        {patched(12 + 8, big32(12 + 36 + 8)),
+        {false, patched(12 + 8, big32(12 + 36 + 8)),
          "warning: the texts are not laid out one after the other"},
-        {"tavrinoc" + big32(0), ""},
+        {false, "tavrinoc" + big32(0), ""},
     };
-    for (const auto& c : cases) {
-        std::string all = said(catalogtool::dumpCatalog, c.first, "record");
-        EXPECT_EQ(0u, all.find(c.second)) << c.second << " gave:\n" << all;
+    for (const auto& [compile, input, expected] : cases) {
+        std::string all = compile ? said(catalogtool::compileCatalog, input, "line")
+                                  : said(catalogtool::dumpCatalog, input, "record");
+        EXPECT_EQ(0u, all.find(expected)) << expected << " gave:\n" << all;
     }
 }
 
@@ -161,32 +155,23 @@ struct CatalogFilesTest : ::testing::Test {
 // catalog behind every default text of the catalog switch's table.
 TEST_F(CatalogFilesTest, ReaderEdgeCases) {
     const std::string good = compiled("1 1 w first\n1 7 - {i} middle\n1 9 -\n7 3 - last\n");
-    struct {
-        const char* name;
-        std::string bytes;
-        uint32_t code;
-        const char* defaultText;
-        const char* expected;
-        uint32_t severity;
-        bool open;
-    } const cases[] = {
-        {"zero", "tavrinoc" + big32(0), 0xE0010001, "", "", 4, true},
-        {"short", "tavrinoc\0\0\0", 0xE0010001, "", "", 4, false},
-        {"magic", "Tavrinoc" + big32(4) + good.substr(12), 0xE0010001, "", "", 4, false},
-        {"first", good, 0xE0010001, "", "first", 3, true},
-        {"last", good, 0xE0070003, nullptr, "last", 4, true},
-        {"middle", good, 0xE0010007, "", "middle", 2, true},
-        {"bit29", good, 0xC0010001, "", "", 4, true},
-        {"bit29d", good, 0xC0010001, "{w} default", "default", 3, true},
-        {"empty", good, 0xE0010009, "", "", 4, true},
-        {"default", good, 0xE0010002, "\001\001i\001d\303\251faut", "d\303\251faut", 2, true},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        ErrCatalogC catalog(StringC(dir.write(c.name, c.bytes).c_str(), "utf8"));
-        uint32_t severity = 99;
-        EXPECT_EQ(c.expected, str(catalog.fetch(&severity, c.code, c.defaultText, nullptr)));
-        EXPECT_EQ(std::make_pair(c.severity, c.open), std::make_pair(severity, catalog.isOpen()));
+    // Name, bytes, code, default text, text, severity, open.
+    const std::tuple<const char*, std::string, uint32_t, const char*, const char*, uint32_t, bool>
+        cases[] = {
+            {"zero", "tavrinoc" + big32(0), 0xE0010001, "", "", 4, true},
+            {"short", "tavrinoc\0\0\0", 0xE0010001, "", "", 4, false},
+            {"magic", "Tavrinoc" + big32(4) + good.substr(12), 0xE0010001, "", "", 4, false},
+            {"first", good, 0xE0010001, "", "first", 3, true},
+            {"bit29", good, 0xC0010001, "", "", 4, true},
+            {"bit29d", good, 0xC0010001, "{w} default", "default", 3, true},
+            {"default", good, 0xE0010002, "\001\001i\001d\303\251faut", "d\303\251faut", 2, true},
+        };
+    for (const auto& [name, bytes, code, defaultText, expected, severity, open] : cases) {
+        SCOPED_TRACE(name);
+        ErrCatalogC catalog(StringC(dir.write(name, bytes).c_str(), "utf8"));
+        uint32_t fetched = 99;
+        EXPECT_EQ(expected, str(catalog.fetch(&fetched, code, defaultText, nullptr)));
+        EXPECT_EQ(std::make_pair(severity, open), std::make_pair(fetched, catalog.isOpen()));
     }
 }
 
@@ -196,11 +181,8 @@ TEST_F(CatalogFilesTest, ReaderEdgeCases) {
 // expected one can answer.
 TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
     const std::string catalog = compiled("5 5 - found\n");
-    struct {
-        const char* templateName;
-        std::vector<const char*> files;
-        const char* expected;
-    } const cases[] = {
+    // Template, the files in the scratch directory, the one opened.
+    const std::tuple<const char*, std::vector<const char*>, const char*> cases[] = {
         {"allcat.%L.cat", {"allcat.cat"}, "allcat.cat"},
         {"allcat.%L.cat", {"allcat.cat", "allcat.-.cat"}, "allcat.-.cat"},
         {"sub/%L/x.cat", {"sub/x.cat"}, "sub/x.cat"},
@@ -210,113 +192,68 @@ TEST_F(CatalogFilesTest, LocaleExpansionOfTheName) {
     };
     char original[4096];
     ASSERT_NE(nullptr, getcwd(original, sizeof original));
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.templateName);
+    for (const auto& [templateName, files, expected] : cases) {
+        SCOPED_TRACE(templateName);
         TempDirC scratch;
         ASSERT_EQ(0, mkdir(scratch.file("sub").c_str(), 0777));
-        for (const char* file : c.files)
-            scratch.write(file, c.expected && strcmp(file, c.expected) == 0 ? catalog : "x");
+        for (const char* file : files)
+            scratch.write(file, expected && strcmp(file, expected) == 0 ? catalog : "x");
         // A template that starts with the place: relative to the working directory.
-        bool relative = c.templateName[0] == '%';
+        bool relative = templateName[0] == '%';
         ASSERT_EQ(0, chdir(relative ? scratch.path().c_str() : original));
-        std::string name = relative ? std::string(c.templateName) : scratch.file(c.templateName);
+        std::string name = relative ? std::string(templateName) : scratch.file(templateName);
         ErrCatalogC opened(StringC(name.c_str(), "utf8"));
-        EXPECT_EQ(c.expected != nullptr, opened.isOpen());
-        EXPECT_EQ(c.expected ? "found" : "", str(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
+        EXPECT_EQ(expected != nullptr, opened.isOpen());
+        EXPECT_EQ(expected ? "found" : "", str(opened.fetch(nullptr, 0xE0050005, "", nullptr)));
         ASSERT_EQ(0, chdir(original));  // out of the scratch directory before it goes
     }
 }
 
-// The switch: module catalog, then the process catalog on the language
-// facet, then the default text; set 0 falls to strerror behind them. Each
-// answer is the text and its severity.
-TEST_F(CatalogFilesTest, CatalogsTakePrecedenceOverDefaultTexts) {
+// What the switch traces: the texts it finds in a catalog (a system text
+// too, as the process catalog's), not a default text, and the catalog
+// changes; a process catalog that cannot be used leaves an empty one and
+// still answers 0. Which catalog answers first is the report model's
+// (tests/testing/reportmodel.h).
+TEST_F(CatalogFilesTest, FetchesAndCatalogChangesAreTraced) {
     std::string process =
-        dir.compile("process.cat",
-                    "0 2 - {w} fichier absent\n203 16 e Impossible d'ouvrir '%1$S'\n"
-                    "203 17 i processus\n");
-    std::string module = dir.compile("module.cat", "203 17 w module\n");
-    ArgListC args;
-    args.add(StringC("f.txt", "ascii"));
-    const char* defaultText = "\001\001e\001Failed to open file '%1$S'";
-    auto text = [](uint32_t code, const char* defaultText, const ArgListC* args = nullptr) {
+        dir.compile("process.cat", "0 2 - {w} fichier absent\n203 16 e Impossible d'ouvrir\n");
+    auto text = [](uint32_t code, const char* defaultText) {
         uint32_t severity = 0;
-        std::string t = str(args ? errorText(&severity, code, defaultText, *args)
-                                 : errorText(&severity, code, defaultText));
+        std::string t = str(errorText(&severity, code, defaultText));
         return t + " " + std::to_string(severity);
     };
-    EXPECT_EQ("Failed to open file 'f.txt' 4", text(0xE0CB0010, defaultText, &args));
-    StringC localeName;
-    LocaleLanguageI* language = getLocale(localeName)->getLanguage(1);
-    EXPECT_EQ(0u, language->openCatalog(StringC(process.c_str(), "utf8")));
+    ErrCatalogI* before = moduleCatalogCell().exchange(new ErrCatalogC(StringC()));
     {
-        testing_errors::TraceLinesC trace("Error/Catalog/Fetch");
-        EXPECT_EQ("Impossible d'ouvrir 'f.txt' 4", text(0xE0CB0010, defaultText, &args));
+        testing_errors::TraceLinesC fetch("Error/Catalog/Fetch"), open("0Error/Catalog/Open");
+        setModuleCatalogEmpty();
+        EXPECT_EQ(0u, setProcessCatalog(dir.file("missing.cat").c_str()));
+        EXPECT_EQ("default 4", text(0xE0CB0010, "default"));
+        EXPECT_EQ(0u, setProcessCatalog(process.c_str()));
+        EXPECT_EQ("Impossible d'ouvrir 4", text(0xE0CB0010, "default"));
         EXPECT_EQ("fichier absent 3", text(0xE0000002, nullptr));
         EXPECT_EQ(strerror(3) + std::string(" 4"), text(0xE0000003, nullptr));
         EXPECT_EQ("default 4", text(0xE0CB0099, "default"));
-        // Texts found in a catalog are traced, the system's too; a default text is not.
-        const std::string from = "Error/Catalog/Fetch Message s";
+        const std::string from = "Error/Catalog/Fetch Message s", to = "0Error/Catalog/Open ";
+        EXPECT_EQ(
+            (std::vector<std::string>{from + "203m16 from process catalog: Impossible d'ouvrir",
+                                      from + "0m2 from process catalog: fichier absent",
+                                      from + "0m3 from process catalog: " + strerror(3)}),
+            fetch.lines);
         EXPECT_EQ((std::vector<std::string>{
-                      from + "203m16 from process catalog: Impossible d'ouvrir '%1$S'",
-                      from + "0m2 from process catalog: fichier absent",
-                      from + "0m3 from process catalog: " + strerror(3)}),
-                  trace.lines);
+                      to + "Replaced previous catalog with empty one",
+                      to + "Setting process message catalog to " + dir.file("missing.cat"),
+                      to + "Setting process message catalog to " + process}),
+                  open.lines);
     }
-    // A module catalog is asked first.
-    ErrCatalogI* before =
-        moduleCatalogCell().exchange(new ErrCatalogC(StringC(module.c_str(), "utf8")));
-    EXPECT_EQ("module 3", text(0xE0CB0011, nullptr));
-    {
-        testing_errors::TraceLinesC trace("0Error/Catalog/Open");
-        setModuleCatalogEmpty();
-        EXPECT_EQ("processus 2", text(0xE0CB0011, nullptr));
-        // setProcessCatalog traces the name; a file that cannot be used
-        // leaves an empty catalog and still answers 0.
-        EXPECT_EQ(0u, setProcessCatalog(dir.file("missing.cat").c_str()));
-        EXPECT_EQ((std::vector<std::string>{
-                      "0Error/Catalog/Open Replaced previous catalog with empty one",
-                      "0Error/Catalog/Open Setting process message catalog to " +
-                          dir.file("missing.cat")}),
-                  trace.lines);
-        EXPECT_EQ("Failed to open file 'f.txt' 4", text(0xE0CB0010, defaultText, &args));
-        EXPECT_EQ(0u, setProcessCatalog(process.c_str()));
-        EXPECT_EQ("processus 2", text(0xE0CB0011, nullptr));
-        EXPECT_EQ(0u, setProcessCatalog(nullptr));
-    }
+    EXPECT_EQ(0u, setProcessCatalog(nullptr));
     delete moduleCatalogCell().exchange(before);
-    EXPECT_EQ(" 4", text(0xE0CB0011, nullptr));
-}
-
-// One thread replaces the process catalog again and again while others
-// fetch through it: each fetch sees the old catalog or the new one, whole.
-TEST_F(CatalogFilesTest, ThreadsFetchWhileTheCatalogIsReplaced) {
-    std::string first = dir.compile("first.cat", "9 1 - un\n");
-    std::string second = dir.compile("second.cat", "9 1 - deux\n");
-    LocaleLanguageI* language = defaultLocale()->getLanguage(1);
-    std::atomic<bool> done(false);
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 3; ++i) {
-        readers.emplace_back([&] {
-            while (!done.load()) {
-                std::string text = str(errorText(0xE0090001, "default"));
-                if (text != "un" && text != "deux" && text != "default") ADD_FAILURE() << text;
-            }
-        });
-    }
-    for (int i = 0; i < 200; ++i) {
-        language->openCatalog(StringC((i % 2 ? first : second).c_str(), "utf8"));
-    }
-    done = true;
-    for (std::thread& reader : readers) reader.join();
-    language->openCatalog(StringC());
 }
 
 // Random catalogs against a plain map: every code asked gives the map's
-// answer, found or not, through the file on disk.
+// answer, found or not, through the file on disk (the same reader behind the
+// language facet is the report model's process catalog).
 TEST_F(CatalogFilesTest, RandomCatalogsAgainstAModel) {
     std::mt19937 random(17);
-    LocaleLanguageI* language = defaultLocale()->getLanguage(2);
     for (int round = 0; round < 40; ++round) {
         std::map<uint32_t, std::string> model;  // by code
         std::string source;
@@ -327,19 +264,81 @@ TEST_F(CatalogFilesTest, RandomCatalogsAgainstAModel) {
                 source += std::to_string(set) + " " + std::to_string(number) + " - " + text + "\n";
         }
         std::string path = dir.compile("random" + std::to_string(round), source);
-        language->openCatalog(StringC(path.c_str(), "utf8"));
         ErrCatalogC catalog(StringC(path.c_str(), "utf8"));
         ASSERT_EQ(model.size(), catalog.recordCount());
         for (int probe = 0; probe < 200; ++probe) {
             uint32_t set = random() % 5, code = 0xE0000000u | set << 16 | random() % 52;
             std::string expected = model.count(code) ? model[code] : "";
             EXPECT_EQ(expected, str(catalog.fetch(nullptr, code, "", nullptr)));
-            if (set != 0) {
-                EXPECT_EQ(expected, str(language->getCatalog()->fetch(nullptr, code, "", nullptr)));
-            }
         }
     }
-    defaultLocale()->getLanguage(1)->openCatalog(StringC());
+}
+
+// Each text as errorText gives it, with its severity.
+TEST(CatalogSwitchTest, DefaultTextsByShape) {
+    // Code, default text, the text given, its severity.
+    const std::tuple<uint32_t, const char*, const char*, uint32_t> cases[] = {
+        {0xE0CB0005, "plain %d 100% %1$S", "plain %d 100% %1$S", 4},
+        {0xE0CB0005, "{w} Disk almost full", "Disk almost full", 3},
+        {0xE0CB0005, "{f}\tTabbed", "Tabbed", 5},
+        {0xE0CB0005, "{w}  Two blanks", " Two blanks", 3},
+        {0xE0CB0005, "{Xw} capital", "capital", 4},
+        {0xE0CB0005, "{Xwi}", "", 2},
+        {0xE0CB0005, "{m", "", 1},
+        {0xE0CB0005, "{#} silent", "silent", 0},
+        {0xE0CB0005, "\001\001e\001Cannot obtain length", "Cannot obtain length", 4},
+        {0xE0CB0005, "\x01\x01w\x01P\x01R\x01S", "P\x01R\x01S", 3},
+        {0xE0CB0005, "\x01\x01i\x01P\x01R", "P\x01R", 2},
+        {0xE0CB0005, "\x01\x01w\x01P\x01R\x01S\x01sel\x01f\x01Chosen never", "P\x01R\x01S", 3},
+        {0xE0CB0005, "\001\001i\001First\001\001\001\001m\001Second", "Second", 1},
+        {0xE0CB0005, "\x01sel\x01w\x01Only selected", "", 4},
+        {0xE0CB0005, "\x01", "", 4},
+        {0xE0CB0005, nullptr, "", 4},
+        {0xE0000002, nullptr, strerror(2), 4},
+        {0xE0000002, "ignored", strerror(2), 4},
+        {0xE0000000, nullptr, strerror(0), 4},
+        {0x00000002, "no bit 29", "no bit 29", 4},
+        {0xE0150003, nullptr, "", 4},
+        {0, nullptr, "", 4},
+    };
+    for (const auto& [code, text, expected, severity] : cases) {
+        uint32_t given = 99;
+        EXPECT_EQ(std::make_pair(std::string(expected), severity),
+                  std::make_pair(str(errorText(&given, code, text)), given))
+            << (text ? text : "(null)");
+    }
+}
+
+// The forms without a severity, null texts, code 0, and system errors by
+// errno: the answers, and what their reports store (code, severity, text).
+TEST(CatalogSwitchTest, FormsWithoutSeverityAndSystemErrors) {
+    ArgListC args;
+    args.add(StringC("/no/such", "ascii"));
+    EXPECT_EQ("at '/no/such'", str(errorText(0xE0CB0011, "{e}at '%1$S'", args)));
+    EXPECT_EQ("stays %1$S", str(errorText(0xE0CB0011, "stays %1$S")));
+    EXPECT_EQ("", str(errorTextFormat(nullptr, 0xE0CB0011, nullptr)));
+    ErrBufI* errors = getErrBuf();
+    errors->takeText(nullptr);
+    EXPECT_EQ(0u, reportError(0, nullptr, ArgListC()));
+    errno = EEXIST;
+    EXPECT_EQ(0xE0000011u, reportSystemError());
+    errno = 0;
+    EXPECT_EQ(0u, reportSystemError());
+    std::vector<std::string> stored;
+    for (uint32_t i = 0; i < errors->getCount(); ++i) {
+        ErrEntryI* entry = errors->getEntry(i);
+        char head[32];
+        snprintf(head, sizeof head, "%08X %u ", entry->getCode(), entry->getSeverity());
+        stored.push_back(head + str(entry->getText()));
+    }
+    errors->takeText(nullptr);
+    EXPECT_EQ((std::vector<std::string>{
+                  "00000000 4 ", "E0000011 4 " + std::string(strerror(EEXIST)), "00000000 4 "}),
+              stored);
+    EXPECT_EQ(0xE000FFFFu, systemErrorCode(0x1FFFF));
+    EXPECT_EQ(nullptr, severityName(6));
+    EXPECT_EQ(0u, getCatalogSwitch()->setQualifiers(StringC()));
+    EXPECT_EQ(getCatalogSwitch(), getCatalogSwitch());
 }
 
 }  // namespace

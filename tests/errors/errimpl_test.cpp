@@ -1,18 +1,17 @@
-// The per-thread error buffer: entries and their parts, marks and
-// recovery, the trace line of each entry, one buffer per thread (what a
-// report stores is error_test's).
+// The per-thread error buffer: entries and their parts, the trace line of
+// each entry, one buffer per thread (marks, recovery and what a report
+// stores are the model's in tests/testing/reportmodel.h).
 #include <gtest/gtest.h>
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <keel/keel.h>
 
 #include "errors/errapi.h"
 #include "errors/errimpl.h"
-#include "testing/errbufmodel.h"
-#include "testing/modelrun.h"
 #include "testing/tracelines.h"
 
 namespace keel {
@@ -32,61 +31,52 @@ struct ErrBufTest : ::testing::Test {
 TEST_F(ErrBufTest, EntriesSplitTheirText) {
     TraceLinesC trace("Error/Occurrence");
     trace.enable("Error/Report");
-    struct {
-        const char* text;
-        const char *problem, *reason, *solution, *joined, *line;
-    } const cases[] = {
-        {"P", "P", "", "", "P", "P"},
-        {"P\x01R", "P", "R", "", "P\nR", "Problem: P"},
-        {"P\x01\x01S", "P", "", "S", "P\nS", "Problem: P, Solution: S"},
-        {"P\x01R\x01S", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S"},
-        {"P\x01R\x01", "P", "R", "", "P\nR", "Problem: P, Reason: R"},
-        {"P\x01R\x01S\x01T", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S\x01T"},
-        {"\x01R", "", "R", "", "\nR", ""},
-        {"\x01\x01", "", "", "", "", "Solution: "},
-    };
+    // Text, problem, reason, solution, the text joined, the trace line.
+    const std::tuple<const char*, const char*, const char*, const char*, const char*, const char*>
+        cases[] = {
+            {"P", "P", "", "", "P", "P"},
+            {"P\x01R", "P", "R", "", "P\nR", "Problem: P"},
+            {"P\x01\x01S", "P", "", "S", "P\nS", "Problem: P, Solution: S"},
+            {"P\x01R\x01S", "P", "R", "S", "P\nR\nS", "Problem: P, Reason: R, Solution: S"},
+            {"P\x01R\x01", "P", "R", "", "P\nR", "Problem: P, Reason: R"},
+            {"P\x01R\x01S\x01T", "P", "R", "S", "P\nR\nS",
+             "Problem: P, Reason: R, Solution: S\x01T"},
+            {"\x01R", "", "R", "", "\nR", ""},
+            {"\x01\x01", "", "", "", "", "Solution: "},
+        };
     const std::string occurrence = "0,Error/Occurrence/Warning/203/5 Warning Occurrence (s203m5): ";
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (const auto& [text, problem, reason, solution, joined, line] : cases) {
+        SCOPED_TRACE(text);
         trace.lines.clear();
-        errors->addError(0xE0CB0005, 3, StringC(c.text, "utf8"));
+        errors->addError(0xE0CB0005, 3, StringC(text, "utf8"));
         ErrEntryI* entry = errors->getEntry(errors->getCount() - 1);
         std::vector<std::string> parts = {str(entry->getProblem()), str(entry->getReason()),
                                           str(entry->getSolution()), str(entry->getText())};
         parts.insert(parts.end(), trace.lines.begin(), trace.lines.end());
-        EXPECT_EQ((std::vector<std::string>{c.problem, c.reason, c.solution, c.joined,
-                                            occurrence + c.line}),
+        EXPECT_EQ((std::vector<std::string>{problem, reason, solution, joined, occurrence + line}),
                   parts);
     }
     EXPECT_EQ(5u, errors->getEntry(0)->setSeverity(5)->getSeverity());
+    // reportAll traces each entry as reported; recovery traces newest first.
     errors->takeText(nullptr);
     trace.lines.clear();
+    trace.enable("Error/Recovery");
     errors->addError(0xE0000002, 9, StringC("a", "utf8"));
     errors->reportAll();
-    EXPECT_EQ(0u, errors->getCount());
-    EXPECT_EQ((std::vector<std::string>{"0,Error/Occurrence/9/0/2 9 Occurrence (s0m2): a",
-                                        "0,Error/Report/9/0/2 9 Report (s0m2): a"}),
-              trace.lines);
-}
-
-TEST_F(ErrBufTest, RecoveryTracesNewestFirst) {
-    reportError(0xE0CB0005, "{w}older");
     uint32_t mark = errors->getMark();
-    reportError(0xE0CB0006, "first");
-    reportError(0xE0CB0007, "second");
-    TraceLinesC trace("Error/Recovery");
+    errors->addError(0xE0CB0006, 4, StringC("first", "utf8"));
+    errors->addError(0xE0CB0007, 4, StringC("second", "utf8"));
     errors->recover(mark);
-    EXPECT_EQ(
-        (std::vector<std::string>{"0,Error/Recovery/Error/203/7 Error Recovery (s203m7): second",
-                                  "0,Error/Recovery/Error/203/6 Error Recovery (s203m6): first"}),
-        trace.lines);
-}
-
-// Random sequences of the buffer's operations against the plain model of
-// tests/testing/errbufmodel.h: marks, recovery, removal by index (in and out
-// of range), takeText and reportAll, on a buffer of its own.
-TEST(ErrBufModelTest, RandomOperationsAgreeWithTheModel) {
-    EXPECT_EQ("", testkit::runSeeded<errbufmodel::DriverC>(200, 60));
+    EXPECT_EQ(0u, errors->getCount());
+    const std::string error = "/Error/203/", in = " Error Occurrence (s203m",
+                      out = " Error Recovery (s203m";
+    EXPECT_EQ((std::vector<std::string>{"0,Error/Occurrence/9/0/2 9 Occurrence (s0m2): a",
+                                        "0,Error/Report/9/0/2 9 Report (s0m2): a",
+                                        "0,Error/Occurrence" + error + "6" + in + "6): first",
+                                        "0,Error/Occurrence" + error + "7" + in + "7): second",
+                                        "0,Error/Recovery" + error + "7" + out + "7): second",
+                                        "0,Error/Recovery" + error + "6" + out + "6): first"}),
+              trace.lines);
 }
 
 // Threads report, mark and recover at once; each sees only its own entries.

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <keel/errors.h>
@@ -62,10 +63,8 @@ TEST_F(DateTimeTest, KnownDaysAndTheOrigin) {
 // checks that a report comes exactly when the fields do not come back as
 // given.
 TEST_F(DateTimeTest, StrictConstructorsBeyondTheBounds) {
-    struct Case {
-        int32_t y, mo, d, h, mi, s;
-        const char* reads;
-    } cases[] = {
+    // The fields, and what the value reads as.
+    const std::tuple<int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, const char*> cases[] = {
         {2023, 2, 29, 0, 0, 0, "2023-03-01 00:00:00 w3"},
         {2024, 2, 30, 0, 0, 0, "2024-03-01 00:00:00 w5"},
         {2024, 0, 15, 0, 0, 0, "2023-12-15 00:00:00 w5"},
@@ -81,12 +80,12 @@ TEST_F(DateTimeTest, StrictConstructorsBeyondTheBounds) {
         {9999, 12, 31, 23, 59, 59, nullptr},
         {70000, 1, 1, 0, 0, 0, nullptr},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.y << "-" << c.mo << "-" << c.d << " " << c.h << ":"
-                                          << c.mi << ":" << c.s);
-        DateTimeC value(c.y, c.mo, c.d, c.h, c.mi, c.s, false);
+    for (const auto& [y, mo, d, h, mi, s, reads] : cases) {
+        SCOPED_TRACE(::testing::Message()
+                     << y << "-" << mo << "-" << d << " " << h << ":" << mi << ":" << s);
+        DateTimeC value(y, mo, d, h, mi, s, false);
         EXPECT_EQ(reported(), "E3E80065");
-        EXPECT_EQ(fields(value), c.reads ? c.reads : fields(value));
+        EXPECT_EQ(fields(value), reads ? reads : fields(value));
     }
     DateTimeC(2023, 2, 29, 1, 2, 3, true);
     ASSERT_EQ(errors->getCount(), 1u);
@@ -170,9 +169,8 @@ TEST_F(DateTimeTest, RenderAcrossThreadsAndALocaleChange) {
 // caller's text afterwards (null: not looked at). The plain parser answers
 // the same (datetime_fuzz holds the two together over arbitrary texts).
 TEST_F(DateTimeTest, ParseTable) {
-    struct Case {
-        const char *text, *reads, *codes, *after;
-    } cases[] = {
+    // Text, what the value reads as, codes, the text afterwards.
+    const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
         {"20240229", "2024-02-29 00:00:00 w4+0 local", "", "20240229"},
         {"2024-02-29", "2024-02-29 00:00:00 w4+0 local", "", "20240229"},
         {"2024-02-29T12:30:45Z", "2024-02-29 12:30:45 w4+0", "", "20240229123045Z"},
@@ -207,24 +205,25 @@ TEST_F(DateTimeTest, ParseTable) {
         return fields(value) + "+" + std::to_string(value.getTicks() % kSecond) +
                (value.isLocalTime() ? " local" : "");
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        StringC text(c.text, "utf8"), plainText(c.text, "utf8");
+    for (const auto& [given, expected, codes, after] : cases) {
+        SCOPED_TRACE(given);
+        StringC text(given, "utf8"), plainText(given, "utf8");
         DateTimeC plain = DateTimeC::parseReference(plainText);
-        EXPECT_EQ(reported(), c.codes);
+        EXPECT_EQ(reported(), codes);
         DateTimeC value = DateTimeC::parse(text);
         // A refusal quotes the text as given, whether or not separators were
         // taken out before the parse failed, for short and long texts alike.
-        if (std::string(c.codes) == "E3E80064") {
+        if (std::string(codes) == "E3E80064") {
             ASSERT_EQ(1u, errors->getCount());
             EXPECT_EQ(str(errors->getEntry(0)->getText()),
-                      "Invalid date/time string: '" + std::string(c.text) + "'");
+                      "Invalid date/time string: '" + std::string(given) + "'");
         }
-        EXPECT_EQ(reported(), c.codes);
-        EXPECT_EQ(reads(value), *c.reads ? c.reads : reads(DateTimeC(0, false)));
-        EXPECT_EQ(reads(plain), reads(value));
-        EXPECT_EQ(str(plainText), str(text));
-        EXPECT_EQ(str(text), c.after ? c.after : str(text));
+        EXPECT_EQ(reported(), codes);
+        EXPECT_EQ(std::make_pair(reads(value), str(text)),
+                  std::make_pair(std::string(*expected ? expected : reads(DateTimeC(0, false))),
+                                 after ? std::string(after) : str(text)));
+        EXPECT_EQ(std::make_pair(reads(plain), str(plainText)),
+                  std::make_pair(reads(value), str(text)));
     }
     StringC time("12:30:45", "utf8");
     EXPECT_EQ(str(DateTimeC::parse(time).format(8)), "12:30:45");

@@ -6,8 +6,8 @@
 // plain recursion over the rules: budgets from the top, one budget array per
 // subtree walk, no visit below a variable whose mask became 0. It takes one
 // thing from the controller: the order of its hash table, in which
-// setConsumerLevel recomputes variables. An operation is four bytes: what to
-// do, two bytes that make a path, and an argument.
+// setConsumerLevel recomputes variables. An operation is two words: what to
+// do with the two bytes above it that make a path, and an argument.
 #ifndef KEEL_TESTS_TESTING_TRACEMODEL_H
 #define KEEL_TESTS_TESTING_TRACEMODEL_H
 
@@ -121,10 +121,11 @@ struct ModelC {
     uint32_t add(int consumer, int level, const std::vector<std::string>& tableOrder) {
         int slot = slotOf(-1);
         if (slot < 0) slots.push_back({consumer, 9});
-        if (slot >= 0) slots[slot] = {consumer, 9};
-        // A reused slot starts with nothing on.
-        for (auto& entry : vars) entry.second.enabled &= ~(slot < 0 ? 0u : 1u << slot);
-        for (auto& entry : vars) entry.second.active &= ~(slot < 0 ? 0u : 1u << slot);
+        if (slot >= 0) {  // a reused slot starts with nothing on
+            slots[slot] = {consumer, 9};
+            for (auto& entry : vars) entry.second.enabled &= ~(1u << slot);
+            for (auto& entry : vars) entry.second.active &= ~(1u << slot);
+        }
         return setLevel(consumer, level, tableOrder);
     }
     uint32_t setPath(int consumer, const std::string& path, bool setting, bool on) {
@@ -154,13 +155,14 @@ public:
         return path;
     }
 
-    // Applies one operation to both; answers "" or what differs.
-    std::string step(uint8_t op, uint8_t shape, uint8_t parts, uint8_t argument) {
+    // Applies one operation to both; answers "" or what differs. The low
+    // byte of `operation` says what to do, the next two make the path.
+    std::string step(uint32_t operation, uint32_t argument) {
+        uint8_t op = (operation & 0xFF) % 9, shape = operation >> 8, parts = operation >> 16;
         std::string path = makePath(shape, parts), name = ModelC::nameOf(path);
-        int c = argument % 4, level = argument % 15 - 2, slot = model.slotOf(c);
+        int c = argument % 4, level = static_cast<int>(argument % 15) - 2, slot = model.slotOf(c);
         TraceConsumerI* consumer = &consumers[c];
         uint32_t real = 0, expected = 0;
-        op %= 9;
         if (op == 0 && slot < 0) {  // each consumer holds at most one slot
             real = controller.addConsumer(consumer, 0, level);
             expected = model.add(c, level, order());
@@ -183,7 +185,7 @@ public:
             if (!values) return "no variable for " + path;
         } else if (op == 7) {
             const uint32_t enabled = argument & 15, explicit_ = (argument >> 2) & 15;
-            const int16_t detail = static_cast<int16_t>(argument % 16 - 3);
+            const int16_t detail = static_cast<int16_t>(static_cast<int>(argument % 16) - 3);
             TraceValuesT in = {0, enabled, explicit_, detail, 0, 0, 0};
             controller.setVariable(path.c_str(), &in);
             model.mention(path);
