@@ -26,6 +26,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -145,6 +146,15 @@ public:
         marks_ = {next_ = buffer_->getMark()};
     }
     ~DriverC() {
+        // The details go back to 0, so that the tracer's settings do not
+        // hide the lines of tests that run later in the process.
+        for (const std::string& path : detailed_) {
+            TraceValuesT* values = nullptr;
+            getTraceController()->getVariable(path.c_str(), &values);
+            TraceValuesT plain = *values;
+            plain.detail = 0;
+            getTraceController()->setVariable(path.c_str(), &plain);
+        }
         buffer_->takeText(nullptr);
         getTraceController()->removeConsumer(this);
         delete moduleCatalogCell().exchange(saved_);
@@ -195,6 +205,7 @@ public:
             TraceValuesT changed = *values;
             changed.detail = static_cast<int16_t>((operation >> 6) % 10);
             getTraceController()->setVariable(tracePath(argument).c_str(), &changed);
+            detailed_.insert(tracePath(argument));
             return "";
         }
         case 3: {
@@ -252,6 +263,7 @@ private:
     ErrBufI* buffer_ = getErrBuf();
     std::vector<EntryT> model_;
     std::vector<uint32_t> marks_;
+    std::set<std::string> detailed_;
     uint32_t next_ = 0;
     std::string label_;
 
