@@ -18,6 +18,7 @@
 #include "text/ucs4.h"
 #include "text/utf16.h"
 #include "text/utf8.h"
+#include "text/utf8scan.h"
 #include "text/wordbits.h"
 
 namespace keel {
@@ -481,6 +482,16 @@ __attribute__((always_inline)) inline uint32_t utf8DecodeWhole(const uint8_t* by
     uint8_t* o = output;
     uint8_t* oend = o ? o + room : o;
     while (p < end) {
+        // Whole blocks of 64 clean bytes through the run-time chosen kernel
+        // where the processor has it, then the baseline blocks.
+        uint32_t wide = left(o, oend) < left(p, end) ? left(o, oend) : left(p, end);
+        if (wide >= 64 && haveUtf8VectorPaths()) {
+            uint32_t counted = 0;
+            uint32_t taken = copyCleanUtf8Blocks(o, p, wide, &counted);
+            p += taken;
+            o += taken;
+            chars += counted;
+        }
         p = utf8CleanCopy(p, end, o, oend, chars);
         if (p >= end) break;
         // Each character is read before the room is tested: one that does
