@@ -17,6 +17,7 @@
 #include "text/codecblocks.h"
 #include "text/ucs4.h"
 #include "text/utf16.h"
+#include "text/utf16scan.h"
 #include "text/utf8.h"
 #include "text/utf8scan.h"
 #include "text/wordbits.h"
@@ -599,6 +600,16 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
     while (left(p, end) >= 2) {
+        // Blocks of sixteen units through the run-time chosen kernel where
+        // the processor has it, then the baseline blocks.
+        if (left(p, end) >= 32 && left(o, oend) >= 64 && haveUtf16VectorPaths()) {
+            uint32_t written = 0;
+            uint32_t taken =
+                decodeUtf16Blocks(p, left(p, end), swapped, o, left(o, oend), &written);
+            p += taken;
+            o += written;
+            chars += taken / 2;
+        }
         p = utf16DecodeBlocks(p, end, swapped, o, oend, chars);
         if (left(p, end) < 2) break;
         uint32_t unit = utf16Load(p, swapped);
