@@ -121,6 +121,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             std::string text = strip(textOf(entry->toString()));
             delete entry;
             seen.push_back(text);
+            // The kind, from the directory record or the status.
+            if (isDirectory != (std::find(dirs.begin(), dirs.end(), text) != dirs.end())) abort();
             if (skipThrees && isDirectory && text.back() == '3') lister->skipDirectory();
         }
     }

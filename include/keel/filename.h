@@ -116,9 +116,11 @@ public:
 private:
     // Sets `rooted` and rewrites `text` into the normal form.
     void normalise();
-    // Sets this name from a directory text and a name text. The name is
-    // only read, so the constructors need no private copy of it.
-    void join(const StringC& directory, const StringC& name);
+    // Sets this name from a directory text (rooted or not, in normal form
+    // or not) and a name text. The name is only read, so the constructors
+    // need no private copy of it.
+    void join(bool directoryRooted, bool directoryNormal, const StringC& directory,
+              const StringC& name);
 
     // The components joined by single "/", without the root.
     StringC text;

@@ -296,12 +296,12 @@ FileNameC::FileNameC(const StringArrayC& components)
 FileNameC::FileNameC(const FileNameC* directory, const StringC& name)
     : driveFlag(false), rooted(false), shareFlag(false) {
     if (!directory) return;
-    join(directory->toString(), name);
+    join(directory->rooted, true, directory->text, name);
 }
 
 FileNameC::FileNameC(const StringC& directory, const StringC& name)
     : driveFlag(false), rooted(false), shareFlag(false) {
-    join(directory, name);
+    join(false, false, directory, name);
 }
 
 FileNameC::~FileNameC() {}
@@ -349,7 +349,14 @@ void FileNameC::normalise() {
 // result is rooted depends only on the start of the joined text: a rooted
 // directory makes a rooted name, a rooted name behind a non-empty directory
 // does not.
-void FileNameC::join(const StringC& directory, const StringC& name) {
+//
+// The directory's text is `directory` with a "/" in front when
+// `directoryRooted`: a name's own text and root flag are joined as they are,
+// without making its toString() first (a walk joins every entry to its
+// directory's name). `directoryNormal` says the text is a name's normal
+// form, which spares the parse when the name adds no separator.
+void FileNameC::join(bool directoryRooted, bool directoryNormal, const StringC& directory,
+                     const StringC& name) {
     driveFlag = false;
     rooted = false;
     shareFlag = false;
@@ -359,7 +366,8 @@ void FileNameC::join(const StringC& directory, const StringC& name) {
         Utf8ViewC dir(directory);
         const uint8_t* d = dir.data();
         uint32_t dn = dir.size();
-        plain = dn == 0;
+        const uint32_t root = directoryRooted ? 1 : 0;
+        plain = dn == 0 && !directoryRooted;
         if (!plain) {
             Utf8ViewC rest(name);
             const uint8_t* m = rest.data();
@@ -367,27 +375,35 @@ void FileNameC::join(const StringC& directory, const StringC& name) {
             const bool nameSlash = mn > 0 && m[0] == kSeparator;
             uint32_t mStart = 0;
             bool slash = false;
-            if (dn == 1 && d[0] == '.') {
+            if (!directoryRooted && dn == 1 && d[0] == '.') {
                 dn = 0;
                 if (nameSlash) mStart = 1;
             } else {
-                slash = d[dn - 1] != kSeparator && !nameSlash;
+                slash = dn != 0 && d[dn - 1] != kSeparator && !nameSlash;
             }
             uint32_t first = mStart;
             while (first < mn && m[first] == kSeparator) ++first;
             if (first < mn) mStart = first;
 
             // Put together and parsed in one go, without a string between.
-            const size_t total = size_t(dn) + (slash ? 1 : 0) + (mn - mStart);
+            const size_t total = root + size_t(dn) + (slash ? 1 : 0) + (mn - mStart);
             ByteScratchC raw(total);
             uint8_t* o = raw.data();
+            if (root) *o++ = kSeparator;
             memcpy(o, d, dn);
             o += dn;
             if (slash) *o++ = kSeparator;
             memcpy(o, m + mStart, mn - mStart);
-            ByteScratchC normal(total);
-            size_t length = normaliseInto(raw.data(), total, normal.data(), &rooted);
-            joined = newText(normal.data(), length);
+            if (directoryNormal && mStart == 0 && mn != 0 && !memchr(m, kSeparator, mn)) {
+                // A name's own text is normal and the name holds no "/":
+                // the joined text is normal already, behind its root.
+                rooted = root != 0;
+                joined = newText(raw.data() + root, total - root);
+            } else {
+                ByteScratchC normal(total);
+                size_t length = normaliseInto(raw.data(), total, normal.data(), &rooted);
+                joined = newText(normal.data(), length);
+            }
         }
     }
     if (plain) {

@@ -70,6 +70,18 @@ void FileListerC::destroy() {
 }
 
 uint32_t FileListerC::step(FileNameC** name, FileInfoC** info, FileListSinkI* sink) {
+    return walk(name, info, sink, true);
+}
+
+// step, for callers that look at no more of the status than whether the
+// entry is a directory (nextName and the sinks, which drop the info): then
+// an entry whose directory record gives a kind that is no directory, and
+// that the status would not turn into one (a link followed), is taken as
+// that kind without asking for its status. Whether that status could be
+// read does not matter there: without it the entry counts as no directory
+// either. Only with the library's own service: one a program put in place
+// is asked for every entry, as step does.
+uint32_t FileListerC::walk(FileNameC** name, FileInfoC** info, FileListSinkI* sink, bool wantInfo) {
     *name = nullptr;
     *info = nullptr;
     if (status != 0) return status;
@@ -123,7 +135,10 @@ uint32_t FileListerC::step(FileNameC** name, FileInfoC** info, FileListSinkI* si
 
         *name = new FileNameC(top->name, text);
         FileNameC* full = relativeNames ? new FileNameC(base, (*name)->toString()) : *name;
-        *info = infoOf(top, entry->d_name, text, full);
+        bool known = !wantInfo && entry->d_type != DT_UNKNOWN && entry->d_type != DT_DIR &&
+                     !(followLinks && entry->d_type == DT_LNK) &&
+                     FlnFileServiceC::isLibraryService(FlnFileServiceC::instance());
+        *info = known ? nullptr : infoOf(top, entry->d_name, text, full);
         bool isDirectory = *info && (*info)->type == FileInfoC::Directory;
         bool accepted = accepts(full, isDirectory);
         if (!accepted && !isDirectory) {
@@ -201,7 +216,7 @@ void FileListerC::dispatch(FileListSinkI* sink, FileNameC* name, int state, bool
 uint32_t FileListerC::stepToSink(FileListSinkI* sink) {
     FileNameC* name;
     FileInfoC* info;
-    uint32_t result = step(&name, &info, sink);
+    uint32_t result = walk(&name, &info, sink, false);
     delete info;
     delete name;
     if (result != 0) destroy();
@@ -219,7 +234,7 @@ uint32_t FileListerC::runToSink(FileListSinkI* sink) {
 
 uint32_t FileListerC::nextName(FileNameC** name, bool* isDirectory) {
     FileInfoC* info;
-    uint32_t result = step(name, &info, nullptr);
+    uint32_t result = walk(name, &info, nullptr, false);
     if (result != 0) {
         destroy();
     } else if (isDirectory) {

@@ -74,6 +74,7 @@ private:
     FileListerC& operator=(const FileListerC&) = delete;
     void dispatch(FileListSinkI* sink, FileNameC* name, int state, bool isDirectory, bool isParent);
     void destroy();
+    uint32_t walk(FileNameC** name, FileInfoC** info, FileListSinkI* sink, bool wantInfo);
     FileInfoC* infoOf(DIRStackC::ElementS* top, const char* entryName, const StringC& text,
                       const FileNameC* full);
 

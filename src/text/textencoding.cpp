@@ -17,7 +17,9 @@
 #include "text/codecblocks.h"
 #include "text/ucs4.h"
 #include "text/utf16.h"
+#include "text/utf16scan.h"
 #include "text/utf8.h"
+#include "text/utf8scan.h"
 #include "text/wordbits.h"
 
 namespace keel {
@@ -481,6 +483,16 @@ __attribute__((always_inline)) inline uint32_t utf8DecodeWhole(const uint8_t* by
     uint8_t* o = output;
     uint8_t* oend = o ? o + room : o;
     while (p < end) {
+        // Whole blocks of 64 clean bytes through the run-time chosen kernel
+        // where the processor has it, then the baseline blocks.
+        uint32_t wide = left(o, oend) < left(p, end) ? left(o, oend) : left(p, end);
+        if (wide >= 64 && haveUtf8VectorPaths()) {
+            uint32_t counted = 0;
+            uint32_t taken = copyCleanUtf8Blocks(o, p, wide, &counted);
+            p += taken;
+            o += taken;
+            chars += counted;
+        }
         p = utf8CleanCopy(p, end, o, oend, chars);
         if (p >= end) break;
         // Each character is read before the room is tested: one that does
@@ -588,6 +600,16 @@ uint32_t UTF16TextDecoderC::rawDecode(const uint8_t* bytes, uint32_t length, uin
     uint8_t* oend = o ? o + room : o;
     uint32_t chars = 0;
     while (left(p, end) >= 2) {
+        // Blocks of sixteen units through the run-time chosen kernel where
+        // the processor has it, then the baseline blocks.
+        if (left(p, end) >= 32 && left(o, oend) >= 64 && haveUtf16VectorPaths()) {
+            uint32_t written = 0;
+            uint32_t taken =
+                decodeUtf16Blocks(p, left(p, end), swapped, o, left(o, oend), &written);
+            p += taken;
+            o += written;
+            chars += taken / 2;
+        }
         p = utf16DecodeBlocks(p, end, swapped, o, oend, chars);
         if (left(p, end) < 2) break;
         uint32_t unit = utf16Load(p, swapped);
