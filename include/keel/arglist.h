@@ -102,6 +102,12 @@ public:
     }
     // The pointer word of an "ObjRef" or "CharStar" entry.
     void* pointer() const { return read<void*>(); }
+    // Where ArgListC::add keeps the copy of a "CharStar" text: in the
+    // entry's own block, behind the pointer word that points at it, so that
+    // the text is one allocation with its entry and goes with it.
+    const char* textInside() const {
+        return reinterpret_cast<const char*>(this) + valueOffset + sizeof(void*);
+    }
     const StringC& string() const { return *static_cast<const StringC*>(value()); }
     const ArgListC& argList() const;
 
@@ -119,13 +125,15 @@ public:
 
         // Capacity rises by 16 at a time: 0, 16, 32, ... The new capacity is
         // stored only once its array exists, so a failing allocation leaves
-        // the body as it was.
+        // the body as it was. The first 16 entries take the array inside the
+        // body, which a message's list never outgrows: the list is then one
+        // block, not two.
         void add(ArgEntry* entry) {
             if (count >= capacity) {
                 int32_t grownCapacity = (capacity + 16) & ~15;
-                ArgEntry** grown = new ArgEntry*[grownCapacity];
+                ArgEntry** grown = capacity == 0 ? firstEntries : new ArgEntry*[grownCapacity];
                 if (count != 0) memcpy(grown, entries, sizeof(ArgEntry*) * count);
-                delete[] entries;
+                if (entries != firstEntries) delete[] entries;
                 entries = grown;
                 capacity = grownCapacity;
             }
@@ -135,6 +143,9 @@ public:
         int32_t capacity;
         int32_t count;
         ArgEntry** entries;
+
+    private:
+        ArgEntry* firstEntries[16];
     };
 
     ArgListC() {}
@@ -205,13 +216,16 @@ public:
         new (entry->value()) ArgListC(list);
         return append(entry);
     }
-    // Copies the text (at most 16 MiB of it); null is stored as the empty text.
+    // Copies the text (at most 16 MiB of it); null is stored as the empty
+    // text. The copy lives in the entry's block (see textInside).
     ArgListC& add(const char* text) {
         size_t length = text ? strnlen(text, 0x1000000) : 0;
-        char* copy = new char[length + 1];
+        ArgEntry* entry = ArgEntry::allocate(ArgCharStar, sizeof(char*) + length + 1);
+        char* copy = const_cast<char*>(entry->textInside());
         if (length) memcpy(copy, text, length);
         copy[length] = 0;
-        return addValue(ArgCharStar, copy);
+        memcpy(entry->value(), &copy, sizeof copy);
+        return append(entry);
     }
     ArgListC& add(const ArgTimeValT& time) { return addValue(ArgTimeVal, time); }
     ArgListC& addNull() { return append(ArgEntry::allocate(ArgNull, 0)); }
@@ -277,7 +291,10 @@ inline ArgListC::ArgListImplC::~ArgListImplC() {
             static_cast<ArgListC*>(entry->value())->~ArgListC();
             break;
         case ArgCharStar:
-            delete[] static_cast<char*>(entry->pointer());
+            // A text that an entry made elsewhere points at was allocated
+            // as an array of its own.
+            if (entry->pointer() != entry->textInside())
+                delete[] static_cast<char*>(entry->pointer());
             break;
         default:
             if (entry->code() < 0 || entry->code() > ArgNull) continue;
@@ -285,7 +302,7 @@ inline ArgListC::ArgListImplC::~ArgListImplC() {
         }
         ArgEntry::free(entry);
     }
-    delete[] entries;
+    if (entries != firstEntries) delete[] entries;
 }
 
 inline StringC StringC::format(const StringC& format, ArgListC args) {

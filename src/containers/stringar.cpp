@@ -3,24 +3,61 @@
 // Invariant: each element is one StringC handle that owns one reference.
 #include <keel/stringar.h>
 
+#include <new>
+
 namespace keel {
 
 namespace {
 
 // What StringArrayC::sortWith hands to the quicksort; on the sorting
-// thread's stack.
-struct StringCompareT {
+// thread's stack. The comparison gets its own copies of the two handles, so
+// that the bytes the quicksort moves around are never the caller's objects,
+// and each copy counts as a reference while the comparison runs. Most calls
+// share one side with the call before (the pivot of a partition, the element
+// being inserted), so a copy is kept from one call to the next while its
+// representation comes back: during every call each representation is
+// counted exactly as with two fresh copies, and only the counting in between
+// is spared. The copies go with the adapter.
+class StringCompareC {
+public:
+    StringCompareC(StringCompareFn compare, void* context) : compare(compare), context(context) {}
+    ~StringCompareC() {
+        for (int i = 0; i < 2; ++i)
+            if (held[i]) copy(i)->~StringC();
+    }
+    StringCompareC(const StringCompareC&) = delete;
+    StringCompareC& operator=(const StringCompareC&) = delete;
+
+    int operator()(const StringC& first, const StringC& second) {
+        StringImplI* const a = first.getImpl();
+        StringImplI* const b = second.getImpl();
+        if (held[0] == a && held[1] == b) return compare(context, *copy(0), *copy(1));
+        if (held[1] == a && held[0] == b) return compare(context, *copy(1), *copy(0));
+        // Keep whichever copy matches a side, in either slot; make the rest.
+        int firstSlot = held[0] == a ? 0 : held[1] == a ? 1 : held[0] == b ? 1 : 0;
+        if (held[firstSlot] != a) hold(firstSlot, first);
+        if (held[1 - firstSlot] != b) hold(1 - firstSlot, second);
+        return compare(context, *copy(firstSlot), *copy(1 - firstSlot));
+    }
+
+private:
+    StringC* copy(int slot) { return reinterpret_cast<StringC*>(storage[slot]); }
+    void hold(int slot, const StringC& string) {
+        if (held[slot]) copy(slot)->~StringC();
+        held[slot] = string.getImpl();
+        new (storage[slot]) StringC(string);
+    }
+
     StringCompareFn compare;
     void* context;
+    // The representation each slot's copy holds; null for an empty slot.
+    StringImplI* held[2] = {nullptr, nullptr};
+    alignas(StringC) unsigned char storage[2][sizeof(StringC)];
 };
 
-// The elements are handles; the comparison gets its own copies of them, so
-// that the bytes the quicksort moves around are never the caller's objects.
 int compareStrings(void* context, const void* first, const void* second) {
-    const StringCompareT* adapter = static_cast<const StringCompareT*>(context);
-    StringC firstCopy(*static_cast<const StringC*>(first));
-    StringC secondCopy(*static_cast<const StringC*>(second));
-    return adapter->compare(adapter->context, firstCopy, secondCopy);
+    return (*static_cast<StringCompareC*>(context))(*static_cast<const StringC*>(first),
+                                                    *static_cast<const StringC*>(second));
 }
 
 int comparePlain(void*, const StringC& first, const StringC& second) {
@@ -58,7 +95,7 @@ void StringArrayC::destroyElement(void* element) { static_cast<StringC*>(element
 void StringArrayC::sort() { sortWith(comparePlain, nullptr); }
 
 void StringArrayC::sortWith(StringCompareFn compare, void* context) {
-    StringCompareT adapter = {compare, context};
+    StringCompareC adapter(compare, context);
     BlobArrayC::sortWith(compareStrings, &adapter);
 }
 

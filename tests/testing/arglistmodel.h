@@ -105,6 +105,15 @@ private:
             return record(ArgDateTime, v * 977);
         }
         if (kind == 13) {
+            if (argument % 5 == 4) {
+                // As code outside the list may make one: the text in an array
+                // of its own, which the list frees with the entry.
+                char* own = strcpy(new char[text.size() + 1], text.c_str());
+                ArgEntry* entry = ArgEntry::allocate(ArgCharStar, sizeof own);
+                memcpy(entry->value(), &own, sizeof own);
+                list.append(entry);
+                return body.push_back({ArgCharStar, text});
+            }
             list.add(argument % 3 ? text.c_str() : nullptr);
             return body.push_back({ArgCharStar, argument % 3 ? text : ""});
         }
