@@ -423,9 +423,11 @@ PrefKeyT* PrefsC::findKey(const PrefKeyChainT* chain, const char* name, bool inc
 void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed) {
     size_t walked = 0;
     PrefKeyT* key = findKey(chain, name, true, &walked);
+    ++changes_;
     if (key) {
         setKeyValue(key, value);
     } else {
+        ++recordsMade_;
         key = newKey(name, value);
         PrefKeyT** link = chain == lastChain_ ? &lastKey_->next : &chain->first;
         while (*link) link = &(*link)->next;
@@ -466,6 +468,7 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         section->loaded = section->loaded || fromFile;
         section->written = false;
     } else {
+        ++recordsMade_;
         section = new PrefSectionT();
         section->name = copyText(name);
         section->state = fromFile ? kPrefAsRead : kPrefChanged;
@@ -477,6 +480,7 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
     sectionGeneration_ = nextSectionStamp();
+    ++changes_;
     return section->keys;
 }
 
@@ -492,6 +496,7 @@ bool PrefsC::deleteSection(const char* name, bool onlyIfEmpty) {
     section->state = kPrefDeleted;
     for (PrefKeyT* key = section->keys->first; key; key = key->next) key->state = kPrefDeleted;
     sectionGeneration_ = nextSectionStamp();
+    ++changes_;
     return true;
 }
 
@@ -628,6 +633,7 @@ bool PrefsC::deleteKey(const char* section, const char* key) {
     PrefKeyT* record = findKey(owner ? owner->keys : nullptr, key, true, nullptr);
     if (!record || record->state == kPrefDeleted) return false;
     record->state = kPrefDeleted;
+    ++changes_;
     return true;
 }
 
@@ -650,6 +656,10 @@ void PrefsC::clear() {
     std::vector<IndexEntryT>().swap(index_);
     indexCount_ = 0;
     sectionGeneration_ = nextSectionStamp();
+    ++recordsMade_;
+    ++changes_;
+    keptValid_ = false;
+    mergedAt_ = ~0ull;
 }
 
 // Every section is in the index, and a name that compareNames calls equal to
