@@ -424,6 +424,13 @@ void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, b
     size_t walked = 0;
     PrefKeyT* key = findKey(chain, name, true, &walked);
     ++changes_;
+    if (key && changed && !otherChanges_ && valueChanges_.size() < kValueChangesKept) {
+        valueChanges_.push_back(ValueChangeT{chain, key});
+    } else {
+        otherChanges_ = true;
+    }
+    // A value set as read no longer is what its line in the kept bytes says.
+    if (key && !changed) exactAt_ = ~0ull;
     if (key) {
         setKeyValue(key, value);
     } else {
@@ -481,6 +488,7 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
     if (!section->keys) section->keys = new PrefKeyChainT();
     sectionGeneration_ = nextSectionStamp();
     ++changes_;
+    otherChanges_ = true;
     return section->keys;
 }
 
@@ -497,6 +505,7 @@ bool PrefsC::deleteSection(const char* name, bool onlyIfEmpty) {
     for (PrefKeyT* key = section->keys->first; key; key = key->next) key->state = kPrefDeleted;
     sectionGeneration_ = nextSectionStamp();
     ++changes_;
+    otherChanges_ = true;
     return true;
 }
 
@@ -634,6 +643,7 @@ bool PrefsC::deleteKey(const char* section, const char* key) {
     if (!record || record->state == kPrefDeleted) return false;
     record->state = kPrefDeleted;
     ++changes_;
+    otherChanges_ = true;
     return true;
 }
 
@@ -659,7 +669,10 @@ void PrefsC::clear() {
     ++recordsMade_;
     ++changes_;
     keptValid_ = false;
+    keptMerged_ = false;
     mergedAt_ = ~0ull;
+    otherChanges_ = true;
+    valueChanges_.clear();
 }
 
 // Every section is in the index, and a name that compareNames calls equal to

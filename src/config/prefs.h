@@ -285,7 +285,8 @@ private:
     // plain text (see isPlainText in prefs_file.cpp) behind a UTF-8 mark of
     // keptMark_ bytes or none; keptValid_ false when unknown or not plain.
     bool exactNow() const;
-    void keepBytes(std::unique_ptr<char[]>& bytes, size_t size, size_t mark, bool exact);
+    void keepBytes(std::unique_ptr<char[]>& bytes, size_t size, size_t mark, bool exact,
+                   bool merged);
     std::unique_ptr<char[]> kept_;
     size_t keptSize_ = 0;
     size_t keptMark_ = 0;
@@ -302,6 +303,20 @@ private:
     // store's records exactly, with the states of a load, and changes_ then.
     std::string merged_;
     uint64_t mergedAt_ = ~0ull;
+    // kept_ is what a merge wrote, which a merge with nothing changed gives
+    // back byte for byte.
+    bool keptMerged_ = false;
+    // Since kept_ was taken: the keys whose value changed (state 1), with
+    // their chains, while nothing else changed (otherChanges_ false). A
+    // merge of kept_ then only replaces those keys' lines.
+    struct ValueChangeT {
+        PrefKeyChainT* chain;
+        PrefKeyT* key;
+    };
+    static const size_t kValueChangesKept = 256;
+    std::vector<ValueChangeT> valueChanges_;
+    bool otherChanges_ = true;
+    class SpliceC;
 
     std::vector<IndexEntryT> index_;
     size_t indexCount_ = 0;

@@ -20,6 +20,8 @@
 // other bytes is read in full.
 #include <ctype.h>
 #include <string.h>
+
+#include <algorithm>
 #include <sys/stat.h>
 
 #include <memory>
@@ -105,6 +107,12 @@ public:
         }
         append(text, size);
         endLine();
+    }
+    // The bytes [begin, end) of the source, whole lines, as they stand.
+    void copy(const char* begin, const char* end) {
+        endRun();
+        writePending();
+        writeBytes(begin, static_cast<size_t>(end - begin));
     }
     void append(const char* bytes, size_t count) {
         endRun();
@@ -735,15 +743,19 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
         }
     }
     fileName = copyText(path);
-    if (mark != SIZE_MAX) keepBytes(file.bytes(), file.size(), mark, loader.exact());
+    if (mark != SIZE_MAX) keepBytes(file.bytes(), file.size(), mark, loader.exact(), false);
     return true;
 }
 
-void PrefsC::keepBytes(std::unique_ptr<char[]>& bytes, size_t size, size_t mark, bool exact) {
+void PrefsC::keepBytes(std::unique_ptr<char[]>& bytes, size_t size, size_t mark, bool exact,
+                       bool merged) {
     kept_.swap(bytes);
     keptSize_ = size;
     keptMark_ = mark;
     keptValid_ = true;
+    keptMerged_ = merged;
+    valueChanges_.clear();
+    otherChanges_ = false;
     exactAt_ = exact && asciiFoldsPlainly() ? recordsMade_ : ~0ull;
 }
 
@@ -805,6 +817,7 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
     // stay and only their states become those of a load, instead of 10,000
     // records freed and made again for a file of 10,000 keys.
     bool exact = true;
+    bool merged = known;
     if (!known) {
         WrittenMatchC match(*this);
         LineLoaderC matcher(*this, false, &match);
@@ -826,14 +839,14 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
         }
         delete[] fileName;
         fileName = copyText(path);
-        keepBytes(found, foundSize, mark, exact);
+        keepBytes(found, foundSize, mark, exact, merged);
         return true;
     }
     clear();
     LineLoaderC loader(*this, false);
     takeLines(loader);
     fileName = copyText(path);
-    keepBytes(found, foundSize, mark, loader.exact());
+    keepBytes(found, foundSize, mark, loader.exact(), false);
     return true;
 }
 
@@ -901,6 +914,91 @@ bool PrefsC::rewriteInPlace(const char* path, std::string* written) {
 
 // --- Merge ---
 
+// A merge of kept bytes that a merge wrote (keptMerged_), read back with
+// every record on a line of its own spelled as the merge writes it
+// (exactNow), where since then only values changed, each to state 1 on a
+// key that has its line: the merge would keep every line as it stands but
+// those keys', which it writes anew. So the output is the kept text with
+// those lines replaced. A key's line is found as the only line "[name]" of
+// its section, then the first line behind it, before the next header, that
+// begins with its name and "=".
+class PrefsC::SpliceC {
+public:
+    SpliceC(PrefsC& prefs, const char* text, size_t size)
+        : prefs_(prefs), text_(text), end_(text + size) {}
+
+    // False, with nothing written, where a line is not found or a value
+    // would not read back as it stands.
+    bool write(LineOutputC& out) {
+        std::vector<EditT> edits;
+        for (const ValueChangeT& change : prefs_.valueChanges_) {
+            const PrefKeyT* key = change.key;
+            const char* section = sectionName(change.chain);
+            const char* line;
+            const char* feed;
+            if (key->state != kPrefChanged || !key->value ||
+                !isPlainText(key->value, strnlen(key->value, kTextLimit)) || !section ||
+                !findLine(section, key->name, line, feed))
+                return false;
+            edits.push_back(EditT{line, feed, key});
+        }
+        std::sort(edits.begin(), edits.end(),
+                  [](const EditT& a, const EditT& b) { return a.line < b.line; });
+        const char* at = text_;
+        for (const EditT& edit : edits) {
+            if (edit.line < at) continue;  // a key changed twice
+            out.copy(at, edit.line);
+            out.key(edit.key);
+            at = edit.feed + 1;
+        }
+        out.copy(at, end_);
+        return true;
+    }
+
+private:
+    struct EditT {
+        const char* line;
+        const char* feed;  // its line feed
+        const PrefKeyT* key;
+    };
+
+    const char* sectionName(const PrefKeyChainT* chain) const {
+        for (const PrefSectionT* section = prefs_.sections; section; section = section->next) {
+            if (section->keys == chain) return section->name;
+        }
+        return nullptr;
+    }
+
+    bool findLine(const char* section, const char* name, const char*& line, const char*& feed) {
+        header_.assign("\n[").append(section).append("]\n");
+        size_t size = static_cast<size_t>(end_ - text_);
+        const char* body;
+        if (size >= header_.size() - 1 &&
+            memcmp(text_, header_.data() + 1, header_.size() - 1) == 0) {
+            body = text_ + header_.size() - 1;
+        } else {
+            const void* hit = memmem(text_, size, header_.data(), header_.size());
+            if (!hit) return false;
+            body = static_cast<const char*>(hit) + header_.size();
+        }
+        size_t nameSize = strlen(name);
+        for (line = body; line < end_; line = feed + 1) {
+            feed = static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end_ - line)));
+            if (!feed) return false;
+            size_t lineSize = static_cast<size_t>(feed - line);
+            if (lineSize && line[0] == '[' && memchr(line, ']', lineSize)) return false;
+            if (lineSize > nameSize && line[nameSize] == '=' && memcmp(line, name, nameSize) == 0)
+                return true;
+        }
+        return false;
+    }
+
+    PrefsC& prefs_;
+    const char* text_;
+    const char* end_;
+    std::string header_;
+};
+
 bool PrefsC::merge(const char* source, const char* target, bool flushData, std::string* written) {
     StreamWriterC* writer = openWriter(target);
     if (!writer) return false;
@@ -925,6 +1023,15 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData, std::
     // The output is about the size of the file: one block, not a doubling
     // series of copies.
     if (written && file.whole()) written->reserve(file.size() + 4096);
+    if (readBack && keptMerged_ && !otherChanges_) {
+        SpliceC splice(*this, file.data() + mark, file.size() - mark);
+        if (splice.write(out)) {
+            bool done = out.finish(flushData);
+            if (done && written) merged_ = *written;
+            mergedAt_ = done && written ? changes_ : ~0ull;
+            return done;
+        }
+    }
     std::unique_ptr<TextLinesC> lines;
     if (mark != SIZE_MAX) {
         lines.reset(new TextLinesC(file.data() + mark, file.size() - mark, true));
