@@ -207,9 +207,10 @@ public:
     // bytes are `written` (behind the writer's UTF-8 mark or alone) and
     // those are tabs, printable ASCII and line feeds (which read as
     // themselves in every encoding) ending in a line feed, the lines are
-    // taken from `written`; where the last merge wrote them from the bytes
-    // the store knew and met every record on its own line, the records
-    // stay as they are with the states of a load.
+    // taken from `written`; where the last merge wrote them (into this very
+    // string, left as it was) from the bytes the store knew and met every
+    // record on its own line, the records stay as they are with the states
+    // of a load.
     bool loadWritten(const char* path, const std::string& written);
     // Writes the store: without `preserve` plainly to `path`; with it, as a
     // merge of the differences into the current content of `templatePath`
@@ -299,9 +300,13 @@ private:
     uint64_t exactAt_ = ~0ull;
     uint64_t recordsMade_ = 0;  // bumped whenever a record is made, and by clear
     uint64_t changes_ = 0;      // bumped by every change of a record or value
-    // The last merge's output (without the mark) where loading it makes the
-    // store's records exactly, with the states of a load, and changes_ then.
-    std::string merged_;
+    // Where loading the last merge's output (without the mark) makes the
+    // store's records exactly, with the states of a load: the string the
+    // merge wrote it into, as it left it, and changes_ then.
+    void noteMerged(const std::string* written, bool readBack);
+    const std::string* mergedTo_ = nullptr;
+    const char* mergedData_ = nullptr;
+    size_t mergedSize_ = 0;
     uint64_t mergedAt_ = ~0ull;
     // kept_ is what a merge wrote, which a merge with nothing changed gives
     // back byte for byte.

@@ -15,7 +15,7 @@
 // text, which every encoding reads as itself) cut from the file's bytes;
 // loadWritten gives what load gives, taking the lines from the caller's copy
 // only where that copy is byte for byte what the file holds. What the store
-// knows of its file's bytes (kept_, exactAt_, merged_) only ever spares a
+// knows of its file's bytes (kept_, exactAt_, mergedAt_) only ever spares a
 // decoding, a lookup or a parse whose answer those bytes fix: a file of any
 // other bytes is read in full.
 #include <ctype.h>
@@ -799,7 +799,8 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
     // kept ones, and met every record once, in order, on lines spelled as
     // it writes them, none deleted, no record made since: the file makes
     // exactly the records, with the states of a load.
-    bool known = mergedAt_ == changes_ && merged_ == written && !atomicLoadRelaxed(&shortcutsOff);
+    bool known = mergedAt_ == changes_ && mergedTo_ == &written && mergedData_ == bytes &&
+                 mergedSize_ == size && !atomicLoadRelaxed(&shortcutsOff);
     bool plain = known || isPlainText(bytes, size);
     if (!plain) return load(path, false, false);
     KeepErrorsC keep;
@@ -826,7 +827,10 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
         exact = matcher.exact();
     }
     mergedAt_ = ~0ull;
-    if (known) {
+    if (known && !otherChanges_) {
+        // Since the states were last those of a load, only these changed.
+        for (const ValueChangeT& change : valueChanges_) change.key->state = kPrefAsRead;
+    } else if (known) {
         for (PrefSectionT* section = sections; section; section = section->next) {
             section->state = kPrefAsRead;
             section->loaded = true;
@@ -837,6 +841,8 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
                 key->written = false;
             }
         }
+    }
+    if (known) {
         delete[] fileName;
         fileName = copyText(path);
         keepBytes(found, foundSize, mark, exact, merged);
@@ -851,6 +857,13 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
 }
 
 // --- Save ---
+
+void PrefsC::noteMerged(const std::string* written, bool readBack) {
+    mergedAt_ = readBack && written ? changes_ : ~0ull;
+    mergedTo_ = written;
+    mergedData_ = written ? written->data() : nullptr;
+    mergedSize_ = written ? written->size() : 0;
+}
 
 bool PrefsC::save(const char* path, bool preserve, const char* templatePath, std::string* written) {
     if (written) written->clear();
@@ -873,6 +886,7 @@ bool PrefsC::save(const char* path, bool preserve, const char* templatePath, std
 }
 
 bool PrefsC::writePlain(const char* path, std::string* written) {
+    mergedAt_ = ~0ull;
     StreamWriterC* writer = openWriter(path);
     if (!writer) return false;
     LineOutputC out(writer, written);
@@ -970,17 +984,18 @@ private:
     }
 
     bool findLine(const char* section, const char* name, const char*& line, const char*& feed) {
-        header_.assign("\n[").append(section).append("]\n");
-        size_t size = static_cast<size_t>(end_ - text_);
+        header_.assign("[").append(section).append("]\n");
+        // Headers are few among the lines: each "[" is looked at.
         const char* body;
-        if (size >= header_.size() - 1 &&
-            memcmp(text_, header_.data() + 1, header_.size() - 1) == 0) {
-            body = text_ + header_.size() - 1;
-        } else {
-            const void* hit = memmem(text_, size, header_.data(), header_.size());
-            if (!hit) return false;
-            body = static_cast<const char*>(hit) + header_.size();
+        for (body = text_;; ++body) {
+            body = static_cast<const char*>(memchr(body, '[', static_cast<size_t>(end_ - body)));
+            if (!body) return false;
+            if ((body == text_ || body[-1] == '\n') &&
+                static_cast<size_t>(end_ - body) >= header_.size() &&
+                memcmp(body, header_.data(), header_.size()) == 0)
+                break;
         }
+        body += header_.size();
         size_t nameSize = strlen(name);
         for (line = body; line < end_; line = feed + 1) {
             feed = static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end_ - line)));
@@ -1027,8 +1042,7 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData, std::
         SpliceC splice(*this, file.data() + mark, file.size() - mark);
         if (splice.write(out)) {
             bool done = out.finish(flushData);
-            if (done && written) merged_ = *written;
-            mergedAt_ = done && written ? changes_ : ~0ull;
+            noteMerged(written, done);
             return done;
         }
     }
@@ -1158,12 +1172,7 @@ bool PrefsC::merge(const char* source, const char* target, bool flushData, std::
     writeRemainingSections(sections, out, readBack);
     bool done = out.finish(flushData);
     clearWrittenMarks(sections);
-    if (done && readBack && written) {
-        merged_ = *written;
-        mergedAt_ = changes_;
-    } else {
-        mergedAt_ = ~0ull;
-    }
+    noteMerged(written, done && readBack);
     return done;
 }
 
