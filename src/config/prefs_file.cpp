@@ -632,10 +632,19 @@ public:
     // when loading, made a record of its own. Comments, empty and bad
     // lines make no record and do not count.
     bool exact() const { return exact_; }
+    // No line taken so far is one that a merge drops when the store holds
+    // what the lines made: an empty or blank line behind another. With
+    // exact(), a merge with nothing changed gives lines ending in a line
+    // feed back byte for byte.
+    bool keepsAll() const { return keepsAll_; }
 
     // False for a bad line.
     bool take(const char* lineBegin, const char* lineEnd) {
         size_t rawSize = static_cast<size_t>(lineEnd - lineBegin);
+        const char* visible = lineBegin;
+        while (visible < lineEnd && (*visible == ' ' || *visible == '\t')) ++visible;
+        if (visible == lineEnd && !lastNotBlank_) keepsAll_ = false;
+        lastNotBlank_ = visible != lineEnd;
         trimRange(lineBegin, lineEnd);
         if (continuing_) {
             accumulated_.append(lineBegin, lineEnd);
@@ -713,6 +722,8 @@ private:
     bool continuation_;
     WrittenMatchC* match_;
     bool exact_;
+    bool keepsAll_ = true;
+    bool lastNotBlank_ = true;
     bool continuing_ = false;
     std::string section_;
     std::string accumulated_;
@@ -743,7 +754,11 @@ bool PrefsC::load(const char* path, bool strict, bool continuation) {
         }
     }
     fileName = copyText(path);
-    if (mark != SIZE_MAX) keepBytes(file.bytes(), file.size(), mark, loader.exact(), false);
+    if (mark != SIZE_MAX) {
+        bool fixed = file.size() == mark || file.data()[file.size() - 1] == '\n';
+        keepBytes(file.bytes(), file.size(), mark, loader.exact(),
+                  loader.exact() && loader.keepsAll() && fixed);
+    }
     return true;
 }
 
@@ -825,6 +840,7 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
         takeLines(matcher);
         known = match.matched();
         exact = matcher.exact();
+        merged = exact && matcher.keepsAll();
     }
     mergedAt_ = ~0ull;
     if (known && !otherChanges_) {
@@ -852,7 +868,7 @@ bool PrefsC::loadWritten(const char* path, const std::string& written) {
     LineLoaderC loader(*this, false);
     takeLines(loader);
     fileName = copyText(path);
-    keepBytes(found, foundSize, mark, loader.exact(), false);
+    keepBytes(found, foundSize, mark, loader.exact(), loader.exact() && loader.keepsAll());
     return true;
 }
 
