@@ -423,9 +423,18 @@ PrefKeyT* PrefsC::findKey(const PrefKeyChainT* chain, const char* name, bool inc
 void PrefsC::setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed) {
     size_t walked = 0;
     PrefKeyT* key = findKey(chain, name, true, &walked);
+    ++changes_;
+    if (key && changed && !otherChanges_ && valueChanges_.size() < kValueChangesKept) {
+        valueChanges_.push_back(ValueChangeT{chain, key});
+    } else {
+        otherChanges_ = true;
+    }
+    // A value set as read no longer is what its line in the kept bytes says.
+    if (key && !changed) exactAt_ = ~0ull;
     if (key) {
         setKeyValue(key, value);
     } else {
+        ++recordsMade_;
         key = newKey(name, value);
         PrefKeyT** link = chain == lastChain_ ? &lastKey_->next : &chain->first;
         while (*link) link = &(*link)->next;
@@ -466,6 +475,7 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
         section->loaded = section->loaded || fromFile;
         section->written = false;
     } else {
+        ++recordsMade_;
         section = new PrefSectionT();
         section->name = copyText(name);
         section->state = fromFile ? kPrefAsRead : kPrefChanged;
@@ -477,6 +487,8 @@ PrefKeyChainT* PrefsC::ensureSection(const char* name, bool fromFile) {
     }
     if (!section->keys) section->keys = new PrefKeyChainT();
     sectionGeneration_ = nextSectionStamp();
+    ++changes_;
+    otherChanges_ = true;
     return section->keys;
 }
 
@@ -492,6 +504,8 @@ bool PrefsC::deleteSection(const char* name, bool onlyIfEmpty) {
     section->state = kPrefDeleted;
     for (PrefKeyT* key = section->keys->first; key; key = key->next) key->state = kPrefDeleted;
     sectionGeneration_ = nextSectionStamp();
+    ++changes_;
+    otherChanges_ = true;
     return true;
 }
 
@@ -628,6 +642,8 @@ bool PrefsC::deleteKey(const char* section, const char* key) {
     PrefKeyT* record = findKey(owner ? owner->keys : nullptr, key, true, nullptr);
     if (!record || record->state == kPrefDeleted) return false;
     record->state = kPrefDeleted;
+    ++changes_;
+    otherChanges_ = true;
     return true;
 }
 
@@ -650,6 +666,13 @@ void PrefsC::clear() {
     std::vector<IndexEntryT>().swap(index_);
     indexCount_ = 0;
     sectionGeneration_ = nextSectionStamp();
+    ++recordsMade_;
+    ++changes_;
+    keptValid_ = false;
+    keptMerged_ = false;
+    mergedAt_ = ~0ull;
+    otherChanges_ = true;
+    valueChanges_.clear();
 }
 
 // Every section is in the index, and a name that compareNames calls equal to

@@ -33,6 +33,7 @@
 
 #include <stdint.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -202,10 +203,14 @@ public:
     bool load(const char* path, bool strict, bool continuation);
     // What load(path, false, false) does, for a file that the caller knows
     // to hold `written` (it saved them there and kept other writers away
-    // since): the file is opened and measured as load opens it, and when it
-    // has that size and `written` is tabs, printable ASCII and line feeds
-    // (which read as themselves in every encoding) ending in a line feed,
-    // the lines are taken from `written` instead of the file.
+    // since): the file is opened and read as load opens it, and when its
+    // bytes are `written` (behind the writer's UTF-8 mark or alone) and
+    // those are tabs, printable ASCII and line feeds (which read as
+    // themselves in every encoding) ending in a line feed, the lines are
+    // taken from `written`; where the last merge wrote them (into this very
+    // string, left as it was) from the bytes the store knew and met every
+    // record on its own line, the records stay as they are with the states
+    // of a load.
     bool loadWritten(const char* path, const std::string& written);
     // Writes the store: without `preserve` plainly to `path`; with it, as a
     // merge of the differences into the current content of `templatePath`
@@ -219,6 +224,10 @@ public:
     // the save fails).
     bool save(const char* path, bool preserve, const char* templatePath,
               std::string* written = nullptr);
+
+    // Off: load, merge and loadWritten decode every file and look every line
+    // up, as if no bytes were known, so that tests can compare the two ways.
+    static void setShortcutsForTesting(bool on);
 
 protected:
     PrefsC(const PrefsC&) = delete;
@@ -267,6 +276,52 @@ private:
     PrefKeyT* findKey(const PrefKeyChainT* chain, const char* name, bool includeDeleted,
                       size_t* walked) const;
     void setKey(PrefKeyChainT* chain, const char* name, const char* value, bool changed);
+
+    // --- What the store knows of its file's bytes ---
+    // A merge or read-back whose source holds exactly the bytes the store
+    // last read or wrote, and whose lines made exactly its records, need
+    // neither decode nor look up those lines again. Bytes are compared,
+    // never sizes or times: another writer's change always reads as one.
+    // kept_: the file's bytes as the last load or read-back found them,
+    // plain text (see isPlainText in prefs_file.cpp) behind a UTF-8 mark of
+    // keptMark_ bytes or none; keptValid_ false when unknown or not plain.
+    bool exactNow() const;
+    void keepBytes(std::unique_ptr<char[]>& bytes, size_t size, size_t mark, bool exact,
+                   bool merged);
+    std::unique_ptr<char[]> kept_;
+    size_t keptSize_ = 0;
+    size_t keptMark_ = 0;
+    bool keptValid_ = false;
+    // recordsMade_ at the moment kept_ was found to make exactly the store's
+    // records: every header and key line of it spelled as the merge writes
+    // it ("[name]", "name=value"), each making a record of its own, in
+    // order, under a locale that folds ASCII letters plainly. While no
+    // record is made, those lines still find those records.
+    uint64_t exactAt_ = ~0ull;
+    uint64_t recordsMade_ = 0;  // bumped whenever a record is made, and by clear
+    uint64_t changes_ = 0;      // bumped by every change of a record or value
+    // Where loading the last merge's output (without the mark) makes the
+    // store's records exactly, with the states of a load: the string the
+    // merge wrote it into, as it left it, and changes_ then.
+    void noteMerged(const std::string* written, bool readBack);
+    const std::string* mergedTo_ = nullptr;
+    const char* mergedData_ = nullptr;
+    size_t mergedSize_ = 0;
+    uint64_t mergedAt_ = ~0ull;
+    // kept_ is what a merge wrote, which a merge with nothing changed gives
+    // back byte for byte.
+    bool keptMerged_ = false;
+    // Since kept_ was taken: the keys whose value changed (state 1), with
+    // their chains, while nothing else changed (otherChanges_ false). A
+    // merge of kept_ then only replaces those keys' lines.
+    struct ValueChangeT {
+        PrefKeyChainT* chain;
+        PrefKeyT* key;
+    };
+    static const size_t kValueChangesKept = 256;
+    std::vector<ValueChangeT> valueChanges_;
+    bool otherChanges_ = true;
+    class SpliceC;
 
     std::vector<IndexEntryT> index_;
     size_t indexCount_ = 0;

@@ -241,9 +241,14 @@ private:
         if (!section) return true;
         PrefsC other;
         other.load(path.c_str(), false, false);
-        SectionT change{s, kPrefAsRead, {KeyT{k, v, kPrefChanged}}};
+        // With bit 2, a value of the old one's size, written over the file
+        // in place: the file keeps its size and inode, only bytes differ.
+        KeyT* old = find(section->keys, k, false);
+        std::string value = argument & 4 && old && !old->value.empty() ? old->value : v;
+        if (value != v) value.back() = value.back() == '1' ? '2' : '1';
+        SectionT change{s, kPrefAsRead, {KeyT{k, value, kPrefChanged}}};
         if (argument % 3 == 1) {
-            other.setValue(s.c_str(), k.c_str(), v.c_str(), true);
+            other.setValue(s.c_str(), k.c_str(), value.c_str(), true);
         } else if (argument & 32) {
             change.state = kPrefDeleted;
             other.deleteSection(s.c_str(), false);
@@ -251,7 +256,12 @@ private:
             change.keys[0].state = kPrefDeleted;
             other.deleteKey(s.c_str(), k.c_str());
         }
-        if (!other.save(path.c_str(), true, nullptr)) return false;
+        std::string copy = path + ".other";
+        if (!(argument & 4) ? !other.save(path.c_str(), true, nullptr)
+                            : !other.save(copy.c_str(), true, path.c_str()) ||
+                                  !(std::ofstream(path, std::ios::binary | std::ios::trunc)
+                                    << testkit::readFileAt(copy)))
+            return false;
         applyChanges({change}, file);
         return lines(readAll(path), true) == expectedComments;
     }
