@@ -1,8 +1,8 @@
 // The writers' lock of an ini file and the registry's commit under it,
-// between real processes: a lock held elsewhere, the lock file of a killed
-// process, writers in parallel that lose nothing, a commit that waits for a
-// held lock, and a writer killed at every step of its commit. The pause
-// between attempts goes through the test hook, so no test sleeps unasked.
+// between real processes: the lock file of a killed process, registry
+// writers in parallel that lose nothing, a commit that waits for a held lock,
+// and a writer killed at every step of its commit. The pause between
+// attempts goes through the test hook, so no test sleeps unasked.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <string.h>
@@ -10,10 +10,10 @@
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 #include "config/confregini.h"
 #include "config/confregini_lock.h"
+#include "testing/process.h"
 #include "testing/regmodel.h"
 #include "testing/tempdir.h"
 
@@ -38,17 +38,6 @@ void countPause() {
 }
 void stopHere(const char* step) {
     if (stopAt && strcmp(step, stopAt) == 0) raise(SIGSTOP);
-}
-
-// Waits for every child: true when each exited with status 0.
-bool allExitedWithZero(const std::vector<pid_t>& children) {
-    bool all = true;
-    for (pid_t child : children) {
-        int status = 0;
-        all = waitpid(child, &status, 0) == child && WIFEXITED(status) &&
-              WEXITSTATUS(status) == 0 && all;
-    }
-    return all;
 }
 
 const char kOriginal[] = "; settings\n[s]\nunknown line\nkeep=1\n\n; tail\n[t]\nx=1\n";
@@ -90,17 +79,13 @@ protected:
     }
 };
 
-TEST_F(ConfRegLockTest, HeldElsewhereIsRefusedUntilTheHolderIsKilled) {
+// Twenty attempts in vain are the commit test's; here the second pause
+// kills the holder: the lock file it leaves has no effect, and the attempt
+// after it succeeds.
+TEST_F(ConfRegLockTest, HeldElsewhereUntilTheHolderIsKilled) {
     startHolder();
     ConfRegLockC lock(name("a.ini"));
     EXPECT_EQ(path("a.ini.lck"), str(lock.getLockFile().toString()));
-    EXPECT_EQ(-1, lock.lockWithRetry(20));
-    EXPECT_EQ(20, pauses) << "a pause after every failed attempt, the last one too";
-    EXPECT_FALSE(lock.isHeld());
-
-    // The second pause kills the holder: the lock file it leaves has no
-    // effect, and the attempt after it succeeds.
-    pauses = 0;
     endHolderAt = 2;
     EXPECT_EQ(0, lock.lockWithRetry(20));
     EXPECT_EQ(2, pauses);
@@ -126,35 +111,11 @@ TEST_F(ConfRegLockTest, UnusableLockFileAnswersAtOnce) {
     // attempt runs in a child that is no longer root.
     ASSERT_EQ(0, mkdir(path("ro").c_str(), 0555));
     ASSERT_EQ(0, chmod(dir.c_str(), 0755));
-    pid_t child = fork();
-    if (child == 0) {
-        if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
-        _exit(ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0 : 1);
-    }
-    EXPECT_TRUE(allExitedWithZero({child}));
+    EXPECT_TRUE(testkit::runForked(1, [this](int) {
+        if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) return 3;
+        return ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0 : 1;
+    }));
     EXPECT_EQ(0, pauses);
-}
-
-TEST_F(ConfRegLockTest, WritersUnderTheLockLoseNoUpdate) {
-    writeFile("count", "0");
-    const int kWriters = 4, kRounds = 25;
-    std::vector<pid_t> writers(kWriters);
-    for (pid_t& writer : writers) {
-        if ((writer = fork()) != 0) continue;
-        ConfRegLockC::setPauseForTesting([] { usleep(200); });
-        ConfRegLockC lock(name("a.ini"));
-        for (int round = 0; round < kRounds; ++round) {
-            if (lock.lockWithRetry(1000000) != 0) _exit(1);
-            int value = std::stoi(readFile("count"));
-            usleep(100);  // widens the window a lost update would need
-            writeFile("count", std::to_string(value + 1));
-            if (!lock.unlock()) _exit(1);
-        }
-        _exit(0);
-    }
-    EXPECT_TRUE(allExitedWithZero(writers));
-    EXPECT_EQ(std::to_string(kWriters * kRounds), readFile("count"));
-    EXPECT_EQ("<missing>", readFile("a.ini.lck"));
 }
 
 // Registries in processes of their own, each with changes in both sections
@@ -167,9 +128,7 @@ TEST_F(ConfRegLockTest, RegistryWritersInParallelKeepEveryChange) {
         return "w" + std::to_string(change / kChanges) + "_" + std::to_string(change % kChanges);
     };
     auto section = [](int change) { return change % kChanges % 2 ? "Soft\\s" : "Soft\\t"; };
-    std::vector<pid_t> writers(kWriters);
-    for (int w = 0; w < kWriters; ++w) {
-        if ((writers[w] = fork()) != 0) continue;
+    EXPECT_TRUE(testkit::runForked(kWriters, [&](int w) {
         ConfRegLockC::setPauseForTesting([] { usleep(10000); });
         ConfRegistryIniC registry;
         bool failed = registry.mountFile(u(path("a.ini")), u("HKLM"), u("Soft")) != 0;
@@ -180,9 +139,8 @@ TEST_F(ConfRegLockTest, RegistryWritersInParallelKeepEveryChange) {
         // commit carries it.
         uint32_t code = kRegUnsupported;
         for (int attempt = 0; attempt < 100 && code != 0; ++attempt) code = registry.commitFile(0);
-        _exit(failed || code != 0);
-    }
-    EXPECT_TRUE(allExitedWithZero(writers));
+        return int(failed || code != 0);
+    }));
     std::string content = readFile("a.ini");
     for (const char* line : {"; settings\n", "unknown line\n", "keep=1\n", "; tail\n", "x=1\n"})
         EXPECT_NE(std::string::npos, content.find(line)) << line;
