@@ -372,28 +372,16 @@ TEST_F(KeelToolTest, RegistryBesideAProgram) {
 TEST_F(KeelToolTest, FourRegSetsAtOnceLoseNothing) {
     const std::string mount = "--mount=" + path("conf/app.ini") + "=HKLM\\Software\\App";
     auto name = [](int w, int i) { return "w" + std::to_string(w) + "v" + std::to_string(i); };
-    std::vector<pid_t> writers;
-    for (int w = 0; w < 4; ++w) {
-        pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid != 0) {
-            writers.push_back(pid);
-            continue;
-        }
+    EXPECT_TRUE(testkit::runForked(4, [&](int w) {
         int failed = 0;
         for (int i = 0; i < 5; ++i) {
-            int status = testkit::runProgram(
-                testkit::builtProgram("bin/keel"),
-                {"reg", "set", mount, "HKLM\\Software\\App\\Shared\\" + name(w, i), name(w, i)});
-            failed += !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+            failed += testkit::runProgram(
+                          testkit::builtProgram("bin/keel"),
+                          {"reg", "set", mount, "HKLM\\Software\\App\\Shared\\" + name(w, i),
+                           name(w, i)}) != 0;
         }
-        _exit(failed);
-    }
-    for (pid_t pid : writers) {
-        int status = 0;
-        ASSERT_EQ(pid, waitpid(pid, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "failed sets: " << status;
-    }
+        return failed;
+    }));
     ProgramRunT run = keel({"reg", "list", mount, "HKLM\\Software\\App\\Shared"});
     ASSERT_TRUE(run.exited(0)) << run.err;
     for (int w = 0; w < 4; ++w)
