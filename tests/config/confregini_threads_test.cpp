@@ -3,11 +3,10 @@
 // Under ThreadSanitizer these show that reads with no change between them
 // write nothing that another thread reads.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
-#include <condition_variable>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <new>
 #include <string>
 #include <thread>
@@ -40,28 +39,6 @@ std::string spell(std::string path, bool upper) {
     return path;
 }
 
-// Threads wait here until all have come.
-class BarrierC {
-public:
-    explicit BarrierC(int count) : count_(count) {}
-    void arrive() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        uint64_t phase = phase_;
-        if (++waiting_ == count_) {
-            waiting_ = 0;
-            ++phase_;
-            wake_.notify_all();
-        }
-        wake_.wait(lock, [&] { return phase_ != phase; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    int count_, waiting_ = 0;
-    uint64_t phase_ = 0;
-};
-
 class RegistryThreadTest : public testkit::TempDirTest {
 protected:
     // Sections of five keys, the first of 30 (more than a chain holds
@@ -89,41 +66,41 @@ protected:
 // section deleted and made again, the file mounted over by another, and a
 // registry made anew at the address of the last one. No read enters a key.
 TEST_F(RegistryThreadTest, ThreadsReadWhileChangesComeBetweenRounds) {
-    ValuesT a = writeIni("a"), b = writeIni("b"), model = a;
+    ValuesT a = writeIni("a"), b = writeIni("b");
+    const ValuesT* model = &a;  // what the registry must show
     alignas(ConfRegistryIniC) unsigned char storage[sizeof(ConfRegistryIniC)];
     ConfRegistryIniC* registry = new (storage) ConfRegistryIniC();
-    auto mount = [&](const char* file) {
+    auto mount = [&](const char* file, const ValuesT* values) {
         EXPECT_EQ(0u, registry->mountFile(u(path(file)), u("HKLM"), u("Soft")));
+        model = values;
     };
-    mount("a.ini");
+    // A value of "a.ini" set, or deleted where null.
+    auto set = [&](const std::string& s, const std::string& k, const char* v) {
+        StringC key = u("Soft\\" + s);
+        EXPECT_EQ(0u, v ? registry->setString(kLM, key, u(k), u(v))
+                        : registry->deleteValue(kLM, key, u(k)));
+        if (v) a[s][k] = v;
+        if (!v) a[s].erase(k);
+    };
+    mount("a.ini", &a);
     const std::vector<std::function<void()>> changes = {
         [] {},
-        [&] {
-            EXPECT_EQ(0u, registry->setString(kLM, u("Soft\\S3"), u("k1"), u("changed")));
-            EXPECT_EQ(0u, registry->deleteValue(kLM, u("Soft\\S0"), u("k2")));
-            model["S3"]["k1"] = "changed";
-            model["S0"].erase("k2");
-        },
+        [&] { set("S3", "k1", "changed"); },
+        [&] { set("S0", "k2", nullptr); },
         [&] {
             EXPECT_EQ(0u, registry->deleteKey(kLM, u("Soft\\S5"), true));
-            model.erase("S5");
+            a.erase("S5");
         },
-        [&] {
-            EXPECT_EQ(0u, registry->setString(kLM, u("Soft\\S5"), u("k0"), u("back")));
-            model["S5"]["k0"] = "back";
-        },
-        [&] {
-            a = model, model = b;
-            mount("b.ini");
-        },
+        [&] { set("S5", "k0", "back"); },
+        [&] { mount("b.ini", &b); },
         [&] {
             registry->~ConfRegistryIniC();
             registry = new (storage) ConfRegistryIniC();
-            model = a;
-            mount("a.ini");
+            mount("a.ini", &a);
         },
     };
-    BarrierC barrier(kThreads + 1);
+    pthread_barrier_t barrier;  // the test and the readers meet here
+    pthread_barrier_init(&barrier, nullptr, kThreads + 1);
     std::vector<std::string> failures(kThreads);
     // One pass of a thread: every key of every section and one key and one
     // section too many, each path in one case, from a section of its own
@@ -132,11 +109,11 @@ TEST_F(RegistryThreadTest, ThreadsReadWhileChangesComeBetweenRounds) {
     auto readAll = [&](int thread, bool upper) -> std::string {
         for (int n = 0; n <= kSections; ++n) {
             std::string name = section((n + thread) % (kSections + 1));
-            auto at = model.find(name);
+            auto at = model->find(name);
             for (int k = 0; k <= (name == "S0" ? 30 : 5); ++k) {
                 std::string key = "k" + std::to_string(k);
                 std::string want =
-                    at != model.end() && at->second.count(key) ? at->second.at(key) : "<105>";
+                    at != model->end() && at->second.count(key) ? at->second.at(key) : "<105>";
                 std::string got = getText(*registry, kLM, spell("Soft\\" + name, upper), key);
                 if (got != want) return name + " " + key + ": " + got;
             }
@@ -149,22 +126,23 @@ TEST_F(RegistryThreadTest, ThreadsReadWhileChangesComeBetweenRounds) {
     for (int i = 0; i < kThreads; ++i) {
         readers.emplace_back([&, i] {
             for (size_t round = 0; round < changes.size(); ++round) {
-                barrier.arrive();
+                pthread_barrier_wait(&barrier);
                 for (int pass = 0; pass < 2 && failures[i].empty(); ++pass)
                     failures[i] = readAll(i, (i + pass) % 2);
-                barrier.arrive();
+                pthread_barrier_wait(&barrier);
             }
         });
     }
     for (size_t round = 0; round < changes.size(); ++round) {
         changes[round]();
         uint32_t keys = registry->openKeyCount();
-        barrier.arrive();
-        barrier.arrive();
+        pthread_barrier_wait(&barrier);
+        pthread_barrier_wait(&barrier);
         EXPECT_EQ(std::vector<std::string>(kThreads), failures) << "round " << round;
         EXPECT_EQ(keys, registry->openKeyCount()) << "round " << round;
     }
     for (std::thread& thread : readers) thread.join();
+    pthread_barrier_destroy(&barrier);
     registry->~ConfRegistryIniC();
 }
 
