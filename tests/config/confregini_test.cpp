@@ -20,16 +20,7 @@ const uint32_t kLM = ConfRegistryI::kLocalMachine;
 using regmodel::getText;
 using regmodel::u;
 
-class RegistryTest : public testkit::TempDirTest {
-protected:
-    // A registry with `file` mounted at HKLM\Soft.
-    void mount(ConfRegistryIniC& registry, const std::string& file = "f.ini") {
-        ASSERT_EQ(0u, registry.mountFile(u(path(file)), u("HKLM"), u("Soft")));
-    }
-    std::string get(ConfRegistryIniC& registry, const std::string& key, const std::string& name) {
-        return getText(registry, kLM, key, name);
-    }
-};
+class RegistryTest : public testkit::TempDirTest {};
 
 // What the model does not reach: root handles, keys down to a mount point,
 // sizes, integers, bounded texts, paths and root names.
@@ -42,7 +33,7 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(kLM, handle);
     EXPECT_EQ(kRegBadHandle, registry.openKey(0x80000003, u(""), &handle));
     writeFile("f.ini", "[A\\B]\nv=-1\nw=abc\n");
-    mount(registry);
+    ASSERT_EQ(0u, registry.mountFile(u(path("f.ini")), u("HKLM"), u("Soft")));
     EXPECT_EQ(kRegMissingArgument, registry.mountFile(StringC(), u("HKLM"), u("X")));
     EXPECT_EQ(kRegAlreadyMounted,
               registry.mountFile(u(path("f.ini")), u("HKEY_LOCAL_MACHINE"), u("X")));
@@ -60,6 +51,7 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(4u, size);
     char small[2];
     EXPECT_EQ(kRegMoreData, registry.queryValue(kLM, ab, u("w"), small, &number, nullptr));
+    EXPECT_EQ(0u, number);
     EXPECT_EQ(kRegMissingArgument, registry.queryValue(kLM, ab, u("w"), small, nullptr, nullptr));
     ASSERT_EQ(0u, registry.openKey(kLM, ab, &handle));
     EXPECT_EQ(kRegMoreData, registry.enumValue(handle, 1, nullptr, nullptr, nullptr, &size));
@@ -71,7 +63,7 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(0u, registry.setValue(kLM, ab, u("s"), 7, "abcdef", 3));
     // A text beyond ASCII is kept whole: its bound is counted in bytes.
     EXPECT_EQ(0u, registry.setString(kLM, ab, u("g"), u("Gr\u00FC\u00DFe")));
-    auto at = [&](const char* name) { return get(registry, "Soft\\A\\B", name); };
+    auto at = [&](const char* name) { return getText(registry, kLM, "Soft\\A\\B", name); };
     EXPECT_EQ("7l|abc|Gr\u00FC\u00DFe", at("n") + "|" + at("s") + "|" + at("g"));
     StringC subKey, value;
     EXPECT_EQ(0u, registry.parsePath(u("HKLM\\A\\B\\V"), &root, &subKey, &value));
