@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 
 #include "config/confregini.h"
@@ -28,13 +29,14 @@ int pauses = 0, endHolderAt = 0;  // the pause that ends the holder (0: none)
 pid_t holder = -1;
 const char* stopAt = nullptr;  // the commit step where a forked writer stops itself
 
-void endHolder(int signal) {
-    kill(holder, signal);
+// Kills the child that holds the lock or stopped itself, and waits for it.
+void endHolder() {
+    kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     holder = -1;
 }
 void countPause() {
-    if (++pauses == endHolderAt) endHolder(SIGKILL);
+    if (++pauses == endHolderAt) endHolder();
 }
 void stopHere(const char* step) {
     if (stopAt && strcmp(step, stopAt) == 0) raise(SIGSTOP);
@@ -52,26 +54,27 @@ protected:
     void TearDown() override {
         ConfRegLockC::setPauseForTesting(nullptr);
         ConfRegistryIniC::setCommitStepForTesting(nullptr);
-        if (holder > 0) endHolder(SIGKILL);
+        if (holder > 0) endHolder();
         TempDirTest::TearDown();
     }
 
-    // A child that holds the lock of "a.ini" until it is ended.
-    void startHolder() {
-        int ready[2];
-        ASSERT_EQ(0, pipe(ready));
-        holder = fork();
-        if (holder == 0) {
-            ConfRegLockC lock(name("a.ini"));
-            char answer = lock.tryLock() == 0 ? 'y' : 'n';
-            if (write(ready[1], &answer, 1) == 1) pause();
-            _exit(0);
+    // A child that runs `body` until it stops itself (SIGSTOP); it stays
+    // until endHolder.
+    void startStopped(const std::function<void()>& body) {
+        if ((holder = fork()) == 0) {
+            body();
+            _exit(1);
         }
-        char answer = 0;
-        ASSERT_EQ(1, read(ready[0], &answer, 1));
-        close(ready[0]);
-        close(ready[1]);
-        ASSERT_EQ('y', answer);
+        int status = 0;
+        ASSERT_EQ(holder, waitpid(holder, &status, WUNTRACED));
+        ASSERT_TRUE(WIFSTOPPED(status));
+    }
+    // A child that holds the lock of "a.ini".
+    void startHolder() {
+        startStopped([this] {
+            ConfRegLockC lock(name("a.ini"));
+            if (lock.tryLock() == 0) raise(SIGSTOP);
+        });
     }
     // A registry with "a.ini" mounted at HKLM\Soft.
     void mount(ConfRegistryIniC& registry) {
@@ -171,7 +174,7 @@ TEST_F(ConfRegLockTest, CommitWaitsForAHeldLockAndGivesUpAfterTwentyAttempts) {
             EXPECT_EQ(kRegUnsupported, registry.commitFile(0));
             EXPECT_EQ(40, pauses);  // 20 for setAutoCommit, 20 for this commit
             EXPECT_EQ(kOriginal, readFile("a.ini"));
-            endHolder(SIGKILL);
+            endHolder();
             ConfRegistryIniC other;
             mount(other);
             other.setString(kLM, u("Soft\\t"), u("other"), u("2"));
@@ -188,17 +191,12 @@ TEST_F(ConfRegLockTest, WriterKilledAtEveryStepOfACommitLeavesAWholeFile) {
     for (const char* step : {"locked", "merged", "moving", "moved"}) {
         SCOPED_TRACE(step);
         writeFile("a.ini", kOriginal);
-        pid_t child = fork();
-        if (child == 0) {
+        startStopped([&] {
             stopAt = step;
             ConfRegistryIniC registry;
             registry.mountFile(u(path("a.ini")), u("HKLM"), u("Soft"));
             registry.setString(kLM, u("Soft\\s"), u("new"), u("1"));
-            _exit(0);
-        }
-        int status = 0;
-        ASSERT_EQ(child, waitpid(child, &status, WUNTRACED));
-        ASSERT_TRUE(WIFSTOPPED(status));
+        });
         // Dying during the merge leaves a torn ".tmp".
         if (strcmp(step, "merged") == 0) {
             ASSERT_EQ(0, truncate(path("a.ini.tmp").c_str(), 20));
@@ -208,8 +206,7 @@ TEST_F(ConfRegLockTest, WriterKilledAtEveryStepOfACommitLeavesAWholeFile) {
                       content.find("unknown line\nkeep=1\n") != std::string::npos;
         EXPECT_TRUE(content == kOriginal || merged) << content;
         EXPECT_EQ(strcmp(step, "moved") == 0, merged);
-        kill(child, SIGKILL);
-        waitpid(child, &status, 0);
+        endHolder();
         // The next writer needs no cleanup, and leaves no lock file.
         ConfRegistryIniC next;
         mount(next);
