@@ -32,7 +32,7 @@ std::string section(int s) {
     return s == 1 ? "\xC3\x84" : s == 2 ? "\xC3\x84\\x" : "S" + std::to_string(s);
 }
 
-// Every path with its ASCII letters in one case.
+// A path or name with its ASCII letters in one case.
 std::string spell(std::string path, bool upper) {
     for (char& c : path)
         if (isascii(c)) c = static_cast<char>(upper ? toupper(c) : tolower(c));
@@ -103,9 +103,9 @@ TEST_F(RegistryThreadTest, ThreadsReadWhileChangesComeBetweenRounds) {
     pthread_barrier_init(&barrier, nullptr, kThreads + 1);
     std::vector<std::string> failures(kThreads);
     // One pass of a thread: every key of every section and one key and one
-    // section too many, each path in one case, from a section of its own
-    // on; then a path that no file holds, as the module catalog's lookup
-    // reads it.
+    // section too many, each path in one case and each name in the other,
+    // from a section of its own on; then a path that no file holds, as the
+    // module catalog's lookup reads it.
     auto readAll = [&](int thread, bool upper) -> std::string {
         for (int n = 0; n <= kSections; ++n) {
             std::string name = section((n + thread) % (kSections + 1));
@@ -114,7 +114,8 @@ TEST_F(RegistryThreadTest, ThreadsReadWhileChangesComeBetweenRounds) {
                 std::string key = "k" + std::to_string(k);
                 std::string want =
                     at != model->end() && at->second.count(key) ? at->second.at(key) : "<105>";
-                std::string got = getText(*registry, kLM, spell("Soft\\" + name, upper), key);
+                std::string got =
+                    getText(*registry, kLM, spell("Soft\\" + name, upper), spell(key, !upper));
                 if (got != want) return name + " " + key + ": " + got;
             }
         }
