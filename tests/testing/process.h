@@ -65,19 +65,22 @@ inline void execProgram(const std::string& program, const std::vector<std::strin
     execvp(argv[0], argv.data());
 }
 
-// Waits for `child` and answers its wait status, or -1.
-inline int waitFor(pid_t child) {
+// Waits for `child` and answers its wait status, or -1; with `maxRssKb`,
+// its peak resident set size in KiB (ru_maxrss of that child alone).
+inline int waitFor(pid_t child, long* maxRssKb = nullptr) {
     int status = -1;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {}
+    struct rusage usage;
+    while (child > 0 && wait4(child, &status, 0, &usage) < 0 && errno == EINTR) {}
+    if (maxRssKb && status != -1) *maxRssKb = usage.ru_maxrss;
     return status;
 }
 
 // Runs `program` to its end and answers its wait status (as `system` does),
 // or -1 when it could not be started; 127 when it could not be executed. No
 // shell is involved. With `streams`, its standard input, output and error
-// are those descriptors.
+// are those descriptors; with `maxRssKb`, its peak resident set size.
 inline int runProgram(const std::string& program, const std::vector<std::string>& args = {},
-                      std::vector<int> streams = {}) {
+                      std::vector<int> streams = {}, long* maxRssKb = nullptr) {
     pid_t child = fork();
     if (child == 0) {
         for (int fd = 0; fd < static_cast<int>(streams.size()); ++fd)
@@ -85,7 +88,7 @@ inline int runProgram(const std::string& program, const std::vector<std::string>
         execProgram(program, args);
         _exit(127);
     }
-    return waitFor(child);
+    return waitFor(child, maxRssKb);
 }
 
 // Runs `body(i)` for each i below `count` in a forked child of its own, whose
@@ -115,32 +118,14 @@ struct ProgramRunT {
 };
 
 // Runs `program` with its standard input from `input` and its standard
-// output and error captured (through files, so that nothing can block). The
-// peak RSS is getrusage(RUSAGE_CHILDREN) of a process that has this one
-// child only: a forked go-between runs the program, waits for it, and passes
-// the figure back through a pipe, so earlier children of the test do not
-// count.
+// output and error captured (through files, so that nothing can block).
 inline ProgramRunT runCaptured(const std::string& program, const std::vector<std::string>& args,
                                const std::string& input = "/dev/null") {
     ProgramRunT run;
     char outName[] = "/tmp/keel-run-out-XXXXXX", errName[] = "/tmp/keel-run-err-XXXXXX";
-    int outFd = mkstemp(outName), errFd = mkstemp(errName), figures[2];
-    if (outFd < 0 || errFd < 0 || pipe(figures) != 0) return run;
-    pid_t between = fork();
-    if (between == 0) {
-        long result[2] = {runProgram(program, args, {open(input.c_str(), O_RDONLY), outFd, errFd}),
-                          -1};
-        struct rusage usage;
-        if (getrusage(RUSAGE_CHILDREN, &usage) == 0) result[1] = usage.ru_maxrss;
-        _exit(write(figures[1], result, sizeof result) < 0);
-    }
-    close(figures[1]);
-    long result[2] = {-1, -1};
-    while (between > 0 && read(figures[0], result, sizeof result) < 0 && errno == EINTR) {}
-    waitFor(between);
-    for (int fd : {figures[0], outFd, errFd}) close(fd);
-    run.status = static_cast<int>(result[0]);
-    run.maxRssKb = result[1];
+    std::vector<int> streams = {open(input.c_str(), O_RDONLY), mkstemp(outName), mkstemp(errName)};
+    run.status = runProgram(program, args, streams, &run.maxRssKb);
+    for (int fd : streams) close(fd);
     for (auto [name, text] :
          {std::make_pair(outName, &run.out), std::make_pair(errName, &run.err)}) {
         *text = readFileAt(name);
