@@ -146,9 +146,9 @@ TEST_F(KeelToolTest, CatalogRoundTrip) {
     EXPECT_EQ("<missing>", readFile("bad.cat"));
 }
 
-// Every encoding by name on each side, the marks and what is cut off by the
-// end (each input comes on standard input); marks, broken sequences and
-// piece borders in general are the converter's model test's. Bytes are
+// Encodings by name on each side, the marks and what is cut off by the end
+// (each input comes on standard input); every pair of encodings, marks,
+// broken sequences and piece borders are the converter's model test's. Bytes are
 // written with octal escapes (at most three digits), so a letter may follow
 // one directly. Then --check of the file: the first problem and its offset.
 TEST_F(KeelToolTest, ConversionsAndChecks) {
@@ -162,11 +162,7 @@ TEST_F(KeelToolTest, ConversionsAndChecks) {
         {convert("utf8", "utf16be"), 0, "\376\377\0c\0a\0f\0\351"s, "", "caf\303\251"},
         {convert("utf8", "utf16"), 0, "\377\376c\0a\0f\0\351\0"s, "", "caf\303\251"},
         {convert("utf8", "utf16be", plain), 0, "\0c\0a\0f\0\351"s, "", "caf\303\251"},
-        {convert("utf8", "wchar_t"), 0, "-N\0\0"s, "", "\344\270\255"},
-        {convert("utf8", "iso-8859-1"), 0, "caf\351", "", "caf\303\251"},
         {convert("iso-8859-1", "utf8"), 0, "\357\273\277caf\303\251", "", "caf\351"},
-        {convert("iso-8859-1", "system-8"), 0, "\357\273\277caf\303\251", "", "caf\351"},
-        {convert("ascii", "utf8", plain), 0, "a\357\277\275", "", "a\351"},  // U+FFFD
         {convert("system-8", "utf8", plain), 0, "\357\273\277a", "", "\357\273\277a"},
         {convert("utf16", "utf8", plain), 0, "A\344\270\255", "", "\376\377\0AN-"s},
         {convert("utf16be", "utf8", plain), 0, "\357\277\276A", "", "\377\376\0A"s},
