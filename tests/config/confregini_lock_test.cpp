@@ -1,19 +1,20 @@
 // The writers' lock of an ini file and the registry's commit under it,
-// between real processes: a lock held elsewhere, the lock file of a killed
-// process, writers in parallel that lose nothing, a commit that waits for a
-// held lock, and a writer killed at every step of its commit. The pause
-// between attempts goes through the test hook, so no test sleeps unasked.
+// between real processes: the lock file of a killed process, registry
+// writers in parallel that lose nothing, a commit that waits for a held lock,
+// and a writer killed at every step of its commit. The pause between
+// attempts goes through the test hook, so no test sleeps unasked.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
-#include <vector>
 
 #include "config/confregini.h"
 #include "config/confregini_lock.h"
+#include "testing/process.h"
 #include "testing/regmodel.h"
 #include "testing/tempdir.h"
 
@@ -28,27 +29,17 @@ int pauses = 0, endHolderAt = 0;  // the pause that ends the holder (0: none)
 pid_t holder = -1;
 const char* stopAt = nullptr;  // the commit step where a forked writer stops itself
 
-void endHolder(int signal) {
-    kill(holder, signal);
+// Kills the child that holds the lock or stopped itself, and waits for it.
+void endHolder() {
+    kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     holder = -1;
 }
 void countPause() {
-    if (++pauses == endHolderAt) endHolder(SIGKILL);
+    if (++pauses == endHolderAt) endHolder();
 }
 void stopHere(const char* step) {
     if (stopAt && strcmp(step, stopAt) == 0) raise(SIGSTOP);
-}
-
-// Waits for every child: true when each exited with status 0.
-bool allExitedWithZero(const std::vector<pid_t>& children) {
-    bool all = true;
-    for (pid_t child : children) {
-        int status = 0;
-        all = waitpid(child, &status, 0) == child && WIFEXITED(status) &&
-              WEXITSTATUS(status) == 0 && all;
-    }
-    return all;
 }
 
 const char kOriginal[] = "; settings\n[s]\nunknown line\nkeep=1\n\n; tail\n[t]\nx=1\n";
@@ -63,26 +54,27 @@ protected:
     void TearDown() override {
         ConfRegLockC::setPauseForTesting(nullptr);
         ConfRegistryIniC::setCommitStepForTesting(nullptr);
-        if (holder > 0) endHolder(SIGKILL);
+        if (holder > 0) endHolder();
         TempDirTest::TearDown();
     }
 
-    // A child that holds the lock of "a.ini" until it is ended.
-    void startHolder() {
-        int ready[2];
-        ASSERT_EQ(0, pipe(ready));
-        holder = fork();
-        if (holder == 0) {
-            ConfRegLockC lock(name("a.ini"));
-            char answer = lock.tryLock() == 0 ? 'y' : 'n';
-            if (write(ready[1], &answer, 1) == 1) pause();
-            _exit(0);
+    // A child that runs `body` until it stops itself (SIGSTOP); it stays
+    // until endHolder.
+    void startStopped(const std::function<void()>& body) {
+        if ((holder = fork()) == 0) {
+            body();
+            _exit(1);
         }
-        char answer = 0;
-        ASSERT_EQ(1, read(ready[0], &answer, 1));
-        close(ready[0]);
-        close(ready[1]);
-        ASSERT_EQ('y', answer);
+        int status = 0;
+        ASSERT_EQ(holder, waitpid(holder, &status, WUNTRACED));
+        ASSERT_TRUE(WIFSTOPPED(status));
+    }
+    // A child that holds the lock of "a.ini".
+    void startHolder() {
+        startStopped([this] {
+            ConfRegLockC lock(name("a.ini"));
+            if (lock.tryLock() == 0) raise(SIGSTOP);
+        });
     }
     // A registry with "a.ini" mounted at HKLM\Soft.
     void mount(ConfRegistryIniC& registry) {
@@ -90,23 +82,15 @@ protected:
     }
 };
 
-TEST_F(ConfRegLockTest, HeldElsewhereIsRefusedUntilTheHolderIsKilled) {
-    startHolder();
+// A lock held elsewhere, and the lock file of a killed holder, are the
+// commit test's. Here the lock file is taken over by another file: what this
+// descriptor locks is no longer the lock, and the next attempt takes the new
+// file; an unlock removes it.
+TEST_F(ConfRegLockTest, LockFileTakenOverAndRemoved) {
     ConfRegLockC lock(name("a.ini"));
     EXPECT_EQ(path("a.ini.lck"), str(lock.getLockFile().toString()));
-    EXPECT_EQ(-1, lock.lockWithRetry(20));
-    EXPECT_EQ(20, pauses) << "a pause after every failed attempt, the last one too";
-    EXPECT_FALSE(lock.isHeld());
-
-    // The second pause kills the holder: the lock file it leaves has no
-    // effect, and the attempt after it succeeds.
-    pauses = 0;
-    endHolderAt = 2;
-    EXPECT_EQ(0, lock.lockWithRetry(20));
-    EXPECT_EQ(2, pauses);
+    EXPECT_EQ(0, lock.tryLock());
     EXPECT_TRUE(lock.isHeld());
-    // Another file that takes the name: what this descriptor locks is no
-    // longer the lock, and the next attempt takes the new file.
     writeFile("other", "");
     ASSERT_EQ(0, rename(path("other").c_str(), path("a.ini.lck").c_str()));
     EXPECT_EQ(-1, lock.tryLock());
@@ -126,35 +110,11 @@ TEST_F(ConfRegLockTest, UnusableLockFileAnswersAtOnce) {
     // attempt runs in a child that is no longer root.
     ASSERT_EQ(0, mkdir(path("ro").c_str(), 0555));
     ASSERT_EQ(0, chmod(dir.c_str(), 0755));
-    pid_t child = fork();
-    if (child == 0) {
-        if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
-        _exit(ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0 : 1);
-    }
-    EXPECT_TRUE(allExitedWithZero({child}));
+    EXPECT_TRUE(testkit::runForked(1, [this](int) {
+        if (isRoot() && (setgid(65534) != 0 || setuid(65534) != 0)) return 3;
+        return ConfRegLockC(name("ro/a.ini")).lockWithRetry(20) == -2 && pauses == 0 ? 0 : 1;
+    }));
     EXPECT_EQ(0, pauses);
-}
-
-TEST_F(ConfRegLockTest, WritersUnderTheLockLoseNoUpdate) {
-    writeFile("count", "0");
-    const int kWriters = 4, kRounds = 25;
-    std::vector<pid_t> writers(kWriters);
-    for (pid_t& writer : writers) {
-        if ((writer = fork()) != 0) continue;
-        ConfRegLockC::setPauseForTesting([] { usleep(200); });
-        ConfRegLockC lock(name("a.ini"));
-        for (int round = 0; round < kRounds; ++round) {
-            if (lock.lockWithRetry(1000000) != 0) _exit(1);
-            int value = std::stoi(readFile("count"));
-            usleep(100);  // widens the window a lost update would need
-            writeFile("count", std::to_string(value + 1));
-            if (!lock.unlock()) _exit(1);
-        }
-        _exit(0);
-    }
-    EXPECT_TRUE(allExitedWithZero(writers));
-    EXPECT_EQ(std::to_string(kWriters * kRounds), readFile("count"));
-    EXPECT_EQ("<missing>", readFile("a.ini.lck"));
 }
 
 // Registries in processes of their own, each with changes in both sections
@@ -167,9 +127,7 @@ TEST_F(ConfRegLockTest, RegistryWritersInParallelKeepEveryChange) {
         return "w" + std::to_string(change / kChanges) + "_" + std::to_string(change % kChanges);
     };
     auto section = [](int change) { return change % kChanges % 2 ? "Soft\\s" : "Soft\\t"; };
-    std::vector<pid_t> writers(kWriters);
-    for (int w = 0; w < kWriters; ++w) {
-        if ((writers[w] = fork()) != 0) continue;
+    EXPECT_TRUE(testkit::runForked(kWriters, [&](int w) {
         ConfRegLockC::setPauseForTesting([] { usleep(10000); });
         ConfRegistryIniC registry;
         bool failed = registry.mountFile(u(path("a.ini")), u("HKLM"), u("Soft")) != 0;
@@ -180,9 +138,8 @@ TEST_F(ConfRegLockTest, RegistryWritersInParallelKeepEveryChange) {
         // commit carries it.
         uint32_t code = kRegUnsupported;
         for (int attempt = 0; attempt < 100 && code != 0; ++attempt) code = registry.commitFile(0);
-        _exit(failed || code != 0);
-    }
-    EXPECT_TRUE(allExitedWithZero(writers));
+        return int(failed || code != 0);
+    }));
     std::string content = readFile("a.ini");
     for (const char* line : {"; settings\n", "unknown line\n", "keep=1\n", "; tail\n", "x=1\n"})
         EXPECT_NE(std::string::npos, content.find(line)) << line;
@@ -213,7 +170,7 @@ TEST_F(ConfRegLockTest, CommitWaitsForAHeldLockAndGivesUpAfterTwentyAttempts) {
             EXPECT_EQ(kRegUnsupported, registry.commitFile(0));
             EXPECT_EQ(40, pauses);  // 20 for setAutoCommit, 20 for this commit
             EXPECT_EQ(kOriginal, readFile("a.ini"));
-            endHolder(SIGKILL);
+            endHolder();
             ConfRegistryIniC other;
             mount(other);
             other.setString(kLM, u("Soft\\t"), u("other"), u("2"));
@@ -230,17 +187,12 @@ TEST_F(ConfRegLockTest, WriterKilledAtEveryStepOfACommitLeavesAWholeFile) {
     for (const char* step : {"locked", "merged", "moving", "moved"}) {
         SCOPED_TRACE(step);
         writeFile("a.ini", kOriginal);
-        pid_t child = fork();
-        if (child == 0) {
+        startStopped([&] {
             stopAt = step;
             ConfRegistryIniC registry;
             registry.mountFile(u(path("a.ini")), u("HKLM"), u("Soft"));
             registry.setString(kLM, u("Soft\\s"), u("new"), u("1"));
-            _exit(0);
-        }
-        int status = 0;
-        ASSERT_EQ(child, waitpid(child, &status, WUNTRACED));
-        ASSERT_TRUE(WIFSTOPPED(status));
+        });
         // Dying during the merge leaves a torn ".tmp".
         if (strcmp(step, "merged") == 0) {
             ASSERT_EQ(0, truncate(path("a.ini.tmp").c_str(), 20));
@@ -250,8 +202,7 @@ TEST_F(ConfRegLockTest, WriterKilledAtEveryStepOfACommitLeavesAWholeFile) {
                       content.find("unknown line\nkeep=1\n") != std::string::npos;
         EXPECT_TRUE(content == kOriginal || merged) << content;
         EXPECT_EQ(strcmp(step, "moved") == 0, merged);
-        kill(child, SIGKILL);
-        waitpid(child, &status, 0);
+        endHolder();
         // The next writer needs no cleanup, and leaves no lock file.
         ConfRegistryIniC next;
         mount(next);

@@ -1,7 +1,8 @@
 // The registry over ini files in one process: what the model does not
-// reach, reads around the slow routes, and random operation sequences
-// against the model. Writers in processes of their own are
-// confregini_lock_test's.
+// reach, and random operation sequences against the model (reads around
+// every kind of change, held keys, paths in other spellings). Writers in
+// processes of their own are confregini_lock_test's; reads on several
+// threads and paths beyond ASCII, confregini_threads_test's.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -19,16 +20,7 @@ const uint32_t kLM = ConfRegistryI::kLocalMachine;
 using regmodel::getText;
 using regmodel::u;
 
-class RegistryTest : public testkit::TempDirTest {
-protected:
-    // A registry with `file` mounted at HKLM\Soft.
-    void mount(ConfRegistryIniC& registry, const std::string& file = "f.ini") {
-        ASSERT_EQ(0u, registry.mountFile(u(path(file)), u("HKLM"), u("Soft")));
-    }
-    std::string get(ConfRegistryIniC& registry, const std::string& key, const std::string& name) {
-        return getText(registry, kLM, key, name);
-    }
-};
+class RegistryTest : public testkit::TempDirTest {};
 
 // What the model does not reach: root handles, keys down to a mount point,
 // sizes, integers, bounded texts, paths and root names.
@@ -41,7 +33,7 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(kLM, handle);
     EXPECT_EQ(kRegBadHandle, registry.openKey(0x80000003, u(""), &handle));
     writeFile("f.ini", "[A\\B]\nv=-1\nw=abc\n");
-    mount(registry);
+    ASSERT_EQ(0u, registry.mountFile(u(path("f.ini")), u("HKLM"), u("Soft")));
     EXPECT_EQ(kRegMissingArgument, registry.mountFile(StringC(), u("HKLM"), u("X")));
     EXPECT_EQ(kRegAlreadyMounted,
               registry.mountFile(u(path("f.ini")), u("HKEY_LOCAL_MACHINE"), u("X")));
@@ -59,6 +51,7 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(4u, size);
     char small[2];
     EXPECT_EQ(kRegMoreData, registry.queryValue(kLM, ab, u("w"), small, &number, nullptr));
+    EXPECT_EQ(0u, number);
     EXPECT_EQ(kRegMissingArgument, registry.queryValue(kLM, ab, u("w"), small, nullptr, nullptr));
     ASSERT_EQ(0u, registry.openKey(kLM, ab, &handle));
     EXPECT_EQ(kRegMoreData, registry.enumValue(handle, 1, nullptr, nullptr, nullptr, &size));
@@ -70,7 +63,7 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ(0u, registry.setValue(kLM, ab, u("s"), 7, "abcdef", 3));
     // A text beyond ASCII is kept whole: its bound is counted in bytes.
     EXPECT_EQ(0u, registry.setString(kLM, ab, u("g"), u("Gr\u00FC\u00DFe")));
-    auto at = [&](const char* name) { return get(registry, "Soft\\A\\B", name); };
+    auto at = [&](const char* name) { return getText(registry, kLM, "Soft\\A\\B", name); };
     EXPECT_EQ("7l|abc|Gr\u00FC\u00DFe", at("n") + "|" + at("s") + "|" + at("g"));
     StringC subKey, value;
     EXPECT_EQ(0u, registry.parsePath(u("HKLM\\A\\B\\V"), &root, &subKey, &value));
@@ -79,38 +72,6 @@ TEST_F(RegistryTest, KeysPathsAndCodes) {
     EXPECT_EQ("HKEY_DYN_DATA HKCU ", str(registry.rootKeyName(0x80000006)) + " " +
                                          str(registry.rootKeyShortName(0x80000001)) + " " +
                                          str(registry.rootKeyName(0x80000007)));
-}
-
-// Reads repeated around those that the table of resolved paths leaves to
-// the opening (a path beyond ASCII, or an open key of one on the walk), to
-// the store's lookup by name (another spelling of a section) or to nobody
-// (a section that did not exist at the first read).
-TEST_F(RegistryTest, RepeatedReadsAroundTheSlowRoutes) {
-    ConfRegistryIniC registry;
-    writeFile("f.ini", "[A]\nv=1\n[\xC3\x84]\nv=2\n[A\\B]\nv=3\n");
-    mount(registry);
-    uint32_t handle = 0;
-    for (int round = 0; round < 3; ++round) {
-        EXPECT_EQ("1", get(registry, "Soft\\A", "v"));
-        EXPECT_EQ("1", get(registry, "soft\\a", "v"));
-        EXPECT_EQ("2", get(registry, "Soft\\\xC3\x84", "v"));
-        EXPECT_EQ("<105>", get(registry, "Soft\\C", "v"));
-        EXPECT_EQ("3", get(registry, "Soft\\A\\B", "v"));
-        if (round == 0) {
-            ASSERT_EQ(0u, registry.openKey(kLM, u("Soft\\\xC3\x84"), &handle));
-        }
-        if (round == 1) {
-            EXPECT_EQ(0u, registry.closeKey(handle));
-            ASSERT_EQ(0u, registry.openKey(kLM, u("Soft\\A"), &handle));
-            // Through the held key: no key is entered, the store changes.
-            EXPECT_EQ(0u, registry.setString(kLM, u("Soft\\a"), u("v"), u("1")));
-        }
-    }
-    registry.file(0)->prefs().setValue("C", "v", "4", true);
-    EXPECT_EQ("4", get(registry, "Soft\\C", "v"));
-    registry.file(0)->prefs().deleteSection("A", false);
-    EXPECT_EQ("<105>", get(registry, "Soft\\A", "v"));
-    EXPECT_EQ(0u, registry.closeKey(handle));
 }
 
 // Random operations against the model of tests/testing/regmodel.h, with

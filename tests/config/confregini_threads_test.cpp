@@ -3,215 +3,148 @@
 // Under ThreadSanitizer these show that reads with no change between them
 // write nothing that another thread reads.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
-#include <condition_variable>
-#include <mutex>
+#include <functional>
+#include <map>
 #include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "config/confregini.h"
+#include "testing/regmodel.h"
 #include "testing/tempdir.h"
 
 namespace keel {
 namespace {
 
+using regmodel::getText;
+using regmodel::u;
+using regmodel::ValuesT;
+
 const uint32_t kLM = ConfRegistryI::kLocalMachine;
-const int kSections = 40;
-const int kKeys = 30;  // more than a chain holds before the store indexes it
+const int kSections = 40, kThreads = 4;
 
-StringC u(const std::string& text) { return StringC(text.c_str(), "utf8"); }
-
-std::string section(int s) { return "S" + std::to_string(s); }
-std::string key(int k) { return "k" + std::to_string(k); }
-
-std::string iniText(const std::string& tag) {
-    std::string text;
-    for (int s = 0; s < kSections; ++s) {
-        text += "[" + section(s) + "]\n";
-        // Short chains and one long one.
-        int keys = s == 0 ? kKeys : 5;
-        for (int k = 0; k < keys; ++k) text += key(k) + "=" + tag + section(s) + key(k) + "\n";
-    }
-    return text;
+// Two sections beyond ASCII, which a read finds as the opening does
+// (without regard to case) but without entering a key.
+std::string section(int s) {
+    return s == 1 ? "\xC3\x84" : s == 2 ? "\xC3\x84\\x" : "S" + std::to_string(s);
 }
 
-std::string read(ConfRegistryIniC& registry, const std::string& path, const std::string& name) {
-    StringC value;
-    uint32_t code = registry.getString(kLM, u(path), u(name), &value);
-    return code == 0 ? str(value) : "<" + std::to_string(code & 0xFF) + ">";
+// A path or name with its ASCII letters in one case.
+std::string spell(std::string path, bool upper) {
+    for (char& c : path)
+        if (isascii(c)) c = static_cast<char>(upper ? toupper(c) : tolower(c));
+    return path;
 }
 
-// Threads that read in rounds; between rounds the test changes the registry
-// while they wait, so that each thread meets the change with what it kept of
-// the round before.
-class ReadersC {
-public:
-    ReadersC(int count, ConfRegistryIniC** registry) : registry_(registry) {
-        for (int i = 0; i < count; ++i) threads_.emplace_back([this, i] { run(i); });
-    }
-    ~ReadersC() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stop_ = true;
-            ++round_;
-        }
-        wake_.notify_all();
-        for (std::thread& thread : threads_) thread.join();
-    }
-
-    // One round of reads on every thread, each expecting `expected(s, k)`;
-    // answers the first mismatch, or empty.
-    std::string round(std::string (*expected)(int, int)) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        expected_ = expected;
-        failure_.clear();
-        done_ = 0;
-        ++round_;
-        wake_.notify_all();
-        finished_.wait(lock, [this] { return done_ == threads_.size(); });
-        return failure_;
-    }
-
-private:
-    void run(int index) {
-        uint64_t seen = 0;
-        for (;;) {
-            std::string (*expected)(int, int);
-            {
-                std::unique_lock<std::mutex> lock(mutex_);
-                wake_.wait(lock, [&] { return round_ != seen; });
-                seen = round_;
-                if (stop_) return;
-                expected = expected_;
+class RegistryThreadTest : public testkit::TempDirTest {
+protected:
+    // Sections of five keys, the first of 30 (more than a chain holds
+    // before the store indexes it), as the file and as what the registry
+    // must show.
+    ValuesT writeIni(const std::string& tag) {
+        ValuesT values;
+        std::string text;
+        for (int s = 0; s < kSections; ++s) {
+            text += "[" + section(s) + "]\n";
+            for (int k = 0; k < (s == 0 ? 30 : 5); ++k) {
+                std::string key = "k" + std::to_string(k);
+                values[section(s)][key] = tag + section(s) + key;
+                text += key + "=" + values[section(s)][key] + "\n";
             }
-            std::string failure;
-            ConfRegistryIniC& registry = **registry_;
-            for (int pass = 0; pass < 3 && failure.empty(); ++pass) {
-                for (int s = 0; s < kSections && failure.empty(); ++s) {
-                    int keys = s == 0 ? kKeys : 5;
-                    int k = (s * 7 + index + pass) % keys;
-                    std::string path = "Soft\\" + section((s + index) % kSections);
-                    std::string want = expected((s + index) % kSections, k);
-                    std::string got = read(registry, path, key(k));
-                    if (got != want) failure = path + " " + key(k) + ": " + got + " != " + want;
-                }
-            }
-            std::lock_guard<std::mutex> lock(mutex_);
-            if (failure_.empty()) failure_ = failure;
-            if (++done_ == threads_.size()) finished_.notify_one();
         }
+        writeFile(tag + ".ini", text);
+        return values;
     }
-
-    ConfRegistryIniC** registry_;
-    std::vector<std::thread> threads_;
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    std::condition_variable finished_;
-    uint64_t round_ = 0;
-    bool stop_ = false;
-    std::string (*expected_)(int, int) = nullptr;
-    std::string failure_;
-    size_t done_ = 0;
 };
 
-std::string firstFile(int s, int k) {
-    return s == 0 || k < 5 ? "a" + section(s) + key(k) : "<105>";
-}
-
-class RegistryThreadTest : public testkit::TempDirTest {};
-
-// Reads on four threads at once, then changes between rounds: a value set,
-// a value deleted, a section deleted and made again, the file mounted over
-// by another, and a registry made anew at the address of the last one.
+// Four threads read in rounds, and between rounds the test changes the
+// registry while they wait, so that each thread meets the change with what
+// it kept of the round before: none, a value set, a value deleted, a
+// section deleted and made again, the file mounted over by another, and a
+// registry made anew at the address of the last one. No read enters a key.
 TEST_F(RegistryThreadTest, ThreadsReadWhileChangesComeBetweenRounds) {
-    writeFile("a.ini", iniText("a"));
-    writeFile("b.ini", iniText("b"));
+    ValuesT a = writeIni("a"), b = writeIni("b");
+    const ValuesT* model = &a;  // what the registry must show
     alignas(ConfRegistryIniC) unsigned char storage[sizeof(ConfRegistryIniC)];
     ConfRegistryIniC* registry = new (storage) ConfRegistryIniC();
-    ASSERT_EQ(0u, registry->mountFile(u(path("a.ini")), u("HKLM"), u("Soft")));
-    ReadersC readers(4, &registry);
-    EXPECT_EQ("", readers.round(firstFile));
-    EXPECT_EQ("", readers.round(firstFile));
-
-    ASSERT_EQ(0u, registry->setString(kLM, u("Soft\\S3"), u("k1"), u("changed")));
-    ASSERT_EQ(0u, registry->deleteValue(kLM, u("Soft\\S0"), u("k2")));
-    EXPECT_EQ("", readers.round([](int s, int k) {
-        if (s == 3 && k == 1) return std::string("changed");
-        if (s == 0 && k == 2) return std::string("<105>");
-        return firstFile(s, k);
-    }));
-
-    ASSERT_EQ(0u, registry->deleteKey(kLM, u("Soft\\S5"), true));
-    EXPECT_EQ("", readers.round([](int s, int k) {
-        if (s == 3 && k == 1) return std::string("changed");
-        if ((s == 0 && k == 2) || s == 5) return std::string("<105>");
-        return firstFile(s, k);
-    }));
-    ASSERT_EQ(0u, registry->setString(kLM, u("Soft\\S5"), u("k0"), u("back")));
-    EXPECT_EQ("", readers.round([](int s, int k) {
-        if (s == 3 && k == 1) return std::string("changed");
-        if (s == 5) return std::string(k == 0 ? "back" : "<105>");
-        if (s == 0 && k == 2) return std::string("<105>");
-        return firstFile(s, k);
-    }));
-
-    // The other file at the same point retires the first.
-    ASSERT_EQ(0u, registry->mountFile(u(path("b.ini")), u("HKLM"), u("Soft")));
-    auto secondFile = [](int s, int k) {
-        return s == 0 || k < 5 ? "b" + section(s) + key(k) : std::string("<105>");
+    auto mount = [&](const char* file, const ValuesT* values) {
+        EXPECT_EQ(0u, registry->mountFile(u(path(file)), u("HKLM"), u("Soft")));
+        model = values;
     };
-    EXPECT_EQ("", readers.round(secondFile));
-
-    // A new registry where the last one stood, with the first file mounted
-    // again: nothing a thread kept of the old one may answer for it.
-    registry->~ConfRegistryIniC();
-    registry = new (storage) ConfRegistryIniC();
-    ASSERT_EQ(0u, registry->mountFile(u(path("a.ini")), u("HKLM"), u("Soft")));
-    EXPECT_EQ("", readers.round([](int s, int k) {
-        if (s == 3 && k == 1) return std::string("changed");
-        if (s == 5) return std::string(k == 0 ? "back" : "<105>");
-        if (s == 0 && k == 2) return std::string("<105>");
-        return firstFile(s, k);
-    }));
-    // Reads of a path that no file holds, as the first report of a thread
-    // makes them for the module catalog.
-    std::vector<std::thread> missing;
-    for (int i = 0; i < 3; ++i) {
-        missing.emplace_back([registry] {
-            for (int n = 0; n < 50; ++n) {
-                EXPECT_EQ("<105>",
-                          read(*registry, "SOFTWARE\\Veltrane Corp\\Veltrane", "InstallDir"));
+    // A value of "a.ini" set, or deleted where null.
+    auto set = [&](const std::string& s, const std::string& k, const char* v) {
+        StringC key = u("Soft\\" + s);
+        EXPECT_EQ(0u, v ? registry->setString(kLM, key, u(k), u(v))
+                        : registry->deleteValue(kLM, key, u(k)));
+        if (v) a[s][k] = v;
+        if (!v) a[s].erase(k);
+    };
+    mount("a.ini", &a);
+    const std::vector<std::function<void()>> changes = {
+        [] {},
+        [&] { set("S3", "k1", "changed"); },
+        [&] { set("S0", "k2", nullptr); },
+        [&] {
+            EXPECT_EQ(0u, registry->deleteKey(kLM, u("Soft\\S5"), true));
+            a.erase("S5");
+        },
+        [&] { set("S5", "k0", "back"); },
+        [&] { mount("b.ini", &b); },
+        [&] {
+            registry->~ConfRegistryIniC();
+            registry = new (storage) ConfRegistryIniC();
+            mount("a.ini", &a);
+        },
+    };
+    pthread_barrier_t barrier;  // the test and the readers meet here
+    pthread_barrier_init(&barrier, nullptr, kThreads + 1);
+    std::vector<std::string> failures(kThreads);
+    // One pass of a thread: every key of every section and one key and one
+    // section too many, each path in one case and each name in the other,
+    // from a section of its own on; then a path that no file holds, as the
+    // module catalog's lookup reads it.
+    auto readAll = [&](int thread, bool upper) -> std::string {
+        for (int n = 0; n <= kSections; ++n) {
+            std::string name = section((n + thread) % (kSections + 1));
+            auto at = model->find(name);
+            for (int k = 0; k <= (name == "S0" ? 30 : 5); ++k) {
+                std::string key = "k" + std::to_string(k);
+                std::string want =
+                    at != model->end() && at->second.count(key) ? at->second.at(key) : "<105>";
+                std::string got =
+                    getText(*registry, kLM, spell("Soft\\" + name, upper), spell(key, !upper));
+                if (got != want) return name + " " + key + ": " + got;
+            }
+        }
+        return getText(*registry, kLM, "SOFTWARE\\Veltrane Corp\\Veltrane", "InstallDir") == "<105>"
+                   ? ""
+                   : "InstallDir";
+    };
+    std::vector<std::thread> readers;
+    for (int i = 0; i < kThreads; ++i) {
+        readers.emplace_back([&, i] {
+            for (size_t round = 0; round < changes.size(); ++round) {
+                pthread_barrier_wait(&barrier);
+                for (int pass = 0; pass < 2 && failures[i].empty(); ++pass)
+                    failures[i] = readAll(i, (i + pass) % 2);
+                pthread_barrier_wait(&barrier);
             }
         });
     }
-    for (std::thread& thread : missing) thread.join();
-    // The readers wait for a round that never comes; they end with the test
-    // and read nothing more.
-    registry->~ConfRegistryIniC();
-}
-
-// A path beyond ASCII is found as the opening finds it (compared without
-// regard to case), but no key is entered for the read: threads may read it at
-// once, and the open keys stay as they were.
-TEST_F(RegistryThreadTest, ThreadsReadPathsBeyondAsciiWithoutEnteringKeys) {
-    writeFile("f.ini", "[\xC3\x84]\nv=2\n[\xC3\x84\\x]\nw=3\n");
-    ConfRegistryIniC registry;
-    ASSERT_EQ(0u, registry.mountFile(u(path("f.ini")), u("HKLM"), u("Soft")));
-    uint32_t keys = registry.openKeyCount();
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&registry] {
-            for (int n = 0; n < 50; ++n) {
-                EXPECT_EQ("2", read(registry, "soft\\\xC3\x84", "v"));
-                EXPECT_EQ("3", read(registry, "Soft\\\xC3\x84\\X", "w"));
-                EXPECT_EQ("<105>", read(registry, "Soft\\\xC3\x84\\y", "w"));
-            }
-        });
+    for (size_t round = 0; round < changes.size(); ++round) {
+        changes[round]();
+        uint32_t keys = registry->openKeyCount();
+        pthread_barrier_wait(&barrier);
+        pthread_barrier_wait(&barrier);
+        EXPECT_EQ(std::vector<std::string>(kThreads), failures) << "round " << round;
+        EXPECT_EQ(keys, registry->openKeyCount()) << "round " << round;
     }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(keys, registry.openKeyCount());
+    for (std::thread& thread : readers) thread.join();
+    pthread_barrier_destroy(&barrier);
+    registry->~ConfRegistryIniC();
 }
 
 // More distinct paths than a thread keeps: the table starts afresh and every
@@ -225,10 +158,12 @@ TEST_F(RegistryThreadTest, MorePathsThanAThreadKeeps) {
     ASSERT_EQ(0u, registry.mountFile(u(path("many.ini")), u("HKLM"), u("Soft")));
     for (int pass = 0; pass < 2; ++pass) {
         for (int s = 0; s < 1500; s += 1 + pass) {
-            ASSERT_EQ(std::to_string(s), read(registry, "Soft\\P\\" + std::to_string(s), "v")) << s;
+            ASSERT_EQ(std::to_string(s),
+                      getText(registry, kLM, "Soft\\P\\" + std::to_string(s), "v"))
+                << s;
         }
     }
-    EXPECT_EQ("<105>", read(registry, "Soft\\P\\1500", "v"));
+    EXPECT_EQ("<105>", getText(registry, kLM, "Soft\\P\\1500", "v"));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "config/prefs.h"
 #include "testing/modelrun.h"
@@ -17,7 +18,9 @@ namespace {
 
 const std::string kMark = "\xEF\xBB\xBF";
 
+using namespace std::string_literals;
 using prefsmodel::dump;
+using prefsmodel::records;
 
 class PrefsTest : public testkit::TempDirTest {};
 
@@ -105,31 +108,53 @@ TEST_F(PrefsTest, MergesChangesIntoTheCurrentFile) {
     }
 }
 
-// Changes, deletions and revivals are the model test's; here the lookups.
-// A commit reads its file back from the bytes the merge wrote (the model's
-// commits do so at times): the store must come out as a load of the file
-// gives it, whatever the bytes are, and a file that is not what was written
-// is read instead.
+// A commit (a merge into a temporary file moved over the file, as the
+// registry's) reads its file back from the bytes the merge wrote, keeping
+// the records where the bytes are what the store holds: the store must come
+// out as a load of the file gives it, deleted records and sections
+// included, commit after commit and whatever the bytes are. Bytes that are
+// not the file's are not taken.
 TEST_F(PrefsTest, ReadingBackWhatWasWrittenGivesWhatALoadGives) {
-    for (const char* text : {"[s]\nk=1\n;c\n\n\tt = 2\n[T]\nx=\n", "[s]\r\nk=1\r\n[t]\rx=2\n",
-                             "[Gr\u00FC\u00DFe]\nk=\u00E9\n[s]\nk=1\n",
-                             "[s]\nk=1\n[bad\nfree\nj = \x01\n[S]\nm=2\n", ""}) {
+    std::string many = "[Many]\n";
+    for (int k = 0; k < 30; ++k) many += "m" + std::to_string(k) + "=" + std::to_string(k) + "\n";
+    const std::vector<std::string> names = {"s", "t", "new", "many", "gone", "E"};
+    int round = 0;
+    for (const std::string& text :
+         {"[s]\nk=1\n;c\n\n\tt = 2\n[T]\nx=\n"s, "[s]\r\nk=1\r\n[t]\rx=2\n"s,
+          "[Gr\u00FC\u00DFe]\nk=\u00E9\n[s]\nk=1\n"s, "[s]\nk=1\n[bad\nfree\nj = \x01\n[S]\nm=2\n"s,
+          ""s, "; c\n[s]\nk=1\nb = 2\n\n[gone]\nc=3\n" + many,
+          "[S]\nk=1\nk=2\n[T]\nx=1\n[s]\nc=3\n"s, "[s]\nKey=1\n[t]\nx=1\n"s}) {
         SCOPED_TRACE(text);
         writeFile("a.ini", text);
-        PrefsC prefs, fromFile, fromBytes, stale;
+        PrefsC prefs, loaded;
         ASSERT_TRUE(prefs.load(path("a.ini").c_str(), false, false));
-        prefs.setValue("s", "k", "changed", true);
+        prefs.setValue("S", "KEY", " v ", true);
         prefs.setValue("new", "n", "1", true);
-        std::string written = "left over";
-        ASSERT_TRUE(prefs.save(path("b.ini").c_str(), true, path("a.ini").c_str(), &written));
-        EXPECT_EQ(readFile("b.ini"), kMark + written);
-        ASSERT_TRUE(fromFile.load(path("b.ini").c_str(), false, false));
-        fromBytes.setValue("old", "k", "v", true);
-        ASSERT_TRUE(fromBytes.loadWritten(path("b.ini").c_str(), written));
-        ASSERT_TRUE(stale.loadWritten(path("b.ini").c_str(), written + "[x]\nk=1\n"));
-        EXPECT_EQ(dump(fromFile, true), dump(fromBytes, true));
-        EXPECT_EQ(dump(fromFile, true), dump(stale, true));
-        EXPECT_STREQ(path("b.ini").c_str(), fromBytes.getFileName());
+        prefs.setValue("many", "m99", "x", true);
+        prefs.deleteKey("t", "x");
+        prefs.deleteSection("gone", false);
+        prefs.setValue("E", "e", "1", true);
+        if (round++ % 2) writeFile("a.ini", text + "[other]\nz=1\n");  // another writer's
+        std::string written;
+        for (int commit = 0; commit < 3; ++commit) {
+            // Then the last key of the last section deleted, then that section.
+            prefs.setValue("s", "k", std::to_string(commit).c_str(), true);
+            if (commit == 1) prefs.deleteKey("E", "e");
+            if (commit == 2) prefs.deleteSection("E", false);
+            ASSERT_TRUE(prefs.save(path("a.tmp").c_str(), true, path("a.ini").c_str(), &written));
+            ASSERT_EQ(0, rename(path("a.tmp").c_str(), path("a.ini").c_str()));
+            EXPECT_EQ(kMark + written, readFile("a.ini"));
+            ASSERT_TRUE(loaded.load(path("a.ini").c_str(), false, false));
+            ASSERT_TRUE(prefs.loadWritten(path("a.ini").c_str(), written));
+            EXPECT_EQ(records(loaded, names), records(prefs, names));
+        }
+        for (const std::string& bytes : {written, written + "[x]\nk=1\n"}) {
+            PrefsC other;
+            other.setValue("old", "k", "v", true);
+            ASSERT_TRUE(other.loadWritten(path("a.ini").c_str(), bytes));
+            EXPECT_EQ(records(loaded, names), records(other, names));
+            EXPECT_STREQ(path("a.ini").c_str(), other.getFileName());
+        }
     }
     // A file that cannot be read leaves the store as it was.
     PrefsC prefs;

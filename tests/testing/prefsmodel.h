@@ -9,7 +9,8 @@
 // The store's model is its records with their states, deleted ones kept; the
 // file's is its sections of keys in order, plus its comment lines, which
 // every merge must keep in order. A commit reads its file back with a load
-// or from the bytes it wrote (loadWritten), which must come to the same.
+// or from the bytes it wrote (loadWritten), which must come to the same,
+// every record as a fresh load of the file makes it.
 #ifndef KEEL_TESTS_TESTING_PREFSMODEL_H
 #define KEEL_TESTS_TESTING_PREFSMODEL_H
 
@@ -74,6 +75,22 @@ inline std::string dump(PrefsC& prefs, bool states = false) {
             text += std::string((*key)->name) + "=" + (*key)->value +
                     (states ? std::to_string((*key)->state) : "") + ";";
     }
+    return text;
+}
+
+// Every record of the live sections in order, deleted keys too, with its
+// state; then which of `names` find a section, a deleted one too. A store
+// that read back what it wrote must come to what a load of the file gives.
+inline std::string records(PrefsC& prefs, const std::vector<std::string>& names) {
+    std::string text;
+    for (const char* const* name = prefs.getSectionNames(); *name; ++name) {
+        text += std::string("[") + *name + "]";
+        PrefKeyChainT* chain = prefs.findSection(*name, false);
+        for (PrefKeyT* key = chain ? chain->first : nullptr; key; key = key->next)
+            text += std::string(key->name) + "=" + (key->value ? key->value : "") +
+                    std::to_string(key->state) + ";";
+    }
+    for (const std::string& name : names) text += prefs.findSection(name.c_str(), true) ? "+" : "-";
     return text;
 }
 
@@ -214,11 +231,15 @@ private:
             return false;
         fileMade = true;
         applyChanges(memory, file);
+        PrefsC loaded;
         if (!(fromBytes ? store.loadWritten(path.c_str(), written)
-                        : store.load(path.c_str(), false, false)))
+                        : store.load(path.c_str(), false, false)) ||
+            !loaded.load(path.c_str(), false, false))
             return false;
         loadFromFile();
-        return lines(readAll(path), true) == expectedComments;
+        const std::vector<std::string> names = {"s0", "s1", "s2", "s3", "s4"};
+        return records(store, names) == records(loaded, names) &&
+               lines(readAll(path), true) == expectedComments;
     }
 
     // Another process: changes or deletes one key or drops one section of

@@ -1,4 +1,4 @@
-// Starting other programs of the build from a test.
+// Starting other programs of the build from a test, and forked children.
 //
 // The i386 suite runs natively where the kernel executes 32-bit programs and
 // under qemu-user elsewhere. A test that starts another program of the build
@@ -11,6 +11,7 @@
 //     ASSERT_TRUE(WIFEXITED(status));
 //     keel::testkit::ProgramRunT run = keel::testkit::runCaptured(keel::testkit::builtProgram("bin/keel"), {"--help"});
 //     EXPECT_TRUE(run.exited(0)) << run.err;
+//     EXPECT_TRUE(keel::testkit::runForked(4, [](int i) { return work(i) ? 0 : 1; }));
 #ifndef KEEL_TESTS_TESTING_PROCESS_H
 #define KEEL_TESTS_TESTING_PROCESS_H
 
@@ -22,6 +23,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,18 +40,8 @@ namespace testkit {
 
 // The emulator's words, empty when programs of the build run natively.
 inline std::vector<std::string> emulatorWords() {
-    std::vector<std::string> words;
-    std::string word;
-    for (const char* p = KEEL_TEST_EMULATOR;; ++p) {
-        if (*p == ' ' || *p == '\0') {
-            if (!word.empty()) words.push_back(word);
-            word.clear();
-            if (*p == '\0') break;
-        } else {
-            word += *p;
-        }
-    }
-    return words;
+    std::istringstream words(KEEL_TEST_EMULATOR);
+    return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
 }
 
 // A program of the build, by its path below the build directory.
@@ -59,40 +53,58 @@ inline std::string builtProgram(const std::string& relative) {
 #endif
 }
 
-// The argument vector that starts `program` with `args`, through the emulator
-// when one is configured.
-inline std::vector<std::string> programArgv(const std::string& program,
-                                            const std::vector<std::string>& args = {}) {
-    std::vector<std::string> argv = emulatorWords();
-    argv.push_back(program);
-    argv.insert(argv.end(), args.begin(), args.end());
-    return argv;
-}
-
-// Replaces the calling (forked) process by `program`; returns only when the
-// exec failed, with errno set.
+// Replaces the calling (forked) process by `program`, started through the
+// emulator when one is configured; returns only when the exec failed.
 inline void execProgram(const std::string& program, const std::vector<std::string>& args = {}) {
-    std::vector<std::string> words = programArgv(program, args);
+    std::vector<std::string> words = emulatorWords();
+    words.push_back(program);
+    words.insert(words.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (std::string& word : words) argv.push_back(&word[0]);
     argv.push_back(nullptr);
     execvp(argv[0], argv.data());
 }
 
+// Waits for `child` and answers its wait status, or -1; with `maxRssKb`,
+// its peak resident set size in KiB (ru_maxrss of that child alone).
+inline int waitFor(pid_t child, long* maxRssKb = nullptr) {
+    int status = -1;
+    struct rusage usage;
+    while (child > 0 && wait4(child, &status, 0, &usage) < 0 && errno == EINTR) {}
+    if (maxRssKb && status != -1) *maxRssKb = usage.ru_maxrss;
+    return status;
+}
+
 // Runs `program` to its end and answers its wait status (as `system` does),
-// or -1 when it could not be started. No shell is involved.
-inline int runProgram(const std::string& program, const std::vector<std::string>& args = {}) {
+// or -1 when it could not be started; 127 when it could not be executed. No
+// shell is involved. With `streams`, its standard input, output and error
+// are those descriptors; with `maxRssKb`, its peak resident set size.
+inline int runProgram(const std::string& program, const std::vector<std::string>& args = {},
+                      std::vector<int> streams = {}, long* maxRssKb = nullptr) {
     pid_t child = fork();
-    if (child < 0) return -1;
     if (child == 0) {
+        for (int fd = 0; fd < static_cast<int>(streams.size()); ++fd)
+            if (streams[fd] < 0 || dup2(streams[fd], fd) < 0) _exit(126);
         execProgram(program, args);
         _exit(127);
     }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
+    return waitFor(child, maxRssKb);
+}
+
+// Runs `body(i)` for each i below `count` in a forked child of its own, whose
+// exit status is the body's answer; true when every child exited with 0.
+inline bool runForked(int count, const std::function<int(int)>& body) {
+    std::vector<pid_t> children;
+    for (int i = 0; i < count; ++i) {
+        children.push_back(fork());
+        if (children.back() == 0) _exit(body(i));
     }
-    return status;
+    bool all = true;
+    for (pid_t child : children) {
+        int status = waitFor(child);
+        all = WIFEXITED(status) && WEXITSTATUS(status) == 0 && all;
+    }
+    return all;
 }
 
 // What a program run by runCaptured did.
@@ -105,70 +117,21 @@ struct ProgramRunT {
     bool exited(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
 };
 
-inline std::string slurpAndRemove(const std::string& path) {
-    std::string content = readFileAt(path);
-    unlink(path.c_str());
-    return content == "<missing>" ? "" : content;
-}
-
 // Runs `program` with its standard input from `input` and its standard
-// output and error captured (through files, so that nothing can block). The
-// peak RSS is getrusage(RUSAGE_CHILDREN) of a process that has this one
-// child only: a forked go-between runs the program, waits for it, and passes
-// the figure back through a pipe, so earlier children of the test do not
-// count.
+// output and error captured (through files, so that nothing can block).
 inline ProgramRunT runCaptured(const std::string& program, const std::vector<std::string>& args,
                                const std::string& input = "/dev/null") {
     ProgramRunT run;
-    char outName[] = "/tmp/keel-run-out-XXXXXX";
-    char errName[] = "/tmp/keel-run-err-XXXXXX";
-    int outFd = mkstemp(outName);
-    int errFd = mkstemp(errName);
-    int figures[2];
-    if (outFd < 0 || errFd < 0 || pipe(figures) != 0) return run;
-    pid_t between = fork();
-    if (between == 0) {
-        close(figures[0]);
-        pid_t child = fork();
-        if (child == 0) {
-            int in = open(input.c_str(), O_RDONLY);
-            if (in < 0) _exit(126);
-            dup2(in, 0);
-            dup2(outFd, 1);
-            dup2(errFd, 2);
-            execProgram(program, args);
-            _exit(127);
-        }
-        long result[2] = {-1, -1};
-        int status = 0;
-        while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-        }
-        struct rusage usage;
-        if (child > 0 && getrusage(RUSAGE_CHILDREN, &usage) == 0) {
-            result[0] = status;
-            result[1] = usage.ru_maxrss;
-        }
-        ssize_t ignored = write(figures[1], result, sizeof result);
-        (void)ignored;
-        _exit(0);
+    char outName[] = "/tmp/keel-run-out-XXXXXX", errName[] = "/tmp/keel-run-err-XXXXXX";
+    std::vector<int> streams = {open(input.c_str(), O_RDONLY), mkstemp(outName), mkstemp(errName)};
+    run.status = runProgram(program, args, streams, &run.maxRssKb);
+    for (int fd : streams) close(fd);
+    for (auto [name, text] :
+         {std::make_pair(outName, &run.out), std::make_pair(errName, &run.err)}) {
+        *text = readFileAt(name);
+        if (*text == "<missing>") text->clear();
+        unlink(name);
     }
-    close(figures[1]);
-    long result[2] = {-1, -1};
-    if (between > 0) {
-        ssize_t got;
-        while ((got = read(figures[0], result, sizeof result)) < 0 && errno == EINTR) {
-        }
-        int status = 0;
-        while (waitpid(between, &status, 0) < 0 && errno == EINTR) {
-        }
-    }
-    close(figures[0]);
-    close(outFd);
-    close(errFd);
-    run.status = static_cast<int>(result[0]);
-    run.maxRssKb = result[1];
-    run.out = slurpAndRemove(outName);
-    run.err = slurpAndRemove(errName);
     return run;
 }
 

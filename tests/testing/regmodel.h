@@ -106,9 +106,6 @@ public:
     }
 
     std::string step(uint32_t operation, uint32_t argument) {
-        static const char* const kNames[12] = {
-            "set",        "set",          "deleteValue", "createKey", "deleteKey", "setAutoCommit",
-            "mount over", "other writer", "getString",   "hold",      "release",   "disk"};
         // Key paths are spelled with an upper-case first letter at times.
         auto spell = [argument](const std::string& key) {
             return (argument >> 2) % 3 ? key : char(toupper(key[0])) + key.substr(1);
@@ -208,7 +205,7 @@ public:
         }
         if (registry_.autoCommit()) models_[active_].committed = models_[active_].values;
         ok = ok && before && readBack(readKey, pathText, name);
-        std::string what = std::string(kNames[operation]) + " " + key + " " + name;
+        std::string what = "operation " + std::to_string(operation) + " " + key + " " + name;
         std::string broken = ok ? compare(registry_, models_[active_]) : "its answer";
         return broken.empty() ? broken : what + ": " + broken;
     }

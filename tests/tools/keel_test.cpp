@@ -146,9 +146,9 @@ TEST_F(KeelToolTest, CatalogRoundTrip) {
     EXPECT_EQ("<missing>", readFile("bad.cat"));
 }
 
-// Every encoding by name on each side, the marks and what is cut off by the
-// end (each input comes on standard input); marks, broken sequences and
-// piece borders in general are the converter's model test's. Bytes are
+// Encodings by name on each side, the marks and what is cut off by the end
+// (each input comes on standard input); every pair of encodings, marks,
+// broken sequences and piece borders are the converter's model test's. Bytes are
 // written with octal escapes (at most three digits), so a letter may follow
 // one directly. Then --check of the file: the first problem and its offset.
 TEST_F(KeelToolTest, ConversionsAndChecks) {
@@ -162,11 +162,7 @@ TEST_F(KeelToolTest, ConversionsAndChecks) {
         {convert("utf8", "utf16be"), 0, "\376\377\0c\0a\0f\0\351"s, "", "caf\303\251"},
         {convert("utf8", "utf16"), 0, "\377\376c\0a\0f\0\351\0"s, "", "caf\303\251"},
         {convert("utf8", "utf16be", plain), 0, "\0c\0a\0f\0\351"s, "", "caf\303\251"},
-        {convert("utf8", "wchar_t"), 0, "-N\0\0"s, "", "\344\270\255"},
-        {convert("utf8", "iso-8859-1"), 0, "caf\351", "", "caf\303\251"},
         {convert("iso-8859-1", "utf8"), 0, "\357\273\277caf\303\251", "", "caf\351"},
-        {convert("iso-8859-1", "system-8"), 0, "\357\273\277caf\303\251", "", "caf\351"},
-        {convert("ascii", "utf8", plain), 0, "a\357\277\275", "", "a\351"},  // U+FFFD
         {convert("system-8", "utf8", plain), 0, "\357\273\277a", "", "\357\273\277a"},
         {convert("utf16", "utf8", plain), 0, "A\344\270\255", "", "\376\377\0AN-"s},
         {convert("utf16be", "utf8", plain), 0, "\357\277\276A", "", "\377\376\0A"s},
@@ -201,7 +197,8 @@ TEST_F(KeelToolTest, ConversionsAndChecks) {
 
 // 100 MB through the tool: the peak resident set size of the child stays
 // under 16 MB, for both directions of a conversion that changes every size.
-TEST_F(KeelToolTest, HundredMegabytesInConstantMemory) {
+// Progress is shown when stderr is a terminal, and only then.
+TEST_F(KeelToolTest, HundredMegabytesInConstantMemoryWithProgressOnATerminal) {
     const std::string line =
         "Gr\xc3\xbc\xc3\x9f"
         "e aus K\xc3\xb6ln, \xe4\xb8\xad\xe6\x96\x87 and plain text, \xF0\x9F\x98\x80.\n";
@@ -213,8 +210,10 @@ TEST_F(KeelToolTest, HundredMegabytesInConstantMemory) {
         for (size_t written = 0; written < total; written += block.size()) big << block;
         ASSERT_TRUE(big.good());
     }
-    ProgramRunT there = keel(convert("utf8", "utf16le", {path("big.txt"), path("big16")}));
+    const ArgsT args = convert("utf8", "utf16le", {path("big.txt"), path("big16")});
+    ProgramRunT there = keel(args);
     ASSERT_TRUE(there.exited(0)) << there.err;
+    EXPECT_EQ("", there.err);
     ProgramRunT back =
         keel(convert("utf16le", "utf8", {"--no-mark", path("big16"), path("back.txt")}));
     ASSERT_TRUE(back.exited(0)) << back.err;
@@ -241,37 +240,22 @@ TEST_F(KeelToolTest, HundredMegabytesInConstantMemory) {
     std::ifstream a(path("big.txt"), std::ios::binary), b(path("back.txt"), std::ios::binary);
     typedef std::istreambuf_iterator<char> ByteT;
     EXPECT_TRUE(std::equal(ByteT(a), ByteT(), ByteT(b), ByteT()));
-}
-
-// Progress is shown for a large file when stderr is a terminal, and only then.
-TEST_F(KeelToolTest, ProgressGoesToAnErrorStreamThatIsATerminal) {
-    writeFile("large.txt", "");
-    ASSERT_EQ(0, truncate(path("large.txt").c_str(), 20 << 20));  // 20 MB of NUL, all ASCII
-    const ArgsT args = convert("ascii", "utf16", {path("large.txt"), path("out")});
-    expectRuns({{args, 0, "", ""}});
 
     int master = -1;
     pid_t child = forkpty(&master, nullptr, nullptr, nullptr);
     ASSERT_GE(child, 0);
     if (child == 0) {
-        // The error stream alone on the terminal.
-        int null = ::open("/dev/null", O_RDWR);
-        if (null < 0 || dup2(null, 0) < 0 || dup2(null, 1) < 0) _exit(126);
-        testkit::execProgram(testkit::builtProgram("bin/keel"), args);
-        _exit(127);
+        int null = ::open("/dev/null", O_RDWR);  // the error stream alone on the terminal
+        _exit(testkit::runProgram(testkit::builtProgram("bin/keel"), args, {null, null, 2}) != 0);
     }
     // The lines are few (one per percent), far below what the terminal holds.
     std::string shown;
     char chunk[4096];
     for (ssize_t got; (got = read(master, chunk, sizeof chunk)) > 0 || (got < 0 && errno == EINTR);)
         shown.append(chunk, std::max<ssize_t>(got, 0));
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(testkit::waitFor(child) == 0);
     ::close(master);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_NE(std::string::npos, shown.find("keel: 100% of 20 MB")) << shown;
-    // The mark and two bytes a character.
-    EXPECT_EQ((40 << 20) + 2, std::ifstream(path("out"), std::ios::ate).tellg());
+    EXPECT_NE(std::string::npos, shown.find("keel: 100% of 100 MB")) << shown;
 }
 
 TEST_F(KeelToolTest, TraceCheckTellsWhatTheControlFileSwitchesOn) {
@@ -372,28 +356,16 @@ TEST_F(KeelToolTest, RegistryBesideAProgram) {
 TEST_F(KeelToolTest, FourRegSetsAtOnceLoseNothing) {
     const std::string mount = "--mount=" + path("conf/app.ini") + "=HKLM\\Software\\App";
     auto name = [](int w, int i) { return "w" + std::to_string(w) + "v" + std::to_string(i); };
-    std::vector<pid_t> writers;
-    for (int w = 0; w < 4; ++w) {
-        pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid != 0) {
-            writers.push_back(pid);
-            continue;
-        }
+    EXPECT_TRUE(testkit::runForked(4, [&](int w) {
         int failed = 0;
         for (int i = 0; i < 5; ++i) {
-            int status = testkit::runProgram(
-                testkit::builtProgram("bin/keel"),
-                {"reg", "set", mount, "HKLM\\Software\\App\\Shared\\" + name(w, i), name(w, i)});
-            failed += !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+            failed += testkit::runProgram(
+                          testkit::builtProgram("bin/keel"),
+                          {"reg", "set", mount, "HKLM\\Software\\App\\Shared\\" + name(w, i),
+                           name(w, i)}) != 0;
         }
-        _exit(failed);
-    }
-    for (pid_t pid : writers) {
-        int status = 0;
-        ASSERT_EQ(pid, waitpid(pid, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "failed sets: " << status;
-    }
+        return failed;
+    }));
     ProgramRunT run = keel({"reg", "list", mount, "HKLM\\Software\\App\\Shared"});
     ASSERT_TRUE(run.exited(0)) << run.err;
     for (int w = 0; w < 4; ++w)
