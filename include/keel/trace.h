@@ -202,15 +202,30 @@ inline ArgListC argListFromText(const char* format, va_list arguments) {
     return list;
 }
 
+// `trace` with the arguments that `format` names in `arguments` (which stay
+// unread). Where they fit, they are held on this call's stack
+// (ArgListStackBodyC) and nothing is allocated: the tracer keeps nothing of
+// the list, and hands each consumer that might keep one a copy of its own.
+// Otherwise they go into a list on the heap, as argListFromText makes it.
+inline uint32_t traceArguments(TracerI* tracer, const char* path, TraceValuesT** handle,
+                               const char* format, va_list arguments) {
+    ArgListStackBodyC body;
+    va_list copy;
+    va_copy(copy, arguments);
+    bool fits = body.take(format, copy);
+    va_end(copy);
+    // Each handle is made in the argument's place: no copy on the way.
+    if (fits) return tracer->trace(path, handle, format, body.handle());
+    return tracer->trace(path, handle, format, argListFromText(format, arguments));
+}
+
 // A line at the point, formatted like formatString; the arguments are only
 // looked at when the point is active.
 inline uint32_t traceLine(TracePointT& point, const char* format, ...) {
     if (!traceActive(point)) return 0;
     va_list arguments;
     va_start(arguments, format);
-    // The list is made in the argument's place: no handle copy on the way.
-    uint32_t passed =
-        tracerI()->trace(point.path, &point.handle, format, argListFromText(format, arguments));
+    uint32_t passed = traceArguments(tracerI(), point.path, &point.handle, format, arguments);
     va_end(arguments);
     return passed;
 }

@@ -28,7 +28,7 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 
 // The entries that a rendering reads, by position: a list's own array, or
-// one that code rendering at once made elsewhere (LocalArgumentsC). Reads
+// one that code rendering at once made on its stack (ArgListStackBodyC). Reads
 // answer as ArgListC::get does.
 struct FormatEntriesT {
     ArgEntry* const* entries;
@@ -39,10 +39,14 @@ struct FormatEntriesT {
     }
 };
 
+inline FormatEntriesT formatEntriesOf(const ArgListC::ArgListImplC& body) {
+    FormatEntriesT view = {body.entries, body.count};
+    return view;
+}
 inline FormatEntriesT formatEntriesOf(const ArgListC& args) {
     ArgListC::ArgListImplC* body = args.getImpl();
-    FormatEntriesT view = {body ? body->entries : nullptr, body ? body->count : 0};
-    return view;
+    if (!body) return FormatEntriesT{nullptr, 0};
+    return formatEntriesOf(*body);
 }
 
 // renderFormatToNew with the format given as internal-form text (for

@@ -48,6 +48,9 @@ TEST(TracerTest, DispatchAndHandles) {
     EXPECT_EQ((LinesT{"Dispatch/One one 1", "Dispatch/Two two x", "Dispatch/Old n=42"}),
               first.lines);
     EXPECT_EQ((LinesT{"Dispatch/Two two x"}), second.lines);
+    // What a consumer keeps is a list of its own, readable after the line.
+    EXPECT_FALSE(ArgListStackBodyC::isOnStack(second.last));
+    EXPECT_STREQ("x", static_cast<const char*>(second.last.get(0)->pointer()));
     // Bad paths are off and fill no cell.
     TraceValuesT* fresh = nullptr;
     std::string tooLong(kTraceMaxPath + 1, 'D');
