@@ -553,7 +553,7 @@ inline void scanFormat(PositionTableT& table, const uint8_t* p) {
         if (table.top > 127) return;
         // The C library's search, many bytes a step, stops where
         // skipToPercent stops: at the first `%`, else at the NUL.
-        p += strcspn(reinterpret_cast<const char*>(p), "%");
+        p = reinterpret_cast<const uint8_t*>(strchrnul(reinterpret_cast<const char*>(p), '%'));
         if (*p == 0) return;
         ++p;
         if (!scanSingleLetter(table, p)) scanConversion(table, p);
@@ -753,7 +753,7 @@ public:
     // The caller's text itself, or the empty text for null; one of 16 MiB
     // or more does not fit (a list would copy only the first 16 MiB).
     void add(const char* text) {
-        if (text && strnlen(text, 0x1000000) >= 0x1000000) {
+        if (text && !shorterThanListLimit(text)) {
             full_ = true;
             return;
         }
@@ -786,6 +786,16 @@ private:
     template <typename T>
     void addValue(int32_t code, const T& value) {
         if (ArgEntry* entry = allocate(code, sizeof(T))) memcpy(entry->value(), &value, sizeof(T));
+    }
+
+    // Whether `text` ends within the 16 MiB that a list copies. The short
+    // texts of messages are measured here, in line; the C library's search
+    // takes the rest.
+    static bool shorterThanListLimit(const char* text) {
+        for (size_t i = 0; i < 64; ++i) {
+            if (text[i] == 0) return true;
+        }
+        return strnlen(text + 64, 0x1000000 - 64) < 0x1000000 - 64;
     }
 
     int32_t handles_;

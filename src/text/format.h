@@ -74,6 +74,9 @@ struct FormatBytesT {
 // renderFormat with the format given as internal-form text (for ASCII, the
 // bytes themselves), rendering into `out` without a call per character.
 void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgListC& args);
+// The same for a format whose length up to its NUL (strlen) is known.
+void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, size_t length,
+                         const ArgListC& args);
 
 // The views of an entry that conversions use, for the renderer and its
 // tests. A null entry counts as 0.

@@ -99,7 +99,7 @@ uint32_t TracerC::traceFormat(const char* path, TraceValuesT** handle, const cha
     if (!format) format = "";
     va_list arguments;
     va_start(arguments, format);
-    uint32_t passed = traceArguments(tracerFace(), path, handle, format, arguments);
+    uint32_t passed = trace(path, handle, format, argListFromText(format, arguments));
     va_end(arguments);
     return passed;
 }

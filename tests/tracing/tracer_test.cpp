@@ -48,9 +48,6 @@ TEST(TracerTest, DispatchAndHandles) {
     EXPECT_EQ((LinesT{"Dispatch/One one 1", "Dispatch/Two two x", "Dispatch/Old n=42"}),
               first.lines);
     EXPECT_EQ((LinesT{"Dispatch/Two two x"}), second.lines);
-    // What a consumer keeps is a list of its own, readable after the line.
-    EXPECT_FALSE(ArgListStackBodyC::isOnStack(second.last));
-    EXPECT_STREQ("x", static_cast<const char*>(second.last.get(0)->pointer()));
     // Bad paths are off and fill no cell.
     TraceValuesT* fresh = nullptr;
     std::string tooLong(kTraceMaxPath + 1, 'D');
@@ -58,6 +55,23 @@ TEST(TracerTest, DispatchAndHandles) {
     EXPECT_EQ(0u, tracerI()->trace(tooLong.c_str(), &fresh, "x", ArgListC()));
     EXPECT_EQ(0u, tracerI()->enter(nullptr, &fresh));
     EXPECT_EQ(nullptr, fresh);
+}
+
+// A line for consumer 0 alone holds its arguments on the stack; a consumer of
+// the program's own in the file consumer's place still keeps a list of its own.
+TEST(TracerTest, AConsumerInTheFileConsumersPlaceKeepsItsOwnList) {
+    TraceDefaultConsumerI* own = tracerI()->getDefaultConsumer();
+    ASSERT_EQ(0u, getTraceController()->removeConsumer(own));
+    {
+        TraceLinesC first("Slot/Zero");
+        static TracePointT point = {nullptr, "Slot/Zero"};
+        EXPECT_EQ(1u, traceLine(point, "%s %d", "kept", 5));
+        EXPECT_EQ(kTraceOwnConsumerBit, point.handle->active);
+        EXPECT_EQ((LinesT{"Slot/Zero kept 5"}), first.lines);
+        EXPECT_FALSE(ArgListStackBodyC::isOnStack(first.last));
+        EXPECT_STREQ("kept", static_cast<const char*>(first.last.get(0)->pointer()));
+    }
+    EXPECT_EQ(0u, getTraceController()->addConsumer(own, 0, 9));
 }
 
 // Every consumer hears of a change, whatever the masks. A stop needs the
