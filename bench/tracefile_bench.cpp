@@ -2,9 +2,10 @@
 // writing the same line to a file of its own.
 //
 // tracefile_line/keel: traceLine on an enabled point, dispatched under the
-// trace control latch to a file consumer with no prefix and a flush every
-// 1,000 lines; spdlog: a logger on basic_file_sink_st with the pattern "%v"
-// (the message alone), flushed when its buffer fills.
+// trace control latch to the tracer's own file consumer (the one a program
+// traces to: it cannot make another) with no prefix and a flush every 1,000
+// lines; spdlog: a logger on basic_file_sink_st with the pattern "%v" (the
+// message alone), flushed when its buffer fills.
 // tracefile_line_flushed: the same with a flush after every line, the file
 // consumer's default (flush_freq 1) and spdlog's flush_on(trace).
 #include <benchmark/benchmark.h>
@@ -18,8 +19,6 @@
 
 #include <keel/keel.h>
 
-#include "tracing/tracefil.h"
-
 namespace {
 
 std::string scratch(const char* name) {
@@ -31,15 +30,17 @@ std::string scratch(const char* name) {
 void keelLine(benchmark::State& state, int32_t flushEvery, const char* path) {
     std::string name = scratch(path);
     keel::TraceControllerI* controller = getTraceController();
-    keel::TraceConsumerFileC consumer(controller);
-    consumer.setFilename(name.c_str());
-    consumer.setFlushFrequency(flushEvery);
-    controller->addConsumer(&consumer, 0, 9);
+    keel::TraceDefaultConsumerI* consumer = keel::tracerI()->getDefaultConsumer();
+    consumer->setFilename(name.c_str());
+    consumer->setFlushFrequency(flushEvery);
     std::string pointPath = std::string("Bench/File/") + path;
-    controller->enablePath(&consumer, pointPath.c_str());
+    controller->enablePath(consumer, pointPath.c_str());
     keel::TracePointT point = {nullptr, pointPath.c_str()};
     for (auto _ : state) keel::traceLine(point, "opened connection %d to %s", 7, "db.example.org");
-    controller->removeConsumer(&consumer);
+    // Off again, and the file closed (with its last lines) by a new name.
+    controller->inheritPath(consumer, pointPath.c_str());
+    consumer->setFilename("/tmp/%p%t.trc");
+    consumer->setFlushFrequency(1);
     unlink(name.c_str());
 }
 

@@ -1,7 +1,7 @@
 // The format engine with arbitrary formats: the parser's first pass must
 // stay inside its table, and rendering a list of every entry type must give
-// the same text into a new string as through a sink function, never reading
-// outside the format or the entries.
+// the same text into a new string as through a sink function and into a
+// byte buffer, never reading outside the format or the entries.
 //
 // Input: the format's bytes, taken as internal form as they are (so broken
 // sequences, stray bytes and overlong NULs all reach the engine). Formats
@@ -35,6 +35,10 @@ void check(bool ok, const char* what) {
         fprintf(stderr, "invariant broken: %s\n", what);
         abort();
     }
+}
+
+void appendBytes(void* context, const uint8_t* bytes, uint32_t count) {
+    static_cast<std::string*>(context)->append(reinterpret_cast<const char*>(bytes), count);
 }
 
 void appendUtf8(void* context, uint32_t character) {
@@ -146,6 +150,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // %D and %T read the clock, which may move between the two renderings.
     bool readsClock = bytes.find_first_of("DT") != std::string::npos;
     check(readsClock || std::string(text, length) == viaSink, "string and sink differ");
+    // The trace file's way: the bytes rendered into a small buffer that is
+    // handed on whenever it fills.
+    std::string viaBuffer;
+    uint8_t buffer[16];
+    keel::FormatBytesT out = {buffer, sizeof buffer, 0, appendBytes, &viaBuffer};
+    keel::renderFormatToBytes(out, reinterpret_cast<const uint8_t*>(bytes.c_str()), bytes.size(),
+                              everyType());
+    viaBuffer.append(reinterpret_cast<const char*>(buffer), out.used);
+    check(readsClock || std::string(text, length) == viaBuffer, "string and byte buffer differ");
     result.releaseUtf8(text);
 
     // The typed front end: the same entries from C++ values, so the same text

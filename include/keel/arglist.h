@@ -68,6 +68,7 @@ struct ArgTimeValT {
 };
 
 class ArgListC;
+class ArgListStackBodyC;
 
 // One entry: a 32-bit type code followed by its value, in one heap block
 // exactly as large as the type needs. The value starts one pointer width
@@ -256,6 +257,8 @@ public:
     static ArgListC fromFormat(const StringC& format, va_list arguments);
 
 private:
+    friend class ArgListStackBodyC;
+
     template <typename T>
     ArgListC& addValue(int32_t code, const T& value) {
         ArgEntry* entry = ArgEntry::allocate(code, sizeof(T));
@@ -493,9 +496,9 @@ inline void recordStar(PositionTableT& table, const uint8_t*& p, uint32_t& c) {
     table.record(table.advance(), 'i');
 }
 
-// The next `%` or the terminating NUL. A pointer of its own, which the
-// compiler keeps in a register: the parser's own pointer is passed by
-// reference below and would be written back at every byte.
+// The next `%` or the terminating NUL, a byte at a time: the plain walk
+// whose answer scanFormat's search gives (the tests hold the two side by
+// side).
 inline const uint8_t* skipToPercent(const uint8_t* p) {
     while (*p != 0 && *p != '%') ++p;
     return p;
@@ -565,7 +568,9 @@ inline bool scanSingleLetter(PositionTableT& table, const uint8_t*& p) {
 inline void scanFormat(PositionTableT& table, const uint8_t* p) {
     for (;;) {
         if (table.top > 127) return;
-        p = skipToPercent(p);
+        // The C library's search, many bytes a step, stops where
+        // skipToPercent stops: at the first `%`, else at the NUL.
+        p = reinterpret_cast<const uint8_t*>(strchrnul(reinterpret_cast<const char*>(p), '%'));
         if (*p == 0) return;
         ++p;
         if (!scanSingleLetter(table, p)) scanConversion(table, p);
@@ -646,6 +651,178 @@ inline ArgListC takeArguments(const PositionTableT& table, va_list arguments) {
 }
 
 }  // namespace formatparse
+
+// A list body that holds the entries of one variadic call on the caller's
+// stack: no body, entry array, entry block or copy of a text is allocated.
+// It is for a list that is handed on and comes back within one call, to
+// readers that keep nothing:
+//
+//     ArgListStackBodyC body;
+//     va_list copy;
+//     va_copy(copy, arguments);
+//     bool fits = body.take(format, copy);
+//     va_end(copy);
+//     if (fits) tracerI()->trace(path, &cell, format, body.handle());
+//
+// Read through a handle it is a list like any other (get, count, the entry
+// array of getImpl) with the codes and values that ArgListC::add gives, in
+// blocks laid out as ArgEntry::allocate lays them out; but a "CharStar"
+// entry points at the caller's text instead of a copy, so neither the body
+// nor any entry may outlive the call. Whoever hands it to code that might
+// keep a list hands over toList() instead (the tracer does so for every
+// consumer but its own file consumer). Handles on it are counted in a plain
+// field: they never leave the thread that made it. The shared count of
+// RefCountC stays 0, which no heap body that a handle holds ever shows:
+// isOnStack tells the two apart by it. Nothing appends to it.
+class ArgListStackBodyC : public ArgListC::ArgListImplC {
+public:
+    enum { kSlots = 16 };
+
+    ArgListStackBodyC() : handles_(0), used_(0), full_(false), strings_(false) {
+        entries = slots_;
+        capacity = kSlots;
+    }
+    ~ArgListStackBodyC() override {
+        if (strings_) {
+            for (int32_t i = 0; i < count; ++i) {
+                if (slots_[i]->code() == ArgString)
+                    static_cast<StringC*>(slots_[i]->value())->~StringC();
+            }
+        }
+        // The blocks are this object's own: the list's destructor, which
+        // runs next, finds nothing to free.
+        count = 0;
+        entries = nullptr;
+    }
+    ArgListStackBodyC(const ArgListStackBodyC&) = delete;
+    ArgListStackBodyC& operator=(const ArgListStackBodyC&) = delete;
+
+    int32_t addRef() override { return ++handles_; }
+    int32_t release() override { return --handles_; }
+
+    // Takes the arguments that the 8-bit `format` (null: none) names from
+    // `arguments`, which it consumes. False when they do not fit: more than
+    // 16 positions, or a %s text of 16 MiB or more, which a list would cut;
+    // the caller then makes a list from a copy of its own va_list.
+    bool take(const char* format, va_list arguments) {
+        formatparse::PositionTableT table;
+        if (format) formatparse::scanFormat(table, reinterpret_cast<const uint8_t*>(format));
+        return take(table, arguments);
+    }
+    // The same with the table of the format already made.
+    bool take(const formatparse::PositionTableT& table, va_list arguments) {
+        if (table.top >= kSlots) return false;
+        formatparse::takeArgumentsInto(table, arguments, *this);
+        return !full_;
+    }
+
+    // A handle on this body, gone before the body is; the empty handle when
+    // nothing was taken, as fromFormat answers for a format without
+    // arguments.
+    ArgListC handle() {
+        ArgListC made;
+        if (count > 0) {
+            addRef();
+            made.cell.initialize(this);
+        }
+        return made;
+    }
+
+    // A list on the heap with the same entries, as takeArguments would have
+    // made it: for a reader that may keep what it is given.
+    ArgListC toList() const {
+        ArgListC list;
+        for (int32_t i = 0; i < count; ++i) {
+            const ArgEntry* entry = slots_[i];
+            if (entry->code() == ArgString) {
+                list.add(entry->string());
+            } else if (entry->code() == ArgCharStar) {
+                list.add(static_cast<const char*>(entry->pointer()));
+            } else {
+                ArgEntry* copy = ArgEntry::allocate(entry->code(), sizes_[i]);
+                memcpy(copy->value(), entry->value(), sizes_[i]);
+                list.append(copy);
+            }
+        }
+        return list;
+    }
+
+    // Whether `list` holds a body of this kind.
+    static bool isOnStack(const ArgListC& list) {
+        ArgListC::ArgListImplC* body = list.getImpl();
+        return body && body->refCount() == 0;
+    }
+
+    // The add forms of ArgListC that takeArgumentsInto uses.
+    void add(int16_t value) { addValue(ArgInt16, value); }
+    void add(int32_t value) { addValue(ArgInt32, value); }
+    void add(int64_t value) { addValue(ArgInt64, value); }
+    void add(uint16_t value) { addValue(ArgUnsigned16, value); }
+    void add(uint32_t value) { addValue(ArgUnsigned32, value); }
+    void add(uint64_t value) { addValue(ArgUnsigned64, value); }
+    void addUCS4(uint32_t character) { addValue(ArgUCS4, character); }
+    void add(const StringC& value) {
+        if (ArgEntry* entry = allocate(ArgString, sizeof(StringC))) {
+            new (entry->value()) StringC(value);
+            strings_ = true;
+        }
+    }
+    // The caller's text itself, or the empty text for null; one of 16 MiB
+    // or more does not fit (a list would copy only the first 16 MiB).
+    void add(const char* text) {
+        if (text && !shorterThanListLimit(text)) {
+            full_ = true;
+            return;
+        }
+        addValue(ArgCharStar, text ? text : "");
+    }
+    void add(const void* object) { addValue(ArgObjRef, object); }
+    void add(const ArgTimeValT& time) { addValue(ArgTimeVal, time); }
+
+private:
+    // Every block takes at most 16 bytes (a code, then a value of at most
+    // 8 bytes one pointer width behind it), rounded to 8.
+    enum { kRoom = kSlots * 16 };
+
+    // A block for an entry of `code` with `valueSize` bytes of value; null
+    // (and full_) when the room is used up.
+    ArgEntry* allocate(int32_t code, size_t valueSize) {
+        size_t size = (ArgEntry::valueOffset + valueSize + 7) & ~static_cast<size_t>(7);
+        if (full_ || count >= kSlots || size > kRoom - used_) {
+            full_ = true;
+            return nullptr;
+        }
+        void* block = room_ + used_;
+        used_ += static_cast<uint32_t>(size);
+        memcpy(block, &code, sizeof code);
+        ArgEntry* entry = static_cast<ArgEntry*>(block);
+        sizes_[count] = static_cast<uint8_t>(valueSize);
+        slots_[count++] = entry;
+        return entry;
+    }
+    template <typename T>
+    void addValue(int32_t code, const T& value) {
+        if (ArgEntry* entry = allocate(code, sizeof(T))) memcpy(entry->value(), &value, sizeof(T));
+    }
+
+    // Whether `text` ends within the 16 MiB that a list copies. The short
+    // texts of messages are measured here, in line; the C library's search
+    // takes the rest.
+    static bool shorterThanListLimit(const char* text) {
+        for (size_t i = 0; i < 64; ++i) {
+            if (text[i] == 0) return true;
+        }
+        return strnlen(text + 64, 0x1000000 - 64) < 0x1000000 - 64;
+    }
+
+    int32_t handles_;
+    uint32_t used_;
+    bool full_;
+    bool strings_;  // a "String" entry was made: the destructor has work
+    uint8_t sizes_[kSlots];
+    ArgEntry* slots_[kSlots];
+    alignas(8) unsigned char room_[kRoom];
+};
 
 inline ArgListC ArgListC::fromFormat(const StringC& format, va_list arguments) {
     formatparse::PositionTableT table;

@@ -202,15 +202,42 @@ inline ArgListC argListFromText(const char* format, va_list arguments) {
     return list;
 }
 
+// The tracer adds its own file consumer first, so it is consumer 0 and
+// this is its bit in the masks (unless a program removed it and another
+// consumer took its place).
+const uint32_t kTraceOwnConsumerBit = 1;
+
+// `trace` with the arguments that `format` names in `arguments` (which stay
+// unread), held on this call's stack (ArgListStackBodyC) where they fit, so
+// that nothing is allocated: the tracer's own file consumer reads them in
+// place, and a consumer that might keep the list is handed a copy on the
+// heap. Where they do not fit, they go into a list on the heap.
+inline uint32_t traceOnStack(TracerI* tracer, const char* path, TraceValuesT** handle,
+                             const char* format, va_list arguments) {
+    ArgListStackBodyC body;
+    va_list copy;
+    va_copy(copy, arguments);
+    bool fits = body.take(format, copy);
+    va_end(copy);
+    // The handle is made in the argument's place: no copy on the way.
+    if (fits) return tracer->trace(path, handle, format, body.handle());
+    return tracer->trace(path, handle, format, argListFromText(format, arguments));
+}
+
 // A line at the point, formatted like formatString; the arguments are only
-// looked at when the point is active.
+// looked at when the point is active. A line for the tracer's own file
+// consumer alone holds them on the stack; a line that another consumer
+// receives, which may keep them, builds the list on the heap at once (the
+// list the tracer would otherwise copy them into for it).
 inline uint32_t traceLine(TracePointT& point, const char* format, ...) {
-    if (!traceActive(point)) return 0;
+    uint32_t active = traceActive(point);
+    if (!active) return 0;
     va_list arguments;
     va_start(arguments, format);
-    // The list is made in the argument's place: no handle copy on the way.
-    uint32_t passed =
-        tracerI()->trace(point.path, &point.handle, format, argListFromText(format, arguments));
+    uint32_t passed = active == kTraceOwnConsumerBit
+                          ? traceOnStack(tracerI(), point.path, &point.handle, format, arguments)
+                          : tracerI()->trace(point.path, &point.handle, format,
+                                             argListFromText(format, arguments));
     va_end(arguments);
     return passed;
 }

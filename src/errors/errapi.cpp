@@ -71,7 +71,7 @@ StringImplI* renderedV(uint32_t* severity, uint32_t code, const char* format, va
     // A message that is the whole format has the format's length.
     bool fits = local.take(format, plain == format ? length : strlen(format), copy);
     va_end(copy);
-    if (fits) return renderedPlainNew(plain, length, local.entries());
+    if (fits) return renderedPlainNew(plain, length, formatEntriesOf(local));
     ArgListC list = argListFromText(format, arguments);
     return renderedPlainNew(plain, length, formatEntriesOf(list));
 }

@@ -56,18 +56,6 @@ void traceFetched(const char* format, uint32_t code, const StringC& text) {
     tracerInstance()->trace(fetchPoint.path, &fetchPoint.handle, format, list);
 }
 
-// Whether the `length` bytes at `p` are all below 0x80, eight at a time.
-bool allAscii(const uint8_t* p, size_t length) {
-    size_t i = 0;
-    for (; length - i >= 8; i += 8) {
-        if (load64(p + i) & kHighBits) return false;
-    }
-    for (; i < length; ++i) {
-        if (p[i] >= 0x80) return false;
-    }
-    return true;
-}
-
 uint32_t letterSeverity(char letter) {
     switch (letter) {
     case '#':

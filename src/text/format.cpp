@@ -179,20 +179,39 @@ public:
         out_.used = static_cast<uint32_t>(p - out_.buffer);
     }
 
-    // The run is found first and copied in stretches that leave the 8
-    // bytes behind them that put() keeps free.
-    const uint8_t* putPlainRun(const uint8_t* p, const uint8_t*) {
+    // The run is found first, eight bytes a step inside the format's known
+    // bytes (`textEnd`), and copied in stretches that leave the 8 bytes
+    // behind them that put() keeps free.
+    const uint8_t* putPlainRun(const uint8_t* p, const uint8_t* textEnd) {
         const uint8_t* end = p;
-        while (!kStopsPlainRun[*end]) ++end;
+        uint32_t taken = 8;
+        if (textEnd) {
+            while (taken == 8 && textEnd - end >= 8) {
+                taken = plainBytes(load64(end));
+                end += taken;
+            }
+        }
+        if (taken == 8) {
+            while (!kStopsPlainRun[*end]) ++end;
+        }
         putBytes(p, static_cast<uint32_t>(end - p));
         return end;
     }
 
-    // As CallbackSinkC::putText: ASCII runs are copied as they are, other
-    // characters go through put().
-    void putText(const uint8_t* p, int32_t count, const uint8_t*) {
+    // As CallbackSinkC::putText: ASCII runs are copied as they are (found
+    // eight bytes a step inside the text's known bytes), other characters
+    // go through put().
+    void putText(const uint8_t* p, int32_t count, const uint8_t* byteEnd) {
         while (count > 0) {
             uint32_t taken = 0;
+            if (byteEnd) {
+                uint32_t word = 8;
+                while (word == 8 && static_cast<uint32_t>(count) - taken >= 8 &&
+                       byteEnd - (p + taken) >= 8) {
+                    word = asciiBytes(load64(p + taken));
+                    taken += word;
+                }
+            }
             while (taken < static_cast<uint32_t>(count) && p[taken] - 1u < 0x7Fu) ++taken;
             putBytes(p, taken);
             p += taken;
@@ -961,11 +980,16 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
 }
 
 void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgListC& args) {
+    renderFormatToBytes(out, format, strlen(reinterpret_cast<const char*>(format)), args);
+}
+
+void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, size_t length,
+                         const ArgListC& args) {
     int errorNumber = errno;
     {
         ByteSinkC target(out);
         RendererM<ByteSinkC> renderer(target, formatEntriesOf(args), errorNumber);
-        renderer.run(format, nullptr);
+        renderer.run(format, format + length);
     }
     errno = errorNumber;
 }

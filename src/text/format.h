@@ -28,7 +28,7 @@ void renderFormat(CharSinkFn sink, void* context, StringImplI* format, const Arg
 StringImplI* renderFormatToNew(StringImplI* format, const ArgListC& args);
 
 // The entries that a rendering reads, by position: a list's own array, or
-// one that code rendering at once made elsewhere (LocalArgumentsC). Reads
+// one that code rendering at once made on its stack (ArgListStackBodyC). Reads
 // answer as ArgListC::get does.
 struct FormatEntriesT {
     ArgEntry* const* entries;
@@ -39,10 +39,14 @@ struct FormatEntriesT {
     }
 };
 
+inline FormatEntriesT formatEntriesOf(const ArgListC::ArgListImplC& body) {
+    FormatEntriesT view = {body.entries, body.count};
+    return view;
+}
 inline FormatEntriesT formatEntriesOf(const ArgListC& args) {
     ArgListC::ArgListImplC* body = args.getImpl();
-    FormatEntriesT view = {body ? body->entries : nullptr, body ? body->count : 0};
-    return view;
+    if (!body) return FormatEntriesT{nullptr, 0};
+    return formatEntriesOf(*body);
 }
 
 // renderFormatToNew with the format given as internal-form text (for
@@ -70,6 +74,9 @@ struct FormatBytesT {
 // renderFormat with the format given as internal-form text (for ASCII, the
 // bytes themselves), rendering into `out` without a call per character.
 void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, const ArgListC& args);
+// The same for a format whose length up to its NUL (strlen) is known.
+void renderFormatToBytes(FormatBytesT& out, const uint8_t* format, size_t length,
+                         const ArgListC& args);
 
 // The views of an entry that conversions use, for the renderer and its
 // tests. A null entry counts as 0.

@@ -1,24 +1,17 @@
-// LocalArgumentsC: entries of a variadic call in a block on the stack.
+// The scans of a format that know its length (by words, and remembered per
+// thread), and LocalArgumentsC's way of taking arguments by them.
 //
-// Invariants: slots_[0..count_) point into room_, each at a multiple of 8,
-// laid out as ArgEntry::allocate lays out its blocks (the code, then the
-// value one pointer width behind it); a "String" entry holds a constructed
-// StringC that the destructor destroys, and strings_ is set once there is
-// one; a "CharStar" entry holds the caller's pointer (or the empty text for
-// null), never a copy to free.
+// Invariant: every scan here makes the table that formatparse::scanFormat
+// makes of the same bytes (the remembered one leaves `next` alone).
 #include "text/format_local.h"
 
 #include <string.h>
-
-#include <new>
 
 #include "text/wordbits.h"
 
 namespace keel {
 
 namespace {
-
-const size_t kListTextLimit = 0x1000000;
 
 // The first `%` in [p, end), or `end`.
 const uint8_t* findPercent(const uint8_t* p, const uint8_t* end) {
@@ -33,50 +26,7 @@ const uint8_t* findPercent(const uint8_t* p, const uint8_t* end) {
     return p;
 }
 
-// Whether `text` ends within the 16 MiB that a list copies.
-bool shorterThanListLimit(const char* text) {
-    for (size_t i = 0; i < 64; ++i) {
-        if (text[i] == 0) return true;
-    }
-    return strnlen(text + 64, kListTextLimit - 64) < kListTextLimit - 64;
-}
-
 }  // namespace
-
-LocalArgumentsC::~LocalArgumentsC() {
-    if (!strings_) return;
-    for (int32_t i = 0; i < count_; ++i) {
-        if (slots_[i]->code() == ArgString) static_cast<StringC*>(slots_[i]->value())->~StringC();
-    }
-}
-
-void LocalArgumentsC::add(const StringC& value) {
-    if (ArgEntry* entry = allocate(ArgString, sizeof(StringC))) {
-        new (entry->value()) StringC(value);
-        strings_ = true;
-    }
-}
-
-void LocalArgumentsC::add(const char* text) {
-    // A list copies at most 16 MiB of the text: a longer one does not fit
-    // here, so that the caller's list cuts it as before. Short texts, the
-    // usual ones, are measured here; the library's search takes the rest.
-    if (text && !shorterThanListLimit(text)) {
-        full_ = true;
-        return;
-    }
-    const char* shown = text ? text : "";
-    if (ArgEntry* entry = allocate(ArgCharStar, sizeof shown))
-        memcpy(entry->value(), &shown, sizeof shown);
-}
-
-bool LocalArgumentsC::take(const char* format, va_list arguments) {
-    formatparse::PositionTableT table;
-    if (format) formatparse::scanFormat(table, reinterpret_cast<const uint8_t*>(format));
-    if (table.top >= kSlots) return false;
-    formatparse::takeArgumentsInto(table, arguments, *this);
-    return !full_;
-}
 
 void scanFormatOfLength(formatparse::PositionTableT& table, const uint8_t* format, size_t length) {
     // scanFormat's walk, with the search for the next `%` done by words
@@ -109,7 +59,7 @@ const uint32_t kScanText = 64;
 struct ScanCellT {
     const uint8_t* format;  // null: empty cell
     uint32_t length;        // below kScanText
-    int32_t top;            // below LocalArgumentsC's slot count
+    int32_t top;            // below ArgListStackBodyC::kSlots
     char slots[16];
     uint8_t text[kScanText];
 };
@@ -143,9 +93,7 @@ void scanFormatRemembered(formatparse::PositionTableT& table, const uint8_t* for
 bool LocalArgumentsC::take(const char* format, size_t length, va_list arguments) {
     formatparse::PositionTableT table;
     scanFormatRemembered(table, reinterpret_cast<const uint8_t*>(format), length);
-    if (table.top >= kSlots) return false;
-    formatparse::takeArgumentsInto(table, arguments, *this);
-    return !full_;
+    return take(table, arguments);
 }
 
 }  // namespace keel

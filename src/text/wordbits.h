@@ -4,6 +4,7 @@
 #ifndef KEEL_TEXT_WORDBITS_H
 #define KEEL_TEXT_WORDBITS_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -18,6 +19,18 @@ inline uint64_t load64(const uint8_t* p) {
     uint64_t x;
     memcpy(&x, p, 8);
     return x;
+}
+
+// Whether the `length` bytes at `p` are all below 0x80, eight at a time.
+inline bool allAscii(const uint8_t* p, size_t length) {
+    size_t i = 0;
+    for (; length - i >= 8; i += 8) {
+        if (load64(p + i) & kHighBits) return false;
+    }
+    for (; i < length; ++i) {
+        if (p[i] >= 0x80) return false;
+    }
+    return true;
 }
 
 }  // namespace keel

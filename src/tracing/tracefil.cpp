@@ -20,6 +20,7 @@
 #include "text/format.h"
 #include "text/utf8.h"
 #include "text/utf8view.h"
+#include "text/wordbits.h"
 #include "tracing/tracecim.h"
 
 namespace keel {
@@ -45,15 +46,6 @@ char* putSeconds(char* p, int64_t ticks, uint64_t perSecond) {
 // Hands a block of the rendered message to the stream.
 void writeBlock(void* stream, const uint8_t* bytes, uint32_t count) {
     fwrite(bytes, 1, count, static_cast<FILE*>(stream));
-}
-
-// Whether the 8-bit text is ASCII throughout: its bytes are then its
-// internal form, as the string decoded from it in "system-8" would hold.
-bool isAsciiText(const char* text) {
-    for (const uint8_t* p = reinterpret_cast<const uint8_t*>(text); *p != 0; ++p) {
-        if (*p >= 0x80) return false;
-    }
-    return true;
 }
 
 }  // namespace
@@ -236,8 +228,9 @@ uint32_t TraceConsumerFileC::write(const char* path, int32_t indent, const char*
     uint8_t buffer[512];
     FormatBytesT out = {buffer, sizeof buffer, 0, writeBlock, stream};
     if (!format) format = "";
-    if (isAsciiText(format)) {
-        renderFormatToBytes(out, reinterpret_cast<const uint8_t*>(format), args);
+    size_t length = strlen(format);
+    if (allAscii(reinterpret_cast<const uint8_t*>(format), length)) {
+        renderFormatToBytes(out, reinterpret_cast<const uint8_t*>(format), length, args);
     } else {
         StringC decoded(format, "system-8");
         Utf8ViewC text(decoded);

@@ -65,6 +65,14 @@ uint32_t TracerC::trace(const char* path, TraceValuesT** handle, const char* for
     if (!handle) return 0;
     uint32_t mask = isEnabled(path, handle);
     if (mask == 0) return 0;
+    // A list held on the caller's stack (traceLine's) is good for this call
+    // only. The tracer's own file consumer renders it and keeps nothing, so
+    // it reads it in place; any other consumer may keep what it receives,
+    // and they all get one list on the heap with the same entries, made at
+    // the first of them.
+    bool onStack = ArgListStackBodyC::isOnStack(args);
+    ArgListC kept;
+    bool keptMade = false;
     LatchGuardC guard(traceControlLatch());
     int32_t lineIndent = currentIndent();
     // Read by index on every turn: a consumer may add or remove consumers
@@ -73,8 +81,16 @@ uint32_t TracerC::trace(const char* path, TraceValuesT** handle, const char* for
         if (!(mask & (1u << (i % 32)))) continue;
         TraceConsumerI* consumer = at(i)->consumer;
         if (!consumer) continue;
+        const ArgListC* passed = &args;
+        if (onStack && consumer != fileConsumer) {
+            if (!keptMade) {
+                kept = static_cast<ArgListStackBodyC*>(args.getImpl())->toList();
+                keptMade = true;
+            }
+            passed = &kept;
+        }
         // A consumer that fails once is out for good.
-        if (consumer->write(path, lineIndent, format, args) != 0) removeConsumer(consumer);
+        if (consumer->write(path, lineIndent, format, *passed) != 0) removeConsumer(consumer);
     }
     return 1;
 }

@@ -88,6 +88,54 @@ TEST(ArgList, EntriesOfOpenLayoutOutliveTheList) {
     }
 }
 
+// The entries that ArgListStackBodyC takes, and the heap list it makes of
+// them, against fromFormat's list of the same call: codes, values, the text
+// of a "CharStar" and the representation of a "String".
+const size_t kValueBytes[] = {1, 2, 4, 8, 2, 4, 8, 8, 4, 0, 8, sizeof(void*), 0, 0, 16, 0, 0, 8};
+
+void expectOnStack(bool fits, const char* format, ...) {
+    va_list arguments, copy;
+    va_start(arguments, format);
+    va_copy(copy, arguments);
+    ArgListStackBodyC body;
+    EXPECT_EQ(fits, body.take(format, copy)) << format;
+    va_end(copy);
+    ArgListC list = ArgListC::fromFormat(StringC(format, "system-8"), arguments);
+    va_end(arguments);
+    if (!fits) return;
+    ArgListC held = body.handle(), kept = body.toList();
+    EXPECT_EQ(list.count() > 0, ArgListStackBodyC::isOnStack(held)) << format;
+    EXPECT_FALSE(ArgListStackBodyC::isOnStack(kept));
+    for (const ArgListC* each : {&held, &kept}) {
+        ASSERT_EQ(list.count(), each->count()) << format;
+        for (int32_t i = 0; i < each->count(); ++i) {
+            const ArgEntry *want = list.get(i), *got = each->get(i);
+            ASSERT_EQ(want->code(), got->code()) << format << " at " << i;
+            if (want->code() == ArgCharStar) {
+                EXPECT_STREQ(static_cast<char*>(want->pointer()),
+                             static_cast<char*>(got->pointer()));
+            } else if (want->code() == ArgString) {
+                EXPECT_EQ(want->string().getImpl(), got->string().getImpl());
+            } else {
+                EXPECT_EQ(0, memcmp(want->value(), got->value(), kValueBytes[want->code()]));
+            }
+        }
+    }
+}
+
+TEST(ArgList, EntriesOnTheStackAreTheListsEntries) {
+    StringC wide("\xC3\xA9t\xC3\xA9", "utf8");
+    ArgTimeValT time = {86400, 5};
+    expectOnStack(true, "no arguments");
+    expectOnStack(true, "%d %u %hd %hu %hhd %hhu %lld %llu %C %x %p", -1, 4000000000u, 70000, 70000,
+                  300, 300, -5ll, 6ull, 0xE9u, 255u, &time);
+    expectOnStack(true, "%s|%s|%S|%S|%3$S|%t|%t", "text", nullptr, &wide, nullptr, &time, nullptr);
+    expectOnStack(true, "%2$s %1$*3$d", 42, "second", 6);
+    // More positions than the stack holds.
+    expectOnStack(false, "%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11,
+                  12, 13, 14, 15, 16, 17);
+}
+
 // Handles may be copied, assigned and dropped on any thread once the list
 // is built; only the reference count and the cell are touched concurrently.
 TEST(ArgListThread, CopiesAcrossThreadsKeepTheCount) {

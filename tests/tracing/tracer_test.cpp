@@ -63,6 +63,23 @@ TEST(TracerTest, IndentDispatchAndHandles) {
     EXPECT_EQ(nullptr, fresh);
 }
 
+// A line for consumer 0 alone holds its arguments on the stack; a consumer of
+// the program's own in the file consumer's place still keeps a list of its own.
+TEST(TracerTest, AConsumerInTheFileConsumersPlaceKeepsItsOwnList) {
+    TraceDefaultConsumerI* own = tracerI()->getDefaultConsumer();
+    ASSERT_EQ(0u, getTraceController()->removeConsumer(own));
+    {
+        TraceLinesC first("Slot/Zero");
+        static TracePointT point = {nullptr, "Slot/Zero"};
+        EXPECT_EQ(1u, traceLine(point, "%s %d", "kept", 5));
+        EXPECT_EQ(kTraceOwnConsumerBit, point.handle->active);
+        EXPECT_EQ((LinesT{"Slot/Zero kept 5"}), first.lines);
+        EXPECT_FALSE(ArgListStackBodyC::isOnStack(first.last));
+        EXPECT_STREQ("kept", static_cast<const char*>(first.last.get(0)->pointer()));
+    }
+    EXPECT_EQ(0u, getTraceController()->addConsumer(own, 0, 9));
+}
+
 // Every consumer hears of a change, whatever the masks. A stop needs the
 // cell that its start filled, and a running timer. The counter is read as
 // a change from what an earlier run left.
