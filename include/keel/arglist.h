@@ -145,7 +145,9 @@ public:
         int32_t count;
         ArgEntry** entries;
 
-    private:
+    protected:
+        // Also the whole entry array of a list held on the stack
+        // (ArgListStackBodyC), which never grows.
         ArgEntry* firstEntries[16];
     };
 
@@ -676,17 +678,17 @@ inline ArgListC takeArguments(const PositionTableT& table, va_list arguments) {
 // isOnStack tells the two apart by it. Nothing appends to it.
 class ArgListStackBodyC : public ArgListC::ArgListImplC {
 public:
-    enum { kSlots = 16 };
+    enum { kSlots = sizeof firstEntries / sizeof firstEntries[0] };
 
     ArgListStackBodyC() : handles_(0), used_(0), full_(false), strings_(false) {
-        entries = slots_;
+        entries = firstEntries;
         capacity = kSlots;
     }
     ~ArgListStackBodyC() override {
         if (strings_) {
             for (int32_t i = 0; i < count; ++i) {
-                if (slots_[i]->code() == ArgString)
-                    static_cast<StringC*>(slots_[i]->value())->~StringC();
+                if (firstEntries[i]->code() == ArgString)
+                    static_cast<StringC*>(firstEntries[i]->value())->~StringC();
             }
         }
         // The blocks are this object's own: the list's destructor, which
@@ -733,7 +735,7 @@ public:
     ArgListC toList() const {
         ArgListC list;
         for (int32_t i = 0; i < count; ++i) {
-            const ArgEntry* entry = slots_[i];
+            const ArgEntry* entry = firstEntries[i];
             if (entry->code() == ArgString) {
                 list.add(entry->string());
             } else if (entry->code() == ArgCharStar) {
@@ -797,7 +799,7 @@ private:
         memcpy(block, &code, sizeof code);
         ArgEntry* entry = static_cast<ArgEntry*>(block);
         sizes_[count] = static_cast<uint8_t>(valueSize);
-        slots_[count++] = entry;
+        firstEntries[count++] = entry;
         return entry;
     }
     template <typename T>
@@ -820,7 +822,6 @@ private:
     bool full_;
     bool strings_;  // a "String" entry was made: the destructor has work
     uint8_t sizes_[kSlots];
-    ArgEntry* slots_[kSlots];
     alignas(8) unsigned char room_[kRoom];
 };
 
